@@ -1,0 +1,50 @@
+# Front door: `make demo`, `make test`, `make bench`. Each target installs what
+# it needs (scripts/setup-deps), then configures and builds.
+JOBS ?= $(shell nproc)
+CMAKE_FLAGS ?=
+BUILD_DIR ?= build
+ASAN_DIR ?= build-asan
+RELEASE_DIR ?= build-release
+
+.PHONY: all deps demo test test-normal test-asan bench format clean
+
+all: test
+
+deps:
+	@scripts/setup-deps
+
+$(BUILD_DIR)/build.ninja: | deps
+	cmake -S . -B $(BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DORB_BUILD_BENCH=OFF $(CMAKE_FLAGS)
+
+$(ASAN_DIR)/build.ninja: | deps
+	cmake -S . -B $(ASAN_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS=-O1 -DORB_SANITIZE=ON -DORB_BUILD_BENCH=OFF $(CMAKE_FLAGS)
+
+$(RELEASE_DIR)/build.ninja: | deps
+	cmake -S . -B $(RELEASE_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Release -DORB_BUILD_TESTS=OFF $(CMAKE_FLAGS)
+
+demo: deps $(RELEASE_DIR)/build.ninja
+	cmake --build $(RELEASE_DIR) -j $(JOBS) --target orb-agent
+	$(RELEASE_DIR)/agent/orb-agent run examples/demo.orb
+
+test: test-normal test-asan
+
+test-normal: deps $(BUILD_DIR)/build.ninja
+	cmake --build $(BUILD_DIR) -j $(JOBS)
+	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
+
+test-asan: deps $(ASAN_DIR)/build.ninja
+	cmake --build $(ASAN_DIR) -j $(JOBS)
+	cd $(ASAN_DIR) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1 \
+	  ctest --output-on-failure -j $(JOBS)
+
+bench: deps $(RELEASE_DIR)/build.ninja
+	cmake --build $(RELEASE_DIR) -j $(JOBS) --target bench_all
+	@set -e; for b in $(RELEASE_DIR)/bench/bench_*; do \
+	  echo "== $$b"; $$b --benchmark_min_time=0.2 2>&1 | tee $$b.log | grep -E '^(RESULT|-- )' || true; \
+	done
+
+format:
+	git ls-files '*.h' '*.cpp' | xargs clang-format -i
+
+clean:
+	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(RELEASE_DIR)

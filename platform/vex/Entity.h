@@ -1,0 +1,126 @@
+// Entities: named, counted objects whose writers notify their notifiees.
+//
+// The declaration vocabulary. Inside an entity class, after its nested
+// `Notifiee`, each attribute is declared once with one of:
+//
+//   VEX_ATTR(Type, name, Name, default)        scalar: name(), nameIs(v)
+//   VEX_COUNTER(Type, name, Name)              scalar plus nameInc(), nameDec()
+//   VEX_COLLECTION(Key, Value, name, Name)     hash map (boost::unordered_flat_map)
+//   VEX_ORDERED_COLLECTION(Key, Value, name, Name)
+//                                              std::map: iteration in key order,
+//                                              and a bookmark key survives any
+//                                              insert or erase, so time-sliced
+//                                              walks resume with lower_bound
+//
+// Collections offer name(key) (the stored value, or the value type's empty
+// value when missing; never creates; the reference is valid until the next
+// write), nameIs(key, v), nameDel(key), nameDelAll(), nameHas(key),
+// nameSize(), and name() (the whole map, for iteration).
+//
+// Writers notify `Notifiee::handleName()` / `handleName(key)`, which the
+// entity's Notifiee must declare (VEX_HANDLER / VEX_KEY_HANDLER). A writer
+// that stores the value already held notifies nobody.
+#pragma once
+
+#include "platform/vex/Notifiee.h"
+#include "platform/vex/Ptr.h"
+
+#include <boost/unordered/unordered_flat_map.hpp>
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Vex {
+
+class Entity : public PtrInterface {
+ public:
+  explicit Entity(std::string name = {}) : name_(std::move(name)) {}
+
+  const std::string& name() const { return name_; }
+  NotifieeList& notifieeList() { return notifiees_; }
+
+ protected:
+  template <class N, class... P, class... A>
+  void notify(void (N::*handler)(P...), A&&... args) {
+    notifiees_.notify(handler, std::forward<A>(args)...);
+  }
+
+ private:
+  std::string name_;
+  NotifieeList notifiees_;
+};
+
+// The empty value a collection reader returns for a missing key.
+template <class T>
+const T& emptyValue() {
+  static const T empty{};
+  return empty;
+}
+
+template <class K, class V>
+using HashMap = boost::unordered_flat_map<K, V>;
+
+}  // namespace Vex
+
+#define VEX_HANDLER(Name) \
+  virtual void handle##Name() {}
+#define VEX_KEY_HANDLER(Name, Key) \
+  virtual void handle##Name(const Key&) {}
+
+#define VEX_ATTR(Type, name, Name, ...)                              \
+ private:                                                            \
+  Type name##_ = Type{__VA_ARGS__};                                  \
+                                                                     \
+ public:                                                             \
+  const Type& name() const { return name##_; }                       \
+  void name##Is(const Type& value) {                                 \
+    if (name##_ == value) return;                                    \
+    name##_ = value;                                                 \
+    this->notify(&Notifiee::handle##Name);                           \
+  }
+
+#define VEX_COUNTER(Type, name, Name)                                \
+  VEX_ATTR(Type, name, Name, 0)                                      \
+  void name##Inc() { name##Is(static_cast<Type>(name##_ + 1)); }     \
+  void name##Dec() { name##Is(static_cast<Type>(name##_ - 1)); }
+
+#define VEX_COLLECTION_BODY(MapType, Key, Value, name, Name)         \
+ private:                                                            \
+  MapType name##_;                                                   \
+                                                                     \
+ public:                                                             \
+  const MapType& name() const { return name##_; }                    \
+  const Value& name(const Key& key) const {                          \
+    auto it = name##_.find(key);                                     \
+    return it == name##_.end() ? ::Vex::emptyValue<Value>()          \
+                               : it->second;                         \
+  }                                                                  \
+  bool name##Has(const Key& key) const {                             \
+    return name##_.find(key) != name##_.end();                       \
+  }                                                                  \
+  std::size_t name##Size() const { return name##_.size(); }          \
+  void name##Is(const Key& key, const Value& value) {                \
+    auto [it, inserted] = name##_.try_emplace(key, value);           \
+    if (!inserted) {                                                 \
+      if (it->second == value) return;                               \
+      it->second = value;                                            \
+    }                                                                \
+    this->notify(&Notifiee::handle##Name, key);                      \
+  }                                                                  \
+  void name##Del(const Key& key) {                                   \
+    if (name##_.erase(key)) this->notify(&Notifiee::handle##Name, key); \
+  }                                                                  \
+  void name##DelAll() {                                              \
+    std::vector<Key> keys;                                           \
+    keys.reserve(name##_.size());                                    \
+    for (const auto& entry : name##_) keys.push_back(entry.first);   \
+    for (const auto& key : keys) name##Del(key);                     \
+  }
+
+#define VEX_COLLECTION(Key, Value, name, Name) \
+  VEX_COLLECTION_BODY(VEX_PROTECT(::Vex::HashMap<Key, Value>), Key, Value, name, Name)
+#define VEX_ORDERED_COLLECTION(Key, Value, name, Name) \
+  VEX_COLLECTION_BODY(VEX_PROTECT(std::map<Key, Value>), Key, Value, name, Name)
+#define VEX_PROTECT(...) __VA_ARGS__

@@ -1,0 +1,147 @@
+#include "platform/vex/EventLoop.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+
+namespace Vex {
+
+namespace {
+thread_local EventLoop* currentLoop = nullptr;
+}
+
+Seconds now() {
+  EventLoop* loop = EventLoop::current();
+  if (!loop) {
+    std::fputs("Vex::now() called with no current event loop\n", stderr);
+    std::abort();
+  }
+  return loop->now();
+}
+
+Seconds MonotonicTimeSource::now() {
+  using namespace std::chrono;
+  return duration<double>(steady_clock::now().time_since_epoch()).count();
+}
+
+Seconds SimulatedTimeSource::now() {
+  Seconds t = now_;
+  now_ += step_;
+  return t;
+}
+
+EventLoop::EventLoop() : EventLoop(std::make_unique<SimulatedTimeSource>()) {}
+
+EventLoop::EventLoop(std::unique_ptr<TimeSource> source) : source_(std::move(source)) {
+  simulated_ = dynamic_cast<SimulatedTimeSource*>(source_.get());
+  if (!currentLoop) currentLoop = this;
+}
+
+EventLoop::~EventLoop() {
+  batch_.clear();
+  for (Clock* clock : clocks_) {
+    wheel_.disarm(clock);
+    clock->loop_ = nullptr;
+  }
+  if (currentLoop == this) currentLoop = nullptr;
+}
+
+EventLoop* EventLoop::current() { return currentLoop; }
+void EventLoop::makeCurrent() { currentLoop = this; }
+
+void EventLoop::arm(Clock* clock) {
+  wheel_.disarm(clock);
+  clock->collected_ = false;
+  if (clock->timeMin_ != never) wheel_.arm(clock);
+}
+
+void EventLoop::disarm(Clock* clock) {
+  wheel_.disarm(clock);
+  clock->collected_ = false;
+}
+
+void EventLoop::detach(Clock* clock) {
+  disarm(clock);
+  Clock* last = clocks_.back();
+  clocks_[clock->loopIndex_] = last;
+  last->loopIndex_ = clock->loopIndex_;
+  clocks_.pop_back();
+}
+
+std::size_t EventLoop::fireDue(Seconds t) {
+  std::vector<Ptr<Clock>> batch;
+  batch.swap(batch_);
+  batch.clear();
+  wheel_.collectDue(t, batch);
+  for (auto& clock : batch) clock->collected_ = true;
+  std::size_t fired = 0;
+  for (auto& clock : batch) {
+    // An earlier handler of this batch may have re-armed or disarmed it.
+    if (!clock->collected_) continue;
+    clock->collected_ = false;
+    clock->timeMin_ = never;
+    if (!clock->active_ || clock->zombie_ || !clock->handler_) continue;
+    ++fired;
+    clock->handler_();
+  }
+  batch.clear();
+  batch_.swap(batch);
+  return fired;
+}
+
+std::size_t EventLoop::runUntilIdle() {
+  std::size_t total = 0;
+  for (;;) {
+    Seconds t = now();
+    if (nextWakeTime() > t) return total;
+    total += fireDue(t);
+  }
+}
+
+void EventLoop::advance(Seconds seconds) {
+  if (!simulated_) {
+    std::fputs("EventLoop::advance needs a simulated time source\n", stderr);
+    std::abort();
+  }
+  Seconds target = simulated_->time() + seconds;
+  runUntilIdle();
+  for (;;) {
+    Seconds next = nextWakeTime();
+    if (next > target) break;
+    if (next > simulated_->time()) simulated_->timeIs(next);
+    runUntilIdle();
+  }
+  if (simulated_->time() < target) simulated_->timeIs(target);
+  runUntilIdle();
+}
+
+void EventLoop::runOnce(Seconds maxWait) {
+  Seconds wait = std::min(maxWait, nextWakeTime() - now());
+  if (wait > 0 && !simulated_) std::this_thread::sleep_for(std::chrono::duration<double>(wait));
+  runUntilIdle();
+}
+
+Clock::Clock(Handler handler) : handler_(std::move(handler)), loop_(EventLoop::current()) {
+  if (!loop_) {
+    std::fputs("Vex::Clock made with no current event loop\n", stderr);
+    std::abort();
+  }
+  loopIndex_ = loop_->clocks_.size();
+  loop_->clocks_.push_back(this);
+}
+
+Clock::~Clock() {
+  if (loop_) loop_->detach(this);
+}
+
+void Clock::timeMinIs(Seconds t) {
+  if (t == timeMin_ && !collected_) return;
+  timeMin_ = t;
+  if (loop_) loop_->arm(this);
+}
+
+Ptr<Clock> clockFactory(Clock::Handler handler) { return make<Clock>(std::move(handler)); }
+
+}  // namespace Vex
