@@ -1,0 +1,137 @@
+// Clocks under simulated time: ordering, re-arming, yielding and slicing.
+#include "platform/vex/Clock.h"
+#include "platform/vex/EventLoop.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+class ClockTest : public ::testing::Test {
+ protected:
+  Vex::EventLoop loop;
+  std::vector<std::string> fired;
+
+  Vex::Ptr<Vex::Clock> clock(const std::string& name) {
+    return Vex::clockFactory([this, name] { fired.push_back(name + "@" + std::to_string(Vex::now())); });
+  }
+};
+
+TEST_F(ClockTest, FiresInWakeTimeOrderAtItsWakeTime) {
+  auto a = clock("a"), b = clock("b"), c = clock("c");
+  c->timeMinIs(3.0);
+  a->timeMinIs(1.0);
+  b->timeMinIs(2.0);
+  loop.advance(2.5);
+  EXPECT_EQ(fired, (std::vector<std::string>{"a@1.000000", "b@2.000000"}));
+  EXPECT_DOUBLE_EQ(Vex::now(), 2.5);
+  loop.advance(1.0);
+  EXPECT_EQ(fired.back(), "c@3.000000");
+}
+
+TEST_F(ClockTest, SameWakeTimeFiresInArmingOrder) {
+  auto a = clock("a"), b = clock("b");
+  b->timeMinIs(1.0);
+  a->timeMinIs(1.0);
+  loop.advance(1.0);
+  EXPECT_EQ(fired, (std::vector<std::string>{"b@1.000000", "a@1.000000"}));
+}
+
+TEST_F(ClockTest, NeverDisarmsAndRearmingMoves) {
+  auto a = clock("a");
+  a->timeMinIs(1.0);
+  a->timeMinIs(Vex::never);
+  loop.advance(5.0);
+  EXPECT_TRUE(fired.empty());
+  a->timeMinIs(10.0);
+  a->timeMinIs(7.0);
+  loop.advance(2.5);
+  EXPECT_EQ(fired, std::vector<std::string>{"a@7.000000"});
+  EXPECT_EQ(a->timeMin(), Vex::never);
+}
+
+TEST_F(ClockTest, ClocksBeyondOneWheelTurnStillFireInOrder) {
+  auto far = clock("far"), near = clock("near");
+  far->timeMinIs(3600.0);
+  near->timeMinIs(4.096 + 0.0005);  // same slot as a clock one turn earlier would use
+  loop.advance(4000.0);
+  ASSERT_EQ(fired.size(), 2u);
+  EXPECT_EQ(fired[0].substr(0, 4), "near");
+  EXPECT_EQ(fired[1], "far@3600.000000");
+}
+
+TEST_F(ClockTest, RearmingForNowYieldsToOtherDueWork) {
+  std::vector<std::string> order;
+  int slices = 0;
+  Vex::Ptr<Vex::Clock> walker;
+  walker = Vex::clockFactory([&] {
+    order.push_back("slice");
+    if (++slices < 3) walker->timeMinIs(Vex::now());
+  });
+  auto other = Vex::clockFactory([&] { order.push_back("other"); });
+  walker->timeMinIs(1.0);
+  other->timeMinIs(1.0);
+  loop.advance(1.0);
+  EXPECT_EQ(order, (std::vector<std::string>{"slice", "other", "slice", "slice"}));
+}
+
+TEST_F(ClockTest, RunUntilIdleFiresOnlyWhatIsDue) {
+  auto a = clock("a"), b = clock("b");
+  a->timeMinIs(0.0);
+  b->timeMinIs(1.0);
+  EXPECT_EQ(loop.runUntilIdle(), 1u);
+  EXPECT_EQ(fired, std::vector<std::string>{"a@0.000000"});
+  EXPECT_DOUBLE_EQ(loop.nextWakeTime(), 1.0);
+}
+
+TEST_F(ClockTest, MutedAndZombieClocksDoNotFire) {
+  auto a = clock("a"), b = clock("b");
+  a->hasNotificationActiveIs(false);
+  b->vexDoZombieReactors(true);
+  a->timeMinIs(1.0);
+  b->timeMinIs(1.0);
+  loop.advance(2.0);
+  EXPECT_TRUE(fired.empty());
+}
+
+TEST_F(ClockTest, HandlerMayDisarmAnotherClockOfTheSameTurn) {
+  auto b = clock("b");
+  auto a = Vex::clockFactory([&] { b->timeMinIs(Vex::never); });
+  a->timeMinIs(1.0);
+  b->timeMinIs(1.0);
+  loop.advance(1.0);
+  EXPECT_TRUE(fired.empty());
+}
+
+TEST_F(ClockTest, DestroyedClockIsForgotten) {
+  auto a = clock("a");
+  a->timeMinIs(1.0);
+  a.reset();
+  EXPECT_EQ(loop.armedClocks(), 0u);
+  loop.advance(2.0);
+  EXPECT_TRUE(fired.empty());
+}
+
+TEST_F(ClockTest, SteppingTimeSourceMovesOnEveryReading) {
+  loop.simulatedTime()->stepIs(0.004);
+  // A walk with a 0.01 s quantum that checks the time after each item.
+  int items = 0;
+  Vex::Seconds start = Vex::now();
+  while (Vex::now() - start < 0.01) ++items;
+  EXPECT_EQ(items, 2);
+}
+
+TEST(EventLoop, ClocksOutlivingTheirLoopAreHarmless) {
+  Vex::Ptr<Vex::Clock> orphan;
+  {
+    Vex::EventLoop loop;
+    orphan = Vex::clockFactory([] {});
+    orphan->timeMinIs(1.0);
+  }
+  orphan->timeMinIs(2.0);
+  EXPECT_EQ(Vex::EventLoop::current(), nullptr);
+}
+
+}  // namespace
