@@ -6,6 +6,8 @@
 //   VEX_ATTR(Type, name, Name, default)        scalar: name(), nameIs(v)
 //   VEX_COUNTER(Type, name, Name)              scalar plus nameInc(), nameDec()
 //   VEX_COLLECTION(Key, Value, name, Name)     hash map (boost::unordered_flat_map)
+//   VEX_SET(Key, name, Name)                   hash set: name(key) tells membership,
+//                                              nameIs(key) adds
 //   VEX_ORDERED_COLLECTION(Key, Value, name, Name)
 //                                              std::map: iteration in key order,
 //                                              and a bookmark key survives any
@@ -26,6 +28,7 @@
 #include "platform/vex/Ptr.h"
 
 #include <boost/unordered/unordered_flat_map.hpp>
+#include <boost/unordered/unordered_flat_set.hpp>
 
 #include <map>
 #include <string>
@@ -61,6 +64,8 @@ const T& emptyValue() {
 
 template <class K, class V>
 using HashMap = boost::unordered_flat_map<K, V>;
+template <class K>
+using HashSet = boost::unordered_flat_set<K>;
 
 }  // namespace Vex
 
@@ -116,6 +121,26 @@ using HashMap = boost::unordered_flat_map<K, V>;
     std::vector<Key> keys;                                           \
     keys.reserve(name##_.size());                                    \
     for (const auto& entry : name##_) keys.push_back(entry.first);   \
+    for (const auto& key : keys) name##Del(key);                     \
+  }
+
+#define VEX_SET(Key, name, Name)                                     \
+ private:                                                            \
+  ::Vex::HashSet<Key> name##_;                                       \
+                                                                     \
+ public:                                                             \
+  const ::Vex::HashSet<Key>& name() const { return name##_; }        \
+  bool name(const Key& key) const { return name##_.contains(key); }  \
+  bool name##Has(const Key& key) const { return name##_.contains(key); } \
+  std::size_t name##Size() const { return name##_.size(); }          \
+  void name##Is(const Key& key) {                                    \
+    if (name##_.insert(key).second) this->notify(&Notifiee::handle##Name, key); \
+  }                                                                  \
+  void name##Del(const Key& key) {                                   \
+    if (name##_.erase(key)) this->notify(&Notifiee::handle##Name, key); \
+  }                                                                  \
+  void name##DelAll() {                                              \
+    std::vector<Key> keys(name##_.begin(), name##_.end());           \
     for (const auto& key : keys) name##Del(key);                     \
   }
 

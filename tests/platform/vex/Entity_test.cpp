@@ -178,3 +178,35 @@ TEST(Ptr, LastReferenceDeletes) {
 }
 
 }  // namespace
+
+namespace {
+
+class Members : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::BaseNotifiee<Members> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(Member, int)
+  };
+  VEX_SET(int, member, Member)
+};
+
+TEST(Entity, SetAddsAndRemovesNotifyingOnlyChanges) {
+  auto members = Vex::make<Members>();
+  struct Counter : Members::Notifiee {
+    using Members::Notifiee::Notifiee;
+    int calls = 0;
+    void handleMember(const int&) override { ++calls; }
+  } counter(members);
+  members->memberIs(3);
+  members->memberIs(3);
+  EXPECT_TRUE(members->member(3));
+  EXPECT_FALSE(members->member(4));
+  members->memberIs(4);
+  members->memberDel(9);
+  members->memberDelAll();
+  EXPECT_EQ(members->memberSize(), 0u);
+  EXPECT_EQ(counter.calls, 4);
+}
+
+}  // namespace
