@@ -1,0 +1,133 @@
+// Value types held in the shared state-machine context.
+#pragma once
+
+#include "platform/types/Nexo.h"
+#include "platform/vex/Value.h"
+
+#include <boost/describe/enum.hpp>
+
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+
+namespace Orb {
+
+// What the forwarding hardware is doing as a whole. The chip layer writes it:
+// unknown until it reports, normal while forwarding, and the two start-up
+// modes in which state machines keep what the hardware already holds.
+enum class HwOperationalMode : std::uint8_t { hwModeUnknown, hwModeNormal, hwModeHitlessRestart, hwModeFastBoot };
+BOOST_DESCRIBE_ENUM(HwOperationalMode, hwModeUnknown, hwModeNormal, hwModeHitlessRestart, hwModeFastBoot)
+
+// A set of interfaces.
+struct OrbPortList {
+  std::set<Nexo::IntfId> ports;
+
+  void portIs(const Nexo::IntfId& id, bool member) {
+    if (member) {
+      ports.insert(id);
+    } else {
+      ports.erase(id);
+    }
+  }
+  void portDel(const Nexo::IntfId& id) { ports.erase(id); }
+  bool port(const Nexo::IntfId& id) const { return ports.count(id) != 0; }
+  explicit operator bool() const { return !ports.empty(); }
+  auto operator<=>(const OrbPortList&) const = default;
+};
+VEX_VALUE(OrbPortList, "Orb::OrbPortList", (ports))
+
+// The LACP state of one LAG member.
+struct OrbLagPort {
+  bool collecting = false;
+  bool distributing = false;
+  auto operator<=>(const OrbLagPort&) const = default;
+};
+VEX_VALUE(OrbLagPort, "Orb::OrbLagPort", (collecting, distributing))
+
+// The active members of a LAG with their LACP state.
+struct OrbLagPortList {
+  std::map<Nexo::IntfId, OrbLagPort> ports;
+
+  void portIs(const Nexo::IntfId& id, const OrbLagPort& port) { ports[id] = port; }
+  void portDel(const Nexo::IntfId& id) { ports.erase(id); }
+  explicit operator bool() const { return !ports.empty(); }
+  auto operator<=>(const OrbLagPortList&) const = default;
+};
+VEX_VALUE(OrbLagPortList, "Orb::OrbLagPortList", (ports))
+
+struct OrbPortVlanTpidData {
+  std::uint16_t hwVlanTpid = 0;
+  std::uint16_t vlanTpid = 0;
+  bool dot1QTunnel = false;
+  auto operator<=>(const OrbPortVlanTpidData&) const = default;
+};
+VEX_VALUE(OrbPortVlanTpidData, "Orb::OrbPortVlanTpidData", (hwVlanTpid, vlanTpid, dot1QTunnel))
+
+// The trace level each layer-3 state machine writes at.
+struct BlipLevels {
+  std::uint32_t orbVrfRootSm = 1;
+  std::uint32_t orbRoutingStatusSm = 1;
+  std::uint32_t orbL3FeatureConfigSm = 1;
+  std::uint32_t orbArpSm = 2;
+  std::uint32_t orbIp6NeighborSm = 2;
+  std::uint32_t orbResilientEcmpSm = 3;
+  std::uint32_t orbIp6ResilientEcmpSm = 4;
+  std::uint32_t orbAdjDependencySm = 5;
+  std::uint32_t orbSubIntfSm = 8;
+  std::uint32_t orbIntfStatusSm = 6;
+  std::uint32_t orbL2AdjHelper = 6;
+  std::uint32_t orbPwSm = 6;
+  std::uint32_t orbL3AdjStatusSm = 4;
+  auto operator<=>(const BlipLevels&) const = default;
+};
+VEX_VALUE(BlipLevels, "Orb::BlipLevels",
+          (orbVrfRootSm, orbRoutingStatusSm, orbL3FeatureConfigSm, orbArpSm, orbIp6NeighborSm, orbResilientEcmpSm,
+           orbIp6ResilientEcmpSm, orbAdjDependencySm, orbSubIntfSm, orbIntfStatusSm, orbL2AdjHelper, orbPwSm,
+           orbL3AdjStatusSm))
+
+// Features that need a recirculation LAG, as a set of flags.
+enum class RecircFeature : std::uint8_t { recircNone, recircVxlan, recircMirroring, recircMpls, recircTapAgg };
+BOOST_DESCRIBE_ENUM(RecircFeature, recircNone, recircVxlan, recircMirroring, recircMpls, recircTapAgg)
+
+struct RecircFeatureSet {
+  std::set<RecircFeature> features;
+  auto operator<=>(const RecircFeatureSet&) const = default;
+};
+VEX_VALUE(RecircFeatureSet, "Orb::RecircFeatureSet", (features))
+
+// Head index, next free index and length of the free mirror-session queue.
+struct FreeMirrorSessionMetadata {
+  std::uint32_t head = 0;
+  std::uint32_t next = 0;
+  std::uint32_t count = 0;
+  auto operator<=>(const FreeMirrorSessionMetadata&) const = default;
+};
+VEX_VALUE(FreeMirrorSessionMetadata, "Orb::FreeMirrorSessionMetadata", (head, next, count))
+
+// A memory parity error a chip table reported, to be repaired by the state
+// machine that owns the table.
+struct ParityEvent {
+  struct Key {
+    std::string table;
+    std::uint32_t index = 0;
+    auto operator<=>(const Key&) const = default;
+  };
+  Key key;
+  std::uint32_t count = 0;
+  double timestamp = 0.0;
+  bool corrected = false;
+  auto operator<=>(const ParityEvent&) const = default;
+};
+VEX_VALUE(ParityEvent::Key, "Orb::ParityEvent::Key", (table, index))
+VEX_VALUE(ParityEvent, "Orb::ParityEvent", (key, count, timestamp, corrected))
+
+}  // namespace Orb
+
+namespace OrbTypes {
+
+// How a LAG is formed.
+enum class OrbLagType : std::uint8_t { lagTypeUnknown, lagTypeStatic, lagTypeLacp, lagTypeRecirculation, lagTypeMlag };
+BOOST_DESCRIBE_ENUM(OrbLagType, lagTypeUnknown, lagTypeStatic, lagTypeLacp, lagTypeRecirculation, lagTypeMlag)
+
+}  // namespace OrbTypes

@@ -1,0 +1,182 @@
+// The hardware helper interfaces: one per feature state machine. A chip
+// layer derives from each and overrides its operations; an operation it does
+// not provide runs the default body (ORB_UNIMPLEMENTED), which stops the
+// process unless ORB_NOOP_AGENT is set. Interfaces of features that the
+// library does not drive yet are declared empty, so chip layers can already
+// name them.
+#pragma once
+
+#include "Orb/OrbBaseHelper.h"
+
+#include <string>
+
+namespace OrbHelper {
+
+class OrbHelperMacAddrSm : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperMacAddrSm(const std::string& name = "OrbHelperMacAddrSm") : OrbBaseHelper(name) {}
+};
+
+class OrbHelperLagSm : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperLagSm(const std::string& name = "OrbHelperLagSm") : OrbBaseHelper(name) {}
+};
+
+class OrbHelperRecircSm : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperRecircSm(const std::string& name = "OrbHelperRecircSm") : OrbBaseHelper(name) {}
+};
+
+class OrbHelperL3SourcePortDrop : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperL3SourcePortDrop(const std::string& name = "OrbHelperL3SourcePortDrop") : OrbBaseHelper(name) {}
+};
+
+class OrbHelperSourcePortFiltering : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperSourcePortFiltering(const std::string& name = "OrbHelperSourcePortFiltering")
+      : OrbBaseHelper(name) {}
+};
+
+class OrbHelperCountersSm : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperCountersSm(const std::string& name = "OrbHelperCountersSm") : OrbBaseHelper(name) {}
+};
+
+class OrbVlanCountersHelper : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbVlanCountersHelper(const std::string& name = "OrbVlanCountersHelper") : OrbBaseHelper(name) {}
+};
+
+class OrbSubIntfCountersHelper : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbSubIntfCountersHelper(const std::string& name = "OrbSubIntfCountersHelper") : OrbBaseHelper(name) {}
+};
+
+class OrbHelperSubIntf : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperSubIntf(const std::string& name = "OrbHelperSubIntf") : OrbBaseHelper(name) {}
+};
+
+class OrbHelperPortStatusSm : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperPortStatusSm(const std::string& name = "OrbHelperPortStatusSm") : OrbBaseHelper(name) {}
+};
+
+class OrbHelperIgmpSnoopingSm : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperIgmpSnoopingSm(const std::string& name = "OrbHelperIgmpSnoopingSm") : OrbBaseHelper(name) {}
+};
+
+class OrbHelperArpInspectionSm : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperArpInspectionSm(const std::string& name = "OrbHelperArpInspectionSm") : OrbBaseHelper(name) {}
+};
+
+class OrbHelperArpSuppressionSm : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperArpSuppressionSm(const std::string& name = "OrbHelperArpSuppressionSm") : OrbBaseHelper(name) {}
+};
+
+class OrbHelperDhcpSnoopingSm : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperDhcpSnoopingSm(const std::string& name = "OrbHelperDhcpSnoopingSm") : OrbBaseHelper(name) {}
+};
+
+class OrbHelperLoopProtectSm : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperLoopProtectSm(const std::string& name = "OrbHelperLoopProtectSm") : OrbBaseHelper(name) {}
+};
+
+class OrbHelperIpSourceGuardSm : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperIpSourceGuardSm(const std::string& name = "OrbHelperIpSourceGuardSm") : OrbBaseHelper(name) {}
+};
+
+class OrbHelperIpSourceGuardVlan : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperIpSourceGuardVlan(const std::string& name = "OrbHelperIpSourceGuardVlan") : OrbBaseHelper(name) {}
+};
+
+class OrbHelperDot1x : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperDot1x(const std::string& name = "OrbHelperDot1x") : OrbBaseHelper(name) {}
+};
+
+class OrbHelperIeeeReserved : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperIeeeReserved(const std::string& name = "OrbHelperIeeeReserved") : OrbBaseHelper(name) {}
+};
+
+class OrbHelperL2Pt : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperL2Pt(const std::string& name = "OrbHelperL2Pt") : OrbBaseHelper(name) {}
+};
+
+class OrbHelperPw : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperPw(const std::string& name = "OrbHelperPw") : OrbBaseHelper(name) {}
+};
+
+class OrbHelperIntfVlanTagFormatDrop : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperIntfVlanTagFormatDrop(const std::string& name = "OrbHelperIntfVlanTagFormatDrop")
+      : OrbBaseHelper(name) {}
+};
+
+class OrbHelperIntfVlanMappingRequired : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperIntfVlanMappingRequired(const std::string& name = "OrbHelperIntfVlanMappingRequired")
+      : OrbBaseHelper(name) {}
+};
+
+class OrbHelperL2CascadeEndPointSm : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbHelperL2CascadeEndPointSm(const std::string& name = "OrbHelperL2CascadeEndPointSm")
+      : OrbBaseHelper(name) {}
+};
+
+class L3CascadeEndPointSmHelper : public Orb::OrbBaseHelper {
+ public:
+  explicit L3CascadeEndPointSmHelper(const std::string& name = "L3CascadeEndPointSmHelper") : OrbBaseHelper(name) {}
+};
+
+class MirroringGreTunnelSmHelper : public Orb::OrbBaseHelper {
+ public:
+  explicit MirroringGreTunnelSmHelper(const std::string& name = "MirroringGreTunnelSmHelper") : OrbBaseHelper(name) {}
+};
+
+class PrivateVlanDriverMappingHelper : public Orb::OrbBaseHelper {
+ public:
+  explicit PrivateVlanDriverMappingHelper(const std::string& name = "PrivateVlanDriverMappingHelper")
+      : OrbBaseHelper(name) {}
+};
+
+class MlagHelper : public Orb::OrbBaseHelper {
+ public:
+  explicit MlagHelper(const std::string& name = "MlagHelper") : OrbBaseHelper(name) {}
+};
+
+class AclHelper : public Orb::OrbBaseHelper {
+ public:
+  explicit AclHelper(const std::string& name = "AclHelper") : OrbBaseHelper(name) {}
+};
+
+class AclHelperCallbackData : public Orb::OrbBaseHelper {
+ public:
+  explicit AclHelperCallbackData(const std::string& name = "AclHelperCallbackData") : OrbBaseHelper(name) {}
+};
+
+class OrbPktSmHelper : public Orb::OrbBaseHelper {
+ public:
+  explicit OrbPktSmHelper(const std::string& name = "OrbPktSmHelper") : OrbBaseHelper(name) {}
+};
+
+// A packet helper whose operations all do nothing, for agents without a
+// packet driver.
+class OrbPktSmHelperNull : public OrbPktSmHelper {
+ public:
+  explicit OrbPktSmHelperNull(const std::string& name = "OrbPktSmHelperNull") : OrbPktSmHelper(name) {}
+};
+
+}  // namespace OrbHelper

@@ -1,0 +1,154 @@
+#include "agent/Agent.h"
+
+#include "Orb/OrbTrace.h"
+#include "platform/blip/Blip.h"
+
+#include <fmt/format.h>
+#include <readline/history.h>
+#include <readline/readline.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+
+namespace Agent {
+
+Agent::Agent(const Options& options) {
+  if (options.realTime) {
+    loop_ = std::make_unique<Vex::EventLoop>(std::make_unique<Vex::MonotonicTimeSource>());
+  } else {
+    loop_ = std::make_unique<Vex::EventLoop>();
+  }
+  loop_->makeCurrent();
+  hive_ = Hive::rootFactory();
+  Orb::registerOrbTraceModules();
+  // The shared context first, then the chip layer's helpers, then the
+  // feature state machines, each given its inputs, outputs, context and helper.
+  ocsd_ = Orb::orbCommonSmDataFactory("ocsd");
+  chip_ = SoftChip::softChipFactory();
+  pktHelper_ = Vex::make<OrbHelper::OrbPktSmHelperNull>();
+  registerCoreCommands();
+}
+
+Agent::~Agent() {
+  // Machines go before their helpers, helpers before the chip, and the
+  // shared context outlives them all.
+  pktHelper_.reset();
+  chip_.reset();
+  ocsd_.reset();
+  hive_.reset();
+  loop_.reset();
+}
+
+void Agent::execute(const std::string& line, std::ostream& out) {
+  shell_.execute(line, out);
+  loop_->runUntilIdle();
+}
+
+int Agent::runScenario(const std::string& path, std::ostream& out, std::ostream& err) {
+  std::ifstream file(path);
+  if (!file) {
+    err << path << ": cannot open scenario file\n";
+    return 1;
+  }
+  std::string line;
+  for (int number = 1; std::getline(file, line); ++number) {
+    try {
+      execute(line, out);
+    } catch (const std::exception& e) {
+      err << path << ":" << number << ": " << e.what() << "\n";
+      return 1;
+    }
+    if (shell_.quitRequested()) break;
+  }
+  return 0;
+}
+
+namespace {
+
+// One line of input; readline when a person is typing.
+bool readLine(std::istream& in, bool interactive, std::string& line) {
+  if (!interactive) return static_cast<bool>(std::getline(in, line));
+  char* text = readline("orb> ");
+  if (!text) return false;
+  line = text;
+  if (*text) add_history(text);
+  std::free(text);
+  return true;
+}
+
+}  // namespace
+
+int Agent::runShell(std::istream& in, std::ostream& out, std::ostream& err, bool interactive) {
+  std::string line;
+  while (!shell_.quitRequested() && readLine(in, interactive, line)) {
+    try {
+      execute(line, out);
+    } catch (const std::exception& e) {
+      err << "% " << e.what() << "\n";
+    }
+    out.flush();
+  }
+  return 0;
+}
+
+void Agent::registerCoreCommands() {
+  shell_.commandIs("help", "", "list the commands", [this](const Args& args, std::ostream& out) {
+    expectArgs(args, 0, 0, "help");
+    shell_.help(out);
+  });
+  shell_.commandIs("quit", "", "leave the shell", [this](const Args& args, std::ostream&) {
+    expectArgs(args, 0, 0, "quit");
+    shell_.quitIs(true);
+  });
+  shell_.commandIs("show version", "", "the agent's version", [](const Args& args, std::ostream& out) {
+    expectArgs(args, 0, 0, "show version");
+    out << "orb-agent " << ORB_VERSION << " (libOrb " << ORB_VERSION << ", soft chip)\n";
+  });
+  shell_.commandIs("show time", "", "the event loop's current time", [this](const Args& args, std::ostream& out) {
+    expectArgs(args, 0, 0, "show time");
+    out << fmt::format("{:.3f}\n", loop_->now());
+  });
+  shell_.commandIs("advance", "SECONDS", "move simulated time forward, firing what falls due",
+                   [this](const Args& args, std::ostream&) {
+                     expectArgs(args, 1, 1, "advance SECONDS");
+                     double seconds = parseSeconds(args[0]);
+                     if (!loop_->simulatedTime()) throw CommandError("advance needs simulated time (not --real-time)");
+                     loop_->advance(seconds);
+                   });
+  shell_.commandIs("show chip", "", "everything the soft chip holds, as JSON",
+                   [this](const Args& args, std::ostream& out) {
+                     expectArgs(args, 0, 0, "show chip");
+                     out << chip_->json() << "\n";
+                   });
+  shell_.commandIs("trace", "MODULE LEVEL", "set a module's trace level (0 off to 9), or 'all'",
+                   [](const Args& args, std::ostream&) {
+                     expectArgs(args, 2, 2, "trace MODULE LEVEL");
+                     auto level = static_cast<unsigned>(parseInteger(args[1], 0, 9));
+                     auto handles = Blip::handles();
+                     if (args[0] == "all") {
+                       for (auto& [name, handle] : handles) handle->levelIs(level);
+                       return;
+                     }
+                     auto it = handles.find(args[0]);
+                     if (it == handles.end()) throw CommandError("unknown trace module '" + args[0] + "'");
+                     it->second->levelIs(level);
+                   });
+  shell_.commandIs("show trace", "[LINES]", "trace levels and the latest trace lines (default 20)",
+                   [](const Args& args, std::ostream& out) {
+                     expectArgs(args, 0, 1, "show trace [LINES]");
+                     std::size_t count = args.empty() ? 20 : static_cast<std::size_t>(parseInteger(args[0], 0, 100000));
+                     out << "Module                 Level\n";
+                     for (const auto& [name, handle] : Blip::handles())
+                       out << fmt::format("{:<22} {}\n", name, handle->level());
+                     const auto& lines = Blip::ring().lines();
+                     std::size_t first = lines.size() > count ? lines.size() - count : 0;
+                     for (std::size_t i = first; i < lines.size(); ++i) out << Blip::format(lines[i]) << "\n";
+                   });
+  shell_.commandIs("echo", "TEXT...", "print a line (for scenario files)", [](const Args& args, std::ostream& out) {
+    for (std::size_t i = 0; i < args.size(); ++i) out << (i ? " " : "") << args[i];
+    out << "\n";
+  });
+}
+
+}  // namespace Agent

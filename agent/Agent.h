@@ -1,0 +1,59 @@
+// orb-agent's wiring: the event loop, the state database, the shared
+// context, the soft chip and its helpers, and the feature state machines,
+// made in that order through their factories and torn down in reverse.
+#pragma once
+
+#include "Orb/OrbCommon.h"
+#include "Orb/OrbHelper.h"
+#include "agent/CommandShell.h"
+#include "chip/softchip/SoftChip.h"
+#include "platform/hive/Hive.h"
+#include "platform/vex/EventLoop.h"
+
+#include <iosfwd>
+#include <memory>
+#include <string>
+
+namespace Agent {
+
+struct Options {
+  // Run on the monotonic clock instead of simulated time.
+  bool realTime = false;
+};
+
+class Agent {
+ public:
+  explicit Agent(const Options& options);
+  ~Agent();
+  Agent(const Agent&) = delete;
+  Agent& operator=(const Agent&) = delete;
+
+  Vex::EventLoop& loop() { return *loop_; }
+  Hive::Root& hive() { return *hive_; }
+  const Vex::Ptr<Orb::OrbCommonSmData>& ocsd() const { return ocsd_; }
+  SoftChip::SoftChip& chip() { return *chip_; }
+  CommandShell& shell() { return shell_; }
+
+  // Runs one command line, then lets the loop do what became due.
+  void execute(const std::string& line, std::ostream& out);
+
+  // Runs a scenario file, one command a line. On the first error prints
+  // "FILE:LINE: message" to `err` and returns 1; 0 when every line ran.
+  int runScenario(const std::string& path, std::ostream& out, std::ostream& err);
+
+  // Reads commands until end of input or `quit`. Errors are reported and the
+  // shell goes on. With `interactive`, prompts and keeps line history.
+  int runShell(std::istream& in, std::ostream& out, std::ostream& err, bool interactive);
+
+ private:
+  void registerCoreCommands();
+
+  std::unique_ptr<Vex::EventLoop> loop_;
+  Vex::Ptr<Hive::Root> hive_;
+  Vex::Ptr<Orb::OrbCommonSmData> ocsd_;
+  Vex::Ptr<SoftChip::SoftChip> chip_;
+  Vex::Ptr<OrbHelper::OrbPktSmHelperNull> pktHelper_;
+  CommandShell shell_;
+};
+
+}  // namespace Agent

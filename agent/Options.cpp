@@ -1,0 +1,21 @@
+#include "agent/Options.h"
+
+#include <sstream>
+
+namespace Agent {
+
+void addCommonOptions(CLI::App& app, CommandLine& options) {
+  app.add_flag("--real-time", options.realTime, "run clocks on the monotonic clock instead of simulated time");
+  app.add_option("--trace", options.traces, "turn on traces: MODULE=LEVEL (repeatable)");
+}
+
+void applyCommonOptions(Agent& agent, const CommandLine& options) {
+  for (const auto& trace : options.traces) {
+    auto eq = trace.find('=');
+    if (eq == std::string::npos) throw CommandError("--trace wants MODULE=LEVEL, not '" + trace + "'");
+    std::ostringstream ignored;
+    agent.execute("trace " + trace.substr(0, eq) + " " + trace.substr(eq + 1), ignored);
+  }
+}
+
+}  // namespace Agent

@@ -1,0 +1,84 @@
+// orb-agent: the forwarding agent on the soft chip.
+//
+//   orb-agent                 reads commands from standard input on real time
+//                             until end of input or a signal
+//   orb-agent shell           interactive shell (simulated time)
+//   orb-agent run FILE        runs a scenario file (simulated time)
+#include "agent/Agent.h"
+#include "agent/Options.h"
+
+#include <CLI/CLI.hpp>
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <iostream>
+
+namespace {
+
+volatile std::sig_atomic_t stopRequested = 0;
+void requestStop(int) { stopRequested = 1; }
+
+// The plain mode: commands from standard input, clocks on real time, until
+// end of input or SIGINT/SIGTERM.
+int runDaemon(Agent::Agent& agent) {
+  std::signal(SIGINT, requestStop);
+  std::signal(SIGTERM, requestStop);
+  std::string pending;
+  char buffer[4096];
+  while (!stopRequested && !agent.shell().quitRequested()) {
+    double wait = agent.loop().nextWakeTime() - agent.loop().now();
+    int timeoutMs = wait > 1.0 ? 1000 : static_cast<int>(std::max(0.0, wait) * 1000);
+    pollfd input{STDIN_FILENO, POLLIN, 0};
+    int ready = ::poll(&input, 1, timeoutMs);
+    if (ready > 0) {
+      ssize_t n = ::read(STDIN_FILENO, buffer, sizeof buffer);
+      if (n <= 0) break;
+      pending.append(buffer, static_cast<std::size_t>(n));
+      for (auto end = pending.find('\n'); end != std::string::npos; end = pending.find('\n')) {
+        std::string line = pending.substr(0, end);
+        pending.erase(0, end + 1);
+        try {
+          agent.execute(line, std::cout);
+        } catch (const std::exception& e) {
+          std::cerr << "% " << e.what() << "\n";
+        }
+        std::cout.flush();
+      }
+    }
+    agent.loop().runUntilIdle();
+  }
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{"orb-agent: the libOrb forwarding agent on the soft chip"};
+  app.set_version_flag("--version", std::string("orb-agent ") + ORB_VERSION);
+  Agent::CommandLine options;
+  Agent::addCommonOptions(app, options);
+
+  auto* shell = app.add_subcommand("shell", "interactive shell");
+  auto* run = app.add_subcommand("run", "run a scenario file");
+  std::string scenario;
+  run->add_option("FILE", scenario, "scenario file: one command a line, # comments")->required();
+  app.require_subcommand(0, 1);
+  CLI11_PARSE(app, argc, argv);
+
+  try {
+    if (shell->parsed() || run->parsed())
+      options.agent.realTime = options.realTime;
+    else
+      options.agent.realTime = true;
+    Agent::Agent agent(options.agent);
+    Agent::applyCommonOptions(agent, options);
+    if (run->parsed()) return agent.runScenario(scenario, std::cout, std::cerr);
+    if (shell->parsed()) return agent.runShell(std::cin, std::cout, std::cerr, ::isatty(STDIN_FILENO));
+    return runDaemon(agent);
+  } catch (const std::exception& e) {
+    std::cerr << "orb-agent: " << e.what() << "\n";
+    return 1;
+  }
+}

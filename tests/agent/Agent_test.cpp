@@ -1,0 +1,91 @@
+// orb-agent: scenario replay and the shell's handling of bad input.
+#include "agent/Agent.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+namespace {
+
+std::string writeScenario(const std::string& name, const std::string& text) {
+  std::string path = ::testing::TempDir() + name;
+  std::ofstream(path) << text;
+  return path;
+}
+
+TEST(AgentScenario, RunsEveryLineOnSimulatedTime) {
+  Agent::Agent agent(Agent::Options{});
+  std::ostringstream out, err;
+  auto path = writeScenario("ok.orb", "# comment\n\necho hello   world\nadvance 2.5 # trailing comment\nshow time\n");
+  EXPECT_EQ(agent.runScenario(path, out, err), 0);
+  EXPECT_EQ(out.str(), "hello world\n2.500\n");
+  EXPECT_EQ(err.str(), "");
+}
+
+TEST(AgentScenario, StopsAtTheFirstErrorWithFileAndLine) {
+  Agent::Agent agent(Agent::Options{});
+  std::ostringstream out, err;
+  auto path = writeScenario("bad.orb", "echo one\nadvance soon\necho never\n");
+  EXPECT_EQ(agent.runScenario(path, out, err), 1);
+  EXPECT_EQ(out.str(), "one\n");
+  EXPECT_EQ(err.str(), path + ":2: bad number of seconds 'soon'\n");
+}
+
+TEST(AgentScenario, MissingFileIsAnError) {
+  Agent::Agent agent(Agent::Options{});
+  std::ostringstream out, err;
+  EXPECT_EQ(agent.runScenario("/nonexistent/x.orb", out, err), 1);
+  EXPECT_NE(err.str().find("cannot open"), std::string::npos);
+}
+
+TEST(AgentShell, ReportsErrorsAndGoesOn) {
+  Agent::Agent agent(Agent::Options{});
+  std::istringstream in(
+      "frobnicate\nadvance\nadvance -1\nshow version extra\nadvance 1\nshow time\nquit\necho after\n");
+  std::ostringstream out, err;
+  EXPECT_EQ(agent.runShell(in, out, err, false), 0);
+  EXPECT_EQ(err.str(),
+            "% unknown command 'frobnicate' (try 'help')\n"
+            "% usage: advance SECONDS\n"
+            "% bad number of seconds '-1'\n"
+            "% usage: show version\n");
+  EXPECT_EQ(out.str(), "1.000\n");
+}
+
+TEST(AgentShell, HelpListsTheCoreCommands) {
+  Agent::Agent agent(Agent::Options{});
+  std::ostringstream out;
+  agent.execute("help", out);
+  for (const char* command : {"show version", "show trace", "trace", "advance", "show chip", "quit"}) {
+    EXPECT_NE(out.str().find(command), std::string::npos) << command;
+  }
+}
+
+TEST(AgentShell, ShowChipIsJson) {
+  Agent::Agent agent(Agent::Options{});
+  std::ostringstream out;
+  agent.execute("show chip", out);
+  EXPECT_EQ(out.str().front(), '{');
+  EXPECT_NE(out.str().find("\"tables\""), std::string::npos);
+}
+
+TEST(AgentShell, AdvanceRefusedOnRealTime) {
+  Agent::Options options;
+  options.realTime = true;
+  Agent::Agent agent(options);
+  std::ostringstream out;
+  EXPECT_THROW(agent.execute("advance 1", out), Agent::CommandError);
+}
+
+TEST(AgentDemo, BundledDemoRuns) {
+  const char* source = std::getenv("ORB_TEST_SOURCE_DIR");
+  ASSERT_NE(source, nullptr);
+  Agent::Agent agent(Agent::Options{});
+  std::ostringstream out, err;
+  EXPECT_EQ(agent.runScenario(std::string(source) + "/examples/demo.orb", out, err), 0) << err.str();
+}
+
+}  // namespace
