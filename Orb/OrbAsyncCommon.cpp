@@ -9,8 +9,10 @@ OrbAsyncBaseHelper::OrbAsyncBaseHelper() : Entity("asyncBaseHelper") {
 }
 
 std::uint32_t OrbAsyncBaseHelper::nextPriority() {
+  // The last priority handed out is 1: 0 would rank below everything.
+  --priority_;
   ORB_ASSERT(priority() > 0);
-  return --priority_;
+  return priority_;
 }
 
 Vex::Ptr<OrbAsyncBaseHelper> orbAsyncBaseHelperFactory() { return Vex::make<OrbAsyncBaseHelper>(); }

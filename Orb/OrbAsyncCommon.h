@@ -46,6 +46,7 @@ class OrbAsyncBaseHelper : public Vex::Entity {
   VEX_ATTR(bool, asyncTcamOperationsSupported, AsyncTcamOperationsSupported, false)
 
   std::uint32_t priority() const { return priority_; }
+  void priorityIs(std::uint32_t priority) { priority_ = priority; }
   // Hands out strictly decreasing priorities, the first 4294967294.
   std::uint32_t nextPriority();
 

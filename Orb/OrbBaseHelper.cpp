@@ -28,6 +28,10 @@ EmptyResult unimplementedOperation(const char* helperClass, const char* operatio
 OrbBaseSm::OrbBaseSm(const Vex::Ptr<OrbCommonSmData>& ocsd) : ocsd_(ocsd) {}
 
 OrbBaseSm::~OrbBaseSm() {
+  // Nested reactors are members of the derived machine and are gone by now;
+  // a machine whose reactors could hear anything while it is torn down
+  // zombifies them in its own destructor first.
+  reactors_.clear();
   vexDoZombieReactors(true);
   ocsd_.reset();
 }
