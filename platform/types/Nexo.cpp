@@ -110,7 +110,10 @@ std::string IntfId::stringValue() const {
     if (i) text += '/';
     text += std::to_string(n - 1);
   }
-  if (isSubIntf()) text += "." + std::to_string(subIntfNumber());
+  if (isSubIntf()) {
+    text += '.';
+    text += std::to_string(subIntfNumber());
+  }
   return text;
 }
 
@@ -222,7 +225,7 @@ Prefix::Prefix(std::string_view text) {
 
 bool Prefix::contains(const IpAddr& a) const { return Prefix(a, len_).addr() == addr_; }
 
-std::string Prefix::stringValue() const { return addr_.stringValue() + "/" + std::to_string(len_); }
+std::string Prefix::stringValue() const { return fmt::format("{}/{}", addr_.stringValue(), len_); }
 
 Ip6Prefix::Ip6Prefix(const Ip6Addr& addr, unsigned len) : len_(static_cast<std::uint8_t>(len)) {
   if (len > 128) throw Vex::RangeError("Ip6Prefix::len > 128 not allowed");
@@ -240,6 +243,6 @@ Ip6Prefix::Ip6Prefix(std::string_view text) {
   *this = Ip6Prefix(Ip6Addr(addr), len);
 }
 
-std::string Ip6Prefix::stringValue() const { return addr_.stringValue() + "/" + std::to_string(len_); }
+std::string Ip6Prefix::stringValue() const { return fmt::format("{}/{}", addr_.stringValue(), len_); }
 
 }  // namespace Nexo
