@@ -25,14 +25,27 @@ Agent::Agent(const Options& options) {
   // The shared context first, then the chip layer's helpers, then the
   // feature state machines, each given its inputs, outputs, context and helper.
   ocsd_ = Orb::orbCommonSmDataFactory("ocsd");
+  for (unsigned port = 1; port <= options.ports; ++port)
+    ocsd_->intfIs(Nexo::IntfId(fmt::format("Ethernet{}", port)), true);
+  ocsd_->cpuIntfIs(Nexo::IntfId("Cpu"), true);
   chip_ = SoftChip::softChipFactory();
   pktHelper_ = Vex::make<OrbHelper::OrbPktSmHelperNull>();
+  vlanHelper_ = Vex::make<SoftChip::SoftVlanHelper>(chip_);
+  ocsd_->vlanHelperIs(vlanHelper_);
+  vlanPhyIntfSm_ =
+      Orb::vlanPhyIntfSmFactory(ocsd_, vlanHelper_, hive_->mount<Bridging::Config>(Paths::bridgingConfig),
+                                hive_->mount<VlanPhyIntfStatusLib::VlanPhyIntfStatusDir>(Paths::vlanPhyIntfStatus),
+                                hive_->mount<Orb::DynamicExpVlanDir>(Paths::dynamicExpVlan));
   registerCoreCommands();
+  registerVlanCommands();
 }
 
 Agent::~Agent() {
   // Machines go before their helpers, helpers before the chip, and the
   // shared context outlives them all.
+  vlanPhyIntfSm_.reset();
+  if (ocsd_) ocsd_->vlanHelperIs(nullptr);
+  vlanHelper_.reset();
   pktHelper_.reset();
   chip_.reset();
   ocsd_.reset();

@@ -5,8 +5,10 @@
 
 #include "Orb/OrbCommon.h"
 #include "Orb/OrbHelper.h"
+#include "Orb/OrbVlanPhyIntfSm.h"
 #include "agent/CommandShell.h"
 #include "chip/softchip/SoftChip.h"
+#include "chip/softchip/SoftVlan.h"
 #include "platform/hive/Hive.h"
 #include "platform/vex/EventLoop.h"
 
@@ -19,7 +21,16 @@ namespace Agent {
 struct Options {
   // Run on the monotonic clock instead of simulated time.
   bool realTime = false;
+  // Front-panel ports of the soft chip: Ethernet1 to EthernetN.
+  unsigned ports = 48;
 };
+
+// State-database paths the agent mounts.
+namespace Paths {
+inline constexpr const char* bridgingConfig = "bridging/config";
+inline constexpr const char* vlanPhyIntfStatus = "bridging/vlan/phyIntfStatus";
+inline constexpr const char* dynamicExpVlan = "bridging/vlan/dynamicExpVlan";
+}  // namespace Paths
 
 class Agent {
  public:
@@ -33,6 +44,8 @@ class Agent {
   const Vex::Ptr<Orb::OrbCommonSmData>& ocsd() const { return ocsd_; }
   SoftChip::SoftChip& chip() { return *chip_; }
   CommandShell& shell() { return shell_; }
+  SoftChip::SoftVlanHelper& vlanHelper() { return *vlanHelper_; }
+  const Vex::Ptr<Orb::VlanPhyIntfSm>& vlanPhyIntfSm() const { return vlanPhyIntfSm_; }
 
   // Runs one command line, then lets the loop do what became due.
   void execute(const std::string& line, std::ostream& out);
@@ -47,12 +60,15 @@ class Agent {
 
  private:
   void registerCoreCommands();
+  void registerVlanCommands();
 
   std::unique_ptr<Vex::EventLoop> loop_;
   Vex::Ptr<Hive::Root> hive_;
   Vex::Ptr<Orb::OrbCommonSmData> ocsd_;
   Vex::Ptr<SoftChip::SoftChip> chip_;
   Vex::Ptr<OrbHelper::OrbPktSmHelperNull> pktHelper_;
+  Vex::Ptr<SoftChip::SoftVlanHelper> vlanHelper_;
+  Vex::Ptr<Orb::VlanPhyIntfSm> vlanPhyIntfSm_;
   CommandShell shell_;
 };
 

@@ -1,0 +1,54 @@
+#include "agent/IntfRange.h"
+
+#include "agent/CommandShell.h"
+
+#include <cctype>
+
+namespace Agent {
+
+namespace {
+
+bool allDigits(const std::string& text) {
+  if (text.empty()) return false;
+  for (char c : text) {
+    if (!std::isdigit(static_cast<unsigned char>(c))) return false;
+  }
+  return true;
+}
+
+Nexo::IntfId intf(const std::string& name) {
+  try {
+    return Nexo::IntfId(name);
+  } catch (const std::exception&) {
+    throw CommandError("bad interface '" + name + "'");
+  }
+}
+
+}  // namespace
+
+std::vector<Nexo::IntfId> parseIntfRange(const std::string& text) {
+  std::vector<Nexo::IntfId> out;
+  std::size_t start = 0;
+  while (start <= text.size()) {
+    std::size_t comma = text.find(',', start);
+    std::string item = text.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
+    start = comma == std::string::npos ? text.size() + 1 : comma + 1;
+    // "Ethernet1-4": a dash followed only by digits closes a range.
+    std::size_t dash = item.rfind('-');
+    if (dash != std::string::npos && allDigits(item.substr(dash + 1))) {
+      std::size_t digits = dash;
+      while (digits > 0 && std::isdigit(static_cast<unsigned char>(item[digits - 1]))) --digits;
+      if (digits == dash) throw CommandError("bad interface range '" + item + "'");
+      std::string prefix = item.substr(0, digits);
+      long first = parseInteger(item.substr(digits, dash - digits), 0, 65534);
+      long last = parseInteger(item.substr(dash + 1), 0, 65534);
+      if (last < first || last - first > 4096) throw CommandError("bad interface range '" + item + "'");
+      for (long n = first; n <= last; ++n) out.push_back(intf(prefix + std::to_string(n)));
+    } else {
+      out.push_back(intf(item));
+    }
+  }
+  return out;
+}
+
+}  // namespace Agent
