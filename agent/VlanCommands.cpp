@@ -111,7 +111,7 @@ void Agent::registerVlanCommands() {
                      }
                    });
   shell_.commandIs("show vlan", "[ID]", "configured and hardware members, pending and in-flight generations",
-                   [=](const Args& args, std::ostream& out) {
+                   [this, statusDir](const Args& args, std::ostream& out) {
                      expectArgs(args, 0, 1, "show vlan [ID]");
                      std::set<Bridging::VlanId> vlans;
                      if (!args.empty()) {
