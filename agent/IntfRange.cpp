@@ -33,6 +33,7 @@ std::vector<Nexo::IntfId> parseIntfRange(const std::string& text) {
     std::size_t comma = text.find(',', start);
     std::string item = text.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
     start = comma == std::string::npos ? text.size() + 1 : comma + 1;
+    if (item.empty()) throw CommandError("empty interface in '" + text + "'");
     // "Ethernet1-4": a dash followed only by digits closes a range.
     std::size_t dash = item.rfind('-');
     if (dash != std::string::npos && allDigits(item.substr(dash + 1))) {

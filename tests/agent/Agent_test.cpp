@@ -81,11 +81,10 @@ TEST(AgentShell, AdvanceRefusedOnRealTime) {
 }
 
 TEST(AgentDemo, BundledDemoRuns) {
-  const char* source = std::getenv("ORB_TEST_SOURCE_DIR");
-  ASSERT_NE(source, nullptr);
   Agent::Agent agent(Agent::Options{});
   std::ostringstream out, err;
-  EXPECT_EQ(agent.runScenario(std::string(source) + "/examples/demo.orb", out, err), 0) << err.str();
+  EXPECT_EQ(agent.runScenario(std::string(ORB_SOURCE_DIR) + "/examples/demo.orb", out, err), 0) << err.str();
+  EXPECT_NE(out.str().find("hardware:   Ethernet1 Ethernet3(t) Ethernet4(t) Ethernet6 Ethernet7"), std::string::npos);
 }
 
 }  // namespace
