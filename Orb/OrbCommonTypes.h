@@ -14,10 +14,17 @@
 namespace Orb {
 
 // What the forwarding hardware is doing as a whole. The chip layer writes it:
-// unknown until it reports, normal while forwarding, and the two start-up
-// modes in which state machines keep what the hardware already holds.
-enum class HwOperationalMode : std::uint8_t { hwModeUnknown, hwModeNormal, hwModeHitlessRestart, hwModeFastBoot };
-BOOST_DESCRIBE_ENUM(HwOperationalMode, hwModeUnknown, hwModeNormal, hwModeHitlessRestart, hwModeFastBoot)
+// unknown until it reports, normal switching, the two start-up modes in
+// which state machines keep what the hardware already holds, and tap
+// aggregation (tap/tool ports, no spanning tree).
+enum class HwOperationalMode : std::uint8_t {
+  hwModeUnknown,
+  hwModeNormal,
+  hwModeHitlessRestart,
+  hwModeFastBoot,
+  hwModeTapAgg,
+};
+BOOST_DESCRIBE_ENUM(HwOperationalMode, hwModeUnknown, hwModeNormal, hwModeHitlessRestart, hwModeFastBoot, hwModeTapAgg)
 
 // A set of interfaces.
 struct OrbPortList {

@@ -7,6 +7,8 @@
 #pragma once
 
 #include "Orb/OrbBaseHelper.h"
+#include "Orb/OrbCommonTypes.h"
+#include "platform/types/Nexo.h"
 
 #include <string>
 
@@ -17,9 +19,25 @@ class OrbHelperMacAddrSm : public Orb::OrbBaseHelper {
   explicit OrbHelperMacAddrSm(const std::string& name = "OrbHelperMacAddrSm") : OrbBaseHelper(name) {}
 };
 
+// LAGs in hardware. Every operation is optional: the defaults do nothing.
 class OrbHelperLagSm : public Orb::OrbBaseHelper {
  public:
   explicit OrbHelperLagSm(const std::string& name = "OrbHelperLagSm") : OrbBaseHelper(name) {}
+
+  virtual void hwInit() {}
+  virtual void lacpEnabledIs(bool) {}
+  virtual void maybeCreateLag(const Nexo::IntfId&) {}
+  virtual void maybeDestroyLag(const Nexo::IntfId&) {}
+  virtual void updateLagMember(const Nexo::IntfId&, const Nexo::IntfId&, bool, const Orb::OrbLagPortList&) {}
+  virtual void updateLag(const Nexo::IntfId&, const Orb::OrbLagPortList&) {}
+  // True when the chip layer, not the shared context, decides which
+  // interfaces it manages.
+  virtual bool intfManagedCheckOverride() { return false; }
+  virtual bool isIntfManaged(const Nexo::IntfId&) { return false; }
+  // Makes the LAG use (true) or stop using (false) the peer link's members.
+  virtual void maybeShareLagMembership(const Nexo::IntfId&, const Nexo::IntfId&, bool) {}
+  virtual void handleVerify() {}
+  virtual void handleRetryVerify() {}
 };
 
 class OrbHelperRecircSm : public Orb::OrbBaseHelper {

@@ -9,7 +9,8 @@ namespace Orb {
 Blip::Handle& orbTraceHandle(const std::string& module) { return Blip::handle(module); }
 
 void registerOrbTraceModules() {
-  for (const char* module : {"OrbCommon", "OrbVlanHelper", "OrbVlanPhyIntfSm"}) orbTraceHandle(module);
+  for (const char* module : {"OrbCommon", "OrbVlanHelper", "OrbVlanPhyIntfSm", "OrbLagSm", "OrbStpSm"})
+    orbTraceHandle(module);
 }
 
 void initializeOrbL3BlipHandle(Blip::Handle*& handle, const std::string& name, std::size_t, bool) {

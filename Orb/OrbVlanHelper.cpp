@@ -356,9 +356,12 @@ void VlanHelper::updateVlanDone(VlanId vlanId, VlanProgrammingStatus status) {
   }
   BLIP(trace(), 5, "Vlan update for vlan {} complete", vlanId.value());
   foldIntoConfirmedMembership(*cfg);
-  auto last = lastCompletedUpdateStatus_->hwStatusIs(vlanId);
+  // A fresh record per completion, so that whoever watches the collection
+  // (spanning tree) hears every completion, not only the first per VLAN.
+  auto last = Vex::make<VlanHwUpdateStatus::Status>(vlanId);
   last->programmingStatusIs(status);
   last->genIdIs(cfg->genId());
+  lastCompletedUpdateStatus_->hwStatusIs(vlanId, last);
   vlanUpdate_.erase(vlanId);
   BLIP(trace(), 6, " Deleting updateConfig and updateStatus for VLAN {}", vlanId.value());
   updateConfig_->vlanUpdateDel(vlanId);

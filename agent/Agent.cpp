@@ -36,13 +36,26 @@ Agent::Agent(const Options& options) {
       Orb::vlanPhyIntfSmFactory(ocsd_, vlanHelper_, hive_->mount<Bridging::Config>(Paths::bridgingConfig),
                                 hive_->mount<VlanPhyIntfStatusLib::VlanPhyIntfStatusDir>(Paths::vlanPhyIntfStatus),
                                 hive_->mount<Orb::DynamicExpVlanDir>(Paths::dynamicExpVlan));
+  lagHelper_ = Vex::make<SoftChip::SoftLagHelper>(chip_);
+  Orb::LagMounter lagMounter(hive_, ocsd_, lagHelper_);
+  lagMounter.doMounts();
+  lagSm_ = lagMounter.doMountsComplete();
+  topoHelper_ = Vex::make<SoftChip::SoftTopoHelper>(chip_, vlanHelper_);
+  stpSm_ = Orb::stpSmFactory(ocsd_, hive_->mount<Bridging::Topology::Config>(Paths::topologyConfig),
+                             hive_->mount<Bridging::Topology::Status>(Paths::topologyStatus), topoHelper_);
   registerCoreCommands();
   registerVlanCommands();
+  registerLagCommands();
+  registerStpCommands();
 }
 
 Agent::~Agent() {
   // Machines go before their helpers, helpers before the chip, and the
   // shared context outlives them all.
+  stpSm_.reset();
+  topoHelper_.reset();
+  lagSm_.reset();
+  lagHelper_.reset();
   vlanPhyIntfSm_.reset();
   if (ocsd_) ocsd_->vlanHelperIs(nullptr);
   vlanHelper_.reset();

@@ -5,9 +5,13 @@
 
 #include "Orb/OrbCommon.h"
 #include "Orb/OrbHelper.h"
+#include "Orb/OrbLagSm.h"
+#include "Orb/OrbStpSm.h"
 #include "Orb/OrbVlanPhyIntfSm.h"
 #include "agent/CommandShell.h"
 #include "chip/softchip/SoftChip.h"
+#include "chip/softchip/SoftLag.h"
+#include "chip/softchip/SoftStp.h"
 #include "chip/softchip/SoftVlan.h"
 #include "platform/hive/Hive.h"
 #include "platform/vex/EventLoop.h"
@@ -30,6 +34,8 @@ namespace Paths {
 inline constexpr const char* bridgingConfig = "bridging/config";
 inline constexpr const char* vlanPhyIntfStatus = "bridging/vlan/phyIntfStatus";
 inline constexpr const char* dynamicExpVlan = "bridging/vlan/dynamicExpVlan";
+inline constexpr const char* topologyConfig = "bridging/topology/config";
+inline constexpr const char* topologyStatus = "bridging/topology/status";
 }  // namespace Paths
 
 class Agent {
@@ -46,6 +52,10 @@ class Agent {
   CommandShell& shell() { return shell_; }
   SoftChip::SoftVlanHelper& vlanHelper() { return *vlanHelper_; }
   const Vex::Ptr<Orb::VlanPhyIntfSm>& vlanPhyIntfSm() const { return vlanPhyIntfSm_; }
+  SoftChip::SoftLagHelper& lagHelper() { return *lagHelper_; }
+  const Vex::Ptr<Orb::LagSm>& lagSm() const { return lagSm_; }
+  SoftChip::SoftTopoHelper& topoHelper() { return *topoHelper_; }
+  const Vex::Ptr<Orb::StpSm>& stpSm() const { return stpSm_; }
 
   // Runs one command line, then lets the loop do what became due.
   void execute(const std::string& line, std::ostream& out);
@@ -61,6 +71,8 @@ class Agent {
  private:
   void registerCoreCommands();
   void registerVlanCommands();
+  void registerLagCommands();
+  void registerStpCommands();
 
   std::unique_ptr<Vex::EventLoop> loop_;
   Vex::Ptr<Hive::Root> hive_;
@@ -69,6 +81,10 @@ class Agent {
   Vex::Ptr<OrbHelper::OrbPktSmHelperNull> pktHelper_;
   Vex::Ptr<SoftChip::SoftVlanHelper> vlanHelper_;
   Vex::Ptr<Orb::VlanPhyIntfSm> vlanPhyIntfSm_;
+  Vex::Ptr<SoftChip::SoftLagHelper> lagHelper_;
+  Vex::Ptr<Orb::LagSm> lagSm_;
+  Vex::Ptr<SoftChip::SoftTopoHelper> topoHelper_;
+  Vex::Ptr<Orb::StpSm> stpSm_;
   CommandShell shell_;
 };
 

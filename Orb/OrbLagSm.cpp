@@ -1,0 +1,418 @@
+#include "Orb/OrbLagSm.h"
+
+#include "Orb/OrbTrace.h"
+
+#include <fmt/format.h>
+
+namespace Orb {
+
+namespace {
+
+constexpr const char* lagSource = "/src/Orb/OrbLagSm";
+
+Blip::Handle& trace() {
+  static Blip::Handle& handle = orbTraceHandle("OrbLagSm");
+  return handle;
+}
+
+std::string portsText(const OrbLagPortList& list) {
+  std::string text;
+  for (const auto& [port, state] : list.ports) text += " " + port.stringValue();
+  return text.empty() ? " none" : text;
+}
+
+}  // namespace
+
+// --- reactors ---
+
+class LagSm::VexStatus : public Interface::EthLagIntfStatus::Notifiee {
+ public:
+  VexStatus(LagSm* sm, const Vex::Ptr<Interface::EthLagIntfStatus>& status) : Notifiee(status), sm_(sm) {
+    sm_->reactorIs(this);
+  }
+  ~VexStatus() override { sm_->reactorDel(this); }
+  void handleMember(const IntfId& member) override {
+    if (sm_->reacting()) sm_->handleIntf(notifier()->intf(), member);
+  }
+  void handleDeviceName() override {
+    if (sm_->reacting()) sm_->handleDeviceName(notifier()->intf());
+  }
+
+ private:
+  LagSm* sm_;
+};
+
+class LagSm::DirReactor : public Interface::EthLagIntfStatusDir::Notifiee {
+ public:
+  DirReactor(LagSm* sm, const Vex::Ptr<Interface::EthLagIntfStatusDir>& dir) : Notifiee(dir), sm_(sm) {
+    sm_->reactorIs(this);
+  }
+  ~DirReactor() override { sm_->reactorDel(this); }
+  void handleIntfStatus(const IntfId& lag) override {
+    if (sm_->reacting()) sm_->handleLagStatus(lag);
+  }
+
+ private:
+  LagSm* sm_;
+};
+
+class LagSm::MlagReactor : public Mlag::Status::Notifiee {
+ public:
+  MlagReactor(LagSm* sm, const Vex::Ptr<Mlag::Status>& status) : Notifiee(status), sm_(sm) { sm_->reactorIs(this); }
+  ~MlagReactor() override { sm_->reactorDel(this); }
+  void handleMlagStateValid() override {
+    if (sm_->reacting()) sm_->handleMlagStateOrPeerLinkIntf();
+  }
+  void handlePeerLinkIntf() override {
+    if (sm_->reacting()) sm_->handleMlagStateOrPeerLinkIntf();
+  }
+  void handleFastMacRedirection() override {
+    if (sm_->reacting()) sm_->handleMlagFastMacRedirection();
+  }
+  void handleIntfStatus(const IntfId& lag) override {
+    if (sm_->reacting()) sm_->handleMlagIntfStatus(lag);
+  }
+
+ private:
+  LagSm* sm_;
+};
+
+// An interface that becomes known (or goes) may change what a LAG holds.
+class LagSm::OcsdReactor : public OrbCommonSmData::Notifiee {
+ public:
+  OcsdReactor(LagSm* sm, const Vex::Ptr<OrbCommonSmData>& ocsd) : Notifiee(ocsd), sm_(sm) { sm_->reactorIs(this); }
+  ~OcsdReactor() override { sm_->reactorDel(this); }
+  void handleIntf(const IntfId& intf) override {
+    if (!sm_->reacting()) return;
+    for (const auto& [lag, status] : sm_->ethLagIntfStatusDir_->intfStatus()) {
+      if (status->member(intf)) sm_->handleIntf(lag, intf);
+    }
+  }
+  void handleOperationalMode() override {
+    if (sm_->reacting()) BLIP(trace(), 5, "operational mode {}", Vex::valueToStrep(notifier()->operationalMode()));
+  }
+
+ private:
+  LagSm* sm_;
+};
+
+// --- LagSm ---
+
+LagSm::LagSm(const Vex::Ptr<OrbCommonSmData>& ocsd, const Vex::Ptr<OrbHelper::OrbHelperLagSm>& orbHelper,
+             const Vex::Ptr<Interface::EthLagIntfStatusDir>& ethLagIntfStatusDir,
+             const Vex::Ptr<Lag::Input::IntfDeviceNameDir>& lagInputIntfDeviceNameDir,
+             const Vex::Ptr<Hardware::Lag::Config>& hwLagConfig, const Vex::Ptr<Hardware::Lag::Status>& hwLagStatus,
+             const Vex::Ptr<Mlag::Status>& mlagStatus)
+    : OrbBaseSm(ocsd),
+      orbHelper_(orbHelper),
+      ethLagIntfStatusDir_(ethLagIntfStatusDir),
+      lagInputIntfDeviceNameDir_(lagInputIntfDeviceNameDir),
+      hwLagConfig_(hwLagConfig),
+      hwLagStatus_(hwLagStatus),
+      mlagStatus_(mlagStatus) {
+  ORB_ASSERT_AT(lagSource, hwLagConfig_, "hwLagConfig()");
+  ORB_ASSERT_AT(lagSource, hwLagStatus_, "hwLagStatus()");
+  dirReactor_ = std::make_unique<DirReactor>(this, ethLagIntfStatusDir_);
+  mlagReactor_ = std::make_unique<MlagReactor>(this, mlagStatus_);
+  ocsdReactor_ = std::make_unique<OcsdReactor>(this, ocsd);
+  if (auto verify = ocsd->verifySm()) verify->verifiableIs(this);
+  initializedIs(true);
+}
+
+LagSm::~LagSm() {
+  vexDoZombieReactors(true);
+  if (ocsd() && ocsd()->verifySm()) ocsd()->verifySm()->verifiableDel(this);
+  vexStatus_.clear();
+  dirReactor_.reset();
+  mlagReactor_.reset();
+  ocsdReactor_.reset();
+}
+
+void LagSm::handleInitialized() {
+  orbHelper_->hwInit();
+  currentPeerLink_ = mlagStatus_->peerLinkIntf();
+  for (const auto& [lag, status] : ethLagIntfStatusDir_->intfStatus()) handleLagStatus(lag);
+}
+
+bool LagSm::isIntfManaged(const IntfId& intf) {
+  if (orbHelper_->intfManagedCheckOverride()) return orbHelper_->isIntfManaged(intf);
+  return ocsd()->intfHas(intf);
+}
+
+void LagSm::handleLagStatus(const IntfId& lag) {
+  auto status = ethLagIntfStatusDir_->intfStatus(lag);
+  if (status) {
+    auto& reactor = vexStatus_[lag];
+    if (!reactor || reactor->notifier() != status) reactor = std::make_unique<VexStatus>(this, status);
+    handleIntf(lag);
+    handleDeviceName(lag);
+    return;
+  }
+  // The LAG's status went away.
+  vexStatus_.erase(lag);
+  if (disableCleanupOnRestart_) {
+    BLIP(trace(), 3, "Disabling Orb cleanup in case of restart {}", lag.stringValue());
+    return;
+  }
+  doCleanupLag(lag);
+  BLIP(trace(), 5, "Removing deviceName input for {}", lag.stringValue());
+  lagInputIntfDeviceNameDir_->deviceNameDel(lag);
+}
+
+void LagSm::handleIntf(const IntfId& lag, const IntfId& member) {
+  if (!isIntfManaged(member)) return;
+  auto status = ethLagIntfStatusDir_->intfStatus(lag);
+  doUpdateMember(lag, member, status && status->member(member));
+}
+
+void LagSm::handleIntf(const IntfId& lag) {
+  std::set<IntfId> members;
+  if (auto status = ethLagIntfStatusDir_->intfStatus(lag))
+    members.insert(status->member().begin(), status->member().end());
+  for (const auto& [port, state] : ocsd()->lagToPort(lag).ports) members.insert(port);
+  for (const auto& member : members) handleIntf(lag, member);
+}
+
+void LagSm::doUpdateMember(const IntfId& lag, const IntfId& member, bool add) {
+  OrbLagPortList list = ocsd()->lagToPort(lag);
+  if (add) {
+    list.portIs(member, OrbLagPort{true, true});
+  } else {
+    list.portDel(member);
+  }
+  BLIP(trace(), 5, "doUpdateMember {} infName {} add {}", lag.stringValue(), member.stringValue(), add);
+  if (list == ocsd()->lagToPort(lag)) return;
+  // A memberless LAG stays while MLAG may keep it alive through the peer link.
+  if (!list && !mlagStatus_->fastMacRedirection()) {
+    doCleanupLag(lag);
+  } else {
+    doUpdatePortList(lag, list);
+  }
+}
+
+void LagSm::doUpdatePortList(const IntfId& lag, const OrbLagPortList& list) {
+  for (const auto& [member, state] : list.ports) doScrubMember(lag, member);
+  maybeSharePeerLinkWithLag(lag, list);
+  localMember_[lag] = list;
+  orbHelper_->maybeCreateLag(lag);
+  orbHelper_->updateLag(lag, list);
+  OrbLagPortList old = ocsd()->lagToPort(lag);
+  ocsd()->lagToPortIs(lag, list);
+  for (const auto& [port, state] : old.ports) {
+    if (!list.ports.count(port)) {
+      BLIP(trace(), 5, "{} deleting {}", lag.stringValue(), port.stringValue());
+      ocsd()->portToLagDel(port);
+    }
+  }
+  for (const auto& [port, state] : list.ports) {
+    BLIP(trace(), 5, "{} adding {}", lag.stringValue(), port.stringValue());
+    ocsd()->portToLagIs(port, lag);
+  }
+  handleDeviceName(lag);
+}
+
+void LagSm::doScrubMember(const IntfId& lag, const IntfId& member) {
+  const IntfId& other = ocsd()->portToLag(member);
+  if (other.empty() || other == lag || !vexStatus_.count(other)) return;
+  BLIP(trace(), 3, "{} duplicate lag found {} for {}", lag.stringValue(), other.stringValue(), member.stringValue());
+  IntfId previous = other;  // doUpdateMember rewrites portToLag
+  doUpdateMember(previous, member, false);
+}
+
+void LagSm::doCleanupLag(const IntfId& lag) {
+  BLIP(trace(), 5, "doCleanupLag {}", lag.stringValue());
+  OrbLagPortList list = ocsd()->lagToPort(lag);
+  for (const auto& [port, state] : list.ports) {
+    ORB_ASSERT_AT(lagSource, ocsd()->portToLag(port) == lag, "ocsd()->portToLag( i.key() ) == intf()");
+    ocsd()->portToLagDel(port);
+  }
+  ocsd()->lagToPortDel(lag);
+  localMember_.erase(lag);
+  sharePeerLinkWithLag_.erase(lag);
+  orbHelper_->maybeDestroyLag(lag);
+}
+
+void LagSm::handleDeviceName(const IntfId& lag) {
+  auto status = ethLagIntfStatusDir_->intfStatus(lag);
+  if (!status) return;
+  std::string name = status->deviceName().empty() ? lag.stringValue() : status->deviceName();
+  if (lagInputIntfDeviceNameDir_->deviceName(lag) == name) return;
+  BLIP(trace(), 5, "Added deviceName {} input for {}", name, lag.stringValue());
+  lagInputIntfDeviceNameDir_->deviceNameIs(lag, name);
+}
+
+// --- MLAG peer-link sharing ---
+
+void LagSm::maybeSharePeerLinkWithLag(const IntfId& lag, const OrbLagPortList& list) {
+  BLIP(trace(), 7, "LagSm::maybeSharePeerLinkWithLag {}", lag.stringValue());
+  if (!mlagStatus_->mlagStateValid()) {
+    BLIP(trace(), 7, "{} ignore since MLAG state is invalid.", lag.stringValue());
+    return;
+  }
+  if (mlagStatus_->peerLinkIntf().empty()) {
+    BLIP(trace(), 7, "{} ignore since peer-link is invalid.", lag.stringValue());
+    return;
+  }
+  addOrRemovePeerLink(lag, mlagStatus_->peerLinkIntf(), list, false);
+}
+
+void LagSm::addOrRemovePeerLink(const IntfId& lag, const IntfId& peerLink, const OrbLagPortList& list,
+                                bool forceUpdate) {
+  bool hasIntfStatus = mlagStatus_->intfStatusHas(lag);
+  const Mlag::IntfStatus& intfStatus = mlagStatus_->intfStatus(lag);
+  BLIP(trace(), 6, " lag: {} MLAG intfStatus: {} portList:{} peer-link: {} peer-link portList:{} forceUpdate: {}",
+       lag.stringValue(), Vex::toStrep(intfStatus), portsText(list), peerLink.stringValue(),
+       portsText(ocsd()->lagToPort(peerLink)), forceUpdate);
+  bool share = mlagStatus_->fastMacRedirection() && hasIntfStatus && !list &&
+               intfStatus.localLinkStatus == Mlag::linkDown && intfStatus.localProtocolStatus == Mlag::linkDown &&
+               intfStatus.peerLinkStatus == Mlag::linkUp;
+  if (share) {
+    if (!forceUpdate && sharePeerLinkWithLag_.count(lag)) {
+      BLIP(trace(), 7, "{} already shares {} members.", lag.stringValue(), peerLink.stringValue());
+      return;
+    }
+    BLIP(trace(), 5, " updating LAG membership {} to add {}", lag.stringValue(), peerLink.stringValue());
+    orbHelper_->maybeShareLagMembership(lag, peerLink, true);
+    sharePeerLinkWithLag_.insert(lag);
+    return;
+  }
+  if (!forceUpdate && !sharePeerLinkWithLag_.count(lag)) {
+    BLIP(trace(), 7, "{} doesn't share {} anymore.", lag.stringValue(), peerLink.stringValue());
+    return;
+  }
+  BLIP(trace(), 5, " updating LAG membership to remove {} from {} since MLAG status is {}", peerLink.stringValue(),
+       lag.stringValue(), Vex::toStrep(intfStatus));
+  orbHelper_->maybeShareLagMembership(lag, peerLink, false);
+  sharePeerLinkWithLag_.erase(lag);
+}
+
+void LagSm::handleMlagStateOrPeerLinkIntf() {
+  IntfId peerLink = mlagStatus_->peerLinkIntf();
+  if (peerLink != currentPeerLink_) {
+    for (const auto& lag : sharePeerLinkWithLag_) {
+      BLIP(trace(), 5, "Stop sharing members of peer-link {} from lag {}", currentPeerLink_.stringValue(),
+           lag.stringValue());
+      orbHelper_->maybeShareLagMembership(lag, currentPeerLink_, false);
+    }
+    sharePeerLinkWithLag_.clear();
+  }
+  currentPeerLink_ = peerLink;
+  for (const auto& [lag, status] : ethLagIntfStatusDir_->intfStatus()) {
+    if (!mlagStatus_->mlagStateValid() || peerLink.empty()) {
+      BLIP(trace(), 5, "MLAG {} will not share members of peer-link {}", lag.stringValue(), peerLink.stringValue());
+      if (sharePeerLinkWithLag_.count(lag)) {
+        orbHelper_->maybeShareLagMembership(lag, peerLink, false);
+        sharePeerLinkWithLag_.erase(lag);
+      }
+      continue;
+    }
+    BLIP(trace(), 6, "Check if we need to update the peer-link members for lag {}", lag.stringValue());
+    addOrRemovePeerLink(lag, peerLink, ocsd()->lagToPort(lag), true);
+  }
+}
+
+void LagSm::handleMlagIntfStatus(const IntfId& lag) {
+  if (!mlagStatus_->mlagStateValid() || currentPeerLink_.empty()) return;
+  addOrRemovePeerLink(lag, currentPeerLink_, ocsd()->lagToPort(lag), false);
+}
+
+void LagSm::handleMlagFastMacRedirection() {
+  BLIP(trace(), 5, " fastMacRedirection {}", mlagStatus_->fastMacRedirection());
+  handleMlagStateOrPeerLinkIntf();
+}
+
+// --- verification ---
+
+void LagSm::handleVerify(VerifyReport& report) {
+  orbHelper_->handleVerify();
+  for (const auto& [lag, status] : ethLagIntfStatusDir_->intfStatus()) {
+    std::string name = lag.stringValue();
+    bool anyManaged = false;
+    for (const auto& member : status->member()) {
+      if (!isIntfManaged(member)) continue;
+      anyManaged = true;
+      const IntfId& inContext = ocsd()->portToLag(member);
+      if (inContext != lag) {
+        report.mismatch(
+            fmt::format("Lag {}, member {}, Lag value for member {} is wrong: {}, in portToLag collection\n", name,
+                        member.stringValue(), member.stringValue(), inContext.stringValue()));
+      }
+    }
+    if (anyManaged && !ocsd()->lagToPortHas(lag)) {
+      report.mismatch(fmt::format("Lag {} is in ethLagIntfStatusDir but missing in lagToPort collection\n", name));
+    }
+    if (!lagInputIntfDeviceNameDir_->deviceNameHas(lag)) {
+      report.mismatch(
+          fmt::format("Lag {} is in ethLagIntfStatusDir but missing in lagInputIntfDeviceNameDir collection\n", name));
+    } else {
+      std::string expected = status->deviceName().empty() ? name : status->deviceName();
+      const auto& actual = lagInputIntfDeviceNameDir_->deviceName(lag);
+      if (actual != expected) {
+        report.mismatch(fmt::format(
+            "Lag {}, device name {} in lagInputIntfDeviceNameDir differs to the one in ethLagIntfStatusDir: {}", name,
+            actual, expected));
+      }
+    }
+  }
+  for (const auto& [lag, list] : ocsd()->lagToPort()) {
+    if (!ethLagIntfStatusDir_->intfStatusHas(lag) && !disableCleanupOnRestart_) {
+      report.mismatch(
+          fmt::format("Lag {} is in lagToPort but missing in ethLagIntfStatusDir collection\n", lag.stringValue()));
+    }
+    for (const auto& [port, state] : list.ports) {
+      if (ocsd()->portToLag(port) != lag) {
+        report.mismatch(fmt::format("Lag {}, member {} is in lagToPort but missing in portToLag collection\n",
+                                    lag.stringValue(), port.stringValue()));
+      }
+    }
+  }
+  for (const auto& [port, lag] : ocsd()->portToLag()) {
+    if (!ocsd()->lagToPortHas(lag)) {
+      report.mismatch(
+          fmt::format("Lag {}, member {} is missing in lagToPort collection\n", lag.stringValue(), port.stringValue()));
+    }
+  }
+  std::vector<IntfId> stale;
+  for (const auto& [lag, name] : lagInputIntfDeviceNameDir_->deviceName()) {
+    if (!ethLagIntfStatusDir_->intfStatusHas(lag)) {
+      report.mismatch(fmt::format(
+          "Lag {} is in lagInputIntfDeviceNameDir but missing in ethLagIntfStatusDir collection\n", lag.stringValue()));
+      stale.push_back(lag);
+    }
+  }
+  for (const auto& lag : stale) {
+    BLIP(trace(), 3, "clearing stale lagInputIntfDeviceNameDir entry for {}", lag.stringValue());
+    lagInputIntfDeviceNameDir_->deviceNameDel(lag);
+  }
+}
+
+Vex::Ptr<LagSm> lagSmFactory(const Vex::Ptr<OrbCommonSmData>& ocsd,
+                             const Vex::Ptr<OrbHelper::OrbHelperLagSm>& orbHelper,
+                             const Vex::Ptr<Interface::EthLagIntfStatusDir>& ethLagIntfStatusDir,
+                             const Vex::Ptr<Lag::Input::IntfDeviceNameDir>& lagInputIntfDeviceNameDir,
+                             const Vex::Ptr<Hardware::Lag::Config>& hwLagConfig,
+                             const Vex::Ptr<Hardware::Lag::Status>& hwLagStatus,
+                             const Vex::Ptr<Mlag::Status>& mlagStatus) {
+  return Vex::make<LagSm>(ocsd, orbHelper, ethLagIntfStatusDir, lagInputIntfDeviceNameDir, hwLagConfig, hwLagStatus,
+                          mlagStatus);
+}
+
+// --- mounting ---
+
+LagMounter::LagMounter(const Vex::Ptr<Hive::Root>& hive, const Vex::Ptr<OrbCommonSmData>& ocsd,
+                       const Vex::Ptr<OrbHelper::OrbHelperLagSm>& orbHelper)
+    : hive_(hive), ocsd_(ocsd), orbHelper_(orbHelper) {}
+
+void LagMounter::doMounts() {
+  ethLagIntfStatusDir_ = hive_->mount<Interface::EthLagIntfStatusDir>(ethLagIntfStatusPath, "ethLagIntfStatusDir");
+  deviceNameDir_ = hive_->mount<Lag::Input::IntfDeviceNameDir>(deviceNamePath, "lagInputIntfDeviceNameDir");
+  hwLagConfig_ = hive_->mount<Hardware::Lag::Config>(hwLagConfigPath, "hwLagConfig");
+  hwLagStatus_ = hive_->mount<Hardware::Lag::Status>(hwLagStatusPath, "hwLagStatus");
+  mlagStatus_ = hive_->mount<Mlag::Status>(mlagStatusPath, "mlagStatus");
+}
+
+Vex::Ptr<LagSm> LagMounter::doMountsComplete() {
+  return lagSmFactory(ocsd_, orbHelper_, ethLagIntfStatusDir_, deviceNameDir_, hwLagConfig_, hwLagStatus_, mlagStatus_);
+}
+
+}  // namespace Orb

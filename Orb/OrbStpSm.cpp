@@ -1,0 +1,513 @@
+#include "Orb/OrbStpSm.h"
+
+#include "Orb/OrbTrace.h"
+
+#include <fmt/format.h>
+
+#include <vector>
+
+namespace Orb {
+
+namespace {
+
+constexpr const char* stpSource = "/src/Orb/OrbStpSm";
+
+Blip::Handle& trace() {
+  static Blip::Handle& handle = orbTraceHandle("OrbStpSm");
+  return handle;
+}
+
+bool isForwarding(PortState state) { return static_cast<int>(state) == 3; }
+
+}  // namespace
+
+// --- TopoHelper ---
+
+std::uint32_t TopoHelper::maxTopo() { return unimplementedOperation("TopoHelper", "maxTopo"); }
+void TopoHelper::allocTopo(const std::string&) { unimplementedOperation("TopoHelper", "allocTopo"); }
+void TopoHelper::freeTopo(const std::string&) { unimplementedOperation("TopoHelper", "freeTopo"); }
+void TopoHelper::setStpState(std::int32_t, const std::string&, const IntfId&, PortState) {
+  unimplementedOperation("TopoHelper", "setStpState");
+}
+void TopoHelper::addVlanToTopo(const std::string&, std::uint16_t) {
+  unimplementedOperation("TopoHelper", "addVlanToTopo");
+}
+void TopoHelper::delVlanFromTopo(const std::string&, std::uint16_t) {
+  unimplementedOperation("TopoHelper", "delVlanFromTopo");
+}
+void TopoHelper::flushTopoPort(std::int32_t, const IntfId&) { unimplementedOperation("TopoHelper", "flushTopoPort"); }
+void TopoHelper::flushTopoPortVlan(const MappedVlan&, const IntfId&) {
+  unimplementedOperation("TopoHelper", "flushTopoPortVlan");
+}
+void TopoHelper::verify() { unimplementedOperation("TopoHelper", "verify"); }
+void TopoHelper::hwInit() { unimplementedOperation("TopoHelper", "hwInit"); }
+
+void TopoHelper::setStpStateDoneTopoName(const std::string& topoName) {
+  ORB_ASSERT_AT(stpSource, stpSm(), "stpSm()");
+  stpSm()->setStpStateDoneTopoName(topoName);
+}
+
+// --- VlanTopoHelper ---
+
+// Hears every completed VLAN update.
+class VlanTopoHelper::CompletionReactor : public VlanHwUpdateStatus::Notifiee {
+ public:
+  CompletionReactor(VlanTopoHelper* helper, const Vex::Ptr<VlanHwUpdateStatus>& completed)
+      : Notifiee(completed), helper_(helper) {}
+  void handleHwStatus(const VlanId& vlanId) override {
+    if (auto status = notifier()->hwStatus(vlanId)) {
+      helper_->completedVlanUpdateStatusIs(status);
+    } else {
+      helper_->completedVlanUpdateStatusDel(vlanId);
+    }
+  }
+
+ private:
+  VlanTopoHelper* helper_;
+};
+
+VlanTopoHelper::VlanTopoHelper(const Vex::Ptr<VlanHelper>& vlanHelper, const std::string& name)
+    : TopoHelper(name), vlanHelper_(vlanHelper) {
+  if (vlanHelper_) {
+    completionReactor_ = std::make_unique<CompletionReactor>(this, vlanHelper_->lastCompletedUpdateStatus());
+  }
+}
+
+VlanTopoHelper::~VlanTopoHelper() { completionReactor_.reset(); }
+
+const MappedVlan& VlanTopoHelper::mappedVlan(const std::string& topoName) const {
+  auto it = topoToVlanMap_.find(topoName);
+  return it == topoToVlanMap_.end() ? Vex::emptyValue<MappedVlan>() : it->second;
+}
+
+const std::map<VlanId, std::uint64_t>& VlanTopoHelper::topoPendingVlans(const std::string& topoName) const {
+  auto it = topoPendingVlans_.find(topoName);
+  return it == topoPendingVlans_.end() ? Vex::emptyValue<std::map<VlanId, std::uint64_t>>() : it->second;
+}
+
+void VlanTopoHelper::setStpState(std::int32_t topoId, const std::string& topoName, const IntfId& intf,
+                                 PortState state) {
+  BLIP(trace(), 5, "setStpState topo {} intf {} state {}", topoName, intf.stringValue(), Vex::valueToStrep(state));
+  ORB_ASSERT_AT(stpSource, stpSm(), "stpSm()");
+  auto mapped = topoToVlanMap_.find(topoName);
+  if (mapped == topoToVlanMap_.end()) BLIP(trace(), 7, " Mapped vlan NULL for topo {}", topoName);
+  auto& pending = topoPendingVlans_[topoName];
+  topoPortState_[topoName][intf] = state;
+  if (!vlanHelper_) {
+    BLIP(trace(), 3, "No Vlan helper");
+  } else if (mapped != topoToVlanMap_.end()) {
+    bool forwarding = isForwarding(state);
+    for (VlanId vlanId : mapped->second.vlan) {
+      std::uint64_t genId = vlanHelper_->doHandlePortState(intf, vlanId, forwarding);
+      if (!genId) continue;
+      BLIP(trace(), 7, " topo {} needs to wait for vlan {} genId {}", topoName, vlanId.value(), genId);
+      pending[vlanId] = genId;
+    }
+  }
+  (void)topoId;
+  if (pending.empty()) {
+    setStpStateDoneTopoName(topoName);
+  } else {
+    stpSm()->setStpStatePendingTopoName(topoName);
+  }
+}
+
+void VlanTopoHelper::addVlanToTopo(const std::string& topoName, std::uint16_t vlan) {
+  VlanId vlanId(vlan);
+  topoToVlanMap_[topoName].vlanIs(vlanId);
+  if (!vlanHelper_) return;
+  // The new VLAN starts with the states the topology's ports already have.
+  auto& pending = topoPendingVlans_[topoName];
+  bool scheduled = false;
+  for (const auto& [intf, state] : topoPortState_[topoName]) {
+    std::uint64_t genId = vlanHelper_->doHandlePortState(intf, vlanId, isForwarding(state));
+    if (!genId) continue;
+    pending[vlanId] = genId;
+    scheduled = true;
+  }
+  if (scheduled && stpSm()) stpSm()->setStpStatePendingTopoName(topoName);
+}
+
+void VlanTopoHelper::delVlanFromTopo(const std::string& topoName, std::uint16_t vlan) {
+  VlanId vlanId(vlan);
+  topoToVlanMap_[topoName].vlanDel(vlanId);
+  auto pending = topoPendingVlans_.find(topoName);
+  if (pending == topoPendingVlans_.end() || !pending->second.erase(vlanId)) return;
+  // The topology no longer waits for a VLAN it does not have.
+  if (pending->second.empty() && stpSm()) setStpStateDoneTopoName(topoName);
+}
+
+void VlanTopoHelper::completedVlanUpdateStatusIs(const Vex::Ptr<VlanHwUpdateStatus::Status>& status) {
+  completedVlanUpdateStatus_[status->vlanId()] = status;
+  handleVlanUpdateCompletion(status->vlanId(), status->genId());
+}
+
+void VlanTopoHelper::completedVlanUpdateStatusDel(VlanId vlanId) { completedVlanUpdateStatus_.erase(vlanId); }
+
+void VlanTopoHelper::handleVlanUpdateCompletion(VlanId vlanId, std::uint64_t genId) {
+  BLIP(trace(), 7, "handleVlanUpdateCompletion vlanId={} genId={}", vlanId.value(), genId);
+  std::vector<std::string> done;
+  for (auto& [topoName, pending] : topoPendingVlans_) {
+    auto it = pending.find(vlanId);
+    // An older generation than the one waited for completes nothing.
+    if (it == pending.end() || it->second > genId) continue;
+    pending.erase(it);
+    BLIP(trace(), 7, " topo {} vlan {} completed", topoName, vlanId.value());
+    if (pending.empty()) {
+      done.push_back(topoName);
+    } else {
+      BLIP(trace(), 8, " topo {} still waiting for {} vlans", topoName, pending.size());
+    }
+  }
+  for (const auto& topoName : done) {
+    if (stpSm()) setStpStateDoneTopoName(topoName);
+  }
+}
+
+// --- TopoPortSm ---
+
+TopoPortSm::TopoPortSm(const Vex::Ptr<OrbCommonSmData>& ocsd, TopoSm* topoSm, const IntfId& intf)
+    : OrbBaseSm(ocsd), topoSm_(topoSm), intf_(intf) {
+  initializedIs(true);
+}
+
+void TopoPortSm::handleState() {
+  state_ = topoSm_->config()->intfState(intf_);
+  topoSm_->doSetStpState(intf_, state_);
+}
+
+void TopoPortSm::handleFdbFlush() { topoSm_->handleFdbFlush(intf_); }
+
+// --- TopoSm ---
+
+class TopoSm::ConfigReactor : public Bridging::Topology::TopoConfig::Notifiee {
+ public:
+  ConfigReactor(TopoSm* sm, const Vex::Ptr<Bridging::Topology::TopoConfig>& config) : Notifiee(config), sm_(sm) {
+    sm_->reactorIs(this);
+  }
+  ~ConfigReactor() override { sm_->reactorDel(this); }
+  void handleIntfState(const IntfId& intf) override {
+    if (sm_->reacting()) sm_->handleTopoPortChange(intf);
+  }
+  void handleFdbFlush(const IntfId& intf) override {
+    if (sm_->reacting()) sm_->handleFdbFlush(intf);
+  }
+
+ private:
+  TopoSm* sm_;
+};
+
+class TopoSm::OcsdReactor : public OrbCommonSmData::Notifiee {
+ public:
+  OcsdReactor(TopoSm* sm, const Vex::Ptr<OrbCommonSmData>& ocsd) : Notifiee(ocsd), sm_(sm) { sm_->reactorIs(this); }
+  ~OcsdReactor() override { sm_->reactorDel(this); }
+  void handlePortToLag(const IntfId& port) override {
+    if (sm_->reacting()) sm_->handlePortToLag(port);
+  }
+
+ private:
+  TopoSm* sm_;
+};
+
+TopoSm::TopoSm(const Vex::Ptr<OrbCommonSmData>& ocsd, StpSm* stpSm, const std::string& name, std::int32_t topoId,
+               const Vex::Ptr<Bridging::Topology::TopoConfig>& config)
+    : OrbBaseSm(ocsd), stpSm_(stpSm), name_(name), topoId_(topoId), config_(config) {
+  configReactor_ = std::make_unique<ConfigReactor>(this, config_);
+  ocsdReactor_ = std::make_unique<OcsdReactor>(this, ocsd);
+  initializedIs(true);
+}
+
+TopoSm::~TopoSm() {
+  vexDoZombieReactors(true);
+  configReactor_.reset();
+  ocsdReactor_.reset();
+}
+
+TopoHelper& TopoSm::topoHelper() const { return stpSm_->topoHelper(); }
+
+void TopoSm::handleInitialized() {
+  for (const auto& [intf, state] : config_->intfState()) handleTopoPortChange(intf);
+}
+
+void TopoSm::handleTopoPortChange(const IntfId& intf) {
+  if (!config_->intfStateHas(intf)) {
+    if (topoPortSm_.erase(intf)) BLIP(trace(), 5, "Deleting topoPortSm for {} in {}", intf.stringValue(), name_);
+    return;
+  }
+  auto& port = topoPortSm_[intf];
+  if (!port) {
+    BLIP(trace(), 5, "Creating topoPortSm for {} in {}", intf.stringValue(), name_);
+    port = Vex::make<TopoPortSm>(ocsd(), this, intf);
+  }
+  port->handleState();
+}
+
+void TopoSm::doSetStpState(const IntfId& port, PortState state) {
+  if (ocsd()->portToLagHas(port)) {
+    BLIP(trace(), 5, "TopoSm::doSetStpState port {} part of a LAG, not updating", port.stringValue());
+    return;
+  }
+  if (port.isLag()) {
+    const auto& members = ocsd()->lagToPort(port).ports;
+    if (members.empty()) BLIP(trace(), 5, "TopoSm::doSetStpState lag {} none ", port.stringValue());
+    for (const auto& [member, lagPort] : members) {
+      BLIP(trace(), 6, "TopoSm::doSetStpState lag {} member {}", port.stringValue(), member.stringValue());
+      topoHelper().setStpState(topoId_, name_, member, state);
+    }
+    return;
+  }
+  topoHelper().setStpState(topoId_, name_, port, state);
+}
+
+void TopoSm::handlePortToLag(const IntfId& port) {
+  const IntfId& lag = ocsd()->portToLag(port);
+  if (!lag.empty()) {
+    if (config_->intfStateHas(lag)) {
+      BLIP(trace(), 5, "{} joining lag {}, lag in this stg", port.stringValue(), lag.stringValue());
+      topoHelper().setStpState(topoId_, name_, port, config_->intfState(lag));
+    } else {
+      BLIP(trace(), 7, "{} joining lag {}, but lag is not in this stg", port.stringValue(), lag.stringValue());
+    }
+    return;
+  }
+  if (config_->intfStateHas(port)) {
+    BLIP(trace(), 5, "{} leaving lag", port.stringValue());
+    topoHelper().setStpState(topoId_, name_, port, config_->intfState(port));
+  }
+}
+
+void TopoSm::handleFdbFlush(const IntfId& port) {
+  topoHelper().flushTopoPort(topoId_, port);
+  auto mapped = stpSm_->topoToVlanMap().find(name_);
+  if (mapped != stpSm_->topoToVlanMap().end()) topoHelper().flushTopoPortVlan(mapped->second, port);
+}
+
+// --- StpSm ---
+
+class StpSm::ConfigReactor : public Bridging::Topology::Config::Notifiee {
+ public:
+  ConfigReactor(StpSm* sm, const Vex::Ptr<Bridging::Topology::Config>& config) : Notifiee(config), sm_(sm) {
+    sm_->reactorIs(this);
+  }
+  ~ConfigReactor() override { sm_->reactorDel(this); }
+  void handleTopoConfig(const std::string& name) override {
+    if (sm_->reacting()) sm_->handleTopoConfig(name);
+  }
+  void handleVidToTopoMap(const VlanId& vlanId) override {
+    if (sm_->reacting()) sm_->handleVidToTopoMap(vlanId);
+  }
+
+ private:
+  StpSm* sm_;
+};
+
+class StpSm::OcsdReactor : public OrbCommonSmData::Notifiee {
+ public:
+  OcsdReactor(StpSm* sm, const Vex::Ptr<OrbCommonSmData>& ocsd) : Notifiee(ocsd), sm_(sm) { sm_->reactorIs(this); }
+  ~OcsdReactor() override { sm_->reactorDel(this); }
+  void handleOperationalMode() override {
+    if (sm_->reacting()) sm_->handleOperationalMode();
+  }
+
+ private:
+  StpSm* sm_;
+};
+
+StpSm::StpSm(const Vex::Ptr<OrbCommonSmData>& ocsd, const Vex::Ptr<Bridging::Topology::Config>& topoConfig,
+             const Vex::Ptr<Bridging::Topology::Status>& topoStatus, const Vex::Ptr<TopoHelper>& topoHelper)
+    : OrbBaseSm(ocsd), topoConfig_(topoConfig), topoStatus_(topoStatus), topoHelper_(topoHelper) {
+  topoHelper_->stpSmIs(this);
+  configReactor_ = std::make_unique<ConfigReactor>(this, topoConfig_);
+  ocsdReactor_ = std::make_unique<OcsdReactor>(this, ocsd);
+  initializedIs(true);
+}
+
+StpSm::~StpSm() {
+  vexDoZombieReactors(true);
+  configReactor_.reset();
+  ocsdReactor_.reset();
+  topoSm_.clear();
+  if (topoHelper_->stpSm() == this) topoHelper_->stpSmIs(nullptr);
+}
+
+void StpSm::handleInitialized() {
+  topoHelper_->hwInit();
+  handleOperationalMode();
+}
+
+std::int32_t StpSm::allocTopoId() {
+  std::uint32_t max = topoHelper_->maxTopo();
+  for (std::int32_t id = 0; static_cast<std::uint32_t>(id) < max; ++id) {
+    if (usedTopoIds_.insert(id).second) return id;
+  }
+  return -1;
+}
+
+void StpSm::statusIs(const std::string& name, std::int32_t topoId, bool stateSet) {
+  topoStatus_->topoInstStatusIs(name, Bridging::Topology::TopoInstStatus{topoId, stateSet});
+}
+
+void StpSm::setStpStatePendingTopoName(const std::string& name) {
+  const auto& status = topoStatus_->topoInstStatus(name);
+  statusIs(name, status.topoId, false);
+}
+
+void StpSm::setStpStateDoneTopoName(const std::string& name) {
+  BLIP(trace(), 5, "setStpStateDone topo {}", name);
+  const auto& status = topoStatus_->topoInstStatus(name);
+  statusIs(name, status.topoId, true);
+}
+
+void StpSm::setStpStateDoneTopoId(std::int32_t topoId) {
+  for (const auto& [name, topo] : topoSm_) {
+    if (topo->topoId() == topoId) setStpStateDoneTopoName(name);
+  }
+  if (topoId == tapAggTopoId_ && tapAggTopoId_ >= 0) setStpStateDoneTopoName(tapAggTopoName);
+}
+
+void StpSm::createTopo(const std::string& name) {
+  if (topoSm_.count(name)) return;
+  std::int32_t topoId = allocTopoId();
+  if (topoId < 0) {
+    BLIP(trace(), 1, "no hardware topology left for {}", name);
+    return;
+  }
+  BLIP(trace(), 5, "creating topo {} id {}", name, topoId);
+  topoHelper_->allocTopo(name);
+  statusIs(name, topoId, true);
+  for (const auto& [vlanId, topoName] : topoConfig_->vidToTopoMap()) {
+    if (topoName != name) continue;
+    topoHelper_->addVlanToTopo(name, vlanId.value());
+    topoToVlanMap_[name].vlanIs(vlanId);
+    vlanToTopoSmMap_[vlanId] = name;
+  }
+  topoSm_[name] = Vex::make<TopoSm>(ocsd(), this, name, topoId, topoConfig_->topoConfig(name));
+}
+
+void StpSm::deleteTopo(const std::string& name) {
+  auto it = topoSm_.find(name);
+  if (it == topoSm_.end()) return;
+  std::int32_t topoId = it->second->topoId();
+  auto mapped = topoToVlanMap_[name];
+  BLIP(trace(), 5, "deleting topo {} with mapped vlan {}", name, mapped.vlan.size());
+  for (VlanId vlanId : mapped.vlan) {
+    topoHelper_->delVlanFromTopo(name, vlanId.value());
+    vlanToTopoSmMap_.erase(vlanId);
+  }
+  topoToVlanMap_.erase(name);
+  topoSm_.erase(it);
+  topoHelper_->freeTopo(name);
+  usedTopoIds_.erase(topoId);
+  topoStatus_->topoInstStatusDel(name);
+}
+
+void StpSm::handleTopoConfig(const std::string& name) {
+  if (tapMode()) {
+    BLIP(trace(), 5, "topo {} ignored in tap/tool mode", name);
+    return;
+  }
+  if (topoConfig_->topoConfigHas(name)) {
+    createTopo(name);
+  } else {
+    deleteTopo(name);
+  }
+}
+
+void StpSm::handleVidToTopoMap(VlanId vlanId) {
+  BLIP(trace(), 6, "vidToTopoMap call for vlan {}", vlanId.value());
+  if (tapMode()) {
+    if (!topoToVlanMap_[tapAggTopoName].vlan.count(vlanId)) {
+      BLIP(trace(), 5, "vlan {} is not in a topo. Add to TapAggTopo", vlanId.value());
+      topoHelper_->addVlanToTopo(tapAggTopoName, vlanId.value());
+      topoToVlanMap_[tapAggTopoName].vlanIs(vlanId);
+    }
+    return;
+  }
+  std::string wanted = topoConfig_->vidToTopoMap(vlanId);
+  auto current = vlanToTopoSmMap_.find(vlanId);
+  std::string old = current == vlanToTopoSmMap_.end() ? "" : current->second;
+  if (old == wanted) return;
+  if (!old.empty()) {
+    if (old == tapAggTopoName) BLIP(trace(), 5, "vlan {} vlan was in TapAggTopo. take it out first", vlanId.value());
+    topoHelper_->delVlanFromTopo(old, vlanId.value());
+    topoToVlanMap_[old].vlanDel(vlanId);
+    vlanToTopoSmMap_.erase(vlanId);
+  }
+  if (!wanted.empty() && topoSm_.count(wanted)) {
+    topoHelper_->addVlanToTopo(wanted, vlanId.value());
+    topoToVlanMap_[wanted].vlanIs(vlanId);
+    vlanToTopoSmMap_[vlanId] = wanted;
+  }
+}
+
+void StpSm::handleOperationalMode() {
+  HwOperationalMode mode = ocsd()->operationalMode() == HwOperationalMode::hwModeTapAgg
+                               ? HwOperationalMode::hwModeTapAgg
+                               : HwOperationalMode::hwModeNormal;
+  if (mode == currentHwOperationalMode_) return;
+  ORB_ASSERT_AT(stpSource, currentHwOperationalMode() != mode, "currentHwOperationalMode() != mode");
+  if (currentHwOperationalMode_ == HwOperationalMode::hwModeTapAgg) {
+    cleanupTapAgg();
+  } else if (currentHwOperationalMode_ == HwOperationalMode::hwModeNormal) {
+    cleanupRegular();
+  }
+  currentHwOperationalMode_ = mode;
+  if (mode == HwOperationalMode::hwModeTapAgg) {
+    configureTapAgg();
+  } else {
+    configureRegular();
+  }
+  ORB_ASSERT_AT(stpSource, currentHwOperationalMode() == mode, "currentHwOperationalMode() == mode");
+}
+
+void StpSm::configureRegular() {
+  BLIP(trace(), 5, "configure regular topo stuff");
+  for (const auto& [name, config] : topoConfig_->topoConfig()) createTopo(name);
+}
+
+void StpSm::cleanupRegular() {
+  BLIP(trace(), 5, "cleanup regular topo stuff");
+  std::vector<std::string> names;
+  for (const auto& [name, topo] : topoSm_) names.push_back(name);
+  for (const auto& name : names) deleteTopo(name);
+}
+
+void StpSm::configureTapAgg() {
+  BLIP(trace(), 5, "configure tapagg stuff");
+  tapAggTopoId_ = allocTopoId();
+  topoHelper_->allocTopo(tapAggTopoName);
+  statusIs(tapAggTopoName, tapAggTopoId_, true);
+  BLIP(trace(), 5, "configure all vlan into TapAggTopo");
+  for (const auto& [vlanId, name] : topoConfig_->vidToTopoMap()) handleVidToTopoMap(vlanId);
+  for (const auto& intf : tapAggIntf_) {
+    BLIP(trace(), 5, "{} is in tap/tool mode so it's perma-forwarding", intf.stringValue());
+    topoHelper_->setStpState(tapAggTopoId_, tapAggTopoName, intf, PortState::portStateForwarding);
+  }
+}
+
+void StpSm::cleanupTapAgg() {
+  BLIP(trace(), 5, "cleanup tapagg stuff");
+  for (VlanId vlanId : topoToVlanMap_[tapAggTopoName].vlan)
+    topoHelper_->delVlanFromTopo(tapAggTopoName, vlanId.value());
+  topoToVlanMap_.erase(tapAggTopoName);
+  topoHelper_->freeTopo(tapAggTopoName);
+  usedTopoIds_.erase(tapAggTopoId_);
+  tapAggTopoId_ = -1;
+  topoStatus_->topoInstStatusDel(tapAggTopoName);
+}
+
+void StpSm::tapAggIntfIs(const IntfId& intf, bool tap) {
+  if (tap ? !tapAggIntf_.insert(intf).second : !tapAggIntf_.erase(intf)) return;
+  if (!tapMode()) return;
+  topoHelper_->setStpState(tapAggTopoId_, tapAggTopoName, intf,
+                           tap ? PortState::portStateForwarding : PortState::portStateDiscarding);
+}
+
+Vex::Ptr<StpSm> stpSmFactory(const Vex::Ptr<OrbCommonSmData>& ocsd,
+                             const Vex::Ptr<Bridging::Topology::Config>& topoConfig,
+                             const Vex::Ptr<Bridging::Topology::Status>& topoStatus,
+                             const Vex::Ptr<TopoHelper>& topoHelper) {
+  return Vex::make<StpSm>(ocsd, topoConfig, topoStatus, topoHelper);
+}
+
+}  // namespace Orb

@@ -1,0 +1,224 @@
+// LAG, MLAG and spanning-tree commands: configuration as the state database
+// publishes it, chip knobs, `show port-channel` and `show spanning-tree`.
+#include "agent/Agent.h"
+#include "agent/IntfRange.h"
+
+#include <fmt/format.h>
+
+namespace Agent {
+
+namespace {
+
+Nexo::IntfId lagArg(const std::string& text) {
+  return Nexo::IntfId(fmt::format("Port-Channel{}", parseInteger(text, 1, 65534)));
+}
+
+Nexo::IntfId intfArg(const std::string& text) {
+  auto ids = parseIntfRange(text);
+  if (ids.size() != 1) throw CommandError("one interface expected, not '" + text + "'");
+  return ids[0];
+}
+
+std::uint8_t linkArg(const std::string& text) {
+  if (text == "up") return Mlag::linkUp;
+  if (text == "down") return Mlag::linkDown;
+  throw CommandError("link state is up or down, not '" + text + "'");
+}
+
+Orb::PortState portStateArg(const std::string& text) {
+  if (text == "forwarding") return Orb::PortState::portStateForwarding;
+  if (text == "blocking" || text == "discarding") return Orb::PortState::portStateDiscarding;
+  if (text == "learning") return Orb::PortState::portStateLearning;
+  if (text == "disabled") return Orb::PortState::portStateDisabled;
+  throw CommandError("port state is forwarding, blocking, learning or disabled, not '" + text + "'");
+}
+
+std::string stateName(Orb::PortState state) {
+  switch (state) {
+    case Orb::PortState::portStateForwarding:
+      return "forwarding";
+    case Orb::PortState::portStateDiscarding:
+      return "blocking";
+    case Orb::PortState::portStateLearning:
+      return "learning";
+    case Orb::PortState::portStateDisabled:
+      return "disabled";
+  }
+  return "unknown";
+}
+
+std::vector<Bridging::VlanId> vlanRange(const std::string& text) {
+  std::vector<Bridging::VlanId> vlans;
+  std::size_t start = 0;
+  while (start <= text.size()) {
+    std::size_t comma = text.find(',', start);
+    std::string item = text.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
+    start = comma == std::string::npos ? text.size() + 1 : comma + 1;
+    std::size_t dash = item.find('-');
+    long first = parseInteger(item.substr(0, dash), 1, 4094);
+    long last = dash == std::string::npos ? first : parseInteger(item.substr(dash + 1), 1, 4094);
+    if (last < first) throw CommandError("bad VLAN range '" + item + "'");
+    for (long v = first; v <= last; ++v) vlans.emplace_back(static_cast<std::uint32_t>(v));
+  }
+  return vlans;
+}
+
+}  // namespace
+
+void Agent::registerLagCommands() {
+  auto lagDir = hive_->mount<Interface::EthLagIntfStatusDir>(Orb::LagMounter::ethLagIntfStatusPath);
+  auto mlag = hive_->mount<Mlag::Status>(Orb::LagMounter::mlagStatusPath);
+
+  shell_.commandIs("port-channel", "N members INTFS", "set a LAG's members (as the LAG status publishes them)",
+                   [lagDir](const Args& args, std::ostream&) {
+                     expectArgs(args, 3, 3, "port-channel N members INTFS");
+                     if (args[1] != "members") throw CommandError("usage: port-channel N members INTFS");
+                     Nexo::IntfId lag = lagArg(args[0]);
+                     auto members = parseIntfRange(args[2]);
+                     std::set<Nexo::IntfId> wanted(members.begin(), members.end());
+                     auto status = lagDir->intfStatusIs(lag);
+                     std::vector<Nexo::IntfId> stale;
+                     for (const auto& member : status->member()) {
+                       if (!wanted.count(member)) stale.push_back(member);
+                     }
+                     for (const auto& member : stale) status->memberDel(member);
+                     for (const auto& member : wanted) status->memberIs(member);
+                   });
+  shell_.commandIs("no port-channel", "N", "remove a LAG", [lagDir](const Args& args, std::ostream&) {
+    expectArgs(args, 1, 1, "no port-channel N");
+    lagDir->intfStatusDel(lagArg(args[0]));
+  });
+  shell_.commandIs(
+      "mlag", "peer-link INTF | state valid|invalid | fast-mac-redirection on|off | intf N LOCAL PROTO PEER",
+      "MLAG status as the MLAG agent publishes it (link states up|down)", [mlag](const Args& args, std::ostream&) {
+        const std::string usage =
+            "mlag peer-link INTF | mlag state valid|invalid | mlag fast-mac-redirection on|off | "
+            "mlag intf N up|down up|down up|down";
+        expectArgs(args, 2, 5, usage);
+        if (args[0] == "peer-link" && args.size() == 2) {
+          mlag->peerLinkIntfIs(intfArg(args[1]));
+        } else if (args[0] == "state" && args.size() == 2 && (args[1] == "valid" || args[1] == "invalid")) {
+          mlag->mlagStateValidIs(args[1] == "valid");
+        } else if (args[0] == "fast-mac-redirection" && args.size() == 2 && (args[1] == "on" || args[1] == "off")) {
+          mlag->fastMacRedirectionIs(args[1] == "on");
+        } else if (args[0] == "intf" && args.size() == 5) {
+          mlag->intfStatusIs(lagArg(args[1]), Mlag::IntfStatus{linkArg(args[2]), linkArg(args[3]), linkArg(args[4])});
+        } else {
+          throw CommandError("usage: " + usage);
+        }
+      });
+  shell_.commandIs("chip lag", "capacity N | max-members N", "soft chip LAG table size and members per LAG",
+                   [this](const Args& args, std::ostream&) {
+                     expectArgs(args, 2, 2, "chip lag capacity N | chip lag max-members N");
+                     auto n = static_cast<std::size_t>(parseInteger(args[1], 0, 100000));
+                     if (args[0] == "capacity") {
+                       chip_->capacityIs(SoftChip::SoftLagTable::tableName, n);
+                     } else if (args[0] == "max-members") {
+                       lagHelper_->maxMembersIs(n);
+                     } else {
+                       throw CommandError("usage: chip lag capacity N | chip lag max-members N");
+                     }
+                   });
+  shell_.commandIs("show port-channel", "", "LAG members in the shared context and in hardware",
+                   [this](const Args& args, std::ostream& out) {
+                     expectArgs(args, 0, 0, "show port-channel");
+                     std::set<Nexo::IntfId> lags;
+                     for (const auto& [lag, list] : ocsd_->lagToPort()) lags.insert(lag);
+                     for (const auto& [lag, hw] : lagHelper_->table().lags) lags.insert(lag);
+                     for (const auto& lag : lags) {
+                       std::string members, hwMembers = "-";
+                       for (const auto& [port, state] : ocsd_->lagToPort(lag).ports) {
+                         members += (members.empty() ? "" : " ") + port.stringValue();
+                       }
+                       std::string shared;
+                       if (const auto* hw = lagHelper_->table().lag(lag)) {
+                         hwMembers.clear();
+                         for (const auto& port : hw->members)
+                           hwMembers += (hwMembers.empty() ? "" : " ") + port.stringValue();
+                         if (hwMembers.empty()) hwMembers = "-";
+                         if (!hw->sharedPeerLink.empty()) shared = "  shares " + hw->sharedPeerLink.stringValue();
+                       }
+                       out << lag.stringValue() << shared << "\n";
+                       out << "  members:  " << (members.empty() ? "-" : members) << "\n";
+                       out << "  hardware: " << hwMembers << "\n";
+                     }
+                   });
+}
+
+void Agent::registerStpCommands() {
+  auto config = hive_->mount<Bridging::Topology::Config>(Paths::topologyConfig);
+  auto status = hive_->mount<Bridging::Topology::Status>(Paths::topologyStatus);
+
+  shell_.commandIs("spanning-tree topology", "NAME vlans VLANS", "create a topology and map VLANs (10-20,30) to it",
+                   [config](const Args& args, std::ostream&) {
+                     expectArgs(args, 3, 3, "spanning-tree topology NAME vlans VLANS");
+                     if (args[1] != "vlans") throw CommandError("usage: spanning-tree topology NAME vlans VLANS");
+                     auto vlans = vlanRange(args[2]);
+                     config->topoConfigIs(args[0]);
+                     for (const auto& vlanId : vlans) config->vidToTopoMapIs(vlanId, args[0]);
+                   });
+  shell_.commandIs("no spanning-tree topology", "NAME", "remove a topology and its VLAN mappings",
+                   [config](const Args& args, std::ostream&) {
+                     expectArgs(args, 1, 1, "no spanning-tree topology NAME");
+                     if (!config->topoConfigHas(args[0])) throw CommandError("no topology '" + args[0] + "'");
+                     std::vector<Bridging::VlanId> mapped;
+                     for (const auto& [vlanId, name] : config->vidToTopoMap()) {
+                       if (name == args[0]) mapped.push_back(vlanId);
+                     }
+                     for (const auto& vlanId : mapped) config->vidToTopoMapDel(vlanId);
+                     config->topoConfigDel(args[0]);
+                   });
+  shell_.commandIs("spanning-tree", "NAME INTFS forwarding|blocking|learning|disabled|flush",
+                   "set the state of ports in a topology, or flush what they learned",
+                   [config](const Args& args, std::ostream&) {
+                     expectArgs(args, 3, 3, "spanning-tree NAME INTFS forwarding|blocking|learning|disabled|flush");
+                     auto topo = config->topoConfig(args[0]);
+                     if (!topo) throw CommandError("no topology '" + args[0] + "'");
+                     auto ports = parseIntfRange(args[1]);
+                     if (args[2] == "flush") {
+                       for (const auto& port : ports) topo->fdbFlushIs(port, topo->fdbFlush(port) + 1);
+                       return;
+                     }
+                     auto state = portStateArg(args[2]);
+                     for (const auto& port : ports) topo->intfStateIs(port, state);
+                   });
+  shell_.commandIs("tap-agg", "INTFS on|off", "ports in tap/tool mode forward permanently in tap aggregation mode",
+                   [this](const Args& args, std::ostream&) {
+                     expectArgs(args, 2, 2, "tap-agg INTFS on|off");
+                     if (args[1] != "on" && args[1] != "off") throw CommandError("usage: tap-agg INTFS on|off");
+                     for (const auto& port : parseIntfRange(args[0])) stpSm_->tapAggIntfIs(port, args[1] == "on");
+                   });
+  shell_.commandIs("hardware mode", "normal|tap-agg", "the chip's operational mode",
+                   [this](const Args& args, std::ostream&) {
+                     expectArgs(args, 1, 1, "hardware mode normal|tap-agg");
+                     if (args[0] == "normal") {
+                       ocsd_->operationalModeIs(Orb::HwOperationalMode::hwModeNormal);
+                     } else if (args[0] == "tap-agg") {
+                       ocsd_->operationalModeIs(Orb::HwOperationalMode::hwModeTapAgg);
+                     } else {
+                       throw CommandError("usage: hardware mode normal|tap-agg");
+                     }
+                   });
+  shell_.commandIs("show spanning-tree", "", "topologies, their VLANs and port states, and whether they took effect",
+                   [this, config, status](const Args& args, std::ostream& out) {
+                     expectArgs(args, 0, 0, "show spanning-tree");
+                     for (const auto& [name, inst] : status->topoInstStatus()) {
+                       const auto& pending = topoHelper_->topoPendingVlans(name);
+                       out << fmt::format(
+                           "Topology {}  id {}  {}\n", name, inst.topoId,
+                           inst.stateSet ? "state set" : fmt::format("pending ({} vlans)", pending.size()));
+                       const auto& vlans = topoHelper_->mappedVlan(name).vlan;
+                       out << "  vlans: " << vlans.size();
+                       if (!vlans.empty())
+                         out << " (" << vlans.begin()->value() << "-" << vlans.rbegin()->value() << ")";
+                       out << "\n";
+                       if (auto topo = config->topoConfig(name)) {
+                         for (const auto& [port, state] : topo->intfState()) {
+                           out << fmt::format("  {:<16} {}\n", port.stringValue(), stateName(state));
+                         }
+                       }
+                     }
+                   });
+}
+
+}  // namespace Agent

@@ -1,0 +1,58 @@
+// The soft chip's topology table behind the VLAN-based topology helper:
+// topologies with their VLANs and per-port states, and the flushes asked of
+// them. Port states reach VLAN membership through the VLAN helper; this
+// table records what the chip was told.
+#pragma once
+
+#include "Orb/OrbStpSm.h"
+#include "chip/softchip/SoftChip.h"
+
+#include <map>
+#include <set>
+
+namespace SoftChip {
+
+struct HwTopology {
+  std::set<Bridging::VlanId> vlans;
+  std::map<Nexo::IntfId, Orb::PortState> portState;
+  std::uint32_t flushes = 0;
+};
+
+class SoftTopologyTable : public SoftTable {
+ public:
+  static constexpr const char* tableName = "topology";
+  SoftTopologyTable() : SoftTable(tableName) {}
+  std::size_t size() const override { return topologies.size(); }
+  void dump(JsonWriter& writer) const override;
+  const HwTopology* topology(const std::string& name) const;
+
+  std::map<std::string, HwTopology> topologies;
+};
+
+class SoftTopoHelper : public Orb::VlanTopoHelper {
+ public:
+  SoftTopoHelper(const Vex::Ptr<SoftChip>& chip, const Vex::Ptr<Orb::VlanHelper>& vlanHelper);
+  ~SoftTopoHelper() override;
+
+  const SoftTopologyTable& table() const { return table_; }
+
+  // The table's capacity, 64 unless the chip says otherwise.
+  std::uint32_t maxTopo() override;
+  void allocTopo(const std::string& topoName) override;
+  void freeTopo(const std::string& topoName) override;
+  void setStpState(std::int32_t topoId, const std::string& topoName, const Nexo::IntfId& intf,
+                   Orb::PortState state) override;
+  void addVlanToTopo(const std::string& topoName, std::uint16_t vlan) override;
+  void delVlanFromTopo(const std::string& topoName, std::uint16_t vlan) override;
+  void flushTopoPort(std::int32_t topoId, const Nexo::IntfId& port) override;
+  void flushTopoPortVlan(const Orb::MappedVlan& vlans, const Nexo::IntfId& port) override;
+  void verify() override {}
+  void hwInit() override {}
+
+ private:
+  Vex::Ptr<SoftChip> chip_;
+  SoftTopologyTable table_;
+  std::map<std::int32_t, std::string> idToName_;
+};
+
+}  // namespace SoftChip
