@@ -69,12 +69,12 @@ void Agent::registerLagCommands() {
   auto lagDir = hive_->mount<Interface::EthLagIntfStatusDir>(Orb::LagMounter::ethLagIntfStatusPath);
   auto mlag = hive_->mount<Mlag::Status>(Orb::LagMounter::mlagStatusPath);
 
-  shell_.commandIs("port-channel", "N members INTFS", "set a LAG's members (as the LAG status publishes them)",
+  shell_.commandIs("port-channel", "N members INTFS|none", "set a LAG's members (as the LAG status publishes them)",
                    [lagDir](const Args& args, std::ostream&) {
                      expectArgs(args, 3, 3, "port-channel N members INTFS");
                      if (args[1] != "members") throw CommandError("usage: port-channel N members INTFS");
                      Nexo::IntfId lag = lagArg(args[0]);
-                     auto members = parseIntfRange(args[2]);
+                     auto members = args[2] == "none" ? std::vector<Nexo::IntfId>{} : parseIntfRange(args[2]);
                      std::set<Nexo::IntfId> wanted(members.begin(), members.end());
                      auto status = lagDir->intfStatusIs(lag);
                      std::vector<Nexo::IntfId> stale;
