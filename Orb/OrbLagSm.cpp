@@ -17,7 +17,10 @@ Blip::Handle& trace() {
 
 std::string portsText(const OrbLagPortList& list) {
   std::string text;
-  for (const auto& [port, state] : list.ports) text += " " + port.stringValue();
+  for (const auto& [port, state] : list.ports) {
+    text += ' ';
+    text += port.stringValue();
+  }
   return text.empty() ? " none" : text;
 }
 

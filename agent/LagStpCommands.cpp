@@ -128,13 +128,16 @@ void Agent::registerLagCommands() {
                      for (const auto& lag : lags) {
                        std::string members, hwMembers = "-";
                        for (const auto& [port, state] : ocsd_->lagToPort(lag).ports) {
-                         members += (members.empty() ? "" : " ") + port.stringValue();
+                         if (!members.empty()) members += ' ';
+                         members += port.stringValue();
                        }
                        std::string shared;
                        if (const auto* hw = lagHelper_->table().lag(lag)) {
                          hwMembers.clear();
-                         for (const auto& port : hw->members)
-                           hwMembers += (hwMembers.empty() ? "" : " ") + port.stringValue();
+                         for (const auto& port : hw->members) {
+                           if (!hwMembers.empty()) hwMembers += ' ';
+                           hwMembers += port.stringValue();
+                         }
                          if (hwMembers.empty()) hwMembers = "-";
                          if (!hw->sharedPeerLink.empty()) shared = "  shares " + hw->sharedPeerLink.stringValue();
                        }
