@@ -496,6 +496,8 @@ void StpSm::cleanupTapAgg() {
   topoStatus_->topoInstStatusDel(tapAggTopoName);
 }
 
+void StpSm::handleBpduTrapping() { unimplementedOperation("StpSm", "handleBpduTrapping"); }
+
 void StpSm::tapAggIntfIs(const IntfId& intf, bool tap) {
   if (tap ? !tapAggIntf_.insert(intf).second : !tapAggIntf_.erase(intf)) return;
   if (!tapMode()) return;

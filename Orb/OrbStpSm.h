@@ -176,6 +176,10 @@ class StpSm : public OrbBaseSm {
   void handleVidToTopoMap(VlanId vlanId);
   void handleOperationalMode();
 
+  // Trapping of spanning-tree BPDUs to the CPU is the chip layer's to
+  // provide, through a machine derived from this one.
+  virtual void handleBpduTrapping();
+
   // A port in tap/tool mode: it forwards in the tap topology, always.
   void tapAggIntfIs(const IntfId& intf, bool tap);
 

@@ -20,6 +20,13 @@ void SoftTopologyTable::dump(JsonWriter& writer) const {
     writer.EndObject();
     writer.Key("flushes");
     writer.Uint(topo.flushes);
+    writer.Key("vlanFlushes");
+    writer.StartObject();
+    for (const auto& [vlanId, count] : topo.vlanFlushes) {
+      writer.Key(std::to_string(vlanId.value()).c_str());
+      writer.Uint(count);
+    }
+    writer.EndObject();
     writer.EndObject();
   }
   writer.EndObject();
@@ -71,6 +78,13 @@ void SoftTopoHelper::flushTopoPort(std::int32_t topoId, const Nexo::IntfId&) {
   if (it != table_.topologies.end()) ++it->second.flushes;
 }
 
-void SoftTopoHelper::flushTopoPortVlan(const Orb::MappedVlan&, const Nexo::IntfId&) {}
+void SoftTopoHelper::flushTopoPortVlan(const Orb::MappedVlan& vlans, const Nexo::IntfId&) {
+  // Per-VLAN flushes land in the topology that holds the VLAN.
+  for (auto& [name, topo] : table_.topologies) {
+    for (const auto& vlanId : vlans.vlan) {
+      if (topo.vlans.count(vlanId)) ++topo.vlanFlushes[vlanId];
+    }
+  }
+}
 
 }  // namespace SoftChip

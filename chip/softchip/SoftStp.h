@@ -16,6 +16,7 @@ struct HwTopology {
   std::set<Bridging::VlanId> vlans;
   std::map<Nexo::IntfId, Orb::PortState> portState;
   std::uint32_t flushes = 0;
+  std::map<Bridging::VlanId, std::uint32_t> vlanFlushes;
 };
 
 class SoftTopologyTable : public SoftTable {

@@ -212,6 +212,10 @@ TEST(TopoHelperDeathTest, DefaultsNameTheirOperation) {
   EXPECT_DEATH(helper->setStpState(0, "t", IntfId("Ethernet1"), PortState::portStateForwarding),
                "Call to unimplemented function TopoHelper::setStpState");
   EXPECT_DEATH(helper->maxTopo(), "Call to unimplemented function TopoHelper::maxTopo");
+  auto ocsd = Orb::orbCommonSmDataFactory("ocsd");
+  auto stp = Orb::stpSmFactory(ocsd, Vex::make<Bridging::Topology::Config>("c"),
+                               Vex::make<Bridging::Topology::Status>("s"), Vex::make<TestTopoHelper>(nullptr));
+  EXPECT_DEATH(stp->handleBpduTrapping(), "Call to unimplemented function StpSm::handleBpduTrapping");
   auto vlanBased = Vex::make<Orb::VlanTopoHelper>(nullptr);
   EXPECT_DEATH(vlanBased->setStpState(0, "t", IntfId("Ethernet1"), PortState::portStateForwarding), "stpSm\\(\\)");
 }

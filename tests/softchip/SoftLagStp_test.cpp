@@ -75,6 +75,7 @@ TEST(SoftStp, PortStatesBecomeVlanMembershipAndAreRecorded) {
   EXPECT_TRUE(vlans->table().vlan(Bridging::VlanId(10))->untagged.count(IntfId("Ethernet1")));
   config->topoConfig("MST1")->fdbFlushIs(IntfId("Ethernet1"), 1);
   EXPECT_EQ(topo->table().topology("MST1")->flushes, 1u);
+  EXPECT_EQ(topo->table().topology("MST1")->vlanFlushes.at(Bridging::VlanId(10)), 1u);
   EXPECT_EQ(topo->maxTopo(), 64u);
 }
 
