@@ -7,6 +7,8 @@ namespace Agent {
 void addCommonOptions(CLI::App& app, CommandLine& options) {
   app.add_flag("--real-time", options.realTime, "run clocks on the monotonic clock instead of simulated time");
   app.add_option("--trace", options.traces, "turn on traces: MODULE=LEVEL (repeatable)");
+  app.add_option("--ports", options.agent.ports, "front-panel ports of the soft chip (Ethernet1 to EthernetN)")
+      ->check(CLI::Range(1, 1024));
 }
 
 void applyCommonOptions(Agent& agent, const CommandLine& options) {

@@ -36,6 +36,10 @@ int runDaemon(Agent::Agent& agent) {
       ssize_t n = ::read(STDIN_FILENO, buffer, sizeof buffer);
       if (n <= 0) break;
       pending.append(buffer, static_cast<std::size_t>(n));
+      if (pending.size() > 65536 && pending.find('\n') == std::string::npos) {
+        std::cerr << "% line too long, dropped\n";
+        pending.clear();
+      }
       for (auto end = pending.find('\n'); end != std::string::npos; end = pending.find('\n')) {
         std::string line = pending.substr(0, end);
         pending.erase(0, end + 1);
