@@ -8,15 +8,65 @@
 
 #include "Orb/OrbBaseHelper.h"
 #include "Orb/OrbCommonTypes.h"
+#include "platform/types/Bridging.h"
 #include "platform/types/Nexo.h"
 
 #include <string>
 
 namespace OrbHelper {
 
+// The MAC table in hardware. Adds answer an OrbTypes::TableAddStatus (0
+// success, 1 busy, 2 full); removes answer 0 on success. The operations a
+// chip layer may leave out have empty defaults; the others stop the
+// process unless ORB_NOOP_AGENT is set.
 class OrbHelperMacAddrSm : public Orb::OrbBaseHelper {
  public:
+  using MacVlanPair = Bridging::MacVlanPair;
+  using EntryType = Bridging::EntryType;
+
   explicit OrbHelperMacAddrSm(const std::string& name = "OrbHelperMacAddrSm") : OrbBaseHelper(name) {}
+
+  virtual void hwInit() {}
+  virtual std::uint32_t addHost(const MacVlanPair&, const Nexo::IntfId&, std::uint32_t /*tunnelId*/, bool /*flag*/,
+                                EntryType) {
+    return ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, doAddHost);
+  }
+  virtual std::uint32_t addLearntLocalAndRemoveRemoteHost(const MacVlanPair&, const Nexo::IntfId&, EntryType) {
+    return 0;
+  }
+  virtual std::uint32_t removeHost(const MacVlanPair&, EntryType) {
+    return ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, removeHost);
+  }
+  virtual std::uint32_t addRemoteHost(const MacVlanPair&, const Nexo::IntfId&, std::uint64_t /*nextHopId*/,
+                                      std::uint32_t /*tunnelId*/, bool /*flag*/, EntryType, bool /*flag*/) {
+    return ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, addRemoteHost);
+  }
+  virtual void handleLinkStateAtInit() {}
+  virtual void flushVlanPort(Bridging::VlanId, const Nexo::IntfId&) {
+    ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, flushVlanPort);
+  }
+  virtual void flushVlan(Bridging::VlanId) { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, flushVlan); }
+  virtual void flushVlanLag(Bridging::VlanId, const Nexo::IntfId&) {
+    ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, flushVlanLag);
+  }
+  virtual void flushAll() { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, flushAll); }
+  virtual void removeLag(const Nexo::IntfId&) { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, removeLag); }
+  virtual void configureAgingTime(std::uint32_t) { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, configureAgingTime); }
+  virtual void configureSourceCheckCPUMac(bool) {}
+  virtual void configureSourceMacInvalid(bool) {}
+  virtual void enableLearning(const Nexo::IntfId&, bool) { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, enableLearning); }
+  virtual void enableLearningOnVlan(Bridging::VlanId, bool) {}
+  virtual void handleVlanDelete(Bridging::VlanId) {}
+  virtual void showL2TableAll(unsigned) { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, showL2TableAll); }
+  virtual void handleVerify() { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, handleVerify); }
+  virtual void verifyLearning(const Nexo::IntfId&, bool) { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, verifyLearning); }
+  virtual void verifyLearningOnVlan(Bridging::VlanId, bool) {}
+  virtual void verifyRemoteHost(const MacVlanPair&, std::uint64_t) {
+    ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, verifyRemoteHost);
+  }
+  virtual void verifyNumRemoteHost(std::uint32_t) { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, verifyNumRemoteHost); }
+  virtual void handleParityEvent(const Orb::ParityEvent::Key&) {}
+  virtual std::uint32_t getMaxRemoteMacs() { return ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, getMaxRemoteMacs); }
 };
 
 // LAGs in hardware. Every operation is optional: the defaults do nothing.

@@ -43,15 +43,19 @@ Agent::Agent(const Options& options) {
   topoHelper_ = Vex::make<SoftChip::SoftTopoHelper>(chip_, vlanHelper_);
   stpSm_ = Orb::stpSmFactory(ocsd_, hive_->mount<Bridging::Topology::Config>(Paths::topologyConfig),
                              hive_->mount<Bridging::Topology::Status>(Paths::topologyStatus), topoHelper_);
+  startMacAddrSm();
   registerCoreCommands();
   registerVlanCommands();
   registerLagCommands();
   registerStpCommands();
+  registerMacCommands();
 }
 
 Agent::~Agent() {
   // Machines go before their helpers, helpers before the chip, and the
   // shared context outlives them all.
+  macAddrSm_.reset();
+  fdbHelper_.reset();
   stpSm_.reset();
   topoHelper_.reset();
   lagSm_.reset();

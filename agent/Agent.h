@@ -6,10 +6,12 @@
 #include "Orb/OrbCommon.h"
 #include "Orb/OrbHelper.h"
 #include "Orb/OrbLagSm.h"
+#include "Orb/OrbMacAddrSm.h"
 #include "Orb/OrbStpSm.h"
 #include "Orb/OrbVlanPhyIntfSm.h"
 #include "agent/CommandShell.h"
 #include "chip/softchip/SoftChip.h"
+#include "chip/softchip/SoftFdb.h"
 #include "chip/softchip/SoftLag.h"
 #include "chip/softchip/SoftStp.h"
 #include "chip/softchip/SoftVlan.h"
@@ -36,6 +38,9 @@ inline constexpr const char* vlanPhyIntfStatus = "bridging/vlan/phyIntfStatus";
 inline constexpr const char* dynamicExpVlan = "bridging/vlan/dynamicExpVlan";
 inline constexpr const char* topologyConfig = "bridging/topology/config";
 inline constexpr const char* topologyStatus = "bridging/topology/status";
+inline constexpr const char* macTable = "bridging/hardware/macTable";
+inline constexpr const char* routerMacTable = "bridging/hardware/routerMacTable";
+inline constexpr const char* bridgingStatus = "bridging/status";
 }  // namespace Paths
 
 class Agent {
@@ -56,6 +61,8 @@ class Agent {
   const Vex::Ptr<Orb::LagSm>& lagSm() const { return lagSm_; }
   SoftChip::SoftTopoHelper& topoHelper() { return *topoHelper_; }
   const Vex::Ptr<Orb::StpSm>& stpSm() const { return stpSm_; }
+  SoftChip::SoftFdbHelper& fdbHelper() { return *fdbHelper_; }
+  const Vex::Ptr<Orb::MacAddrSm>& macAddrSm() const { return macAddrSm_; }
 
   // Runs one command line, then lets the loop do what became due.
   void execute(const std::string& line, std::ostream& out);
@@ -73,6 +80,8 @@ class Agent {
   void registerVlanCommands();
   void registerLagCommands();
   void registerStpCommands();
+  void registerMacCommands();
+  void startMacAddrSm();
 
   std::unique_ptr<Vex::EventLoop> loop_;
   Vex::Ptr<Hive::Root> hive_;
@@ -85,6 +94,8 @@ class Agent {
   Vex::Ptr<Orb::LagSm> lagSm_;
   Vex::Ptr<SoftChip::SoftTopoHelper> topoHelper_;
   Vex::Ptr<Orb::StpSm> stpSm_;
+  Vex::Ptr<SoftChip::SoftFdbHelper> fdbHelper_;
+  Vex::Ptr<Orb::MacAddrSm> macAddrSm_;
   CommandShell shell_;
 };
 

@@ -2,6 +2,7 @@
 // reads.
 #pragma once
 
+#include "platform/model/MacTypes.h"
 #include "platform/types/Bridging.h"
 #include "platform/vex/Entity.h"
 #include "platform/vex/Value.h"
@@ -23,6 +24,11 @@ class Config : public Vex::Entity {
     using BaseNotifiee::BaseNotifiee;
     VEX_KEY_HANDLER(VidToFidMap, VlanId)
     VEX_KEY_HANDLER(StaticExpVlan, VlanExpansion)
+    VEX_KEY_HANDLER(FdbConfig, MacVlanPair)
+    VEX_HANDLER(HostAgingTime)
+    VEX_HANDLER(SourceCheckCpuMac)
+    VEX_HANDLER(SourceMacInvalid)
+    VEX_KEY_HANDLER(MacLearningDisabledVlan, VlanId)
   };
   using Entity::Entity;
 
@@ -30,6 +36,14 @@ class Config : public Vex::Entity {
   VEX_COLLECTION(VlanId, Fid, vidToFidMap, VidToFidMap)
   // Configured flood-set expansions.
   VEX_SET(VlanExpansion, staticExpVlan, StaticExpVlan)
+  // Configured (static) MAC entries.
+  VEX_COLLECTION(MacVlanPair, OrbTypes::MacAddressTableEntry, fdbConfig, FdbConfig)
+  // Seconds an idle learned address stays; 0 turns aging off.
+  VEX_ATTR(std::uint32_t, hostAgingTime, HostAgingTime, 300)
+  VEX_ATTR(bool, sourceCheckCpuMac, SourceCheckCpuMac, false)
+  VEX_ATTR(bool, sourceMacInvalid, SourceMacInvalid, false)
+  // VLANs whose learning is switched off (on everywhere else).
+  VEX_SET(VlanId, macLearningDisabledVlan, MacLearningDisabledVlan)
 };
 
 }  // namespace Bridging

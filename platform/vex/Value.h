@@ -16,13 +16,20 @@
 //
 // Fields may be bool, integers, doubles, strings, described enumerations
 // (printed through valueToStrep as their quoted name), other value types,
-// std::vector, std::set, std::map, std::optional and Vex::HashMap.
+// std::vector, std::set, std::map, std::optional, Vex::HashMap and
+// Vex::HashSet. Sets and maps print in key order whatever their container,
+// so that equal values print the same. Parsing accepts fields in any order
+// and leaves missing ones at their defaults.
 //
 // Types with their own compact representation (interface ids, addresses,
 // bounded numbers) print as a value with one field: they declare
 // VEX_SCALAR_VALUE(Type, "Full::Name", "field") and provide
-// `Rep vexRep() const` and `static Type fromVexRep(const Rep&)`, where Rep is
-// a printable type (a number or a string); fromVexRep validates.
+// `Rep vexRep() const`, `static Type fromVexRep(const Rep&)` (which
+// validates, throwing on a bad representation) and `hash_value`, where Rep is
+// a printable type (a number or a string).
+//
+// Every value type also hashes with std::hash and formats with fmt ("{}"
+// gives the printed form); described enumerations format as their name.
 #pragma once
 
 #include <fmt/format.h>
@@ -35,7 +42,12 @@
 #include <boost/mp11/algorithm.hpp>
 #include <boost/unordered/unordered_flat_map.hpp>
 
+#include <boost/unordered/unordered_flat_set.hpp>
+
+#include <charconv>
 #include <cstdint>
+#include <functional>
+#include <limits>
 #include <map>
 #include <optional>
 #include <ostream>
@@ -122,6 +134,8 @@ template <class T>
 struct IsSet : std::false_type {};
 template <class T, class C, class A>
 struct IsSet<std::set<T, C, A>> : std::true_type {};
+template <class T, class H, class E, class A>
+struct IsSet<boost::unordered_flat_set<T, H, E, A>> : std::true_type {};
 template <class T>
 struct IsMap : std::false_type {};
 template <class K, class V, class C, class A>
@@ -173,12 +187,18 @@ void print(std::string& out, const T& value) {
     });
     out += "})";
   } else if constexpr (IsVector<T>::value || IsSet<T>::value) {
+    std::vector<const typename T::value_type*> items;
+    items.reserve(value.size());
+    for (const auto& item : value) items.push_back(&item);
+    if constexpr (IsSet<T>::value) {
+      std::sort(items.begin(), items.end(), [](auto* a, auto* b) { return *a < *b; });
+    }
     out += '[';
     bool first = true;
-    for (const auto& item : value) {
+    for (const auto* item : items) {
       if (!first) out += ", ";
       first = false;
-      print(out, item);
+      print(out, *item);
     }
     out += ']';
   } else if constexpr (IsMap<T>::value) {
@@ -209,21 +229,9 @@ void print(std::string& out, const T& value) {
 template <class T>
 void parseInteger(Parser& in, T& value) {
   std::string text = in.parseNumberText();
-  try {
-    std::size_t used = 0;
-    if constexpr (std::is_signed_v<T>) {
-      long long v = std::stoll(text, &used);
-      if (used != text.size() || v < std::numeric_limits<T>::min() || v > std::numeric_limits<T>::max()) throw 0;
-      value = static_cast<T>(v);
-    } else {
-      if (!text.empty() && text[0] == '-') throw 0;
-      unsigned long long v = std::stoull(text, &used);
-      if (used != text.size() || v > std::numeric_limits<T>::max()) throw 0;
-      value = static_cast<T>(v);
-    }
-  } catch (...) {
-    in.fail("an integer in range, not '" + text + "'");
-  }
+  // from_chars refuses a sign on unsigned types and anything out of range.
+  auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (ec != std::errc() || end != text.data() + text.size()) in.fail("an integer in range, not '" + text + "'");
 }
 
 double parseDouble(Parser& in);
@@ -246,12 +254,12 @@ void parse(Parser& in, T& value) {
     in.typeNameIs(vexTypeName(static_cast<const T*>(nullptr)));
     in.expect("Value(");
     std::string name = in.parseString();
-    if (name != vexTypeName(static_cast<const T*>(nullptr))) in.fail("type name, not '" + name + "'");
+    if (name != vexTypeName(static_cast<const T*>(nullptr))) in.fail("the type name, not '" + name + "'");
     in.expect(",");
     in.expect("**");
     in.expect("{");
     std::string field = in.parseString();
-    if (field != vexFieldName(static_cast<const T*>(nullptr))) in.fail("field name, not '" + field + "'");
+    if (field != vexFieldName(static_cast<const T*>(nullptr))) in.fail("a field name, not '" + field + "'");
     in.expect(":");
     std::decay_t<decltype(std::declval<const T&>().vexRep())> rep{};
     parse(in, rep);
@@ -269,7 +277,7 @@ void parse(Parser& in, T& value) {
     in.typeNameIs(name);
     in.expect("Value(");
     std::string printed = in.parseString();
-    if (printed != name) in.fail("type name, not '" + printed + "'");
+    if (printed != name) in.fail("the type name, not '" + printed + "'");
     in.expect(",");
     in.expect("**");
     in.expect("{");
@@ -336,6 +344,8 @@ template <class T>
 const char* nameOf() {
   if constexpr (ValueType<T>) {
     return vexTypeName(static_cast<const T*>(nullptr));
+  } else if constexpr (DescribedEnum<T>) {
+    return boost::describe::descriptor_by_name<T, BOOST_DESCRIBE_MAKE_NAME(x)>::name;
   } else {
     return "value";
   }
@@ -394,4 +404,20 @@ struct fmt::formatter<T> : fmt::formatter<std::string_view> {
     std::string text = Vex::toStrep(value);
     return fmt::formatter<std::string_view>::format(text, ctx);
   }
+};
+
+// Described enumerations format as their enumerator name, as in traces.
+template <Vex::DescribedEnum E>
+struct fmt::formatter<E> : fmt::formatter<std::string_view> {
+  template <class Context>
+  auto format(E value, Context& ctx) const {
+    std::string text = Vex::valueToStrep(value);
+    return fmt::formatter<std::string_view>::format(text, ctx);
+  }
+};
+
+// Value types are keys of standard unordered containers too.
+template <Vex::ValueType T>
+struct std::hash<T> {
+  std::size_t operator()(const T& value) const noexcept { return boost::hash<T>()(value); }
 };

@@ -1,0 +1,947 @@
+#include "Orb/OrbMacAddrSm.h"
+
+#include "Orb/OrbTrace.h"
+#include "platform/log/LogEvent.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace Orb {
+
+namespace {
+
+Blip::Handle& trace() {
+  static Blip::Handle& handle = orbTraceHandle("OrbMacAddrSm");
+  return handle;
+}
+
+const Log::EventDef& bankFullEvent() {
+  static const Log::EventDef& def = Log::define(
+      {"ETH_MACADDRBANKFULL", "MAC address %s on VLAN %d (%s) could not be programmed: the hardware MAC table is full",
+       "The forwarding chip's MAC address table has no room for this entry; traffic to the address is flooded.",
+       "Reduce the number of MAC addresses (shorter aging time, fewer hosts or VLANs), or move hosts to other "
+       "switches."});
+  return def;
+}
+
+std::string keyText(const MacVlanPair& key) {
+  return fmt::format("{} vlan {}", key.addr.stringValue(), key.vlanId.value());
+}
+
+RemoteMacAddressTableEntry fromRow(const MacAddressTableEntry& row) {
+  RemoteMacAddressTableEntry entry;
+  entry.macVlanPair = row.macVlanPair;
+  entry.intf = row.intf;
+  entry.entryType = row.entryType;
+  entry.moves = row.moves;
+  entry.lastMoveTime = row.lastMoveTime;
+  return entry;
+}
+
+MacAddressTableEntry toRow(const RemoteMacAddressTableEntry& entry) {
+  return MacAddressTableEntry{entry.macVlanPair, entry.intf, entry.entryType, entry.moves, entry.lastMoveTime};
+}
+
+// What hardware holds for an entry: equal when nothing needs programming.
+bool sameProgramming(const RemoteMacAddressTableEntry& a, const RemoteMacAddressTableEntry& b) {
+  return a.intf == b.intf && a.entryType == b.entryType && a.swTunnelGroupId == b.swTunnelGroupId &&
+         a.hasL2RibObjTuple == b.hasL2RibObjTuple && (!a.hasL2RibObjTuple || a.l2RibObjTuple == b.l2RibObjTuple);
+}
+
+bool learnedHere(EntryType type) {
+  return type == EntryType::entryDynamic || type == EntryType::entryConfiguredDynamic ||
+         type == EntryType::entryStatic || type == EntryType::entryAuthenticated;
+}
+
+}  // namespace
+
+const char* macEntryTypeWord(EntryType type) {
+  const char* word = Bridging::entryTypeWord(type);
+  if (!word) orbAssert("0 && \"invalid entryType\"");
+  return word;
+}
+
+bool isRemoteEntryType(EntryType type) {
+  auto value = static_cast<int>(type);
+  return value >= 8 && value <= 16;
+}
+
+bool isStaticEntryType(EntryType type) {
+  return type == EntryType::entryStatic || type == EntryType::entryStaticRemote ||
+         type == EntryType::entryAuthenticated;
+}
+
+RemoteMacAddressTableEntry ModifyMacEntry::entry() const {
+  RemoteMacAddressTableEntry e;
+  e.macVlanPair = macVlanPair_;
+  e.intf = intf_;
+  e.entryType = entryType_;
+  e.swTunnelGroupId = swTunnelGroupId;
+  e.moves = moves_;
+  e.lastMoveTime = lastMoveTime;
+  e.isMplsNextHop = isMplsNextHop;
+  e.l2RibObjTuple = l2RibObjTuple;
+  e.hasL2RibObjTuple = hasL2RibObjTuple;
+  return e;
+}
+
+Vex::Ptr<ModifyMacEntry> modifyMacEntryFactory(const MacVlanPair& macVlanPair, const IntfId& intf, EntryType entryType,
+                                               Keel::Seqno32 moves) {
+  return Vex::make<ModifyMacEntry>(macVlanPair, intf, entryType, moves);
+}
+
+const RemoteMacAddressTableEntry* betterEntry(const RemoteMacAddressTableEntry* a, const RemoteMacAddressTableEntry* b,
+                                              const SwTunnelGroupIdMap* tunnels) {
+  if (!b) return a;
+  if (!a) return b;
+  auto rank = [](const RemoteMacAddressTableEntry& e) {
+    return static_cast<unsigned>(e.preference) * 256u + (isStaticEntryType(e.entryType) ? 1u : 0u);
+  };
+  if (rank(*a) != rank(*b)) return rank(*a) > rank(*b) ? a : b;
+  if (a->moves != b->moves) return a->moves > b->moves ? a : b;
+  if (a->lastMoveTime != b->lastMoveTime) {
+    // Unordered times (NaN) fall through to b.
+    if (a->lastMoveTime > b->lastMoveTime) return a;
+    if (a->lastMoveTime < b->lastMoveTime) return b;
+    return b;
+  }
+  if (a->hasL2RibObjTuple != b->hasL2RibObjTuple) return a->hasL2RibObjTuple ? a : b;
+  if (a->hasL2RibObjTuple) return b->l2RibObjTuple < a->l2RibObjTuple ? a : b;
+  if (tunnels) {
+    const auto& ta = tunnels->group(a->swTunnelGroupId);
+    const auto& tb = tunnels->group(b->swTunnelGroupId);
+    if (!ta.empty() && !tb.empty() && ta != tb) return tb < ta ? a : b;
+  }
+  return b;
+}
+
+// --- reactors ---
+
+class MacAddrSm::Reactors {
+ public:
+  explicit Reactors(MacAddrSm* sm) : sm_(sm) {}
+
+  template <class R, class E>
+  void add(const Vex::Ptr<E>& entity) {
+    if (!entity) return;
+    auto reactor = std::make_unique<R>(sm_, entity);
+    sm_->reactorIs(reactor.get());
+    all_.push_back(std::move(reactor));
+  }
+  ~Reactors() {
+    for (auto& reactor : all_) sm_->reactorDel(reactor.get());
+  }
+
+ private:
+  MacAddrSm* sm_;
+  std::vector<std::unique_ptr<Vex::NotifieeBase>> all_;
+};
+
+#define MAC_REACTOR(Name, Entity)                                                              \
+  class Name : public Entity::Notifiee {                                                       \
+   public:                                                                                     \
+    Name(MacAddrSm* sm, const Vex::Ptr<Entity>& entity) : Entity::Notifiee(entity), sm_(sm) {} \
+                                                                                               \
+   protected:                                                                                  \
+    MacAddrSm* sm_;                                                                            \
+  }
+
+namespace {
+
+MAC_REACTOR(MacTableReactorBase, OrbTypes::MacTable);
+class MacTableReactor : public MacTableReactorBase {
+ public:
+  using MacTableReactorBase::MacTableReactorBase;
+  void handleMacEntry(const MacVlanPair& key) override {
+    if (sm_->reacting()) sm_->handleMacEntry(key);
+  }
+};
+class RouterMacReactor : public MacTableReactorBase {
+ public:
+  using MacTableReactorBase::MacTableReactorBase;
+  void handleMacEntry(const MacVlanPair& key) override {
+    if (sm_->reacting()) sm_->handleRouterMacEntry(key);
+  }
+};
+
+MAC_REACTOR(ConfigReactorBase, Bridging::Config);
+class ConfigReactor : public ConfigReactorBase {
+ public:
+  using ConfigReactorBase::ConfigReactorBase;
+  void handleFdbConfig(const MacVlanPair& key) override {
+    if (sm_->reacting()) sm_->handleConfiguredHost(key);
+  }
+  void handleHostAgingTime() override {
+    if (sm_->reacting()) sm_->handleHostAgingTime();
+  }
+  void handleSourceCheckCpuMac() override {
+    if (sm_->reacting()) sm_->handleSourceChecks();
+  }
+  void handleSourceMacInvalid() override {
+    if (sm_->reacting()) sm_->handleSourceChecks();
+  }
+  void handleMacLearningDisabledVlan(const VlanId& vlanId) override {
+    if (sm_->reacting()) sm_->handleVlanLearning(vlanId);
+  }
+};
+
+MAC_REACTOR(IntfConfigReactorBase, Interface::EthPhyIntfConfigDir);
+class IntfConfigReactor : public IntfConfigReactorBase {
+ public:
+  using IntfConfigReactorBase::IntfConfigReactorBase;
+  void handleMacLearningDisabled(const IntfId& intf) override {
+    if (sm_->reacting()) sm_->handleEthIntfConfig(intf);
+  }
+};
+
+MAC_REACTOR(MlagHostReactorBase, Mlag::HostTable);
+class MlagHostReactor : public MlagHostReactorBase {
+ public:
+  using MlagHostReactorBase::MlagHostReactorBase;
+  void handleHostEntry(const MacVlanPair& key) override {
+    if (sm_->reacting()) sm_->handleMlagHostTableEntry(key);
+  }
+};
+
+MAC_REACTOR(MlagStatusReactorBase, Mlag::Status);
+class MlagStatusReactor : public MlagStatusReactorBase {
+ public:
+  using MlagStatusReactorBase::MlagStatusReactorBase;
+  void handleMlagStateValid() override {
+    if (sm_->reacting()) sm_->handleMlagStateOrPeerLinkIntf();
+  }
+  void handlePeerLinkIntf() override {
+    if (sm_->reacting()) sm_->handleMlagStateOrPeerLinkIntf();
+  }
+};
+
+MAC_REACTOR(FsfReactorBase, FastServerFailover::Status);
+class FsfReactor : public FsfReactorBase {
+ public:
+  using FsfReactorBase::FsfReactorBase;
+  void handleFailedServer(const Nexo::EthAddr& addr) override {
+    if (sm_->reacting()) sm_->handleFsfFailedServer(addr);
+  }
+};
+
+MAC_REACTOR(RemoteReactorBase, Bridging::RemoteMacTable);
+class RemoteReactor : public RemoteReactorBase {
+ public:
+  using RemoteReactorBase::RemoteReactorBase;
+  void handleConfiguredHost(const MacVlanPair& key) override {
+    if (sm_->reacting()) sm_->handleRemoteHost(key);
+  }
+  void handleReceivedHost(const MacVlanPair& key) override {
+    if (sm_->reacting()) sm_->handleRemoteHost(key);
+  }
+};
+
+MAC_REACTOR(Dot1xHostReactorBase, Dot1x::HostTable);
+class Dot1xHostReactor : public Dot1xHostReactorBase {
+ public:
+  using Dot1xHostReactorBase::Dot1xHostReactorBase;
+  void handleHost(const Nexo::EthAddr& addr) override {
+    if (sm_->reacting()) sm_->handleDot1xHostTableEntry(addr);
+  }
+};
+
+MAC_REACTOR(Dot1xStatusReactorBase, Dot1x::Status);
+class Dot1xStatusReactor : public Dot1xStatusReactorBase {
+ public:
+  using Dot1xStatusReactorBase::Dot1xStatusReactorBase;
+  void handleRestrictedIntf(const IntfId& intf) override {
+    if (sm_->reacting()) sm_->handleDot1xIntfStatus(intf);
+  }
+};
+
+MAC_REACTOR(L2RibReactorBase, L2Rib::HostOutput);
+class L2RibReactor : public L2RibReactorBase {
+ public:
+  using L2RibReactorBase::L2RibReactorBase;
+  void handleHost(const MacVlanPair& key) override {
+    if (sm_->reacting()) sm_->handleL2RibHost(key);
+  }
+};
+
+MAC_REACTOR(HwIdReactorBase, ObjTupleToHwId);
+class HwIdReactor : public HwIdReactorBase {
+ public:
+  using HwIdReactorBase::HwIdReactorBase;
+  void handleHwId(const L2Rib::ObjTuple& tuple) override {
+    if (sm_->reacting()) sm_->handleObjTupleToHwIdMap(tuple);
+  }
+};
+
+MAC_REACTOR(OcsdReactorBase, OrbCommonSmData);
+class OcsdReactor : public OcsdReactorBase {
+ public:
+  using OcsdReactorBase::OcsdReactorBase;
+  void handleLagToPort(const IntfId& lag) override {
+    if (sm_->reacting()) sm_->handleLagToPort(lag);
+  }
+  void handlePortToLag(const IntfId& port) override {
+    if (sm_->reacting()) sm_->configureMacLearningOnPort(port);
+  }
+  void handleParityEvent(const ParityEvent::Key& key) override {
+    if (sm_->reacting()) sm_->handleParityEvent(key);
+  }
+};
+
+}  // namespace
+
+#undef MAC_REACTOR
+
+// --- construction ---
+
+MacAddrSm::MacAddrSm(
+    const Vex::Ptr<OrbCommonSmData>& ocsd, const Vex::Ptr<OrbCommonMulticastData>& ocmd,
+    const Vex::Ptr<OrbTypes::MacTable>& macTable, const Vex::Ptr<OrbTypes::MacTable>& routerMacTable,
+    const Vex::Ptr<Bridging::Status>& bridgingStatus,
+    const Vex::Ptr<Bridging::HostTableFlushRequestDir>& flushRequestDir,
+    const Vex::Ptr<Bridging::HostTableFlushReplyDir>& flushReplyDir, const Vex::Ptr<Bridging::Config>& bridgingConfig,
+    const Vex::Ptr<Interface::EthPhyIntfConfigDir>& ethPhyIntfConfigDir,
+    const Vex::Ptr<Interface::EthPhyIntfStatusDir>& ethPhyIntfStatusDir, const Vex::Ptr<VlanHelper>& vlanHelper,
+    const Vex::Ptr<Mlag::HostTable>& mlagHostTable, const Vex::Ptr<Mlag::Status>& mlagStatus,
+    const Vex::Ptr<OrbHelper::OrbHelperMacAddrSm>& orbHelper, const Vex::Ptr<FastServerFailover::Status>& fsfStatus,
+    const Vex::Ptr<Vxlan::VxlanConfigDir>& vxlanConfigDir, const Vex::Ptr<VXLAN::RemoteMacInfoDir>& rmacInfoDir,
+    const Vex::Ptr<Bridging::RemoteMacTable>& remoteHostTable, const Vex::Ptr<Dot1x::HostTable>& dot1xHostTable,
+    const Vex::Ptr<Dot1x::Status>& dot1xStatus, const Vex::Ptr<OrbHelper::OrbHelperDot1x>& dot1xHelper,
+    const Vex::Ptr<L2Rib::HostInput>& l2RibInput, const Vex::Ptr<L2Rib::HostOutput>& l2RibOutput,
+    const Vex::Ptr<L2Rib::LoadBalanceOutput>& lbOutput, const Vex::Ptr<L2Rib::DestOutput>& destOutput,
+    const Vex::Ptr<SwTunnelGroupIdMap>& swTunnelIdMap, const Vex::Ptr<ObjTupleToHwId>& objTupleToHwId)
+    : OrbBaseSm(ocsd),
+      ocmd_(ocmd),
+      macTable_(macTable),
+      routerMacTable_(routerMacTable),
+      bridgingStatus_(bridgingStatus),
+      flushRequestDir_(flushRequestDir),
+      flushReplyDir_(flushReplyDir),
+      bridgingConfig_(bridgingConfig),
+      ethPhyIntfConfigDir_(ethPhyIntfConfigDir),
+      ethPhyIntfStatusDir_(ethPhyIntfStatusDir),
+      vlanHelper_(vlanHelper),
+      mlagHostTable_(mlagHostTable),
+      mlagStatus_(mlagStatus),
+      orbHelper_(orbHelper),
+      fsfStatus_(fsfStatus),
+      vxlanConfigDir_(vxlanConfigDir),
+      rmacInfoDir_(rmacInfoDir),
+      remoteHostTable_(remoteHostTable),
+      dot1xHostTable_(dot1xHostTable),
+      dot1xStatus_(dot1xStatus),
+      dot1xHelper_(dot1xHelper),
+      l2RibInput_(l2RibInput),
+      l2RibOutput_(l2RibOutput),
+      lbOutput_(lbOutput),
+      destOutput_(destOutput),
+      swTunnelIdMap_(swTunnelIdMap),
+      objTupleToHwId_(objTupleToHwId) {
+  bankFullEvent();
+  updateMacEntryClock_ = Vex::clockFactory([this] { updateQueuedAddresses(); });
+  macTableTimer_ = Vex::clockFactory([this] { handleMacTableUpdate(); });
+  clockIs(updateMacEntryClock_);
+  clockIs(macTableTimer_);
+  reactors_ = std::make_unique<Reactors>(this);
+  reactors_->add<MacTableReactor>(macTable_);
+  reactors_->add<RouterMacReactor>(routerMacTable_);
+  reactors_->add<ConfigReactor>(bridgingConfig_);
+  reactors_->add<IntfConfigReactor>(ethPhyIntfConfigDir_);
+  reactors_->add<MlagHostReactor>(mlagHostTable_);
+  reactors_->add<MlagStatusReactor>(mlagStatus_);
+  reactors_->add<FsfReactor>(fsfStatus_);
+  reactors_->add<RemoteReactor>(remoteHostTable_);
+  reactors_->add<Dot1xHostReactor>(dot1xHostTable_);
+  reactors_->add<Dot1xStatusReactor>(dot1xStatus_);
+  reactors_->add<L2RibReactor>(l2RibOutput_);
+  reactors_->add<HwIdReactor>(objTupleToHwId_);
+  reactors_->add<OcsdReactor>(ocsd);
+  initializedIs(true);
+}
+
+MacAddrSm::~MacAddrSm() {
+  vexDoZombieReactors(true);
+  reactors_.reset();
+  updateMacEntryClock_->timeMinIs(Vex::never);
+  macTableTimer_->timeMinIs(Vex::never);
+  updateList_.clear();
+}
+
+void MacAddrSm::handleInitialized() {
+  orbHelper_->hwInit();
+  doClearRemoteMacsFromFdbStatus();
+  if (mlagHostTable_) {
+    for (const auto& [key, row] : mlagHostTable_->hostEntry()) reevaluateEntry(key);
+  }
+  handleHostAgingTime();
+  for (const auto& [key, row] : bridgingConfig_->fdbConfig()) reevaluateEntry(key);
+  currentPeerLink_ = mlagStatus_ ? mlagStatus_->peerLinkIntf() : IntfId();
+  for (const auto& vlanId : bridgingConfig_->macLearningDisabledVlan()) handleVlanLearning(vlanId);
+  for (const auto& [key, event] : ocsd()->parityEvent()) handleParityEvent(key);
+  // Authenticated hosts programmed by this switch.
+  dot1xLocalHostTable_ = Vex::make<Dot1x::HostTable>("dot1xLocalHostTable");
+  if (dot1xHostTable_) {
+    for (const auto& [addr, row] : dot1xHostTable_->host()) handleDot1xHostTableEntry(addr);
+  }
+  if (remoteHostTable_) {
+    for (const auto& [key, entry] : remoteHostTable_->configuredHost()) reevaluateEntry(key);
+    for (const auto& [key, entry] : remoteHostTable_->receivedHost()) reevaluateEntry(key);
+  }
+  orbHelper_->handleLinkStateAtInit();
+  for (const auto& [intf, known] : ocsd()->intf()) configureMacLearningOnPort(intf);
+  if (routerMacTable_) {
+    for (const auto& [key, row] : routerMacTable_->macEntry()) reevaluateEntry(key);
+  }
+  if (l2RibOutput_) {
+    for (const auto& [key, entry] : l2RibOutput_->host()) reevaluateEntry(key);
+  }
+  for (const auto& [key, row] : macTable_->macEntry()) handleMacEntry(key);
+  std::vector<MacVlanPair> remote;
+  for (const auto& [key, row] : bridgingStatus_->remoteStatusTable()) remote.push_back(key);
+  for (const auto& key : remote) reevaluateEntry(key);
+}
+
+void MacAddrSm::doClearRemoteMacsFromFdbStatus() {
+  std::vector<MacVlanPair> stale;
+  for (const auto& [key, row] : bridgingStatus_->fdbStatus()) {
+    if (isRemoteEntryType(row.entryType)) stale.push_back(key);
+  }
+  for (const auto& key : stale) bridgingStatus_->fdbStatusDel(key);
+}
+
+// --- choosing ---
+
+bool MacAddrSm::peerEntriesAllowed() const {
+  return mlagStatus_ && mlagStatus_->mlagStateValid() && !mlagStatus_->peerLinkIntf().empty();
+}
+
+std::optional<RemoteMacAddressTableEntry> MacAddrSm::configuredEntry(const MacVlanPair& key) {
+  std::optional<RemoteMacAddressTableEntry> best;
+  auto offer = [&](const RemoteMacAddressTableEntry& candidate, const char* source) {
+    BLIP(trace(), 8, "candidate from {} {}", source, keyText(key));
+    const auto* winner = betterEntry(best ? &*best : nullptr, &candidate, swTunnelIdMap_.get());
+    if (winner == &candidate) best = candidate;
+  };
+  if (l2RibOutput_ && l2RibOutput_->hostHas(key)) offer(l2RibOutput_->host(key), "l2Rib");
+  if (remoteHostTable_) {
+    if (remoteHostTable_->receivedHostHas(key)) offer(remoteHostTable_->receivedHost(key), "evpnMacTable");
+    if (remoteHostTable_->configuredHostHas(key)) offer(remoteHostTable_->configuredHost(key), "evpnMacTable");
+  }
+  if (bridgingConfig_->fdbConfigHas(key)) {
+    if (routerMacTable_ && routerMacTable_->macEntryHas(key)) {
+      ++collidingStaticEntryWithRouterMacEntry_;
+      BLIP(trace(), 3, "collision of static entry {} with router mac entry", keyText(key));
+    } else {
+      offer(fromRow(bridgingConfig_->fdbConfig(key)), "fdbConfig");
+    }
+  }
+  if (dot1xLocalHostTable_ && dot1xLocalHostTable_->hostHas(key.addr)) {
+    const auto& row = dot1xLocalHostTable_->host(key.addr);
+    if (row.macVlanPair == key) offer(fromRow(row), "fdbConfig");
+  }
+  if (mlagHostTable_ && peerEntriesAllowed() && mlagHostTable_->hostEntryHas(key)) {
+    auto peer = fromRow(mlagHostTable_->hostEntry(key));
+    // The peer's address is reached over the MLAG interface if this switch
+    // has it, else over the peer link.
+    if (!ocsd()->lagToPortHas(peer.intf)) peer.intf = mlagStatus_->peerLinkIntf();
+    offer(peer, "mlagHostTable");
+  }
+  return best;
+}
+
+std::optional<RemoteMacAddressTableEntry> MacAddrSm::currentEntry(const MacVlanPair& key) const {
+  if (bridgingStatus_->remoteStatusTableHas(key)) return bridgingStatus_->remoteStatusTable(key);
+  if (bridgingStatus_->fdbStatusHas(key)) return fromRow(bridgingStatus_->fdbStatus(key));
+  return std::nullopt;
+}
+
+bool MacAddrSm::checkIgnoreEvent(const MacAddressTableEntry& learned) {
+  const IntfId& intf = learned.intf;
+  const char* why = nullptr;
+  if (!ocsd()->intfHas(intf) && !ocsd()->lagToPortHas(intf) && !ocsd()->cpuIntfHas(intf)) {
+    why = intf.isLag() ? ": unknown LAG" : ": unknown intf";
+  } else if (!macLearningStatusOnPort(intf)) {
+    why = ": learning off on port";
+  } else if (bridgingConfig_->macLearningDisabledVlan(learned.macVlanPair.vlanId)) {
+    why = ": learning off on vlan";
+  } else if (fsfStatus_ && fsfStatus_->failedServer(learned.macVlanPair.addr)) {
+    why = ": failed fast-failover server";
+  }
+  if (!why) return false;
+  BLIP(trace(), 6, "Ignoring event for mac entry {} on {}{}", keyText(learned.macVlanPair), intf.stringValue(), why);
+  return true;
+}
+
+void MacAddrSm::maybeUpdateMoveCount(RemoteMacAddressTableEntry& wanted, const RemoteMacAddressTableEntry* current,
+                                     double time) {
+  if (!current) return;
+  bool moved = current->intf != wanted.intf ||
+               isRemoteEntryType(current->entryType) != isRemoteEntryType(wanted.entryType) ||
+               current->swTunnelGroupId != wanted.swTunnelGroupId;
+  if (moved) {
+    wanted.moves = current->moves + 1;
+    wanted.lastMoveTime = time;
+    BLIP(trace(), 7, "Settting moves to current+1: {}", wanted.moves.value());
+  } else {
+    wanted.moves = current->moves;
+    wanted.lastMoveTime = current->lastMoveTime;
+    BLIP(trace(), 8, "Not incremented moves: {}", wanted.moves.value());
+  }
+}
+
+void MacAddrSm::reevaluateEntry(const MacVlanPair& key) {
+  const MacAddressTableEntry* hardware = macTable_->macEntryHas(key) ? &macTable_->macEntry(key) : nullptr;
+  auto current = currentEntry(key);
+  bool aged = !hardware && current && learnedHere(current->entryType) && !isStaticEntryType(current->entryType);
+  evaluateEntry(key, hardware, aged, Vex::now());
+}
+
+void MacAddrSm::evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry* hardware, bool agedInHardware,
+                              double time) {
+  BLIP(trace(), 7, "Evaluating MAC entry: {}, learned in hardware: {}, aged in hardware: {}", keyText(key),
+       hardware != nullptr, agedInHardware);
+  if (hardware && checkIgnoreEvent(*hardware)) hardware = nullptr;
+  auto configured = configuredEntry(key);
+  auto current = currentEntry(key);
+  if (configured) BLIP(trace(), 8, "Configured entry is {}", configured->intf.stringValue());
+  if (current) BLIP(trace(), 8, "Current entry is {}", current->intf.stringValue());
+
+  std::optional<RemoteMacAddressTableEntry> wanted;
+  if (configured && isStaticEntryType(configured->entryType)) {
+    BLIP(trace(), 7, "{}", isRemoteEntryType(configured->entryType) ? "Entry is static remote" : "Entry is static");
+    wanted = configured;
+  } else if (hardware) {
+    auto learned = fromRow(*hardware);
+    learned.entryType = EntryType::entryDynamic;
+    if (current) {
+      // What the hardware reports is where the address is now: it takes the
+      // move count of what was programmed, plus one if it moved.
+      learned.moves = current->moves;
+      learned.lastMoveTime = current->lastMoveTime;
+      if (current->intf != learned.intf || isRemoteEntryType(current->entryType)) {
+        learned.moves = current->moves + 1;
+        learned.lastMoveTime = time;
+      }
+    } else {
+      learned.lastMoveTime = time;
+    }
+    if (configured) {
+      BLIP(trace(), 8, "{}, peer move time is {}", keyText(key), configured->lastMoveTime);
+      const auto* winner = betterEntry(&*configured, &learned, swTunnelIdMap_.get());
+      if (winner == &*configured) BLIP(trace(), 7, "Using peer dynamic entry {}", keyText(key));
+      wanted = *winner;
+    } else {
+      wanted = learned;
+    }
+  } else {
+    wanted = configured;
+  }
+
+  EntryEvaluationAction action = EntryEvaluationAction::none;
+  bool movedToLocal = false, movedToRemote = false;
+  if (!wanted) {
+    if (current) {
+      if (agedInHardware) BLIP(trace(), 6, "Deleting this entry. {}", keyText(key));
+      action = EntryEvaluationAction::remove;
+    }
+  } else {
+    if (!hardware || wanted->intf != hardware->intf) maybeUpdateMoveCount(*wanted, current ? &*current : nullptr, time);
+    if (current && sameProgramming(*current, *wanted)) {
+      action = EntryEvaluationAction::none;
+    } else if (current && isRemoteEntryType(current->entryType) && !isRemoteEntryType(wanted->entryType)) {
+      action = EntryEvaluationAction::remoteToLocal;
+      movedToLocal = true;
+    } else {
+      action = EntryEvaluationAction::addOrModify;
+      movedToRemote = current && !isRemoteEntryType(current->entryType) && isRemoteEntryType(wanted->entryType);
+    }
+  }
+  if (action == EntryEvaluationAction::none) {
+    // Nothing to program, but a change still queued for the key is stale.
+    if (updateList_.contains(key)) updateList_.erase(key);
+    return;
+  }
+  RemoteMacAddressTableEntry entry = wanted ? *wanted : *current;
+  addToUpdateList(entry, action, movedToLocal, movedToRemote);
+}
+
+// --- the update queue ---
+
+Vex::Ptr<ModifyMacEntry> MacAddrSm::queuedChange(const MacVlanPair& key) const {
+  auto it = updateList_.find(key);
+  return it == updateList_.end() ? nullptr : it->second;
+}
+
+std::optional<MacVlanPair> MacAddrSm::updateBookmark() const {
+  if (updateOrder_.empty()) return std::nullopt;
+  return updateOrder_.front();
+}
+
+void MacAddrSm::addToUpdateList(const RemoteMacAddressTableEntry& entry, EntryEvaluationAction action,
+                                bool movedToLocal, bool movedToRemote) {
+  const MacVlanPair& key = entry.macVlanPair;
+  auto change = modifyMacEntryFactory(key, entry.intf, entry.entryType, entry.moves);
+  change->action = action;
+  change->lastMoveTime = entry.lastMoveTime;
+  change->swTunnelGroupId = entry.swTunnelGroupId;
+  change->l2RibObjTuple = entry.l2RibObjTuple;
+  change->hasL2RibObjTuple = entry.hasL2RibObjTuple;
+  change->isMplsNextHop = entry.isMplsNextHop;
+  change->movedToLocal = movedToLocal;
+  change->movedToRemote = movedToRemote;
+  change->queuedTime = Vex::now();
+  // A newer change for a key supersedes the queued one, keeping its place.
+  auto& slot = updateList_[key];
+  if (slot) {
+    change->queuedTime = slot->queuedTime;
+    change->fullLogged = slot->fullLogged && slot->intf() == change->intf();
+  }
+  slot = change;
+  updateOrder_.push(key);
+  armUpdateClock(Vex::now());
+}
+
+void MacAddrSm::armUpdateClock(Vex::Seconds at) {
+  if (updateMacEntryClock_->timeMin() > at) updateMacEntryClock_->timeMinIs(at);
+}
+
+void MacAddrSm::updateQueuedAddresses() {
+  Vex::Seconds start = Vex::now();
+  ++slices_;
+  BLIP(trace(), 7, " updateListLen {}", updateList_.size());
+  std::size_t budget = updateOrder_.size();
+  std::size_t done = 0, iterCount = 0;
+  bool timeUp = false;
+  while (iterCount < budget && !updateOrder_.empty()) {
+    MacVlanPair key = updateOrder_.pop();
+    ++iterCount;
+    auto it = updateList_.find(key);
+    if (it == updateList_.end()) continue;  // superseded by no change at all
+    Vex::Ptr<ModifyMacEntry> change = it->second;
+    bool finished = programChange(*change);
+    if (finished) {
+      // A newer change may have replaced this one while it was programmed.
+      auto again = updateList_.find(key);
+      if (again != updateList_.end() && again->second == change) updateList_.erase(again);
+      ++done;
+    } else {
+      updateOrder_.push(key);
+    }
+    if (Vex::now() - start > macModifyBacklogQuantum) {
+      timeUp = true;
+      break;
+    }
+  }
+  longestSlice_ = std::max(longestSlice_, Vex::now() - start);
+  if (updateList_.empty()) {
+    BLIP(trace(), 7, "all entries processed");
+    BLIP(trace(), 8, "Returned successfully");
+    return;
+  }
+  BLIP(trace(), 7, " updateListLen {} iterCount {}", updateList_.size(), iterCount);
+  BLIP(trace(), 8, "Returned not complete");
+  // Slices that only met refusals wait before asking the chip again.
+  armUpdateClock(timeUp || done > 0 ? Vex::now() : Vex::now() + retryDelay);
+}
+
+bool MacAddrSm::programChange(ModifyMacEntry& change) {
+  // Rebuilding the VLAN refuses a key outside 1..4094.
+  Bridging::VlanId vlanId(change.macVlanPair().vlanId.value());
+  (void)vlanId;
+  switch (change.action) {
+    case EntryEvaluationAction::addOrModify:
+      return isRemoteEntryType(change.entryType()) ? programRemote(change) : programLocal(change);
+    case EntryEvaluationAction::remoteToLocal:
+      return programRemoteToLocal(change);
+    case EntryEvaluationAction::remove:
+      return programRemove(change);
+    default:
+      BLIP(trace(), 1, "ERROR: Unknown action {}", static_cast<int>(change.action));
+      return true;
+  }
+}
+
+bool MacAddrSm::skipHwProgInHitlessRestartMode(const ModifyMacEntry& change) const {
+  if (ocsd()->operationalMode() != HwOperationalMode::hwModeHitlessRestart) return false;
+  auto current = currentEntry(change.macVlanPair());
+  if (!current || !sameProgramming(*current, change.entry())) return false;
+  BLIP(trace(), 6, "{} already in hardware: not programmed in hitless restart mode", keyText(change.macVlanPair()));
+  return true;
+}
+
+bool MacAddrSm::handleAddStatus(ModifyMacEntry& change, std::uint32_t status) {
+  const MacVlanPair& key = change.macVlanPair();
+  if (status == OrbTypes::tableAddBusy) {
+    BLIP(trace(), 5, "Update failed as ASIC busy, retrying {}", keyText(key));
+    return false;
+  }
+  if (status == OrbTypes::tableAddFull) {
+    if (!change.fullLogged) {
+      BLIP(trace(), 3, "Logging table full message {}", keyText(key));
+      Log::emit("ETH_MACADDRBANKFULL", key.addr.stringValue().c_str(), static_cast<int>(key.vlanId.value()),
+                macEntryTypeWord(change.entryType()));
+      change.fullLogged = true;
+    }
+    std::uint32_t agingTime = bridgingConfig_->hostAgingTime();
+    if (agingTime && Vex::now() - change.queuedTime > agingTime) {
+      BLIP(trace(), 3, "{} has been in updateList for longer than aging time of {}", keyText(key), agingTime);
+    }
+    return false;
+  }
+  BLIP(trace(), 3, "{} not programmed, status {}", keyText(key), status);
+  delFromFdbStatus(key);
+  return true;
+}
+
+bool MacAddrSm::programLocal(ModifyMacEntry& change) {
+  const MacVlanPair& key = change.macVlanPair();
+  if (skipHwProgInHitlessRestartMode(change)) return true;
+  BLIP(trace(), 6, " Programming MAC entry: {} {} {}", keyText(key), change.intf().stringValue(),
+       macEntryTypeWord(change.entryType()));
+  std::uint32_t status = orbHelper_->addHost(key, change.intf(), 0, false, change.entryType());
+  if (status != OrbTypes::tableAddSuccess) return handleAddStatus(change, status);
+  BLIP(trace(), 7, "Add successful");
+  if (bridgingStatus_->remoteStatusTableHas(key)) {
+    decRemoteRefcounts(key);
+    bridgingStatus_->remoteStatusTableDel(key);
+  }
+  addToFdbStatus(change);
+  return true;
+}
+
+std::uint64_t MacAddrSm::nextHopId(const RemoteMacAddressTableEntry& entry) const {
+  if (entry.hasL2RibObjTuple && objTupleToHwId_) return objTupleToHwId_->hwId(entry.l2RibObjTuple);
+  return entry.swTunnelGroupId.value;
+}
+
+bool MacAddrSm::programRemote(ModifyMacEntry& change) {
+  const MacVlanPair& key = change.macVlanPair();
+  if (vxlanConfigDir_ && !vxlanConfigDir_->vlanToVniHas(key.vlanId)) {
+    BLIP(trace(), 3, "No vlan-vni mapping for vlan {}", key.vlanId.value());
+    return true;
+  }
+  if (skipHwProgInHitlessRestartMode(change)) return true;
+  auto entry = change.entry();
+  std::uint64_t nextHop = nextHopId(entry);
+  BLIP(trace(), 6, " Programming remote MAC entry: {} next hop id: {} tunnel id: {}", keyText(key), nextHop,
+       change.swTunnelGroupId.value);
+  std::uint32_t status = orbHelper_->addRemoteHost(key, change.intf(), nextHop, change.swTunnelGroupId.value, false,
+                                                   change.entryType(), change.isMplsNextHop);
+  if (status != OrbTypes::tableAddSuccess) return handleAddStatus(change, status);
+  BLIP(trace(), 7, "Remote add successful");
+  decRemoteRefcounts(key);  // what the key held before
+  rmacInfoDir_->nextHopRefCountIs(nextHop, rmacInfoDir_->nextHopRefCount(nextHop) + 1);
+  rmacInfoDir_->vlanRefCountIs(key.vlanId, rmacInfoDir_->vlanRefCount(key.vlanId) + 1);
+  bridgingStatus_->remoteStatusTableIs(key, entry);
+  delFromFdbStatus(key);
+  return true;
+}
+
+bool MacAddrSm::programRemoteToLocal(ModifyMacEntry& change) {
+  const MacVlanPair& key = change.macVlanPair();
+  BLIP(trace(), 6, " Programming local in place of remote entry: {}", keyText(key));
+  std::uint32_t status = orbHelper_->addLearntLocalAndRemoveRemoteHost(key, change.intf(), change.entryType());
+  decRemoteRefcounts(key);
+  bridgingStatus_->remoteStatusTableDel(key);
+  if (status != 0) {
+    BLIP(trace(), 3, "Remote to local unsuccessful, code is {}", status);
+    delFromFdbStatus(key);
+    return true;
+  }
+  addToFdbStatus(change);
+  return true;
+}
+
+bool MacAddrSm::programRemove(ModifyMacEntry& change) {
+  const MacVlanPair& key = change.macVlanPair();
+  BLIP(trace(), 6, " Removing MAC entry: {}", keyText(key));
+  std::uint32_t status = orbHelper_->removeHost(key, change.entryType());
+  if (status == 0) {
+    BLIP(trace(), 7, "Remove successful");
+  } else {
+    BLIP(trace(), 3, "Remove unsuccessful, code is {}", status);
+  }
+  delFromFdbStatus(key);
+  decRemoteRefcounts(key);
+  bridgingStatus_->remoteStatusTableDel(key);
+  return true;
+}
+
+void MacAddrSm::addToFdbStatus(const ModifyMacEntry& change) {
+  MacAddressTableEntry row = toRow(change.entry());
+  bridgingStatus_->fdbStatusIs(change.macVlanPair(), row);
+  if (l2RibInput_ && learnedHere(change.entryType())) l2RibInput_->hostIs(change.macVlanPair(), row);
+}
+
+void MacAddrSm::delFromFdbStatus(const MacVlanPair& key) {
+  bridgingStatus_->fdbStatusDel(key);
+  if (l2RibInput_) l2RibInput_->hostDel(key);
+}
+
+void MacAddrSm::decRemoteRefcounts(const MacVlanPair& key) {
+  if (!bridgingStatus_->remoteStatusTableHas(key)) return;
+  const auto& old = bridgingStatus_->remoteStatusTable(key);
+  std::uint64_t nextHop = nextHopId(old);
+  auto dec = [](auto& dir, auto get, auto set, auto del, const auto& k) {
+    std::uint32_t count = (dir.*get)(k);
+    if (count <= 1) {
+      (dir.*del)(k);
+    } else {
+      (dir.*set)(k, count - 1);
+    }
+  };
+  using Dir = VXLAN::RemoteMacInfoDir;
+  dec(*rmacInfoDir_, static_cast<const std::uint32_t& (Dir::*)(const std::uint64_t&) const>(&Dir::nextHopRefCount),
+      &Dir::nextHopRefCountIs, &Dir::nextHopRefCountDel, nextHop);
+  dec(*rmacInfoDir_, static_cast<const std::uint32_t& (Dir::*)(const VlanId&) const>(&Dir::vlanRefCount),
+      &Dir::vlanRefCountIs, &Dir::vlanRefCountDel, old.macVlanPair.vlanId);
+}
+
+// --- reactions ---
+
+void MacAddrSm::handleMacEntry(const MacVlanPair& key) {
+  if (!deferMacTableUpdate) {
+    reevaluateEntry(key);
+    return;
+  }
+  if (macTableUpdateList_.push(key) && macTableTimer_->timeMin() == Vex::never) {
+    macTableTimer_->timeMinIs(Vex::now());
+  }
+}
+
+void MacAddrSm::handleMacTableUpdate() {
+  Vex::Seconds start = Vex::now();
+  while (!macTableUpdateList_.empty()) {
+    reevaluateEntry(macTableUpdateList_.pop());
+    if (Vex::now() - start > macTableReviewQuanta) break;
+  }
+  longestSlice_ = std::max(longestSlice_, Vex::now() - start);
+  if (!macTableUpdateList_.empty()) macTableTimer_->timeMinIs(Vex::now());
+}
+
+void MacAddrSm::handleMlagHostTableEntry(const MacVlanPair& key) { reevaluateEntry(key); }
+
+void MacAddrSm::handleObjTupleToHwIdMap(const L2Rib::ObjTuple& tuple) {
+  std::vector<MacVlanPair> keys;
+  for (const auto& [key, entry] : bridgingStatus_->remoteStatusTable()) {
+    if (entry.hasL2RibObjTuple && entry.l2RibObjTuple == tuple) keys.push_back(key);
+  }
+  for (const auto& key : keys) reevaluateEntry(key);
+}
+
+void MacAddrSm::reevaluateKeysOfAddress(const Nexo::EthAddr& addr) {
+  std::vector<MacVlanPair> keys;
+  for (const auto& [key, row] : macTable_->macEntry()) {
+    if (key.addr == addr) keys.push_back(key);
+  }
+  for (const auto& [key, row] : bridgingStatus_->fdbStatus()) {
+    if (key.addr == addr) keys.push_back(key);
+  }
+  std::sort(keys.begin(), keys.end());
+  keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
+  for (const auto& key : keys) reevaluateEntry(key);
+}
+
+void MacAddrSm::handleDot1xHostTableEntry(const Nexo::EthAddr& addr) {
+  std::optional<MacVlanPair> oldKey;
+  if (dot1xLocalHostTable_->hostHas(addr)) oldKey = dot1xLocalHostTable_->host(addr).macVlanPair;
+  if (dot1xHostTable_->hostHas(addr)) {
+    auto row = dot1xHostTable_->host(addr);
+    row.entryType = EntryType::entryAuthenticated;
+    dot1xLocalHostTable_->hostIs(addr, row);
+    reevaluateEntry(row.macVlanPair);
+  } else {
+    dot1xLocalHostTable_->hostDel(addr);
+  }
+  if (oldKey) reevaluateEntry(*oldKey);
+}
+
+void MacAddrSm::handleDot1xIntfStatus(const IntfId& intf) { configureMacLearningOnPort(intf); }
+
+void MacAddrSm::handleEthIntfConfig(const IntfId& intf) {
+  configureMacLearningOnPort(intf);
+  // Members of a LAG follow its learning setting.
+  for (const auto& [port, state] : ocsd()->lagToPort(intf).ports) configureMacLearningOnPort(port);
+}
+
+void MacAddrSm::handleVlanLearning(VlanId vlanId) {
+  orbHelper_->enableLearningOnVlan(vlanId, !bridgingConfig_->macLearningDisabledVlan(vlanId));
+}
+
+void MacAddrSm::handleLagToPort(const IntfId& lag) {
+  if (!ocsd()->lagToPortHas(lag)) {
+    BLIP(trace(), 5, "removeLag {}", lag.stringValue());
+    orbHelper_->removeLag(lag);
+  }
+  for (const auto& [port, state] : ocsd()->lagToPort(lag).ports) configureMacLearningOnPort(port);
+}
+
+void MacAddrSm::handleMlagStateOrPeerLinkIntf() {
+  IntfId peerLink = mlagStatus_->peerLinkIntf();
+  IntfId old = currentPeerLink_;
+  currentPeerLink_ = peerLink;
+  if (!old.empty()) configureMacLearningOnPort(old);
+  if (!peerLink.empty()) configureMacLearningOnPort(peerLink);
+  if (!mlagHostTable_) return;
+  std::vector<MacVlanPair> keys;
+  for (const auto& [key, row] : mlagHostTable_->hostEntry()) keys.push_back(key);
+  for (const auto& key : keys) reevaluateEntry(key);
+}
+
+void MacAddrSm::handleFsfFailedServer(const Nexo::EthAddr& addr) { reevaluateKeysOfAddress(addr); }
+
+void MacAddrSm::handleHostAgingTime() { orbHelper_->configureAgingTime(bridgingConfig_->hostAgingTime()); }
+
+void MacAddrSm::handleSourceChecks() {
+  orbHelper_->configureSourceCheckCPUMac(bridgingConfig_->sourceCheckCpuMac());
+  orbHelper_->configureSourceMacInvalid(bridgingConfig_->sourceMacInvalid());
+}
+
+void MacAddrSm::handleParityEvent(const ParityEvent::Key& key) {
+  if (key.table == "mac") orbHelper_->handleParityEvent(key);
+}
+
+bool MacAddrSm::macLearningStatusOnPort(const IntfId& intf) const {
+  if (ethPhyIntfConfigDir_ && ethPhyIntfConfigDir_->macLearningDisabled(intf)) return false;
+  const IntfId& lag = ocsd()->portToLag(intf);
+  if (!lag.empty() && ethPhyIntfConfigDir_ && ethPhyIntfConfigDir_->macLearningDisabled(lag)) return false;
+  if (dot1xStatus_ && dot1xStatus_->restrictedIntf(intf)) return false;
+  if (!currentPeerLink_.empty() && (intf == currentPeerLink_ || lag == currentPeerLink_)) return false;
+  return true;
+}
+
+void MacAddrSm::configureMacLearningOnPort(const IntfId& intf) {
+  bool enabled = macLearningStatusOnPort(intf);
+  auto [it, inserted] = learningOnPort_.try_emplace(intf, enabled);
+  if (!inserted && it->second == enabled) return;
+  it->second = enabled;
+  // Learning is on by default: a port that starts with it on needs no call.
+  if (inserted && enabled) return;
+  BLIP(trace(), 5, "{} Mac learning on {}", enabled ? "Enabling" : "Disabling", intf.stringValue());
+  orbHelper_->enableLearning(intf, enabled);
+}
+
+Vex::Ptr<MacAddrSm> macAddrSmFactory(
+    const Vex::Ptr<OrbCommonSmData>& ocsd, const Vex::Ptr<OrbCommonMulticastData>& ocmd,
+    const Vex::Ptr<OrbTypes::MacTable>& macTable, const Vex::Ptr<OrbTypes::MacTable>& routerMacTable,
+    const Vex::Ptr<Bridging::Status>& bridgingStatus,
+    const Vex::Ptr<Bridging::HostTableFlushRequestDir>& flushRequestDir,
+    const Vex::Ptr<Bridging::HostTableFlushReplyDir>& flushReplyDir, const Vex::Ptr<Bridging::Config>& bridgingConfig,
+    const Vex::Ptr<Interface::EthPhyIntfConfigDir>& ethPhyIntfConfigDir,
+    const Vex::Ptr<Interface::EthPhyIntfStatusDir>& ethPhyIntfStatusDir, const Vex::Ptr<VlanHelper>& vlanHelper,
+    const Vex::Ptr<Mlag::HostTable>& mlagHostTable, const Vex::Ptr<Mlag::Status>& mlagStatus,
+    const Vex::Ptr<OrbHelper::OrbHelperMacAddrSm>& orbHelper, const Vex::Ptr<FastServerFailover::Status>& fsfStatus,
+    const Vex::Ptr<Vxlan::VxlanConfigDir>& vxlanConfigDir, const Vex::Ptr<VXLAN::RemoteMacInfoDir>& rmacInfoDir,
+    const Vex::Ptr<Bridging::RemoteMacTable>& remoteHostTable, const Vex::Ptr<Dot1x::HostTable>& dot1xHostTable,
+    const Vex::Ptr<Dot1x::Status>& dot1xStatus, const Vex::Ptr<OrbHelper::OrbHelperDot1x>& dot1xHelper,
+    const Vex::Ptr<L2Rib::HostInput>& l2RibInput, const Vex::Ptr<L2Rib::HostOutput>& l2RibOutput,
+    const Vex::Ptr<L2Rib::LoadBalanceOutput>& lbOutput, const Vex::Ptr<L2Rib::DestOutput>& destOutput,
+    const Vex::Ptr<SwTunnelGroupIdMap>& swTunnelIdMap, const Vex::Ptr<ObjTupleToHwId>& objTupleToHwId) {
+  return Vex::make<MacAddrSm>(ocsd, ocmd, macTable, routerMacTable, bridgingStatus, flushRequestDir, flushReplyDir,
+                              bridgingConfig, ethPhyIntfConfigDir, ethPhyIntfStatusDir, vlanHelper, mlagHostTable,
+                              mlagStatus, orbHelper, fsfStatus, vxlanConfigDir, rmacInfoDir, remoteHostTable,
+                              dot1xHostTable, dot1xStatus, dot1xHelper, l2RibInput, l2RibOutput, lbOutput, destOutput,
+                              swTunnelIdMap, objTupleToHwId);
+}
+
+}  // namespace Orb

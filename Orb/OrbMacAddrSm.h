@@ -1,0 +1,274 @@
+// The MAC address machine: keeps the hardware MAC table equal to the one
+// best entry per (address, VLAN) among every source, and publishes what it
+// programmed.
+//
+// For a key it gathers the candidates (L2 RIB, EVPN/remote table, static
+// configuration with authenticated 802.1X hosts, the MLAG peer), reduces
+// them with betterEntry in that order, weighs the result against what the
+// hardware learned, and compares the winner with what it last programmed
+// (`fdbStatus` for local entries, `remoteStatusTable` for remote ones). A
+// difference becomes an Orb::ModifyMacEntry on the update queue, drained in
+// slices of `macModifyBacklogQuantum` through the MAC helper.
+//
+// Choices made here where the rules leave them open:
+// - EntryEvaluationAction values: none 0, addOrModify 1, remove 2,
+//   remoteToLocal 3.
+// - A change stuck in the queue longer than the aging time is traced and
+//   kept: a full table frees up as addresses age, and then it goes in.
+// - When every change left in a slice was refused (busy or full), the next
+//   slice waits `retryDelay` rather than spinning on the chip.
+// - checkIgnoreEvent ignores learns on interfaces the switch does not know,
+//   on ports or VLANs whose learning is off, on 802.1X-restricted ports,
+//   and of failed fast-failover servers.
+// - Tunnel endpoint lists compare lexicographically, address by address.
+// - Hardware-learned entries present at start are reviewed like new ones.
+#pragma once
+
+#include "Orb/OrbBaseHelper.h"
+#include "Orb/OrbCommon.h"
+#include "Orb/OrbHelper.h"
+#include "Orb/OrbVlanHelper.h"
+#include "platform/model/MacModels.h"
+
+#include <deque>
+#include <memory>
+#include <optional>
+
+namespace Orb {
+
+using Bridging::EntryType;
+using Bridging::MacVlanPair;
+using OrbTypes::MacAddressTableEntry;
+using OrbTypes::RemoteMacAddressTableEntry;
+
+enum class EntryEvaluationAction : std::uint8_t { none = 0, addOrModify = 1, remove = 2, remoteToLocal = 3 };
+
+// The word an entry type prints as; any other type is a broken invariant.
+const char* macEntryTypeWord(EntryType type);
+bool isRemoteEntryType(EntryType type);
+bool isStaticEntryType(EntryType type);
+
+// A queued change of one key.
+class ModifyMacEntry : public Vex::PtrInterface {
+ public:
+  ModifyMacEntry(const MacVlanPair& macVlanPair, const IntfId& intf, EntryType entryType, Keel::Seqno32 moves)
+      : macVlanPair_(macVlanPair), intf_(intf), entryType_(entryType), moves_(moves) {}
+
+  const MacVlanPair& macVlanPair() const { return macVlanPair_; }
+  const IntfId& intf() const { return intf_; }
+  EntryType entryType() const { return entryType_; }
+  Keel::Seqno32 moves() const { return moves_; }
+
+  EntryEvaluationAction action = EntryEvaluationAction::none;
+  double lastMoveTime = 0.0;
+  SwTunnelGroupId swTunnelGroupId;
+  L2Rib::ObjTuple l2RibObjTuple;
+  bool hasL2RibObjTuple = false;
+  bool isMplsNextHop = false;
+  bool movedToLocal = false;
+  bool movedToRemote = false;
+  bool fullLogged = false;
+  double queuedTime = 0.0;  // when the change first went into the queue
+
+  // The entry this change programs.
+  RemoteMacAddressTableEntry entry() const;
+
+ private:
+  MacVlanPair macVlanPair_;
+  IntfId intf_;
+  EntryType entryType_;
+  Keel::Seqno32 moves_;
+};
+
+Vex::Ptr<ModifyMacEntry> modifyMacEntryFactory(const MacVlanPair& macVlanPair, const IntfId& intf, EntryType entryType,
+                                               Keel::Seqno32 moves);
+
+// The better of two entries; on every full tie, `b`.
+const RemoteMacAddressTableEntry* betterEntry(const RemoteMacAddressTableEntry* a, const RemoteMacAddressTableEntry* b,
+                                              const SwTunnelGroupIdMap* tunnels);
+
+// A queue of keys in arrival order, each at most once.
+template <class Key>
+class KeyQueue {
+ public:
+  bool push(const Key& key) {
+    if (!members_.insert(key).second) return false;
+    order_.push_back(key);
+    return true;
+  }
+  bool empty() const { return order_.empty(); }
+  std::size_t size() const { return order_.size(); }
+  const Key& front() const { return order_.front(); }
+  Key pop() {
+    Key key = order_.front();
+    order_.pop_front();
+    members_.erase(key);
+    return key;
+  }
+  bool contains(const Key& key) const { return members_.contains(key); }
+
+ private:
+  std::deque<Key> order_;
+  Vex::HashSet<Key> members_;
+};
+
+class MacAddrSm : public OrbBaseSm {
+ public:
+  MacAddrSm(const Vex::Ptr<OrbCommonSmData>& ocsd, const Vex::Ptr<OrbCommonMulticastData>& ocmd,
+            const Vex::Ptr<OrbTypes::MacTable>& macTable, const Vex::Ptr<OrbTypes::MacTable>& routerMacTable,
+            const Vex::Ptr<Bridging::Status>& bridgingStatus,
+            const Vex::Ptr<Bridging::HostTableFlushRequestDir>& flushRequestDir,
+            const Vex::Ptr<Bridging::HostTableFlushReplyDir>& flushReplyDir,
+            const Vex::Ptr<Bridging::Config>& bridgingConfig,
+            const Vex::Ptr<Interface::EthPhyIntfConfigDir>& ethPhyIntfConfigDir,
+            const Vex::Ptr<Interface::EthPhyIntfStatusDir>& ethPhyIntfStatusDir, const Vex::Ptr<VlanHelper>& vlanHelper,
+            const Vex::Ptr<Mlag::HostTable>& mlagHostTable, const Vex::Ptr<Mlag::Status>& mlagStatus,
+            const Vex::Ptr<OrbHelper::OrbHelperMacAddrSm>& orbHelper,
+            const Vex::Ptr<FastServerFailover::Status>& fsfStatus,
+            const Vex::Ptr<Vxlan::VxlanConfigDir>& vxlanConfigDir, const Vex::Ptr<VXLAN::RemoteMacInfoDir>& rmacInfoDir,
+            const Vex::Ptr<Bridging::RemoteMacTable>& remoteHostTable, const Vex::Ptr<Dot1x::HostTable>& dot1xHostTable,
+            const Vex::Ptr<Dot1x::Status>& dot1xStatus, const Vex::Ptr<OrbHelper::OrbHelperDot1x>& dot1xHelper,
+            const Vex::Ptr<L2Rib::HostInput>& l2RibInput, const Vex::Ptr<L2Rib::HostOutput>& l2RibOutput,
+            const Vex::Ptr<L2Rib::LoadBalanceOutput>& lbOutput, const Vex::Ptr<L2Rib::DestOutput>& destOutput,
+            const Vex::Ptr<SwTunnelGroupIdMap>& swTunnelIdMap, const Vex::Ptr<ObjTupleToHwId>& objTupleToHwId);
+  ~MacAddrSm() override;
+  const char* fwkType() const override { return "Orb::MacAddrSm"; }
+
+  // Tunables.
+  Vex::Seconds macModifyBacklogQuantum = 0.01;
+  Vex::Seconds mlagHostTableQuantum = 0.1;
+  Vex::Seconds mlagIntfHostTableQuantum = 0.01;
+  Vex::Seconds macTableReviewQuanta = 0.01;
+  bool deferMacTableUpdate = true;
+  bool verifyRemoteMac = true;
+  bool lazyFdbStatusDeletion = false;
+  bool deferL2RibForModelTest = false;
+  Vex::Seconds retryDelay = 0.1;
+
+  const Vex::Ptr<OrbHelper::OrbHelperMacAddrSm>& orbHelper() const { return orbHelper_; }
+  std::size_t updateListSize() const { return updateList_.size(); }
+  Vex::Ptr<ModifyMacEntry> queuedChange(const MacVlanPair& key) const;
+  std::optional<MacVlanPair> updateBookmark() const;
+  std::size_t macTableUpdateListSize() const { return macTableUpdateList_.size(); }
+  std::uint32_t collidingStaticEntryWithRouterMacEntry() const { return collidingStaticEntryWithRouterMacEntry_; }
+  // The longest single slice of the update queue so far, in seconds.
+  Vex::Seconds longestSlice() const { return longestSlice_; }
+  std::uint64_t slices() const { return slices_; }
+
+  void handleInitialized() override;
+
+  std::optional<RemoteMacAddressTableEntry> configuredEntry(const MacVlanPair& key);
+  std::optional<RemoteMacAddressTableEntry> currentEntry(const MacVlanPair& key) const;
+  void reevaluateEntry(const MacVlanPair& key);
+  void evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry* hardware, bool agedInHardware, double time);
+  bool checkIgnoreEvent(const MacAddressTableEntry& learned);
+  void addToUpdateList(const RemoteMacAddressTableEntry& entry, EntryEvaluationAction action, bool movedToLocal,
+                       bool movedToRemote);
+  void updateQueuedAddresses();
+
+  // Reactions.
+  void handleMacEntry(const MacVlanPair& key);
+  void handleMacTableUpdate();
+  void handleConfiguredHost(const MacVlanPair& key) { reevaluateEntry(key); }
+  void handleMlagHostTableEntry(const MacVlanPair& key);
+  void handleL2RibHost(const MacVlanPair& key) { reevaluateEntry(key); }
+  void handleObjTupleToHwIdMap(const L2Rib::ObjTuple& tuple);
+  void handleRemoteHost(const MacVlanPair& key) { reevaluateEntry(key); }
+  void handleRouterMacEntry(const MacVlanPair& key) { reevaluateEntry(key); }
+  void handleDot1xHostTableEntry(const Nexo::EthAddr& addr);
+  void handleDot1xIntfStatus(const IntfId& intf);
+  void handleEthIntfConfig(const IntfId& intf);
+  void handleVlanLearning(VlanId vlanId);
+  void handleLagToPort(const IntfId& lag);
+  void handleMlagStateOrPeerLinkIntf();
+  void handleFsfFailedServer(const Nexo::EthAddr& addr);
+  void handleHostAgingTime();
+  void handleSourceChecks();
+  void handleParityEvent(const ParityEvent::Key& key);
+
+  bool macLearningStatusOnPort(const IntfId& intf) const;
+  void configureMacLearningOnPort(const IntfId& intf);
+
+ private:
+  class Reactors;
+
+  void doClearRemoteMacsFromFdbStatus();
+  void reevaluateKeysOfAddress(const Nexo::EthAddr& addr);
+  void maybeUpdateMoveCount(RemoteMacAddressTableEntry& wanted, const RemoteMacAddressTableEntry* current, double time);
+  bool peerEntriesAllowed() const;
+  void armUpdateClock(Vex::Seconds at);
+  // One change through the helper; true when it is done with (success or
+  // dropped), false when it stays queued.
+  bool programChange(ModifyMacEntry& change);
+  bool programLocal(ModifyMacEntry& change);
+  bool programRemote(ModifyMacEntry& change);
+  bool programRemoteToLocal(ModifyMacEntry& change);
+  bool programRemove(ModifyMacEntry& change);
+  bool handleAddStatus(ModifyMacEntry& change, std::uint32_t status);
+  void addToFdbStatus(const ModifyMacEntry& change);
+  void delFromFdbStatus(const MacVlanPair& key);
+  void decRemoteRefcounts(const MacVlanPair& key);
+  std::uint64_t nextHopId(const RemoteMacAddressTableEntry& entry) const;
+  bool skipHwProgInHitlessRestartMode(const ModifyMacEntry& change) const;
+
+  Vex::Ptr<OrbCommonMulticastData> ocmd_;
+  Vex::Ptr<OrbTypes::MacTable> macTable_;
+  Vex::Ptr<OrbTypes::MacTable> routerMacTable_;
+  Vex::Ptr<Bridging::Status> bridgingStatus_;
+  Vex::Ptr<Bridging::HostTableFlushRequestDir> flushRequestDir_;
+  Vex::Ptr<Bridging::HostTableFlushReplyDir> flushReplyDir_;
+  Vex::Ptr<Bridging::Config> bridgingConfig_;
+  Vex::Ptr<Interface::EthPhyIntfConfigDir> ethPhyIntfConfigDir_;
+  Vex::Ptr<Interface::EthPhyIntfStatusDir> ethPhyIntfStatusDir_;
+  Vex::Ptr<VlanHelper> vlanHelper_;
+  Vex::Ptr<Mlag::HostTable> mlagHostTable_;
+  Vex::Ptr<Mlag::Status> mlagStatus_;
+  Vex::Ptr<OrbHelper::OrbHelperMacAddrSm> orbHelper_;
+  Vex::Ptr<FastServerFailover::Status> fsfStatus_;
+  Vex::Ptr<Vxlan::VxlanConfigDir> vxlanConfigDir_;
+  Vex::Ptr<VXLAN::RemoteMacInfoDir> rmacInfoDir_;
+  Vex::Ptr<Bridging::RemoteMacTable> remoteHostTable_;
+  Vex::Ptr<Dot1x::HostTable> dot1xHostTable_;
+  Vex::Ptr<Dot1x::Status> dot1xStatus_;
+  Vex::Ptr<OrbHelper::OrbHelperDot1x> dot1xHelper_;
+  Vex::Ptr<L2Rib::HostInput> l2RibInput_;
+  Vex::Ptr<L2Rib::HostOutput> l2RibOutput_;
+  Vex::Ptr<L2Rib::LoadBalanceOutput> lbOutput_;
+  Vex::Ptr<L2Rib::DestOutput> destOutput_;
+  Vex::Ptr<SwTunnelGroupIdMap> swTunnelIdMap_;
+  Vex::Ptr<ObjTupleToHwId> objTupleToHwId_;
+
+  // The update queue: changes by key, drained in arrival order; a key whose
+  // change is refused goes to the back. Its front is the bookmark.
+  Vex::HashMap<MacVlanPair, Vex::Ptr<ModifyMacEntry>> updateList_;
+  KeyQueue<MacVlanPair> updateOrder_;
+  KeyQueue<MacVlanPair> macTableUpdateList_;
+  Vex::Ptr<Vex::Clock> updateMacEntryClock_;
+  Vex::Ptr<Vex::Clock> macTableTimer_;
+  IntfId currentPeerLink_;
+  Vex::HashMap<IntfId, bool> learningOnPort_;
+  std::uint32_t collidingStaticEntryWithRouterMacEntry_ = 0;
+  Vex::Ptr<Dot1x::HostTable> dot1xLocalHostTable_;
+  Vex::Seconds longestSlice_ = 0;
+  std::uint64_t slices_ = 0;
+  std::unique_ptr<Reactors> reactors_;
+};
+
+Vex::Ptr<MacAddrSm> macAddrSmFactory(
+    const Vex::Ptr<OrbCommonSmData>& ocsd, const Vex::Ptr<OrbCommonMulticastData>& ocmd,
+    const Vex::Ptr<OrbTypes::MacTable>& macTable, const Vex::Ptr<OrbTypes::MacTable>& routerMacTable,
+    const Vex::Ptr<Bridging::Status>& bridgingStatus,
+    const Vex::Ptr<Bridging::HostTableFlushRequestDir>& flushRequestDir,
+    const Vex::Ptr<Bridging::HostTableFlushReplyDir>& flushReplyDir, const Vex::Ptr<Bridging::Config>& bridgingConfig,
+    const Vex::Ptr<Interface::EthPhyIntfConfigDir>& ethPhyIntfConfigDir,
+    const Vex::Ptr<Interface::EthPhyIntfStatusDir>& ethPhyIntfStatusDir, const Vex::Ptr<VlanHelper>& vlanHelper,
+    const Vex::Ptr<Mlag::HostTable>& mlagHostTable, const Vex::Ptr<Mlag::Status>& mlagStatus,
+    const Vex::Ptr<OrbHelper::OrbHelperMacAddrSm>& orbHelper, const Vex::Ptr<FastServerFailover::Status>& fsfStatus,
+    const Vex::Ptr<Vxlan::VxlanConfigDir>& vxlanConfigDir, const Vex::Ptr<VXLAN::RemoteMacInfoDir>& rmacInfoDir,
+    const Vex::Ptr<Bridging::RemoteMacTable>& remoteHostTable, const Vex::Ptr<Dot1x::HostTable>& dot1xHostTable,
+    const Vex::Ptr<Dot1x::Status>& dot1xStatus, const Vex::Ptr<OrbHelper::OrbHelperDot1x>& dot1xHelper,
+    const Vex::Ptr<L2Rib::HostInput>& l2RibInput, const Vex::Ptr<L2Rib::HostOutput>& l2RibOutput,
+    const Vex::Ptr<L2Rib::LoadBalanceOutput>& lbOutput, const Vex::Ptr<L2Rib::DestOutput>& destOutput,
+    const Vex::Ptr<SwTunnelGroupIdMap>& swTunnelIdMap, const Vex::Ptr<ObjTupleToHwId>& objTupleToHwId);
+
+}  // namespace Orb

@@ -1,0 +1,199 @@
+// MAC table commands: hardware learning on the soft chip, static entries,
+// chip knobs of the forwarding database, and the address table as shown to
+// a person.
+#include "agent/Agent.h"
+#include "agent/IntfRange.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace Agent {
+
+namespace {
+
+Nexo::EthAddr macArg(const std::string& text) {
+  try {
+    return Nexo::EthAddr(text);
+  } catch (const std::exception&) {
+    throw CommandError("bad MAC address '" + text + "'");
+  }
+}
+
+Bridging::VlanId vlanArg(const std::string& text) {
+  return Bridging::VlanId(static_cast<std::uint32_t>(parseInteger(text, 1, 4094)));
+}
+
+Nexo::IntfId oneIntf(const std::string& text) {
+  auto ids = parseIntfRange(text);
+  if (ids.size() != 1) throw CommandError("one interface expected, not '" + text + "'");
+  return ids[0];
+}
+
+// "MAC vlan V" at args[at].
+Bridging::MacVlanPair keyArgs(const Args& args, std::size_t at, const std::string& usage) {
+  if (args.size() < at + 3 || args[at + 1] != "vlan") throw CommandError("usage: " + usage);
+  return Bridging::MacVlanPair{macArg(args[at]), vlanArg(args[at + 2])};
+}
+
+}  // namespace
+
+void Agent::startMacAddrSm() {
+  auto macTable = hive_->mount<OrbTypes::MacTable>(Paths::macTable);
+  fdbHelper_ = Vex::make<SoftChip::SoftFdbHelper>(chip_, macTable);
+  macAddrSm_ = Orb::macAddrSmFactory(
+      ocsd_, Vex::make<Orb::OrbCommonMulticastData>("ocmd"), macTable,
+      hive_->mount<OrbTypes::MacTable>(Paths::routerMacTable), hive_->mount<Bridging::Status>(Paths::bridgingStatus),
+      hive_->mount<Bridging::HostTableFlushRequestDir>("bridging/flush/request"),
+      hive_->mount<Bridging::HostTableFlushReplyDir>("bridging/flush/reply"),
+      hive_->mount<Bridging::Config>(Paths::bridgingConfig),
+      hive_->mount<Interface::EthPhyIntfConfigDir>("interface/config/eth/phy"),
+      hive_->mount<Interface::EthPhyIntfStatusDir>("interface/status/eth/phy"), vlanHelper_,
+      hive_->mount<Mlag::HostTable>("mlag/hostTable"), hive_->mount<Mlag::Status>(Orb::LagMounter::mlagStatusPath),
+      fdbHelper_, hive_->mount<FastServerFailover::Status>("fsf/status"),
+      hive_->mount<Vxlan::VxlanConfigDir>("vxlan/config"),
+      hive_->mount<Orb::VXLAN::RemoteMacInfoDir>("vxlan/remoteMacInfo"),
+      hive_->mount<Bridging::RemoteMacTable>("bridging/remoteMacTable"),
+      hive_->mount<Dot1x::HostTable>("dot1x/hostTable"), hive_->mount<Dot1x::Status>("dot1x/status"),
+      Vex::make<OrbHelper::OrbHelperDot1x>(), hive_->mount<L2Rib::HostInput>("l2rib/hostInput"),
+      hive_->mount<L2Rib::HostOutput>("l2rib/hostOutput"), hive_->mount<L2Rib::LoadBalanceOutput>("l2rib/lbOutput"),
+      hive_->mount<L2Rib::DestOutput>("l2rib/destOutput"),
+      hive_->mount<Orb::SwTunnelGroupIdMap>("vxlan/swTunnelGroupIdMap"),
+      hive_->mount<Orb::ObjTupleToHwId>("l2rib/objTupleToHwId"));
+}
+
+void Agent::registerMacCommands() {
+  auto config = hive_->mount<Bridging::Config>(Paths::bridgingConfig);
+  auto status = hive_->mount<Bridging::Status>(Paths::bridgingStatus);
+
+  shell_.commandIs("chip learn", "MAC vlan V INTF", "the chip learns an address from a frame on a port",
+                   [this](const Args& args, std::ostream& out) {
+                     const std::string usage = "chip learn MAC vlan V INTF";
+                     expectArgs(args, 4, 4, usage);
+                     auto key = keyArgs(args, 0, usage);
+                     if (!fdbHelper_->learn(key, oneIntf(args[3]))) out << "not learned (learning off or table full)\n";
+                   });
+  shell_.commandIs("chip learn-range", "MAC COUNT vlan V INTF", "the chip learns COUNT consecutive addresses",
+                   [this](const Args& args, std::ostream& out) {
+                     const std::string usage = "chip learn-range MAC COUNT vlan V INTF";
+                     expectArgs(args, 5, 5, usage);
+                     auto first = macArg(args[0]);
+                     auto count = static_cast<std::uint64_t>(parseInteger(args[1], 1, 1000000));
+                     if (args[2] != "vlan") throw CommandError("usage: " + usage);
+                     auto vlanId = vlanArg(args[3]);
+                     auto intf = oneIntf(args[4]);
+                     std::uint64_t learned = 0;
+                     for (std::uint64_t i = 0; i < count; ++i) {
+                       learned += fdbHelper_->learn({Nexo::EthAddr(first.value() + i), vlanId}, intf);
+                     }
+                     if (learned != count) out << fmt::format("learned {} of {}\n", learned, count);
+                   });
+  shell_.commandIs("chip age-sweep", "", "run the chip's aging sweep now", [this](const Args& args, std::ostream& out) {
+    expectArgs(args, 0, 0, "chip age-sweep");
+    out << fmt::format("{} entries aged\n", fdbHelper_->ageSweep());
+  });
+  shell_.commandIs("chip fdb", "capacity N | busy next N | full next N | fail next N",
+                   "soft chip forwarding database: size and planned answers", [this](const Args& args, std::ostream&) {
+                     const std::string usage = "chip fdb capacity N | chip fdb busy|full|fail next N";
+                     expectArgs(args, 2, 3, usage);
+                     const char* table = SoftChip::SoftFdbTable::tableName;
+                     if (args[0] == "capacity" && args.size() == 2) {
+                       chip_->capacityIs(table, static_cast<std::size_t>(parseInteger(args[1], 0, 100000000)));
+                       return;
+                     }
+                     SoftChip::Fault fault = SoftChip::faultFromName(args[0] == "fail" ? "failed" : args[0]);
+                     if (fault == SoftChip::Fault::none || args.size() != 3 || args[1] != "next") {
+                       throw CommandError("usage: " + usage);
+                     }
+                     chip_->faultIs(table, fault, static_cast<std::uint32_t>(parseInteger(args[2], 1, 1000000)));
+                   });
+  shell_.commandIs(
+      "mac static", "MAC vlan V INTF", "configure a static entry", [config](const Args& args, std::ostream&) {
+        const std::string usage = "mac static MAC vlan V INTF";
+        expectArgs(args, 4, 4, usage);
+        auto key = keyArgs(args, 0, usage);
+        config->fdbConfigIs(
+            key, OrbTypes::MacAddressTableEntry{key, oneIntf(args[3]), Bridging::EntryType::entryStatic, {}, 0.0});
+      });
+  shell_.commandIs("mac remove static", "MAC vlan V", "remove a static entry",
+                   [config](const Args& args, std::ostream&) {
+                     const std::string usage = "mac remove static MAC vlan V";
+                     expectArgs(args, 3, 3, usage);
+                     auto key = keyArgs(args, 0, usage);
+                     if (!config->fdbConfigHas(key))
+                       throw CommandError("no static entry for " + args[0] + " vlan " + args[2]);
+                     config->fdbConfigDel(key);
+                   });
+  shell_.commandIs("mac aging-time", "SECONDS", "host aging time (0 turns aging off)",
+                   [config](const Args& args, std::ostream&) {
+                     expectArgs(args, 1, 1, "mac aging-time SECONDS");
+                     config->hostAgingTimeIs(static_cast<std::uint32_t>(parseInteger(args[0], 0, 1000000)));
+                   });
+  shell_.commandIs("show mac address-table", "[vlan V] [interface I] [count]", "programmed entries with type and moves",
+                   [status](const Args& args, std::ostream& out) {
+                     const std::string usage = "show mac address-table [vlan V] [interface I] [count]";
+                     std::optional<Bridging::VlanId> vlan;
+                     std::optional<Nexo::IntfId> intf;
+                     bool countOnly = false;
+                     for (std::size_t i = 0; i < args.size(); ++i) {
+                       if (args[i] == "vlan" && i + 1 < args.size()) {
+                         vlan = vlanArg(args[++i]);
+                       } else if (args[i] == "interface" && i + 1 < args.size()) {
+                         intf = oneIntf(args[++i]);
+                       } else if (args[i] == "count") {
+                         countOnly = true;
+                       } else {
+                         throw CommandError("usage: " + usage);
+                       }
+                     }
+                     std::vector<OrbTypes::RemoteMacAddressTableEntry> rows;
+                     auto wanted = [&](const Bridging::MacVlanPair& key, const Nexo::IntfId& port) {
+                       return (!vlan || key.vlanId == *vlan) && (!intf || port == *intf);
+                     };
+                     for (const auto& [key, row] : status->fdbStatus()) {
+                       if (!wanted(key, row.intf)) continue;
+                       OrbTypes::RemoteMacAddressTableEntry entry;
+                       entry.macVlanPair = row.macVlanPair;
+                       entry.intf = row.intf;
+                       entry.entryType = row.entryType;
+                       entry.moves = row.moves;
+                       entry.lastMoveTime = row.lastMoveTime;
+                       rows.push_back(entry);
+                     }
+                     for (const auto& [key, row] : status->remoteStatusTable()) {
+                       if (wanted(key, row.intf)) rows.push_back(row);
+                     }
+                     if (countOnly) {
+                       out << fmt::format("Total Mac Addresses: {}\n", rows.size());
+                       return;
+                     }
+                     std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) {
+                       return std::tie(a.macVlanPair.vlanId, a.macVlanPair.addr) <
+                              std::tie(b.macVlanPair.vlanId, b.macVlanPair.addr);
+                     });
+                     out << fmt::format("{:<5} {:<18} {:<20} {:<16} {:>5}  {}\n", "Vlan", "Mac Address", "Type",
+                                        "Ports", "Moves", "Last Move");
+                     for (const auto& row : rows) {
+                       const char* word = Bridging::entryTypeWord(row.entryType);
+                       out << fmt::format("{:<5} {:<18} {:<20} {:<16} {:>5}  {:.3f}\n", row.macVlanPair.vlanId.value(),
+                                          row.macVlanPair.addr.stringValue(), word ? word : "other",
+                                          row.intf.stringValue(), row.moves.value(), row.lastMoveTime);
+                     }
+                     out << fmt::format("Total Mac Addresses for this criterion: {}\n", rows.size());
+                   });
+  shell_.commandIs(
+      "show mac hardware", "", "the soft chip's forwarding database", [this](const Args& args, std::ostream& out) {
+        expectArgs(args, 0, 0, "show mac hardware");
+        std::vector<std::pair<Bridging::MacVlanPair, SoftChip::HwFdbEntry>> rows(fdbHelper_->table().entries.begin(),
+                                                                                 fdbHelper_->table().entries.end());
+        std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+        for (const auto& [key, entry] : rows) {
+          const char* word = Bridging::entryTypeWord(entry.entryType);
+          out << fmt::format("{:<5} {:<18} {:<20} {}{}\n", key.vlanId.value(), key.addr.stringValue(),
+                             word ? word : "other", entry.intf.stringValue(), entry.learned ? "  (learned)" : "");
+        }
+        out << fmt::format("{} entries, aging time {} s\n", rows.size(), fdbHelper_->agingTime());
+      });
+}
+
+}  // namespace Agent

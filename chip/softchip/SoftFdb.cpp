@@ -1,0 +1,204 @@
+#include "chip/softchip/SoftFdb.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace SoftChip {
+
+void SoftFdbTable::dump(JsonWriter& writer) const {
+  std::vector<const std::pair<const Bridging::MacVlanPair, HwFdbEntry>*> sorted;
+  for (const auto& row : entries) sorted.push_back(&row);
+  std::sort(sorted.begin(), sorted.end(), [](auto* a, auto* b) { return a->first < b->first; });
+  writer.StartArray();
+  for (const auto* row : sorted) {
+    writer.StartObject();
+    writer.Key("mac");
+    writer.String(row->first.addr.stringValue().c_str());
+    writer.Key("vlan");
+    writer.Uint(row->first.vlanId.value());
+    writer.Key("intf");
+    writer.String(row->second.intf.stringValue().c_str());
+    writer.Key("type");
+    const char* word = Bridging::entryTypeWord(row->second.entryType);
+    writer.String(word ? word : "other");
+    if (row->second.remote) {
+      writer.Key("nextHop");
+      writer.Uint64(row->second.nextHopId);
+    }
+    writer.EndObject();
+  }
+  writer.EndArray();
+}
+
+const HwFdbEntry* SoftFdbTable::entry(const Bridging::MacVlanPair& key) const {
+  auto it = entries.find(key);
+  return it == entries.end() ? nullptr : &it->second;
+}
+
+SoftFdbHelper::SoftFdbHelper(const Vex::Ptr<SoftChip>& chip, const Vex::Ptr<OrbTypes::MacTable>& macTable)
+    : OrbHelperMacAddrSm("SoftFdbHelper"), chip_(chip), macTable_(macTable), agingClock_(Vex::clockFactory([this] {
+        ageSweep();
+        armAging();
+      })) {
+  chip_->tableIs(&table_);
+}
+
+SoftFdbHelper::~SoftFdbHelper() {
+  agingClock_->timeMinIs(Vex::never);
+  chip_->tableDel(&table_);
+}
+
+bool SoftFdbHelper::learn(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf) {
+  if (!learningOn(intf) || !learningOn(key.vlanId)) return false;
+  auto it = table_.entries.find(key);
+  if (it != table_.entries.end()) {
+    // Static and remote entries do not move on a learn.
+    if (it->second.entryType != Bridging::EntryType::entryDynamic || it->second.remote) return false;
+  } else if (!chip_->hasRoom(SoftFdbTable::tableName)) {
+    return false;
+  }
+  auto& entry = table_.entries[key];
+  entry.intf = intf;
+  entry.entryType = Bridging::EntryType::entryDynamic;
+  entry.remote = false;
+  entry.lastSeen = Vex::now();
+  entry.learned = true;
+  macTable_->macEntryIs(key, OrbTypes::MacAddressTableEntry{key, intf, Bridging::EntryType::entryDynamic, {}, 0.0});
+  return true;
+}
+
+void SoftFdbHelper::touch(const Bridging::MacVlanPair& key) {
+  auto it = table_.entries.find(key);
+  if (it != table_.entries.end()) it->second.lastSeen = Vex::now();
+}
+
+std::uint32_t SoftFdbHelper::addStatus(const Bridging::MacVlanPair& key) {
+  ++operations_;
+  switch (chip_->nextFault(SoftFdbTable::tableName)) {
+    case Fault::busy:
+      return OrbTypes::tableAddBusy;
+    case Fault::full:
+      return OrbTypes::tableAddFull;
+    case Fault::failed:
+      return 3;
+    case Fault::none:
+      break;
+  }
+  if (!table_.entries.contains(key) && !chip_->hasRoom(SoftFdbTable::tableName)) return OrbTypes::tableAddFull;
+  return OrbTypes::tableAddSuccess;
+}
+
+std::uint32_t SoftFdbHelper::addHost(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf, std::uint32_t, bool,
+                                     Bridging::EntryType entryType) {
+  std::uint32_t status = addStatus(key);
+  if (status != OrbTypes::tableAddSuccess) return status;
+  auto& entry = table_.entries[key];
+  bool moved = entry.intf != intf;
+  entry.intf = intf;
+  entry.entryType = entryType;
+  entry.remote = false;
+  entry.learned = false;
+  if (moved || entry.lastSeen == 0) entry.lastSeen = Vex::now();
+  return status;
+}
+
+std::uint32_t SoftFdbHelper::addLearntLocalAndRemoveRemoteHost(const Bridging::MacVlanPair& key,
+                                                               const Nexo::IntfId& intf,
+                                                               Bridging::EntryType entryType) {
+  return addHost(key, intf, 0, false, entryType);
+}
+
+std::uint32_t SoftFdbHelper::removeHost(const Bridging::MacVlanPair& key, Bridging::EntryType) {
+  ++operations_;
+  if (chip_->nextFault(SoftFdbTable::tableName) != Fault::none) return 3;
+  table_.entries.erase(key);
+  // A removed entry is gone from what the chip reports too.
+  macTable_->macEntryDel(key);
+  return 0;
+}
+
+std::uint32_t SoftFdbHelper::addRemoteHost(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf,
+                                           std::uint64_t nextHopId, std::uint32_t, bool, Bridging::EntryType entryType,
+                                           bool) {
+  std::uint32_t status = addStatus(key);
+  if (status != OrbTypes::tableAddSuccess) return status;
+  auto& entry = table_.entries[key];
+  entry.intf = intf;
+  entry.entryType = entryType;
+  entry.remote = true;
+  entry.nextHopId = nextHopId;
+  entry.learned = false;
+  macTable_->macEntryDel(key);
+  return status;
+}
+
+template <class Match>
+std::size_t SoftFdbHelper::flushDynamic(Match match) {
+  std::vector<Bridging::MacVlanPair> gone;
+  for (const auto& [key, entry] : table_.entries) {
+    if (entry.entryType == Bridging::EntryType::entryDynamic && !entry.remote && match(key, entry)) gone.push_back(key);
+  }
+  for (const auto& key : gone) {
+    table_.entries.erase(key);
+    macTable_->macEntryDel(key);
+  }
+  return gone.size();
+}
+
+void SoftFdbHelper::flushVlanPort(Bridging::VlanId vlanId, const Nexo::IntfId& intf) {
+  flushDynamic([&](const auto& key, const auto& entry) { return key.vlanId == vlanId && entry.intf == intf; });
+}
+
+void SoftFdbHelper::flushVlan(Bridging::VlanId vlanId) {
+  flushDynamic([&](const auto& key, const auto&) { return key.vlanId == vlanId; });
+}
+
+void SoftFdbHelper::flushVlanLag(Bridging::VlanId vlanId, const Nexo::IntfId& lag) { flushVlanPort(vlanId, lag); }
+
+void SoftFdbHelper::flushAll() {
+  flushDynamic([](const auto&, const auto&) { return true; });
+}
+
+void SoftFdbHelper::removeLag(const Nexo::IntfId& lag) {
+  flushDynamic([&](const auto&, const auto& entry) { return entry.intf == lag; });
+}
+
+std::size_t SoftFdbHelper::ageSweep() {
+  if (agingTime_ == 0) return 0;
+  Vex::Seconds now = Vex::now();
+  return flushDynamic([&](const auto&, const auto& entry) { return entry.lastSeen + agingTime_ <= now; });
+}
+
+void SoftFdbHelper::armAging() {
+  // Sweep four times per aging period, so an idle entry goes within a
+  // quarter period of its time.
+  agingClock_->timeMinIs(agingTime_ ? Vex::now() + std::max(1u, agingTime_ / 4) : Vex::never);
+}
+
+void SoftFdbHelper::configureAgingTime(std::uint32_t seconds) {
+  agingTime_ = seconds;
+  armAging();
+}
+
+void SoftFdbHelper::enableLearning(const Nexo::IntfId& intf, bool enable) {
+  if (enable) {
+    learningOffPort_.erase(intf);
+  } else {
+    learningOffPort_.insert(intf);
+  }
+}
+
+void SoftFdbHelper::enableLearningOnVlan(Bridging::VlanId vlanId, bool enable) {
+  if (enable) {
+    learningOffVlan_.erase(vlanId);
+  } else {
+    learningOffVlan_.insert(vlanId);
+  }
+}
+
+std::uint32_t SoftFdbHelper::getMaxRemoteMacs() {
+  std::size_t capacity = chip_->capacity(SoftFdbTable::tableName);
+  return capacity == SoftChip::unlimited ? 0xffffffffu : static_cast<std::uint32_t>(capacity);
+}
+
+}  // namespace SoftChip

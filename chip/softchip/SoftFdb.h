@@ -1,0 +1,97 @@
+// The soft chip's forwarding database behind the MAC helper.
+//
+// Entries live in a table of capacity("fdb") rows. Adds answer 0 (success),
+// 1 (busy) or 2 (full) as the fault plan and the capacity say; a planned
+// "failed" answers 3. The chip learns on its own: learn() is a frame from
+// an unknown source arriving on a port, and writes the learned entry into
+// the MAC table the forwarding layer watches (moving it if the address sat
+// on another port). An aging sweep takes out dynamic entries idle for the
+// configured aging time, from both tables.
+#pragma once
+
+#include "Orb/OrbHelper.h"
+#include "chip/softchip/SoftChip.h"
+#include "platform/model/MacModels.h"
+
+namespace SoftChip {
+
+struct HwFdbEntry {
+  Nexo::IntfId intf;
+  Bridging::EntryType entryType = Bridging::EntryType::entryDynamic;
+  bool remote = false;
+  std::uint64_t nextHopId = 0;
+  Vex::Seconds lastSeen = 0;
+  bool learned = false;  // learned by the chip, not yet programmed by software
+};
+
+class SoftFdbTable : public SoftTable {
+ public:
+  static constexpr const char* tableName = "fdb";
+  SoftFdbTable() : SoftTable(tableName) {}
+  std::size_t size() const override { return entries.size(); }
+  void dump(JsonWriter& writer) const override;
+  const HwFdbEntry* entry(const Bridging::MacVlanPair& key) const;
+
+  Vex::HashMap<Bridging::MacVlanPair, HwFdbEntry> entries;
+};
+
+class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
+ public:
+  SoftFdbHelper(const Vex::Ptr<SoftChip>& chip, const Vex::Ptr<OrbTypes::MacTable>& macTable);
+  ~SoftFdbHelper() override;
+
+  const SoftFdbTable& table() const { return table_; }
+  std::uint32_t agingTime() const { return agingTime_; }
+  bool learningOn(const Nexo::IntfId& intf) const { return !learningOffPort_.contains(intf); }
+  bool learningOn(Bridging::VlanId vlanId) const { return !learningOffVlan_.contains(vlanId); }
+  std::uint64_t operations() const { return operations_; }
+
+  // A frame from `key.addr` arrived on `intf`: learn it (or refresh it).
+  // False when the chip did not learn it (learning off, or no room).
+  bool learn(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf);
+  // Traffic from a known address keeps it from aging.
+  void touch(const Bridging::MacVlanPair& key);
+  // Takes out dynamic entries idle for the aging time; returns how many.
+  std::size_t ageSweep();
+
+  std::uint32_t addHost(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf, std::uint32_t tunnelId, bool flag,
+                        Bridging::EntryType entryType) override;
+  std::uint32_t addLearntLocalAndRemoveRemoteHost(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf,
+                                                  Bridging::EntryType entryType) override;
+  std::uint32_t removeHost(const Bridging::MacVlanPair& key, Bridging::EntryType entryType) override;
+  std::uint32_t addRemoteHost(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf, std::uint64_t nextHopId,
+                              std::uint32_t tunnelId, bool flag, Bridging::EntryType entryType, bool mpls) override;
+  void flushVlanPort(Bridging::VlanId vlanId, const Nexo::IntfId& intf) override;
+  void flushVlan(Bridging::VlanId vlanId) override;
+  void flushVlanLag(Bridging::VlanId vlanId, const Nexo::IntfId& lag) override;
+  void flushAll() override;
+  void removeLag(const Nexo::IntfId& lag) override;
+  void configureAgingTime(std::uint32_t seconds) override;
+  void enableLearning(const Nexo::IntfId& intf, bool enable) override;
+  void enableLearningOnVlan(Bridging::VlanId vlanId, bool enable) override;
+  void showL2TableAll(unsigned) override {}
+  void handleVerify() override {}
+  void verifyLearning(const Nexo::IntfId&, bool) override {}
+  void verifyRemoteHost(const Bridging::MacVlanPair&, std::uint64_t) override {}
+  void verifyNumRemoteHost(std::uint32_t) override {}
+  std::uint32_t getMaxRemoteMacs() override;
+
+ private:
+  // The answer to one add: a planned fault, or full when a new key has no room.
+  std::uint32_t addStatus(const Bridging::MacVlanPair& key);
+  // Removes dynamic entries matching `match` from the table and the MAC table.
+  template <class Match>
+  std::size_t flushDynamic(Match match);
+  void armAging();
+
+  Vex::Ptr<SoftChip> chip_;
+  Vex::Ptr<OrbTypes::MacTable> macTable_;
+  SoftFdbTable table_;
+  std::uint32_t agingTime_ = 0;
+  Vex::HashSet<Nexo::IntfId> learningOffPort_;
+  Vex::HashSet<Bridging::VlanId> learningOffVlan_;
+  Vex::Ptr<Vex::Clock> agingClock_;
+  std::uint64_t operations_ = 0;
+};
+
+}  // namespace SoftChip

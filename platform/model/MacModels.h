@@ -1,0 +1,275 @@
+// The state-database entities the MAC address machine reads and writes,
+// with the fields it uses.
+#pragma once
+
+#include "platform/model/BridgingConfig.h"
+#include "platform/model/MacTypes.h"
+#include "platform/model/MlagStatus.h"
+#include "platform/vex/Entity.h"
+
+#include <vector>
+
+namespace OrbTypes {
+
+// Hardware-learned addresses (written by the chip layer) and router MACs.
+class MacTable : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::BaseNotifiee<MacTable> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(MacEntry, Bridging::MacVlanPair)
+  };
+  using Entity::Entity;
+  VEX_COLLECTION(Bridging::MacVlanPair, MacAddressTableEntry, macEntry, MacEntry)
+};
+
+}  // namespace OrbTypes
+
+namespace Bridging {
+
+// What the forwarding layer programmed: local entries in `fdbStatus`,
+// remote (tunnel) entries in `remoteStatusTable`.
+class Status : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::BaseNotifiee<Status> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(FdbStatus, MacVlanPair)
+    VEX_KEY_HANDLER(RemoteStatusTable, MacVlanPair)
+  };
+  using Entity::Entity;
+  VEX_COLLECTION(MacVlanPair, OrbTypes::MacAddressTableEntry, fdbStatus, FdbStatus)
+  VEX_COLLECTION(MacVlanPair, OrbTypes::RemoteMacAddressTableEntry, remoteStatusTable, RemoteStatusTable)
+};
+
+// Remote entries: configured by hand (static remote) and received from the
+// control plane (EVPN).
+class RemoteMacTable : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::BaseNotifiee<RemoteMacTable> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(ConfiguredHost, MacVlanPair)
+    VEX_KEY_HANDLER(ReceivedHost, MacVlanPair)
+  };
+  using Entity::Entity;
+  VEX_COLLECTION(MacVlanPair, OrbTypes::RemoteMacAddressTableEntry, configuredHost, ConfiguredHost)
+  VEX_COLLECTION(MacVlanPair, OrbTypes::RemoteMacAddressTableEntry, receivedHost, ReceivedHost)
+};
+
+// Flush requests and their replies (carried out with MAC aging).
+class HostTableFlushRequestDir : public Vex::Entity {
+ public:
+  using Entity::Entity;
+};
+class HostTableFlushReplyDir : public Vex::Entity {
+ public:
+  using Entity::Entity;
+};
+
+}  // namespace Bridging
+
+namespace Interface {
+
+class EthPhyIntfConfigDir : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::BaseNotifiee<EthPhyIntfConfigDir> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(MacLearningDisabled, Nexo::IntfId)
+  };
+  using Entity::Entity;
+  // Ports whose learning is switched off.
+  VEX_SET(Nexo::IntfId, macLearningDisabled, MacLearningDisabled)
+};
+
+class EthPhyIntfStatusDir : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::BaseNotifiee<EthPhyIntfStatusDir> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(LinkUp, Nexo::IntfId)
+  };
+  using Entity::Entity;
+  VEX_COLLECTION(Nexo::IntfId, bool, linkUp, LinkUp)
+};
+
+}  // namespace Interface
+
+namespace Mlag {
+
+// The MLAG peer's MAC entries.
+class HostTable : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::BaseNotifiee<HostTable> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(HostEntry, Bridging::MacVlanPair)
+  };
+  using Entity::Entity;
+  VEX_COLLECTION(Bridging::MacVlanPair, OrbTypes::MacAddressTableEntry, hostEntry, HostEntry)
+};
+
+}  // namespace Mlag
+
+namespace FastServerFailover {
+
+class Status : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::BaseNotifiee<Status> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(FailedServer, Nexo::EthAddr)
+  };
+  using Entity::Entity;
+  // Servers whose addresses must not be learned while they are failed over.
+  VEX_SET(Nexo::EthAddr, failedServer, FailedServer)
+};
+
+}  // namespace FastServerFailover
+
+namespace Vxlan {
+
+class VxlanConfigDir : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::BaseNotifiee<VxlanConfigDir> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(VlanToVni, Bridging::VlanId)
+  };
+  using Entity::Entity;
+  VEX_COLLECTION(Bridging::VlanId, std::uint32_t, vlanToVni, VlanToVni)
+};
+
+}  // namespace Vxlan
+
+namespace Orb::VXLAN {
+
+// How many programmed remote entries use each next hop and each VLAN.
+class RemoteMacInfoDir : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::BaseNotifiee<RemoteMacInfoDir> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(NextHopRefCount, std::uint64_t)
+    VEX_KEY_HANDLER(VlanRefCount, Bridging::VlanId)
+  };
+  using Entity::Entity;
+  VEX_COLLECTION(std::uint64_t, std::uint32_t, nextHopRefCount, NextHopRefCount)
+  VEX_COLLECTION(Bridging::VlanId, std::uint32_t, vlanRefCount, VlanRefCount)
+};
+
+}  // namespace Orb::VXLAN
+
+namespace Dot1x {
+
+// Hosts authenticated by 802.1X, by address.
+class HostTable : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::BaseNotifiee<HostTable> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(Host, Nexo::EthAddr)
+  };
+  using Entity::Entity;
+  VEX_COLLECTION(Nexo::EthAddr, OrbTypes::MacAddressTableEntry, host, Host)
+};
+
+class Status : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::BaseNotifiee<Status> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(RestrictedIntf, Nexo::IntfId)
+  };
+  using Entity::Entity;
+  // Ports that only authenticated hosts may use: nothing else is learned there.
+  VEX_SET(Nexo::IntfId, restrictedIntf, RestrictedIntf)
+};
+
+}  // namespace Dot1x
+
+namespace L2Rib {
+
+// Hosts learned here, offered to the L2 RIB.
+class HostInput : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::BaseNotifiee<HostInput> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(Host, Bridging::MacVlanPair)
+  };
+  using Entity::Entity;
+  VEX_COLLECTION(Bridging::MacVlanPair, OrbTypes::MacAddressTableEntry, host, Host)
+};
+
+// The L2 RIB's chosen hosts.
+class HostOutput : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::BaseNotifiee<HostOutput> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(Host, Bridging::MacVlanPair)
+  };
+  using Entity::Entity;
+  VEX_COLLECTION(Bridging::MacVlanPair, OrbTypes::RemoteMacAddressTableEntry, host, Host)
+};
+
+// Load-balance groups and destinations of the L2 RIB, by object id.
+class LoadBalanceOutput : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::BaseNotifiee<LoadBalanceOutput> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(Lb, std::uint64_t)
+  };
+  using Entity::Entity;
+  VEX_COLLECTION(std::uint64_t, std::vector<std::uint64_t>, lb, Lb)
+};
+
+class DestOutput : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::BaseNotifiee<DestOutput> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(Dest, std::uint64_t)
+  };
+  using Entity::Entity;
+  VEX_COLLECTION(std::uint64_t, Nexo::IpGenAddr, dest, Dest)
+};
+
+}  // namespace L2Rib
+
+namespace Orb {
+
+// Tunnel endpoints of each software tunnel group.
+class SwTunnelGroupIdMap : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::BaseNotifiee<SwTunnelGroupIdMap> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(Group, SwTunnelGroupId)
+  };
+  using Entity::Entity;
+  VEX_COLLECTION(SwTunnelGroupId, std::vector<Nexo::IpGenAddr>, group, Group)
+};
+
+// The hardware id of each L2 RIB object.
+class ObjTupleToHwId : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::BaseNotifiee<ObjTupleToHwId> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(HwId, L2Rib::ObjTuple)
+  };
+  using Entity::Entity;
+  VEX_COLLECTION(L2Rib::ObjTuple, std::uint64_t, hwId, HwId)
+};
+
+// The shared multicast context (snooping state other machines share).
+class OrbCommonMulticastData : public Vex::Entity {
+ public:
+  using Entity::Entity;
+};
+
+}  // namespace Orb
