@@ -13,6 +13,8 @@ namespace Bridging {
 
 // A VLAN id, 1 to 4094. The default-constructed id is 0, "no VLAN": the
 // empty value of maps keyed or valued by VLAN; it is never a valid VLAN.
+// Only default construction makes it (explicit 0 throws), and it prints as
+// 0 and parses back so that values holding it round-trip.
 class VlanId {
  public:
   VlanId() = default;

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <charconv>
 #include <vector>
 
@@ -36,8 +37,8 @@ const KindName& kindName(IntfId::Kind kind) {
   return kindNames[0];
 }
 
-[[noreturn]] void badName(std::string_view name, const std::string& why) {
-  throw Vex::ParseError("cannot parse Nexo::IntfId from '" + std::string(name) + "': " + why);
+[[noreturn]] void badName(std::string_view name, const std::string& expected) {
+  throw Vex::ParseError(fmt::format("cannot parse Nexo::IntfId from '{}': expected {}", name, expected));
 }
 
 // A decimal number with no sign, no leading zeros (but "0") and an upper bound.
@@ -47,9 +48,12 @@ bool parseNumber(std::string_view text, std::uint32_t max, std::uint32_t& value)
   return ec == std::errc() && end == text.data() + text.size() && value <= max;
 }
 
-[[noreturn]] void badAddress(const char* type, std::string_view text) {
-  throw Vex::ParseError(std::string("cannot parse ") + type + " from '" + std::string(text) + "'");
+[[noreturn]] void badAddress(const char* type, std::string_view text, std::string_view expected) {
+  throw Vex::ParseError(fmt::format("cannot parse {} from '{}': expected {}", type, text, expected));
 }
+
+constexpr std::string_view macForm = "a MAC address such as aa:bb:cc:dd:ee:ff or aabb.ccdd.eeff";
+constexpr std::string_view ipForm = "a dotted IPv4 address such as 10.0.0.1";
 
 }  // namespace
 
@@ -59,18 +63,18 @@ IntfId::IntfId(std::string_view name) {
   for (const auto& k : kindNames) {
     if (name.substr(0, k.prefix.size()) == k.prefix && (!match || k.prefix.size() > match->prefix.size())) match = &k;
   }
-  if (!match) badName(name, "unknown interface kind");
+  if (!match) badName(name, "a known interface kind such as Ethernet or Port-Channel");
   std::string_view rest = name.substr(match->prefix.size());
   std::uint64_t bits = static_cast<std::uint64_t>(match->kind) << 56;
   if (!match->numbered) {
-    if (!rest.empty()) badName(name, "no number expected");
+    if (!rest.empty()) badName(name, "no number after " + std::string(match->prefix));
     bits_ = bits;
     return;
   }
   std::uint32_t sub = 0;
   if (auto dot = rest.find('.'); dot != std::string_view::npos) {
-    if (!match->subIntf) badName(name, "this kind has no sub-interfaces");
-    if (!parseNumber(rest.substr(dot + 1), 65534, sub) || sub == 0) badName(name, "bad sub-interface number");
+    if (!match->subIntf) badName(name, "no sub-interface of " + std::string(match->prefix));
+    if (!parseNumber(rest.substr(dot + 1), 65534, sub) || sub == 0) badName(name, "a sub-interface number 1 to 65534");
     rest = rest.substr(0, dot);
   }
   std::vector<std::string_view> parts;
@@ -80,16 +84,19 @@ IntfId::IntfId(std::string_view name) {
     if (slash == std::string_view::npos) break;
     start = slash + 1;
   }
-  if (parts.size() > (match->slashes ? 3u : 1u)) badName(name, "too many numbers");
+  if (parts.size() > (match->slashes ? 3u : 1u))
+    badName(name, match->slashes ? "at most three numbers" : "a single number");
   const std::uint32_t limits[] = {65534, 4094, 4094};
   const int shifts[] = {40, 28, 16};
   for (std::size_t i = 0; i < parts.size(); ++i) {
     std::uint32_t n = 0;
-    if (!parseNumber(parts[i], limits[i], n)) badName(name, "bad number '" + std::string(parts[i]) + "'");
+    if (!parseNumber(parts[i], limits[i], n)) {
+      badName(name, fmt::format("a number 0 to {} without leading zeros, not '{}'", limits[i], parts[i]));
+    }
     bits |= static_cast<std::uint64_t>(n + 1) << shifts[i];
   }
   bits_ = bits | sub;
-  if (match->kind == Kind::vlan && (number() < 1 || number() > 4094)) badName(name, "VLAN number out of 1 to 4094");
+  if (match->kind == Kind::vlan && (number() < 1 || number() > 4094)) badName(name, "a VLAN number 1 to 4094");
 }
 
 std::uint32_t IntfId::number() const {
@@ -128,7 +135,7 @@ EthAddr::EthAddr(std::string_view text) {
   if (text.size() == 17) {
     for (std::size_t i = 0; i < 17; ++i) {
       if (i % 3 == 2) {
-        if (text[i] != ':') badAddress("Nexo::EthAddr", text);
+        if (text[i] != ':') badAddress("Nexo::EthAddr", text, macForm);
       } else {
         hex += text[i];
       }
@@ -136,17 +143,18 @@ EthAddr::EthAddr(std::string_view text) {
   } else if (text.size() == 14) {
     for (std::size_t i = 0; i < 14; ++i) {
       if (i % 5 == 4) {
-        if (text[i] != '.') badAddress("Nexo::EthAddr", text);
+        if (text[i] != '.') badAddress("Nexo::EthAddr", text, macForm);
       } else {
         hex += text[i];
       }
     }
   } else {
-    badAddress("Nexo::EthAddr", text);
+    badAddress("Nexo::EthAddr", text, macForm);
   }
   std::uint64_t value = 0;
   auto [end, ec] = std::from_chars(hex.data(), hex.data() + hex.size(), value, 16);
-  if (ec != std::errc() || end != hex.data() + hex.size() || hex.size() != 12) badAddress("Nexo::EthAddr", text);
+  if (ec != std::errc() || end != hex.data() + hex.size() || hex.size() != 12)
+    badAddress("Nexo::EthAddr", text, macForm);
   value_ = value;
 }
 
@@ -160,11 +168,11 @@ IpAddr::IpAddr(std::string_view text) {
   std::size_t start = 0;
   for (int i = 0; i < 4; ++i) {
     auto dot = text.find('.', start);
-    if ((i < 3) == (dot == std::string_view::npos)) badAddress("Nexo::IpAddr", text);
+    if ((i < 3) == (dot == std::string_view::npos)) badAddress("Nexo::IpAddr", text, ipForm);
     std::uint32_t octet = 0;
     if (!parseNumber(text.substr(start, dot == std::string_view::npos ? std::string_view::npos : dot - start), 255,
                      octet)) {
-      badAddress("Nexo::IpAddr", text);
+      badAddress("Nexo::IpAddr", text, ipForm);
     }
     value = (value << 8) | octet;
     start = dot + 1;
@@ -178,15 +186,42 @@ std::string IpAddr::stringValue() const {
 
 Ip6Addr::Ip6Addr(std::string_view text) {
   std::string copy(text);
-  if (copy.find('.') != std::string::npos || inet_pton(AF_INET6, copy.c_str(), bytes_.data()) != 1) {
-    badAddress("Nexo::Ip6Addr", text);
+  if (inet_pton(AF_INET6, copy.c_str(), bytes_.data()) != 1) {
+    badAddress("Nexo::Ip6Addr", text, "an IPv6 address such as 2001:db8::1");
   }
 }
 
+// RFC 5952: lower-case hex without leading zeros, the longest run of two or
+// more zero groups (the first of equal runs) as "::", and the dotted tail
+// for IPv4-mapped addresses only. Written out rather than left to
+// inet_ntop, which also prints other addresses with a dotted tail.
 std::string Ip6Addr::stringValue() const {
-  char buffer[INET6_ADDRSTRLEN];
-  inet_ntop(AF_INET6, bytes_.data(), buffer, sizeof buffer);
-  return buffer;
+  std::array<std::uint16_t, 8> groups;
+  for (std::size_t i = 0; i < 8; ++i) groups[i] = static_cast<std::uint16_t>(bytes_[2 * i] << 8 | bytes_[2 * i + 1]);
+  if (std::all_of(groups.begin(), groups.begin() + 5, [](auto g) { return g == 0; }) && groups[5] == 0xffff) {
+    return fmt::format("::ffff:{}.{}.{}.{}", bytes_[12], bytes_[13], bytes_[14], bytes_[15]);
+  }
+  std::size_t runStart = 8, runLen = 0;
+  for (std::size_t i = 0; i < 8;) {
+    std::size_t j = i;
+    while (j < 8 && groups[j] == 0) ++j;
+    if (j - i > runLen && j - i >= 2) {
+      runStart = i;
+      runLen = j - i;
+    }
+    i = j == i ? i + 1 : j;
+  }
+  std::string text;
+  for (std::size_t i = 0; i < 8;) {
+    if (i == runStart) {
+      text += "::";
+      i += runLen;
+      continue;
+    }
+    if (!text.empty() && text.back() != ':') text += ':';
+    text += fmt::format("{:x}", groups[i++]);
+  }
+  return text;
 }
 
 IpGenAddr::IpGenAddr(std::string_view text) {
@@ -200,13 +235,20 @@ IpGenAddr::IpGenAddr(std::string_view text) {
 
 namespace {
 
-unsigned prefixLength(std::string_view text, std::string_view& addr, unsigned max, const char* type) {
+// "address/length", with errors that name the prefix type.
+template <class Addr>
+std::pair<Addr, unsigned> splitPrefix(std::string_view text, unsigned max, const char* type) {
   auto slash = text.find('/');
-  if (slash == std::string_view::npos) badAddress(type, text);
+  if (slash == std::string_view::npos) badAddress(type, text, "an address, '/' and a prefix length");
   std::uint32_t len = 0;
-  if (!parseNumber(text.substr(slash + 1), max, len)) badAddress(type, text);
-  addr = text.substr(0, slash);
-  return len;
+  if (!parseNumber(text.substr(slash + 1), max, len)) {
+    badAddress(type, text, fmt::format("a prefix length 0 to {}", max));
+  }
+  try {
+    return {Addr(text.substr(0, slash)), len};
+  } catch (const Vex::ParseError&) {
+    badAddress(type, text, "an address before '/'");
+  }
 }
 
 }  // namespace
@@ -218,9 +260,8 @@ Prefix::Prefix(const IpAddr& addr, unsigned len) : len_(static_cast<std::uint8_t
 }
 
 Prefix::Prefix(std::string_view text) {
-  std::string_view addr;
-  unsigned len = prefixLength(text, addr, 32, "Nexo::Prefix");
-  *this = Prefix(IpAddr(addr), len);
+  auto [addr, len] = splitPrefix<IpAddr>(text, 32, "Nexo::Prefix");
+  *this = Prefix(addr, len);
 }
 
 bool Prefix::contains(const IpAddr& a) const { return Prefix(a, len_).addr() == addr_; }
@@ -238,9 +279,8 @@ Ip6Prefix::Ip6Prefix(const Ip6Addr& addr, unsigned len) : len_(static_cast<std::
 }
 
 Ip6Prefix::Ip6Prefix(std::string_view text) {
-  std::string_view addr;
-  unsigned len = prefixLength(text, addr, 128, "Nexo::Ip6Prefix");
-  *this = Ip6Prefix(Ip6Addr(addr), len);
+  auto [addr, len] = splitPrefix<Ip6Addr>(text, 128, "Nexo::Ip6Prefix");
+  *this = Ip6Prefix(addr, len);
 }
 
 std::string Ip6Prefix::stringValue() const { return fmt::format("{}/{}", addr_.stringValue(), len_); }

@@ -13,11 +13,22 @@ namespace Nexo {
 
 // An interface: physical port, LAG, VLAN interface, CPU, sub-interface...
 // Held in 64 bits (kind and up to three numbers, plus a sub-interface number)
-// so that it is a cheap map key; parsed from and printed as its name:
-// Ethernet1, Ethernet1/2, Ethernet1/2/3, Port-Channel10, Vlan100, Cpu,
-// Loopback0, Management1, Recirc-Channel1, Vxlan1, Tunnel1, and the
-// sub-interfaces Ethernet1.100 and Port-Channel10.5. The default is the
-// empty id (printed ''). Ids order by kind, then numerically.
+// so that it is a cheap map key hashed as one integer; parsed from and
+// printed as its name: Ethernet1, Ethernet1/2, Ethernet1/2/3, Port-Channel10,
+// Vlan100, Cpu, Loopback0, Management1, Recirc-Channel1, Vxlan1, Tunnel1, and
+// the sub-interfaces Ethernet1.100 and Port-Channel10.5. The default is the
+// empty id (printed '').
+//
+// Names are exact: the kind is case-sensitive and unabbreviated, numbers are
+// decimal without sign or leading zeros (the first 0 to 65534, the others 0
+// to 4094), only Ethernet and Management take slashes, only Ethernet and
+// Port-Channel take sub-interfaces, numbered 1 to 65534 ("Ethernet1.0" is
+// refused), Vlan takes 1 to 4094 and Cpu no number. Anything else throws
+// Vex::ParseError.
+//
+// Ids order by kind (Ethernet, Port-Channel, Vlan, Cpu, ...), then by their
+// numbers as numbers (Ethernet2 < Ethernet10), a sub-interface right after
+// its parent (Ethernet2 < Ethernet2.5 < Ethernet2/1).
 class IntfId {
  public:
   enum class Kind : std::uint8_t {
@@ -42,6 +53,7 @@ class IntfId {
   std::string stringValue() const;
   Kind kind() const { return static_cast<Kind>(bits_ >> 56); }
   bool empty() const { return bits_ == 0; }
+  // Kind predicates; isEthernet and isLag hold for their sub-interfaces too.
   bool isEthernet() const { return kind() == Kind::ethernet; }
   bool isLag() const { return kind() == Kind::portChannel; }
   bool isVlan() const { return kind() == Kind::vlan; }
@@ -69,6 +81,7 @@ VEX_SCALAR_VALUE(IntfId, "Nexo::IntfId", "name")
 
 inline std::size_t hash_value(const IntfId& id) { return boost::hash<std::uint64_t>()(id.bits()); }
 
+// Sub-interface helpers, for callers that only hold an IntfId.
 struct SubIntfId {
   static bool isSubIntfId(const IntfId& id) { return id.isSubIntf(); }
 };
@@ -123,7 +136,8 @@ class IpAddr {
 VEX_SCALAR_VALUE(IpAddr, "Nexo::IpAddr", "addr")
 inline std::size_t hash_value(const IpAddr& a) { return boost::hash<std::uint32_t>()(a.value()); }
 
-// An IPv6 address; printed in the compressed form.
+// An IPv6 address. Parses the full, "::" and dotted-tail forms; prints the
+// RFC 5952 form ("2001:db8::1", "::ffff:10.0.0.1" for IPv4-mapped).
 class Ip6Addr {
  public:
   Ip6Addr() = default;

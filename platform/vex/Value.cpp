@@ -22,8 +22,11 @@ std::string quote(std::string_view text) {
       case '\t':
         out += "\\t";
         break;
+      case '\r':
+        out += "\\r";
+        break;
       default:
-        if (static_cast<unsigned char>(c) < 0x20) {
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) {
           out += fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
         } else {
           out += c;
@@ -87,6 +90,9 @@ std::string Parser::parseString() {
         break;
       case 't':
         out += '\t';
+        break;
+      case 'r':
+        out += '\r';
         break;
       case 'x': {
         if (pos_ + 2 > text_.size()) fail("two hex digits");

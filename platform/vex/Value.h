@@ -44,6 +44,7 @@
 
 #include <boost/unordered/unordered_flat_set.hpp>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <functional>
@@ -248,7 +249,15 @@ void parse(Parser& in, T& value) {
     value = in.parseString();
   } else if constexpr (DescribedEnum<T>) {
     std::string name = in.parseString();
-    if (!boost::describe::enum_from_string(name.c_str(), value)) in.fail("an enumerator, not '" + name + "'");
+    if (!boost::describe::enum_from_string(name.c_str(), value)) {
+      // Values without a name print as their number; take them back too.
+      std::underlying_type_t<T> number{};
+      auto [end, ec] = std::from_chars(name.data(), name.data() + name.size(), number);
+      if (name.empty() || ec != std::errc() || end != name.data() + name.size()) {
+        in.fail("an enumerator, not '" + name + "'");
+      }
+      value = static_cast<T>(number);
+    }
   } else if constexpr (ScalarValue<T>) {
     const char* outer = in.typeName();
     in.typeNameIs(vexTypeName(static_cast<const T*>(nullptr)));
@@ -345,7 +354,7 @@ const char* nameOf() {
   if constexpr (ValueType<T>) {
     return vexTypeName(static_cast<const T*>(nullptr));
   } else if constexpr (DescribedEnum<T>) {
-    return boost::describe::descriptor_by_name<T, BOOST_DESCRIBE_MAKE_NAME(x)>::name;
+    return "enumeration";
   } else {
     return "value";
   }

@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -16,6 +18,18 @@ using Nexo::IntfId;
 template <class T>
 void expectRoundTrip(const T& value) {
   EXPECT_EQ(Vex::fromStrep<T>(Vex::toStrep(value)), value) << Vex::toStrep(value);
+}
+
+// Values given in ascending order: each orders before the next and
+// survives printing and parsing back.
+template <class T>
+void expectAscendingAndRoundTrip(const std::vector<T>& values) {
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    expectRoundTrip(values[i]);
+    if (i + 1 < values.size()) {
+      EXPECT_LT(values[i], values[i + 1]) << Vex::toStrep(values[i]);
+    }
+  }
 }
 
 template <class T>
@@ -72,6 +86,21 @@ TEST(IntfId, RejectsBadNames) {
   }
 }
 
+TEST(IntfId, NumbersAreBounded) {
+  for (const char* name :
+       {"Ethernet0", "Ethernet65534", "Ethernet1/4094/4094", "Ethernet1.65534", "Vlan1", "Loopback0"}) {
+    EXPECT_EQ(IntfId(name).stringValue(), name);
+  }
+  for (const char* name : {"Ethernet65535", "Ethernet1/4095", "Ethernet1/1/4095", "Ethernet1.65535", "Management1.1",
+                           "Cpu.1", "Tunnel1/1", "Ethernet1.+1", "Ethernet+1", "Ethernet1.01"}) {
+    EXPECT_THROW(IntfId{name}, Vex::ParseError) << name;
+  }
+  IntfId eth("Ethernet7"), sub("Ethernet7.7");
+  EXPECT_EQ(eth.parentIntfId(), eth);
+  EXPECT_NE(eth, sub);
+  EXPECT_NE(std::hash<IntfId>()(eth), std::hash<IntfId>()(sub));
+}
+
 TEST(IntfId, OrdersNaturallyByKindThenNumber) {
   std::vector<IntfId> ids{IntfId("Port-Channel1"),
                           IntfId("Ethernet10"),
@@ -113,12 +142,29 @@ TEST(IpAddr, ParsesAndRejects) {
   }
 }
 
-TEST(Ip6Addr, CompressesAndRejects) {
-  Nexo::Ip6Addr a("2001:0db8:0000:0000:0000:0000:0000:0001");
-  EXPECT_EQ(a.stringValue(), "2001:db8::1");
-  expectRoundTrip(a);
-  EXPECT_THROW(Nexo::Ip6Addr{"2001:db8::1::2"}, Vex::ParseError);
-  EXPECT_THROW(Nexo::Ip6Addr{"10.0.0.1"}, Vex::ParseError);
+TEST(Ip6Addr, PrintsTheCanonicalFormAndRejects) {
+  const std::pair<const char*, const char*> forms[] = {
+      {"2001:0DB8:0000:0000:0000:0000:0000:0001", "2001:db8::1"},
+      {"::", "::"},
+      {"1::", "1::"},
+      {"::1:0", "::1:0"},                      // no dotted tail unless IPv4-mapped
+      {"::ffff:102:304", "::ffff:1.2.3.4"},    // IPv4-mapped
+      {"1:0:2:3:4:5:6:7", "1:0:2:3:4:5:6:7"},  // a single zero group stays
+      {"1:0:0:2:0:0:3:4", "1::2:0:0:3:4"},     // the first of equal runs
+      {"1:0:0:2:0:0:0:4", "1:0:0:2::4"},       // the longest run
+      {"fe80::1:2.3.4.5", "fe80::1:203:405"},
+  };
+  for (const auto& [in, out] : forms) {
+    Nexo::Ip6Addr a(in);
+    EXPECT_EQ(a.stringValue(), out) << in;
+    EXPECT_EQ(Nexo::Ip6Addr(out), a) << out;
+    expectRoundTrip(a);
+  }
+  for (const char* bad : {"2001:db8::1::2", "10.0.0.1", "", "1:2:3:4:5:6:7:8:9", "12345::", "g::1", ":1", "1:2"}) {
+    EXPECT_THROW(Nexo::Ip6Addr{bad}, Vex::ParseError) << bad;
+  }
+  expectAscendingAndRoundTrip<Nexo::Ip6Addr>(
+      {Nexo::Ip6Addr("::"), Nexo::Ip6Addr("::1"), Nexo::Ip6Addr("1::"), Nexo::Ip6Addr("ff02::1")});
   Nexo::IpGenAddr g4("10.0.0.1"), g6("::1");
   EXPECT_FALSE(g4.isV6());
   EXPECT_TRUE(g6.isV6());
@@ -141,6 +187,28 @@ TEST(Prefix, ClearsHostBitsAndBoundsTheLength) {
   expectRoundTrip(q);
   EXPECT_EQ(Nexo::Ip6Prefix("2001:db8::ffff/113").stringValue(), "2001:db8::8000/113");
   EXPECT_THROW(Nexo::Ip6Prefix{"::/129"}, Vex::ParseError);
+  for (const char* bad : {"10.0.0/8", "10.0.0.0/", "10.0.0.0/08", "/8"}) {
+    try {
+      Nexo::Prefix{bad};
+      ADD_FAILURE() << bad;
+    } catch (const Vex::ParseError& e) {
+      EXPECT_NE(std::string(e.what()).find(std::string("cannot parse Nexo::Prefix from '") + bad + "'"),
+                std::string::npos)
+          << e.what();
+    }
+  }
+  try {
+    Nexo::Prefix(Nexo::IpAddr("10.0.0.0"), 33);
+    ADD_FAILURE();
+  } catch (const Vex::RangeError& e) {
+    EXPECT_STREQ(e.what(), "Prefix::len > 32 not allowed");
+  }
+  EXPECT_THROW(Nexo::Ip6Prefix(Nexo::Ip6Addr("::"), 129), Vex::RangeError);
+  // Shorter prefixes of the same address order first.
+  expectAscendingAndRoundTrip<Nexo::Prefix>({Nexo::Prefix("0.0.0.0/0"), Nexo::Prefix("10.0.0.0/8"),
+                                             Nexo::Prefix("10.0.0.0/16"), Nexo::Prefix("10.1.0.0/16")});
+  expectAscendingAndRoundTrip<Nexo::Ip6Prefix>(
+      {Nexo::Ip6Prefix("::/0"), Nexo::Ip6Prefix("2001:db8::/32"), Nexo::Ip6Prefix("2001:db8::/64")});
 }
 
 TEST(VlanId, RangeErrorsSayExactlyWhat) {
@@ -156,6 +224,14 @@ TEST(VlanId, RangeErrorsSayExactlyWhat) {
   expectRoundTrip(Bridging::VlanIdOrNone(7));
   expectRoundTrip(Bridging::Fid(300));
   EXPECT_THROW(Vex::fromStrep<Bridging::VlanId>("Value('Bridging::VlanId', ** {'value': 4095})"), Vex::ParseError);
+  EXPECT_THROW(Vex::fromStrep<Bridging::VlanIdOrNone>("Value('Bridging::VlanIdOrNone', ** {'value': 4095})"),
+               Vex::ParseError);
+  EXPECT_THROW(Vex::fromStrep<Bridging::Fid>("Value('Bridging::Fid', ** {'value': 65536})"), Vex::ParseError);
+  expectAscendingAndRoundTrip<Bridging::VlanId>(
+      {Bridging::VlanId(), Bridging::VlanId(1), Bridging::VlanId(2), Bridging::VlanId(4094)});
+  expectAscendingAndRoundTrip<Bridging::VlanIdOrNone>(
+      {Bridging::VlanIdOrNone(), Bridging::VlanIdOrNone(Bridging::VlanId(3)), Bridging::VlanIdOrNone(4094)});
+  expectAscendingAndRoundTrip<Bridging::Fid>({Bridging::Fid(0), Bridging::Fid(9), Bridging::Fid(65535)});
 }
 
 TEST(MacVlanPair, OrdersByAddressThenVlan) {
@@ -179,6 +255,10 @@ TEST(EntryType, WordsOfTheTable) {
   ASSERT_TRUE(Bridging::entryTypeFromWord("static remote", type));
   EXPECT_EQ(type, Bridging::EntryType::entryStaticRemote);
   EXPECT_FALSE(Bridging::entryTypeFromWord("bogus", type));
+  boost::mp11::mp_for_each<boost::describe::describe_enumerators<Bridging::EntryType>>([](auto e) {
+    EXPECT_NE(Bridging::entryTypeWord(e.value), nullptr) << e.name;
+    EXPECT_EQ(Vex::fromStrep<Bridging::EntryType>(Vex::toStrep(e.value)), e.value);
+  });
 }
 
 TEST(Seqno32, ComparesInSequenceOrderAcrossTheWrap) {
@@ -202,7 +282,20 @@ TEST(VrfName, DefaultsAndBoundsItsLength) {
   } catch (const Vex::RangeError& e) {
     EXPECT_STREQ(e.what(), "VrfName::value::bytes > VrfName::maxLength not allowed");
   }
-  expectRoundTrip(L3::VrfName("blue"));
+  expectAscendingAndRoundTrip<L3::VrfName>(
+      {L3::VrfName(""), L3::VrfName("blue"), L3::VrfName("default"), L3::VrfName("it's \\ odd")});
+  EXPECT_THROW(Vex::fromStrep<L3::VrfName>(Vex::toStrep(std::string(101, 'v'))), Vex::ParseError);
+}
+
+TEST(Addresses, OrderNumerically) {
+  expectAscendingAndRoundTrip<Nexo::EthAddr>({Nexo::EthAddr(), Nexo::EthAddr("00:00:00:00:00:ff"),
+                                              Nexo::EthAddr("00:00:00:00:01:00"), Nexo::EthAddr("ff:ff:ff:ff:ff:ff")});
+  expectAscendingAndRoundTrip<Nexo::IpAddr>(
+      {Nexo::IpAddr("9.255.255.255"), Nexo::IpAddr("10.0.0.0"), Nexo::IpAddr("255.255.255.255")});
+  expectAscendingAndRoundTrip<Nexo::IpGenAddr>(
+      {Nexo::IpGenAddr("0.0.0.1"), Nexo::IpGenAddr("255.0.0.0"), Nexo::IpGenAddr("::"), Nexo::IpGenAddr("::1")});
+  Nexo::EthAddr a("00:00:00:00:00:01"), ones("ff:ff:ff:ff:ff:ff");
+  expectAscendingAndRoundTrip<Nexo::EthAddrWithMask>({{a, a}, {a, ones}, {ones, a}});
 }
 
 }  // namespace

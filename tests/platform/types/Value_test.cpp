@@ -7,9 +7,13 @@
 #include <gtest/gtest.h>
 #include <boost/describe/enum.hpp>
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <set>
+#include <sstream>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace Probe {
@@ -37,6 +41,13 @@ struct Outer {
   auto operator<=>(const Outer&) const = default;
 };
 VEX_VALUE(Outer, "Probe::Outer", (flag, ratio, color, inner, intf, list, vlans, byName, maybe))
+
+struct Hashed {
+  boost::unordered_flat_map<std::string, std::int8_t> counts;
+  boost::unordered_flat_set<std::uint64_t> ids;
+  auto operator<=>(const Hashed&) const = default;
+};
+VEX_VALUE(Hashed, "Probe::Hashed", (counts, ids))
 
 }  // namespace Probe
 
@@ -67,10 +78,45 @@ TEST(Value, PrintsPythonLikeLiterals) {
             "'b': Value('Probe::Inner', ** {'count': 2, 'label': 'two'})}, 'maybe': 7})");
 }
 
-TEST(Value, DoublesPrintAsPythonFloats) {
-  EXPECT_EQ(Vex::detail::doubleText(60.0), "60.0");
-  EXPECT_EQ(Vex::detail::doubleText(1.5), "1.5");
-  EXPECT_EQ(Vex::detail::doubleText(Vex::never), "inf");
+TEST(Value, ScalarsPrintAsPythonLiteralsAndParseBack) {
+  EXPECT_EQ(Vex::toStrep(60.0), "60.0");
+  EXPECT_EQ(Vex::toStrep(1.5), "1.5");
+  EXPECT_EQ(Vex::toStrep(1e16), "1e+16");
+  EXPECT_EQ(Vex::toStrep(Vex::never), "inf");
+  for (double d : {0.1, -0.0, 1e-7, 123456789.125, Vex::never, -Vex::never}) {
+    EXPECT_EQ(Vex::fromStrep<double>(Vex::toStrep(d)), d) << d;
+  }
+  EXPECT_EQ(Vex::toStrep(std::string("a'b\\c\n\r\t\x01\x7f")), "'a\\'b\\\\c\\n\\r\\t\\x01\\x7f'");
+  std::string allBytes;
+  for (int c = 0; c < 256; ++c) allBytes += static_cast<char>(c);
+  EXPECT_EQ(Vex::fromStrep<std::string>(Vex::toStrep(allBytes)), allBytes);
+  EXPECT_EQ(Vex::fromStrep<std::int64_t>("-9223372036854775808"), INT64_MIN);
+  EXPECT_EQ(Vex::fromStrep<bool>("False"), false);
+  for (const char* bad : {"256", "-1", "1.0", "+1", "0x10"}) {
+    EXPECT_THROW(Vex::fromStrep<std::uint8_t>(bad), Vex::ParseError) << bad;
+  }
+  EXPECT_THROW(Vex::fromStrep<bool>("true"), Vex::ParseError);
+}
+
+TEST(Value, HashContainersPrintInKeyOrderWhateverTheirHistory) {
+  Probe::Hashed a, b;
+  for (int i = 0; i < 40; ++i) {
+    a.counts[std::to_string(i)] = static_cast<std::int8_t>(-i);
+    a.ids.insert(1000 - i);
+  }
+  for (int i = 39; i >= 0; --i) {
+    b.counts[std::to_string(i)] = static_cast<std::int8_t>(-i);
+    b.ids.insert(1000 - i);
+  }
+  ASSERT_EQ(a, b);
+  EXPECT_EQ(Vex::toStrep(a), Vex::toStrep(b));
+  EXPECT_EQ(boost::hash<Probe::Hashed>()(a), boost::hash<Probe::Hashed>()(b));
+  EXPECT_EQ(std::hash<Probe::Hashed>()(a), std::hash<Probe::Hashed>()(b));
+  EXPECT_EQ(Vex::fromStrep<Probe::Hashed>(Vex::toStrep(a)), a);
+  Probe::Hashed small;
+  small.counts = {{"z", 1}, {"a", -2}};
+  small.ids = {7, 3};
+  EXPECT_EQ(Vex::toStrep(small), "Value('Probe::Hashed', ** {'counts': {'a': -2, 'z': 1}, 'ids': [3, 7]})");
 }
 
 TEST(Value, RoundTripsEveryField) {
@@ -118,6 +164,11 @@ TEST(Value, EnumerationsPrintThroughValueToStrep) {
   EXPECT_EQ(Vex::valueToStrep(Probe::Color::green), "green");
   EXPECT_EQ(Vex::fromStrep<Probe::Color>("'red'"), Probe::Color::red);
   EXPECT_THROW(Vex::fromStrep<Probe::Color>("'blue'"), Vex::ParseError);
+  EXPECT_EQ(fmt::format("{}/{}", Probe::Color::red, Probe::Color::green), "red/green");
+  // A value outside the enumeration still round-trips, as its number.
+  auto stray = static_cast<Probe::Color>(9);
+  EXPECT_EQ(Vex::toStrep(stray), "'9'");
+  EXPECT_EQ(Vex::fromStrep<Probe::Color>(Vex::toStrep(stray)), stray);
 }
 
 TEST(Value, HashFollowsEquality) {
@@ -134,6 +185,14 @@ TEST(Value, FormatsWithFmtAndStreams) {
   std::ostringstream out;
   out << Nexo::EthAddr("00:11:22:33:44:55");
   EXPECT_EQ(out.str(), "Value('Nexo::EthAddr', ** {'addr': '00:11:22:33:44:55'})");
+  EXPECT_EQ(fmt::format("{}", Probe::Inner{1, "a"}), "Value('Probe::Inner', ** {'count': 1, 'label': 'a'})");
+}
+
+TEST(Value, KeysStandardUnorderedContainers) {
+  std::unordered_set<Probe::Inner> seen{{1, "a"}, {1, "a"}, {2, "a"}};
+  EXPECT_EQ(seen.size(), 2u);
+  std::unordered_map<Nexo::IntfId, int> byIntf{{Nexo::IntfId("Ethernet1"), 1}};
+  EXPECT_EQ(byIntf.at(Nexo::IntfId("Ethernet1")), 1);
 }
 
 }  // namespace
