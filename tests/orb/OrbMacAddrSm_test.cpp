@@ -1,0 +1,420 @@
+// The MAC address machine through its inputs, a recording MAC helper and
+// simulated time.
+#include "Orb/OrbMacAddrSm.h"
+
+#include "platform/log/LogEvent.h"
+#include "platform/vex/EventLoop.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Bridging::EntryType;
+using Bridging::MacVlanPair;
+using Bridging::VlanId;
+using Nexo::EthAddr;
+using Nexo::IntfId;
+using OrbTypes::MacAddressTableEntry;
+using OrbTypes::RemoteMacAddressTableEntry;
+
+// A chip that records every call and answers with planned statuses.
+class RecordingMacHelper : public OrbHelper::OrbHelperMacAddrSm {
+ public:
+  std::vector<std::string> calls;
+  std::deque<std::uint32_t> answers;  // next add statuses; success when empty
+  std::map<MacVlanPair, IntfId> hw;
+
+  std::uint32_t next() {
+    if (answers.empty()) return 0;
+    auto status = answers.front();
+    answers.pop_front();
+    return status;
+  }
+  std::uint32_t addHost(const MacVlanPair& key, const IntfId& intf, std::uint32_t, bool, EntryType) override {
+    auto status = next();
+    calls.push_back(fmt::format("add {} {} -> {}", key.addr.stringValue(), intf.stringValue(), status));
+    if (status == 0) hw[key] = intf;
+    return status;
+  }
+  std::uint32_t addLearntLocalAndRemoveRemoteHost(const MacVlanPair& key, const IntfId& intf, EntryType) override {
+    calls.push_back("remote-to-local " + key.addr.stringValue() + " " + intf.stringValue());
+    hw[key] = intf;
+    return 0;
+  }
+  std::uint32_t removeHost(const MacVlanPair& key, EntryType) override {
+    calls.push_back("remove " + key.addr.stringValue());
+    hw.erase(key);
+    return 0;
+  }
+  std::uint32_t addRemoteHost(const MacVlanPair& key, const IntfId& intf, std::uint64_t nextHop, std::uint32_t, bool,
+                              EntryType, bool) override {
+    auto status = next();
+    calls.push_back(
+        fmt::format("remote {} {} nh {} -> {}", key.addr.stringValue(), intf.stringValue(), nextHop, status));
+    if (status == 0) hw[key] = intf;
+    return status;
+  }
+  void configureAgingTime(std::uint32_t seconds) override { calls.push_back(fmt::format("aging {}", seconds)); }
+  void enableLearning(const IntfId& intf, bool on) override {
+    calls.push_back(fmt::format("learning {} {}", intf.stringValue(), on));
+  }
+  void enableLearningOnVlan(VlanId vlanId, bool on) override {
+    calls.push_back(fmt::format("vlan-learning {} {}", vlanId.value(), on));
+  }
+};
+
+MacVlanPair key(std::uint64_t addr, int vlan = 10) { return {EthAddr(addr), VlanId(vlan)}; }
+
+MacAddressTableEntry row(const MacVlanPair& k, const char* intf, EntryType type = EntryType::entryDynamic) {
+  return MacAddressTableEntry{k, IntfId(intf), type, {}, 0.0};
+}
+
+class MacAddrSmTest : public ::testing::Test {
+ protected:
+  Vex::EventLoop loop;
+  Vex::Ptr<Orb::OrbCommonSmData> ocsd = Orb::orbCommonSmDataFactory("ocsd");
+  Vex::Ptr<OrbTypes::MacTable> macTable = Vex::make<OrbTypes::MacTable>("macTable");
+  Vex::Ptr<OrbTypes::MacTable> routerMac = Vex::make<OrbTypes::MacTable>("routerMac");
+  Vex::Ptr<Bridging::Status> status = Vex::make<Bridging::Status>("status");
+  Vex::Ptr<Bridging::Config> config = Vex::make<Bridging::Config>("config");
+  Vex::Ptr<Interface::EthPhyIntfConfigDir> intfConfig = Vex::make<Interface::EthPhyIntfConfigDir>("ic");
+  Vex::Ptr<Mlag::HostTable> mlagHosts = Vex::make<Mlag::HostTable>("mlagHosts");
+  Vex::Ptr<Mlag::Status> mlag = Vex::make<Mlag::Status>("mlag");
+  Vex::Ptr<RecordingMacHelper> helper = Vex::make<RecordingMacHelper>();
+  Vex::Ptr<FastServerFailover::Status> fsf = Vex::make<FastServerFailover::Status>("fsf");
+  Vex::Ptr<Vxlan::VxlanConfigDir> vxlan = Vex::make<Vxlan::VxlanConfigDir>("vxlan");
+  Vex::Ptr<Orb::VXLAN::RemoteMacInfoDir> rmac = Vex::make<Orb::VXLAN::RemoteMacInfoDir>("rmac");
+  Vex::Ptr<Bridging::RemoteMacTable> remote = Vex::make<Bridging::RemoteMacTable>("remote");
+  Vex::Ptr<Dot1x::HostTable> dot1xHosts = Vex::make<Dot1x::HostTable>("dot1x");
+  Vex::Ptr<Dot1x::Status> dot1x = Vex::make<Dot1x::Status>("dot1xStatus");
+  Vex::Ptr<L2Rib::HostInput> l2RibInput = Vex::make<L2Rib::HostInput>("l2ribIn");
+  Vex::Ptr<L2Rib::HostOutput> l2Rib = Vex::make<L2Rib::HostOutput>("l2ribOut");
+  Vex::Ptr<Orb::SwTunnelGroupIdMap> tunnels = Vex::make<Orb::SwTunnelGroupIdMap>("tunnels");
+  Vex::Ptr<Orb::ObjTupleToHwId> hwIds = Vex::make<Orb::ObjTupleToHwId>("hwIds");
+  std::shared_ptr<Log::CaptureSink> logs = std::make_shared<Log::CaptureSink>();
+  Vex::Ptr<Orb::MacAddrSm> sm;
+
+  void SetUp() override {
+    Log::sinkIs(logs);
+    for (int i = 1; i <= 4; ++i) ocsd->intfIs(IntfId(fmt::format("Ethernet{}", i)), true);
+  }
+  void TearDown() override {
+    sm.reset();
+    Log::sinkIs(nullptr);
+  }
+  void start() {
+    sm = Orb::macAddrSmFactory(
+        ocsd, Vex::make<Orb::OrbCommonMulticastData>("ocmd"), macTable, routerMac, status,
+        Vex::make<Bridging::HostTableFlushRequestDir>("fq"), Vex::make<Bridging::HostTableFlushReplyDir>("fr"), config,
+        intfConfig, Vex::make<Interface::EthPhyIntfStatusDir>("is"), nullptr, mlagHosts, mlag, helper, fsf, vxlan, rmac,
+        remote, dot1xHosts, dot1x, Vex::make<OrbHelper::OrbHelperDot1x>(), l2RibInput, l2Rib,
+        Vex::make<L2Rib::LoadBalanceOutput>("lb"), Vex::make<L2Rib::DestOutput>("dest"), tunnels, hwIds);
+    helper->calls.clear();
+  }
+  void settle() { loop.runUntilIdle(); }
+  void learn(const MacVlanPair& k, const char* intf) { macTable->macEntryIs(k, row(k, intf)); }
+};
+
+TEST_F(MacAddrSmTest, LearnedAddressIsProgrammedAndPublished) {
+  start();
+  learn(key(1), "Ethernet1");
+  EXPECT_TRUE(helper->calls.empty());  // reviewed and programmed in slices
+  settle();
+  EXPECT_EQ(helper->calls, std::vector<std::string>{"add 00:00:00:00:00:01 Ethernet1 -> 0"});
+  ASSERT_TRUE(status->fdbStatusHas(key(1)));
+  EXPECT_EQ(status->fdbStatus(key(1)).intf, IntfId("Ethernet1"));
+  EXPECT_EQ(status->fdbStatus(key(1)).entryType, EntryType::entryDynamic);
+  EXPECT_TRUE(l2RibInput->hostHas(key(1)));
+  EXPECT_EQ(sm->updateListSize(), 0u);
+}
+
+TEST_F(MacAddrSmTest, MoveBetweenPortsRaisesMovesByExactlyOne) {
+  start();
+  learn(key(1), "Ethernet1");
+  settle();
+  loop.advance(3);
+  learn(key(1), "Ethernet2");
+  settle();
+  EXPECT_EQ(status->fdbStatus(key(1)).intf, IntfId("Ethernet2"));
+  EXPECT_EQ(status->fdbStatus(key(1)).moves, Keel::Seqno32(1));
+  EXPECT_DOUBLE_EQ(status->fdbStatus(key(1)).lastMoveTime, 3.0);
+  learn(key(1), "Ethernet2");  // the same place again: no move
+  macTable->macEntryIs(key(1), MacAddressTableEntry{key(1), IntfId("Ethernet2"), EntryType::entryDynamic, {}, 9});
+  settle();
+  EXPECT_EQ(status->fdbStatus(key(1)).moves, Keel::Seqno32(1));
+}
+
+TEST_F(MacAddrSmTest, RemoteToLocalMoveRaisesMovesAndUsesTheSwap) {
+  vxlan->vlanToVniIs(VlanId(10), 10010);
+  start();
+  RemoteMacAddressTableEntry r;
+  r.macVlanPair = key(1);
+  r.intf = IntfId("Vxlan1");
+  r.entryType = EntryType::entryReceivedRemote;
+  r.swTunnelGroupId = Orb::SwTunnelGroupId{7};
+  remote->receivedHostIs(key(1), r);
+  settle();
+  ASSERT_TRUE(status->remoteStatusTableHas(key(1)));
+  EXPECT_EQ(rmac->nextHopRefCount(7), 1u);
+  EXPECT_EQ(rmac->vlanRefCount(VlanId(10)), 1u);
+  // The host moved here: the chip learns it while the remote entry is still
+  // advertised, and the local learn wins by its move count.
+  learn(key(1), "Ethernet3");
+  settle();
+  EXPECT_EQ(helper->calls.back(), "remote-to-local 00:00:00:00:00:01 Ethernet3");
+  EXPECT_FALSE(status->remoteStatusTableHas(key(1)));
+  EXPECT_EQ(status->fdbStatus(key(1)).moves, Keel::Seqno32(1));
+  EXPECT_FALSE(rmac->nextHopRefCountHas(7));
+  EXPECT_FALSE(rmac->vlanRefCountHas(VlanId(10)));
+}
+
+TEST_F(MacAddrSmTest, RemoteEntryWithoutVniMappingIsIgnored) {
+  start();
+  RemoteMacAddressTableEntry r;
+  r.macVlanPair = key(2);
+  r.intf = IntfId("Vxlan1");
+  r.entryType = EntryType::entryStaticRemote;
+  remote->configuredHostIs(key(2), r);
+  settle();
+  EXPECT_FALSE(status->remoteStatusTableHas(key(2)));
+  EXPECT_TRUE(helper->calls.empty());
+}
+
+TEST_F(MacAddrSmTest, StaticEntryStandsOverLearnedAndAgedEntriesGo) {
+  start();
+  config->fdbConfigIs(key(5), row(key(5), "Ethernet4", EntryType::entryStatic));
+  settle();
+  learn(key(5), "Ethernet1");
+  settle();
+  EXPECT_EQ(status->fdbStatus(key(5)).intf, IntfId("Ethernet4"));
+  EXPECT_EQ(status->fdbStatus(key(5)).entryType, EntryType::entryStatic);
+  config->fdbConfigDel(key(5));
+  settle();
+  EXPECT_EQ(status->fdbStatus(key(5)).intf, IntfId("Ethernet1"));
+  macTable->macEntryDel(key(5));  // aged out of hardware
+  settle();
+  EXPECT_FALSE(status->fdbStatusHas(key(5)));
+  EXPECT_EQ(helper->calls.back(), "remove 00:00:00:00:00:05");
+  EXPECT_FALSE(l2RibInput->hostHas(key(5)));
+}
+
+TEST_F(MacAddrSmTest, FullTableLogsOncePerChangeAndProgramsWhenRoomComes) {
+  start();
+  helper->answers = {2, 2, 2, 2};
+  learn(key(1), "Ethernet1");
+  settle();
+  EXPECT_EQ(logs->count("ETH_MACADDRBANKFULL"), 1u);
+  EXPECT_EQ(logs->events[0].message,
+            "MAC address 00:00:00:00:00:01 on VLAN 10 (dynamic) could not be programmed: the hardware MAC table is "
+            "full");
+  EXPECT_FALSE(status->fdbStatusHas(key(1)));
+  EXPECT_EQ(sm->updateListSize(), 1u);
+  loop.advance(1);  // retried after the retry delay, until the table has room
+  EXPECT_TRUE(status->fdbStatusHas(key(1)));
+  EXPECT_EQ(logs->count("ETH_MACADDRBANKFULL"), 1u);
+  EXPECT_EQ(sm->updateListSize(), 0u);
+}
+
+TEST_F(MacAddrSmTest, BusyChipRetriesWithoutLoss) {
+  start();
+  helper->answers = {1, 0, 1, 1};
+  for (int i = 1; i <= 3; ++i) learn(key(i), "Ethernet2");
+  settle();
+  loop.advance(1);
+  for (int i = 1; i <= 3; ++i) EXPECT_TRUE(status->fdbStatusHas(key(i))) << i;
+  EXPECT_EQ(sm->updateListSize(), 0u);
+  EXPECT_EQ(logs->count("ETH_MACADDRBANKFULL"), 0u);
+}
+
+TEST_F(MacAddrSmTest, OtherStatusMeansNotProgrammed) {
+  start();
+  learn(key(1), "Ethernet1");
+  settle();
+  helper->answers = {5};
+  learn(key(1), "Ethernet2");
+  settle();
+  EXPECT_FALSE(status->fdbStatusHas(key(1)));
+  EXPECT_EQ(sm->updateListSize(), 0u);
+}
+
+TEST_F(MacAddrSmTest, BacklogDrainsInSlicesBoundedByTheQuantum) {
+  start();
+  sm->deferMacTableUpdate = false;
+  constexpr int entries = 100000;
+  for (int i = 0; i < entries; ++i) learn(key(0x10000 + i, 1 + i % 4094), fmt::format("Ethernet{}", 1 + i % 4).c_str());
+  EXPECT_EQ(sm->updateListSize(), static_cast<std::size_t>(entries));
+  loop.simulatedTime()->stepIs(0.0001);  // every reading of the time costs 0.1 ms
+  settle();
+  loop.simulatedTime()->stepIs(0);
+  EXPECT_EQ(sm->updateListSize(), 0u);
+  EXPECT_EQ(status->fdbStatusSize(), static_cast<std::size_t>(entries));
+  EXPECT_GT(sm->slices(), 50u);
+  EXPECT_LE(sm->longestSlice(), sm->macModifyBacklogQuantum + 0.0005);
+}
+
+TEST_F(MacAddrSmTest, QueuedChangeForAnInvalidVlanFails) {
+  start();
+  RemoteMacAddressTableEntry bad;
+  bad.macVlanPair = MacVlanPair{EthAddr(1), VlanId()};
+  bad.intf = IntfId("Ethernet1");
+  sm->addToUpdateList(bad, Orb::EntryEvaluationAction::addOrModify, false, false);
+  try {
+    sm->updateQueuedAddresses();
+    ADD_FAILURE();
+  } catch (const Vex::RangeError& e) {
+    EXPECT_STREQ(e.what(), "VlanId::value < 1 or > 4094 not allowed");
+  }
+}
+
+TEST_F(MacAddrSmTest, LearningControlPerPortAndVlan) {
+  start();
+  intfConfig->macLearningDisabledIs(IntfId("Ethernet2"));
+  EXPECT_EQ(helper->calls.back(), "learning Ethernet2 false");
+  learn(key(1), "Ethernet2");  // ignored: learning is off there
+  settle();
+  EXPECT_FALSE(status->fdbStatusHas(key(1)));
+  intfConfig->macLearningDisabledDel(IntfId("Ethernet2"));
+  EXPECT_EQ(helper->calls.back(), "learning Ethernet2 true");
+  config->macLearningDisabledVlanIs(VlanId(10));
+  EXPECT_EQ(helper->calls.back(), "vlan-learning 10 false");
+  learn(key(2), "Ethernet1");
+  settle();
+  EXPECT_FALSE(status->fdbStatusHas(key(2)));
+  // The MLAG peer link never learns.
+  mlag->peerLinkIntfIs(IntfId("Ethernet4"));
+  EXPECT_EQ(helper->calls.back(), "learning Ethernet4 false");
+}
+
+TEST_F(MacAddrSmTest, UnknownInterfacesAndFailedServersAreIgnored) {
+  start();
+  learn(key(1), "Ethernet40");
+  fsf->failedServerIs(EthAddr(2));
+  learn(key(2), "Ethernet1");
+  dot1x->restrictedIntfIs(IntfId("Ethernet3"));
+  learn(key(3), "Ethernet3");
+  settle();
+  EXPECT_EQ(status->fdbStatusSize(), 0u);
+  fsf->failedServerDel(EthAddr(2));
+  settle();
+  EXPECT_TRUE(status->fdbStatusHas(key(2)));
+}
+
+TEST_F(MacAddrSmTest, PeerEntriesCountOnlyWhileMlagAllows) {
+  ocsd->lagToPortIs(IntfId("Port-Channel5"), Orb::OrbLagPortList{});
+  start();
+  mlagHosts->hostEntryIs(key(9), row(key(9), "Port-Channel5", EntryType::entryPeerDynamic));
+  settle();
+  EXPECT_FALSE(status->fdbStatusHas(key(9)));
+  mlag->mlagStateValidIs(true);
+  mlag->peerLinkIntfIs(IntfId("Port-Channel100"));
+  settle();
+  EXPECT_EQ(status->fdbStatus(key(9)).intf, IntfId("Port-Channel5"));
+  mlagHosts->hostEntryIs(key(8), row(key(8), "Port-Channel77", EntryType::entryPeerDynamic));
+  settle();
+  EXPECT_EQ(status->fdbStatus(key(8)).intf, IntfId("Port-Channel100"));  // over the peer link
+  mlag->mlagStateValidIs(false);
+  settle();
+  EXPECT_FALSE(status->fdbStatusHas(key(9)));
+}
+
+TEST_F(MacAddrSmTest, StaticEntryCollidingWithRouterMacIsNotUsed) {
+  routerMac->macEntryIs(key(4), row(key(4), "Cpu"));
+  start();
+  config->fdbConfigIs(key(4), row(key(4), "Ethernet1", EntryType::entryStatic));
+  settle();
+  EXPECT_FALSE(status->fdbStatusHas(key(4)));
+  EXPECT_GE(sm->collidingStaticEntryWithRouterMacEntry(), 1u);
+}
+
+TEST_F(MacAddrSmTest, CandidatesOfAllSourcesResolveInOrderOnAFullTie) {
+  mlag->mlagStateValidIs(true);
+  mlag->peerLinkIntfIs(IntfId("Ethernet4"));
+  start();
+  auto k = key(0x42);
+  RemoteMacAddressTableEntry fromRib;
+  fromRib.macVlanPair = k;
+  fromRib.intf = IntfId("Ethernet1");
+  fromRib.entryType = EntryType::entryConfiguredDynamic;
+  l2Rib->hostIs(k, fromRib);
+  EXPECT_EQ(sm->configuredEntry(k)->intf, IntfId("Ethernet1"));
+  RemoteMacAddressTableEntry fromEvpn = fromRib;
+  fromEvpn.intf = IntfId("Ethernet2");
+  remote->receivedHostIs(k, fromEvpn);
+  EXPECT_EQ(sm->configuredEntry(k)->intf, IntfId("Ethernet2"));
+  config->fdbConfigIs(k, row(k, "Ethernet3", EntryType::entryConfiguredDynamic));
+  EXPECT_EQ(sm->configuredEntry(k)->intf, IntfId("Ethernet3"));
+  mlagHosts->hostEntryIs(k, row(k, "Ethernet9", EntryType::entryConfiguredDynamic));
+  EXPECT_EQ(sm->configuredEntry(k)->intf, IntfId("Ethernet4"));  // the peer's, over the peer link
+  // A static candidate wins by rank wherever it stands.
+  fromRib.entryType = EntryType::entryStatic;
+  l2Rib->hostIs(k, fromRib);
+  EXPECT_EQ(sm->configuredEntry(k)->intf, IntfId("Ethernet1"));
+}
+
+TEST(BetterEntry, RanksThenMovesThenTimeThenTuplesThenTunnels) {
+  RemoteMacAddressTableEntry a, b;
+  a.intf = IntfId("Ethernet1");
+  b.intf = IntfId("Ethernet2");
+  EXPECT_EQ(Orb::betterEntry(&a, &b, nullptr), &b);  // full tie: the second
+  EXPECT_EQ(Orb::betterEntry(&a, nullptr, nullptr), &a);
+  a.entryType = EntryType::entryStatic;
+  EXPECT_EQ(Orb::betterEntry(&a, &b, nullptr), &a);  // +1 for static
+  b.preference = 1;
+  EXPECT_EQ(Orb::betterEntry(&a, &b, nullptr), &b);  // preference dominates
+  a = RemoteMacAddressTableEntry{};
+  b = RemoteMacAddressTableEntry{};
+  a.moves = Keel::Seqno32(0);
+  b.moves = Keel::Seqno32(0xffffffffu);
+  EXPECT_EQ(Orb::betterEntry(&a, &b, nullptr), &a);  // 0 comes after 0xffffffff
+  b.moves = a.moves;
+  a.lastMoveTime = 5;
+  b.lastMoveTime = 4;
+  EXPECT_EQ(Orb::betterEntry(&a, &b, nullptr), &a);
+  b.lastMoveTime = NAN;
+  EXPECT_EQ(Orb::betterEntry(&a, &b, nullptr), &b);  // unordered times: b
+  b.lastMoveTime = 5;
+  b.hasL2RibObjTuple = true;
+  EXPECT_EQ(Orb::betterEntry(&a, &b, nullptr), &b);
+  a.hasL2RibObjTuple = true;
+  a.l2RibObjTuple = {1, 9};
+  b.l2RibObjTuple = {1, 3};
+  EXPECT_EQ(Orb::betterEntry(&a, &b, nullptr), &a);  // b's tuple orders below a's
+  b.l2RibObjTuple = {1, 9};
+  EXPECT_EQ(Orb::betterEntry(&a, &b, nullptr), &b);
+  Vex::EventLoop loop;
+  auto tunnels = Vex::make<Orb::SwTunnelGroupIdMap>("t");
+  tunnels->groupIs(Orb::SwTunnelGroupId{1}, {Nexo::IpGenAddr("10.0.0.2")});
+  tunnels->groupIs(Orb::SwTunnelGroupId{2}, {Nexo::IpGenAddr("10.0.0.1")});
+  a.hasL2RibObjTuple = b.hasL2RibObjTuple = false;
+  a.swTunnelGroupId = Orb::SwTunnelGroupId{1};
+  b.swTunnelGroupId = Orb::SwTunnelGroupId{2};
+  EXPECT_EQ(Orb::betterEntry(&a, &b, tunnels.get()), &a);
+  EXPECT_EQ(Orb::betterEntry(&b, &a, tunnels.get()), &a);
+}
+
+TEST(MacEntryTypes, WordsAndTheInvalidTypeAssertion) {
+  EXPECT_STREQ(Orb::macEntryTypeWord(EntryType::entryEvpnStaticRemote), "evpn static remote");
+  EXPECT_TRUE(Orb::isRemoteEntryType(EntryType::entryLearnedRemote));
+  EXPECT_FALSE(Orb::isRemoteEntryType(EntryType::entryPeerStatic));
+  EXPECT_DEATH(Orb::macEntryTypeWord(static_cast<EntryType>(3)), "0 && \"invalid entryType\"");
+}
+
+TEST(MacHelperDeathTest, DefaultsNameTheirOperations) {
+  unsetenv("ORB_NOOP_AGENT");
+  Vex::EventLoop loop;
+  OrbHelper::OrbHelperMacAddrSm helper;
+  EXPECT_DEATH(helper.addHost(key(1), IntfId("Ethernet1"), 0, false, EntryType::entryDynamic),
+               "Call to unimplemented function OrbMacAddrSmHelper::doAddHost");
+  EXPECT_DEATH(helper.removeHost(key(1), EntryType::entryDynamic),
+               "Call to unimplemented function OrbMacAddrSmHelper::removeHost");
+  EXPECT_DEATH(helper.enableLearning(IntfId("Ethernet1"), true),
+               "Call to unimplemented function OrbMacAddrSmHelper::enableLearning");
+  helper.enableLearningOnVlan(VlanId(1), true);  // optional: no-op
+  helper.hwInit();
+  setenv("ORB_NOOP_AGENT", "1", 1);
+  EXPECT_EQ(helper.addHost(key(1), IntfId("Ethernet1"), 0, false, EntryType::entryDynamic), 0u);
+  EXPECT_EQ(helper.getMaxRemoteMacs(), 0u);
+  unsetenv("ORB_NOOP_AGENT");
+}
+
+}  // namespace
