@@ -132,3 +132,39 @@ TEST(StpCommands, TopologyStateTakesEffectWithTheVlanAcks) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(MacCommands, LearnMoveStaticAndShow) {
+  Agent::Agent agent(Agent::Options{});
+  run(agent, "chip learn 00:00:00:00:00:01 vlan 10 Ethernet1");
+  run(agent, "advance 2");
+  run(agent, "chip learn 00:00:00:00:00:01 vlan 10 Ethernet2");
+  run(agent, "mac static 00:00:00:00:00:99 vlan 10 Ethernet4");
+  std::string shown = run(agent, "show mac address-table vlan 10");
+  EXPECT_NE(shown.find("10    00:00:00:00:00:01  dynamic              Ethernet2            1  2.000"), std::string::npos)
+      << shown;
+  EXPECT_NE(shown.find("00:00:00:00:00:99  static"), std::string::npos);
+  EXPECT_EQ(run(agent, "show mac address-table interface Ethernet4 count"), "Total Mac Addresses: 1\n");
+  EXPECT_NE(run(agent, "show mac hardware").find("2 entries"), std::string::npos);
+  run(agent, "mac remove static 00:00:00:00:00:99 vlan 10");
+  EXPECT_EQ(run(agent, "show mac address-table count"), "Total Mac Addresses: 1\n");
+}
+
+TEST(MacCommands, FullTableRecoversAndBadInputIsRefused) {
+  Agent::Agent agent(Agent::Options{});
+  run(agent, "chip fdb capacity 0");
+  run(agent, "mac static 00:00:00:00:00:05 vlan 20 Ethernet1");
+  EXPECT_EQ(run(agent, "show mac address-table count"), "Total Mac Addresses: 0\n");
+  run(agent, "chip fdb capacity 10");
+  run(agent, "advance 1");
+  EXPECT_EQ(run(agent, "show mac address-table count"), "Total Mac Addresses: 1\n");
+  run(agent, "chip learn-range 00:00:00:00:10:00 20 vlan 20 Ethernet2");
+  EXPECT_EQ(run(agent, "show mac address-table count"), "Total Mac Addresses: 10\n");
+  EXPECT_EQ(error(agent, "chip learn 00:00:00:00:00 vlan 10 Ethernet1"), "bad MAC address '00:00:00:00:00'");
+  EXPECT_EQ(error(agent, "mac remove static 00:00:00:00:00:77 vlan 20"), "no static entry for 00:00:00:00:00:77 vlan 20");
+  EXPECT_NE(error(agent, "chip fdb sleepy next 1").find("usage: chip fdb"), std::string::npos);
+  EXPECT_NE(error(agent, "show mac address-table port 1").find("usage: show mac address-table"), std::string::npos);
+}
+
+}  // namespace

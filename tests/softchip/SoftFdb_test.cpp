@@ -1,0 +1,93 @@
+// The soft chip's forwarding database: statuses, learning, moves and aging.
+#include "chip/softchip/SoftFdb.h"
+
+#include "platform/vex/EventLoop.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Bridging::EntryType;
+using Bridging::MacVlanPair;
+using Nexo::EthAddr;
+using Nexo::IntfId;
+
+class SoftFdbTest : public ::testing::Test {
+ protected:
+  Vex::EventLoop loop;
+  Vex::Ptr<SoftChip::SoftChip> chip = SoftChip::softChipFactory();
+  Vex::Ptr<OrbTypes::MacTable> macTable = Vex::make<OrbTypes::MacTable>("macTable");
+  Vex::Ptr<SoftChip::SoftFdbHelper> fdb = Vex::make<SoftChip::SoftFdbHelper>(chip, macTable);
+  MacVlanPair a{EthAddr(1), Bridging::VlanId(10)}, b{EthAddr(2), Bridging::VlanId(10)};
+};
+
+TEST_F(SoftFdbTest, AddsAnswerTheStatusesThePlanAndCapacityDictate) {
+  chip->capacityIs("fdb", 1);
+  chip->faultIs("fdb", SoftChip::Fault::busy, 1);
+  EXPECT_EQ(fdb->addHost(a, IntfId("Ethernet1"), 0, false, EntryType::entryStatic), 1u);
+  EXPECT_EQ(fdb->addHost(a, IntfId("Ethernet1"), 0, false, EntryType::entryStatic), 0u);
+  EXPECT_EQ(fdb->addHost(b, IntfId("Ethernet1"), 0, false, EntryType::entryStatic), 2u);  // full
+  EXPECT_EQ(fdb->addHost(a, IntfId("Ethernet2"), 0, false, EntryType::entryStatic), 0u);  // a known key fits
+  EXPECT_EQ(fdb->table().entry(a)->intf, IntfId("Ethernet2"));
+  chip->faultIs("fdb", SoftChip::Fault::failed, 1);
+  EXPECT_EQ(fdb->removeHost(a, EntryType::entryStatic), 3u);
+  EXPECT_EQ(fdb->removeHost(a, EntryType::entryStatic), 0u);
+  EXPECT_EQ(fdb->table().size(), 0u);
+  EXPECT_EQ(fdb->addRemoteHost(b, IntfId("Vxlan1"), 7, 7, false, EntryType::entryReceivedRemote, false), 0u);
+  EXPECT_TRUE(fdb->table().entry(b)->remote);
+  EXPECT_EQ(fdb->getMaxRemoteMacs(), 1u);
+}
+
+TEST_F(SoftFdbTest, LearningWritesTheMacTableAndMoves) {
+  EXPECT_TRUE(fdb->learn(a, IntfId("Ethernet1")));
+  EXPECT_EQ(macTable->macEntry(a).intf, IntfId("Ethernet1"));
+  EXPECT_TRUE(fdb->learn(a, IntfId("Ethernet2")));
+  EXPECT_EQ(macTable->macEntry(a).intf, IntfId("Ethernet2"));
+  EXPECT_EQ(fdb->table().entry(a)->intf, IntfId("Ethernet2"));
+  // Static entries do not move on a learn.
+  fdb->addHost(b, IntfId("Ethernet3"), 0, false, EntryType::entryStatic);
+  EXPECT_FALSE(fdb->learn(b, IntfId("Ethernet1")));
+}
+
+TEST_F(SoftFdbTest, LearningOffPerPortOrVlanOrWhenFull) {
+  fdb->enableLearning(IntfId("Ethernet1"), false);
+  EXPECT_FALSE(fdb->learn(a, IntfId("Ethernet1")));
+  fdb->enableLearning(IntfId("Ethernet1"), true);
+  fdb->enableLearningOnVlan(Bridging::VlanId(10), false);
+  EXPECT_FALSE(fdb->learn(a, IntfId("Ethernet1")));
+  fdb->enableLearningOnVlan(Bridging::VlanId(10), true);
+  chip->capacityIs("fdb", 0);
+  EXPECT_FALSE(fdb->learn(a, IntfId("Ethernet1")));
+  EXPECT_EQ(macTable->macEntrySize(), 0u);
+}
+
+TEST_F(SoftFdbTest, AgingRemovesIdleDynamicEntriesOnly) {
+  fdb->configureAgingTime(20);
+  fdb->learn(a, IntfId("Ethernet1"));
+  fdb->addHost(b, IntfId("Ethernet2"), 0, false, EntryType::entryStatic);
+  loop.advance(15);
+  fdb->touch(a);
+  loop.advance(15);
+  EXPECT_TRUE(fdb->table().entry(a));  // refreshed at 15 s
+  loop.advance(25);
+  EXPECT_FALSE(fdb->table().entry(a));
+  EXPECT_FALSE(macTable->macEntryHas(a));
+  EXPECT_TRUE(fdb->table().entry(b));
+  fdb->configureAgingTime(0);
+  fdb->learn(a, IntfId("Ethernet1"));
+  loop.advance(1000);
+  EXPECT_TRUE(fdb->table().entry(a));
+}
+
+TEST_F(SoftFdbTest, FlushesTakeOutDynamicEntries) {
+  fdb->learn(a, IntfId("Ethernet1"));
+  fdb->learn(b, IntfId("Ethernet2"));
+  fdb->flushVlanPort(Bridging::VlanId(10), IntfId("Ethernet1"));
+  EXPECT_FALSE(fdb->table().entry(a));
+  EXPECT_TRUE(fdb->table().entry(b));
+  fdb->flushAll();
+  EXPECT_EQ(fdb->table().size(), 0u);
+  EXPECT_EQ(macTable->macEntrySize(), 0u);
+}
+
+}  // namespace
