@@ -804,9 +804,16 @@ void MacAddrSm::handleMacEntry(const MacVlanPair& key) {
     reevaluateEntry(key);
     return;
   }
-  if (macTableUpdateList_.push(key) && macTableTimer_->timeMin() == Vex::never) {
-    macTableTimer_->timeMinIs(Vex::now());
+  if (!macTableUpdateList_.push(key)) return;
+  // A burst of hardware learns becomes a burst of queued changes: make room
+  // now, while the chip writes, rather than rehash inside a review slice.
+  std::size_t needed = updateList_.size() + macTableUpdateList_.size();
+  if (needed > reservedFor_) {
+    reservedFor_ = needed + needed / 4;
+    updateList_.reserve(reservedFor_);
+    updateOrder_.reserve(reservedFor_);
   }
+  if (macTableTimer_->timeMin() == Vex::never) macTableTimer_->timeMinIs(Vex::now());
 }
 
 void MacAddrSm::handleMacTableUpdate() {

@@ -106,6 +106,7 @@ class KeyQueue {
     return key;
   }
   bool contains(const Key& key) const { return members_.contains(key); }
+  void reserve(std::size_t count) { members_.reserve(count); }
 
  private:
   std::deque<Key> order_;
@@ -249,6 +250,7 @@ class MacAddrSm : public OrbBaseSm {
   Vex::HashMap<IntfId, bool> learningOnPort_;
   std::uint32_t collidingStaticEntryWithRouterMacEntry_ = 0;
   Vex::Ptr<Dot1x::HostTable> dot1xLocalHostTable_;
+  std::size_t reservedFor_ = 0;  // updateList_ room made ahead of a burst
   Vex::Seconds longestSlice_ = 0;
   std::uint64_t slices_ = 0;
   std::unique_ptr<Reactors> reactors_;

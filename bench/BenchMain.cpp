@@ -20,12 +20,13 @@ std::vector<Figure>& figures() {
 // Keeps the seconds per iteration of every benchmark that ran.
 class RecordingReporter : public benchmark::ConsoleReporter {
  public:
+  // By benchmark function name, whatever its arguments and iteration count.
   std::map<std::string, double> secondsPerIteration;
 
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const auto& run : runs) {
       if (run.run_type != Run::RT_Iteration || run.iterations == 0) continue;
-      secondsPerIteration[run.benchmark_name()] = run.real_accumulated_time / static_cast<double>(run.iterations);
+      secondsPerIteration[run.run_name.function_name] = run.real_accumulated_time / static_cast<double>(run.iterations);
     }
     ConsoleReporter::ReportRuns(runs);
   }
@@ -51,6 +52,10 @@ int main(int argc, char** argv) {
     if (measured == reporter.secondsPerIteration.end() || measured->second <= 0) continue;
     double perItem = measured->second / f.items;
     std::string line = fmt::format("RESULT {} {}={:.0f}", f.name, f.metric, 1.0 / perItem);
+    if (f.extra) {
+      line += ' ';
+      line += f.extra();
+    }
     auto reference = reporter.secondsPerIteration.find(f.reference);
     if (!f.reference.empty() && reference != reporter.secondsPerIteration.end() && reference->second > 0) {
       double referencePerItem = reference->second / f.referenceItems;

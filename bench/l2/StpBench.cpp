@@ -10,8 +10,8 @@
 #include "platform/vex/EventLoop.h"
 
 #include <benchmark/benchmark.h>
-#include <boost/unordered/unordered_flat_map.hpp>
 #include <fmt/format.h>
+#include <boost/unordered/unordered_flat_map.hpp>
 
 #include <vector>
 
@@ -80,7 +80,12 @@ void BM_StpForwarding(benchmark::State& state) {
 }
 BENCHMARK(BM_StpForwarding)->Unit(benchmark::kMillisecond);
 
-const bool registered = Bench::figure({"stp_forwarding_4094x48", "memberships_per_s", "BM_StpForwarding",
-                                       "BM_RawPortVlanInsert", memberships, memberships});
+const bool registered = Bench::figure({"stp_forwarding_4094x48",
+                                       "memberships_per_s",
+                                       "BM_StpForwarding",
+                                       "BM_RawPortVlanInsert",
+                                       memberships,
+                                       memberships,
+                                       {}});
 
 }  // namespace

@@ -78,10 +78,16 @@ void BM_TimerWheelArmAndFire(benchmark::State& state) {
 }
 BENCHMARK(BM_TimerWheelArmAndFire)->Unit(benchmark::kMillisecond);
 
-const bool registered = Bench::figure({"vex_collection_insert", "inserts_per_s", "BM_VexCollectionInsert",
-                                       "BM_RawFlatMapInsert", keys, keys}) &&
-                        Bench::figure({"vex_collection_insert_notify", "inserts_per_s", "BM_VexCollectionInsertNotify",
-                                       "BM_RawFlatMapInsert", keys, keys}) &&
-                        Bench::figure({"vex_timer_wheel", "clocks_per_s", "BM_TimerWheelArmAndFire", "", clocks});
+const bool registered =
+    Bench::figure(
+        {"vex_collection_insert", "inserts_per_s", "BM_VexCollectionInsert", "BM_RawFlatMapInsert", keys, keys, {}}) &&
+    Bench::figure({"vex_collection_insert_notify",
+                   "inserts_per_s",
+                   "BM_VexCollectionInsertNotify",
+                   "BM_RawFlatMapInsert",
+                   keys,
+                   keys,
+                   {}}) &&
+    Bench::figure({"vex_timer_wheel", "clocks_per_s", "BM_TimerWheelArmAndFire", "", clocks, 1, {}});
 
 }  // namespace

@@ -67,7 +67,12 @@ void BM_VlanConverge(benchmark::State& state) {
 }
 BENCHMARK(BM_VlanConverge)->Unit(benchmark::kMillisecond);
 
-const bool registered = Bench::figure({"vlan_converge_4094x48", "memberships_per_s", "BM_VlanConverge",
-                                       "BM_RawPortVlanInsert", memberships, memberships});
+const bool registered = Bench::figure({"vlan_converge_4094x48",
+                                       "memberships_per_s",
+                                       "BM_VlanConverge",
+                                       "BM_RawPortVlanInsert",
+                                       memberships,
+                                       memberships,
+                                       {}});
 
 }  // namespace

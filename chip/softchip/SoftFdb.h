@@ -45,6 +45,7 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   bool learningOn(const Nexo::IntfId& intf) const { return !learningOffPort_.contains(intf); }
   bool learningOn(Bridging::VlanId vlanId) const { return !learningOffVlan_.contains(vlanId); }
   std::uint64_t operations() const { return operations_; }
+  void reserve(std::size_t entries) { table_.entries.reserve(entries); }
 
   // A frame from `key.addr` arrived on `intf`: learn it (or refresh it).
   // False when the chip did not learn it (learning off, or no room).

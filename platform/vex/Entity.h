@@ -17,7 +17,9 @@
 // Collections offer name(key) (the stored value, or the value type's empty
 // value when missing; never creates; the reference is valid until the next
 // write), nameIs(key, v), nameDel(key), nameDelAll(), nameHas(key),
-// nameSize(), and name() (the whole map, for iteration).
+// nameSize(), and name() (the whole map, for iteration). Hash collections
+// add nameReserve(n): room for n entries up front, so that a large table
+// does not rehash in the middle of a time slice.
 //
 // Writers notify `Notifiee::handleName()` / `handleName(key)`, which the
 // entity's Notifiee must declare (VEX_HANDLER / VEX_KEY_HANDLER). A writer
@@ -74,78 +76,76 @@ using HashSet = boost::unordered_flat_set<K>;
 #define VEX_KEY_HANDLER(Name, Key) \
   virtual void handle##Name(const Key&) {}
 
-#define VEX_ATTR(Type, name, Name, ...)                              \
- private:                                                            \
-  Type name##_ = Type{__VA_ARGS__};                                  \
-                                                                     \
- public:                                                             \
-  const Type& name() const { return name##_; }                       \
-  void name##Is(const Type& value) {                                 \
-    if (name##_ == value) return;                                    \
-    name##_ = value;                                                 \
-    this->notify(&Notifiee::handle##Name);                           \
+#define VEX_ATTR(Type, name, Name, ...)        \
+ private:                                      \
+  Type name##_ = Type{__VA_ARGS__};            \
+                                               \
+ public:                                       \
+  const Type& name() const { return name##_; } \
+  void name##Is(const Type& value) {           \
+    if (name##_ == value) return;              \
+    name##_ = value;                           \
+    this->notify(&Notifiee::handle##Name);     \
   }
 
-#define VEX_COUNTER(Type, name, Name)                                \
-  VEX_ATTR(Type, name, Name, 0)                                      \
-  void name##Inc() { name##Is(static_cast<Type>(name##_ + 1)); }     \
+#define VEX_COUNTER(Type, name, Name)                            \
+  VEX_ATTR(Type, name, Name, 0)                                  \
+  void name##Inc() { name##Is(static_cast<Type>(name##_ + 1)); } \
   void name##Dec() { name##Is(static_cast<Type>(name##_ - 1)); }
 
-#define VEX_COLLECTION_BODY(MapType, Key, Value, name, Name)         \
- private:                                                            \
-  MapType name##_;                                                   \
-                                                                     \
- public:                                                             \
-  const MapType& name() const { return name##_; }                    \
-  const Value& name(const Key& key) const {                          \
-    auto it = name##_.find(key);                                     \
-    return it == name##_.end() ? ::Vex::emptyValue<Value>()          \
-                               : it->second;                         \
-  }                                                                  \
-  bool name##Has(const Key& key) const {                             \
-    return name##_.find(key) != name##_.end();                       \
-  }                                                                  \
-  std::size_t name##Size() const { return name##_.size(); }          \
-  void name##Is(const Key& key, const Value& value) {                \
-    auto [it, inserted] = name##_.try_emplace(key, value);           \
-    if (!inserted) {                                                 \
-      if (it->second == value) return;                               \
-      it->second = value;                                            \
-    }                                                                \
-    this->notify(&Notifiee::handle##Name, key);                      \
-  }                                                                  \
-  void name##Del(const Key& key) {                                   \
-    if (name##_.erase(key)) this->notify(&Notifiee::handle##Name, key); \
-  }                                                                  \
-  void name##DelAll() {                                              \
-    std::vector<Key> keys;                                           \
-    keys.reserve(name##_.size());                                    \
-    for (const auto& entry : name##_) keys.push_back(entry.first);   \
-    for (const auto& key : keys) name##Del(key);                     \
+#define VEX_COLLECTION_BODY(MapType, Key, Value, name, Name)                          \
+ private:                                                                             \
+  MapType name##_;                                                                    \
+                                                                                      \
+ public:                                                                              \
+  const MapType& name() const { return name##_; }                                     \
+  const Value& name(const Key& key) const {                                           \
+    auto it = name##_.find(key);                                                      \
+    return it == name##_.end() ? ::Vex::emptyValue<Value>() : it->second;             \
+  }                                                                                   \
+  bool name##Has(const Key& key) const { return name##_.find(key) != name##_.end(); } \
+  std::size_t name##Size() const { return name##_.size(); }                           \
+  void name##Is(const Key& key, const Value& value) {                                 \
+    auto [it, inserted] = name##_.try_emplace(key, value);                            \
+    if (!inserted) {                                                                  \
+      if (it->second == value) return;                                                \
+      it->second = value;                                                             \
+    }                                                                                 \
+    this->notify(&Notifiee::handle##Name, key);                                       \
+  }                                                                                   \
+  void name##Del(const Key& key) {                                                    \
+    if (name##_.erase(key)) this->notify(&Notifiee::handle##Name, key);               \
+  }                                                                                   \
+  void name##DelAll() {                                                               \
+    std::vector<Key> keys;                                                            \
+    keys.reserve(name##_.size());                                                     \
+    for (const auto& entry : name##_) keys.push_back(entry.first);                    \
+    for (const auto& key : keys) name##Del(key);                                      \
   }
 
-#define VEX_SET(Key, name, Name)                                     \
- private:                                                            \
-  ::Vex::HashSet<Key> name##_;                                       \
-                                                                     \
- public:                                                             \
-  const ::Vex::HashSet<Key>& name() const { return name##_; }        \
-  bool name(const Key& key) const { return name##_.contains(key); }  \
-  bool name##Has(const Key& key) const { return name##_.contains(key); } \
-  std::size_t name##Size() const { return name##_.size(); }          \
-  void name##Is(const Key& key) {                                    \
+#define VEX_SET(Key, name, Name)                                                \
+ private:                                                                       \
+  ::Vex::HashSet<Key> name##_;                                                  \
+                                                                                \
+ public:                                                                        \
+  const ::Vex::HashSet<Key>& name() const { return name##_; }                   \
+  bool name(const Key& key) const { return name##_.contains(key); }             \
+  bool name##Has(const Key& key) const { return name##_.contains(key); }        \
+  std::size_t name##Size() const { return name##_.size(); }                     \
+  void name##Is(const Key& key) {                                               \
     if (name##_.insert(key).second) this->notify(&Notifiee::handle##Name, key); \
-  }                                                                  \
-  void name##Del(const Key& key) {                                   \
-    if (name##_.erase(key)) this->notify(&Notifiee::handle##Name, key); \
-  }                                                                  \
-  void name##DelAll() {                                              \
-    std::vector<Key> keys(name##_.begin(), name##_.end());           \
-    for (const auto& key : keys) name##Del(key);                     \
+  }                                                                             \
+  void name##Del(const Key& key) {                                              \
+    if (name##_.erase(key)) this->notify(&Notifiee::handle##Name, key);         \
+  }                                                                             \
+  void name##DelAll() {                                                         \
+    std::vector<Key> keys(name##_.begin(), name##_.end());                      \
+    for (const auto& key : keys) name##Del(key);                                \
   }
 
-#define VEX_COLLECTION(Key, Value, name, Name) \
-  VEX_COLLECTION_BODY(VEX_PROTECT(::Vex::HashMap<Key, Value>), Key, Value, name, Name)
+#define VEX_COLLECTION(Key, Value, name, Name)                                         \
+  VEX_COLLECTION_BODY(VEX_PROTECT(::Vex::HashMap<Key, Value>), Key, Value, name, Name) \
+  void name##Reserve(std::size_t count) { name##_.reserve(count); }
 #define VEX_ORDERED_COLLECTION(Key, Value, name, Name) \
   VEX_COLLECTION_BODY(VEX_PROTECT(std::map<Key, Value>), Key, Value, name, Name)
 #define VEX_PROTECT(...) __VA_ARGS__
