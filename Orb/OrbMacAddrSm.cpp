@@ -273,10 +273,40 @@ class HwIdReactor : public HwIdReactorBase {
   }
 };
 
+MAC_REACTOR(LbReactorBase, L2Rib::LoadBalanceOutput);
+class LbReactor : public LbReactorBase {
+ public:
+  using LbReactorBase::LbReactorBase;
+  void handleLb(const std::uint64_t& id) override {
+    if (sm_->reacting()) sm_->handleL2RibLb(id);
+  }
+};
+
+MAC_REACTOR(DestReactorBase, L2Rib::DestOutput);
+class DestReactor : public DestReactorBase {
+ public:
+  using DestReactorBase::DestReactorBase;
+  void handleDest(const std::uint64_t& id) override {
+    if (sm_->reacting()) sm_->handleL2RibDest(id);
+  }
+};
+
+MAC_REACTOR(IntfStatusReactorBase, Interface::EthPhyIntfStatusDir);
+class IntfStatusReactor : public IntfStatusReactorBase {
+ public:
+  using IntfStatusReactorBase::IntfStatusReactorBase;
+  void handleLinkUp(const IntfId& intf) override {
+    if (sm_->reacting()) sm_->handleEthIntfStatus(intf);
+  }
+};
+
 MAC_REACTOR(OcsdReactorBase, OrbCommonSmData);
 class OcsdReactor : public OcsdReactorBase {
  public:
   using OcsdReactorBase::OcsdReactorBase;
+  void handleIntf(const IntfId& intf) override {
+    if (sm_->reacting()) sm_->handleIntf(intf);
+  }
   void handleLagToPort(const IntfId& lag) override {
     if (sm_->reacting()) sm_->handleLagToPort(lag);
   }
@@ -355,6 +385,9 @@ MacAddrSm::MacAddrSm(
   reactors_->add<Dot1xStatusReactor>(dot1xStatus_);
   reactors_->add<L2RibReactor>(l2RibOutput_);
   reactors_->add<HwIdReactor>(objTupleToHwId_);
+  reactors_->add<LbReactor>(lbOutput_);
+  reactors_->add<DestReactor>(destOutput_);
+  reactors_->add<IntfStatusReactor>(ethPhyIntfStatusDir_);
   reactors_->add<OcsdReactor>(ocsd);
   initializedIs(true);
 }
@@ -827,6 +860,71 @@ void MacAddrSm::handleMacTableUpdate() {
 }
 
 void MacAddrSm::handleMlagHostTableEntry(const MacVlanPair& key) { reevaluateEntry(key); }
+
+// A chip layer that reports learns as events rather than table writes.
+void MacAddrSm::handleAddressLearnt(const MacAddressTableEntry& entry) {
+  evaluateEntry(entry.macVlanPair, &entry, false, Vex::now());
+}
+
+void MacAddrSm::handleAddressAged(const MacVlanPair& key) {
+  auto current = currentEntry(key);
+  evaluateEntry(key, nullptr, current && !isStaticEntryType(current->entryType), Vex::now());
+}
+
+void MacAddrSm::reevaluateRemoteEntries() {
+  std::vector<MacVlanPair> keys;
+  for (const auto& [key, entry] : bridgingStatus_->remoteStatusTable()) keys.push_back(key);
+  if (l2RibOutput_) {
+    for (const auto& [key, entry] : l2RibOutput_->host()) keys.push_back(key);
+  }
+  for (const auto& key : keys) reevaluateEntry(key);
+}
+
+// Destinations and load-balance groups are L2 RIB objects that hosts point
+// to: the hosts whose object is `id` are reviewed.
+void MacAddrSm::handleL2RibDest(std::uint64_t id) {
+  if (!l2RibOutput_) return;
+  std::vector<MacVlanPair> keys;
+  for (const auto& [key, entry] : l2RibOutput_->host()) {
+    if (entry.hasL2RibObjTuple && entry.l2RibObjTuple.id == id) keys.push_back(key);
+  }
+  for (const auto& key : keys) reevaluateEntry(key);
+}
+
+void MacAddrSm::handleL2RibLb(std::uint64_t id) { handleL2RibDest(id); }
+
+void MacAddrSm::reevaluateKeysOnIntf(const IntfId& intf) {
+  std::vector<MacVlanPair> keys;
+  for (const auto& [key, row] : bridgingStatus_->fdbStatus()) {
+    if (row.intf == intf) keys.push_back(key);
+  }
+  for (const auto& key : keys) reevaluateEntry(key);
+}
+
+void MacAddrSm::handleIntf(const IntfId& intf) {
+  configureMacLearningOnPort(intf);
+  // Entries on an interface that is gone go with it.
+  if (!ocsd()->intfHas(intf)) reevaluateKeysOnIntf(intf);
+}
+
+void MacAddrSm::handleEthIntfStatus(const IntfId& intf) {
+  if (ethPhyIntfStatusDir_ && !ethPhyIntfStatusDir_->linkUp(intf)) reevaluateKeysOnIntf(intf);
+}
+
+void MacAddrSm::handleTunnelLearnEvent() { reevaluateRemoteEntries(); }
+
+void MacAddrSm::handleStageRemoteMacsReady() { reevaluateRemoteEntries(); }
+
+void MacAddrSm::handleVerify() {
+  orbHelper_->handleVerify();
+  for (const auto& [intf, enabled] : learningOnPort_) orbHelper_->verifyLearning(intf, enabled);
+  for (const auto& vlanId : bridgingConfig_->macLearningDisabledVlan()) orbHelper_->verifyLearningOnVlan(vlanId, false);
+  if (!verifyRemoteMac) return;
+  for (const auto& [key, entry] : bridgingStatus_->remoteStatusTable()) {
+    orbHelper_->verifyRemoteHost(key, nextHopId(entry));
+  }
+  orbHelper_->verifyNumRemoteHost(static_cast<std::uint32_t>(bridgingStatus_->remoteStatusTableSize()));
+}
 
 void MacAddrSm::handleObjTupleToHwIdMap(const L2Rib::ObjTuple& tuple) {
   std::vector<MacVlanPair> keys;

@@ -167,8 +167,23 @@ class MacAddrSm : public OrbBaseSm {
                        bool movedToRemote);
   void updateQueuedAddresses();
 
-  // Reactions.
+  // Reactions. Each names the keys that changed and ends in
+  // reevaluateEntry for each of them.
   void handleMacEntry(const MacVlanPair& key);
+  void handleAddressLearnt(const MacAddressTableEntry& entry);
+  void handleAddressAged(const MacVlanPair& key);
+  void handleL2RibDest(std::uint64_t id);
+  void handleL2RibLb(std::uint64_t id);
+  void handleEvpnMacEntry(const MacVlanPair& key) { reevaluateEntry(key); }
+  void handleReceivedRemoteHost(const MacVlanPair& key) { reevaluateEntry(key); }
+  void handleConfiguredRemoteHost(const MacVlanPair& key) { reevaluateEntry(key); }
+  void handleRemoteHostStatus(const MacVlanPair& key) { reevaluateEntry(key); }
+  void handleNonAgingMacEntries(const MacVlanPair& key) { reevaluateEntry(key); }
+  void handleIntf(const IntfId& intf);
+  void handleEthIntfStatus(const IntfId& intf);
+  void handleTunnelLearnEvent();
+  void handleStageRemoteMacsReady();
+  void handleVerify();
   void handleMacTableUpdate();
   void handleConfiguredHost(const MacVlanPair& key) { reevaluateEntry(key); }
   void handleMlagHostTableEntry(const MacVlanPair& key);
@@ -194,6 +209,8 @@ class MacAddrSm : public OrbBaseSm {
   class Reactors;
 
   void doClearRemoteMacsFromFdbStatus();
+  void reevaluateKeysOnIntf(const IntfId& intf);
+  void reevaluateRemoteEntries();
   void reevaluateKeysOfAddress(const Nexo::EthAddr& addr);
   void maybeUpdateMoveCount(RemoteMacAddressTableEntry& wanted, const RemoteMacAddressTableEntry* current, double time);
   bool peerEntriesAllowed() const;

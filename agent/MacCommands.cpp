@@ -71,7 +71,8 @@ void Agent::registerMacCommands() {
                      const std::string usage = "chip learn MAC vlan V INTF";
                      expectArgs(args, 4, 4, usage);
                      auto key = keyArgs(args, 0, usage);
-                     if (!fdbHelper_->learn(key, oneIntf(args[3]))) out << "not learned (learning off or table full)\n";
+                     if (!fdbHelper_->learn(key, oneIntf(args[3])))
+                       out << "not learned (learning off, table full or a static entry)\n";
                    });
   shell_.commandIs("chip learn-range", "MAC COUNT vlan V INTF", "the chip learns COUNT consecutive addresses",
                    [this](const Args& args, std::ostream& out) {

@@ -351,6 +351,56 @@ TEST_F(MacAddrSmTest, CandidatesOfAllSourcesResolveInOrderOnAFullTie) {
   EXPECT_EQ(sm->configuredEntry(k)->intf, IntfId("Ethernet1"));
 }
 
+TEST_F(MacAddrSmTest, EntriesGoWithTheirInterface) {
+  start();
+  learn(key(1), "Ethernet1");
+  learn(key(2), "Ethernet2");
+  settle();
+  ocsd->intfDel(IntfId("Ethernet1"));
+  settle();
+  EXPECT_FALSE(status->fdbStatusHas(key(1)));
+  EXPECT_TRUE(status->fdbStatusHas(key(2)));
+}
+
+TEST_F(MacAddrSmTest, LearnAndAgeEventsFromTheChip) {
+  start();
+  sm->handleAddressLearnt(row(key(3), "Ethernet2"));
+  settle();
+  EXPECT_EQ(status->fdbStatus(key(3)).intf, IntfId("Ethernet2"));
+  sm->handleAddressAged(key(3));
+  settle();
+  EXPECT_FALSE(status->fdbStatusHas(key(3)));
+}
+
+TEST_F(MacAddrSmTest, RemoteEntryFollowsItsL2RibObject) {
+  vxlan->vlanToVniIs(VlanId(10), 10010);
+  start();
+  RemoteMacAddressTableEntry r;
+  r.macVlanPair = key(6);
+  r.intf = IntfId("Vxlan1");
+  r.entryType = EntryType::entryEvpnDynamicRemote;
+  r.hasL2RibObjTuple = true;
+  r.l2RibObjTuple = {2, 77};
+  hwIds->hwIdIs(r.l2RibObjTuple, 4000);
+  l2Rib->hostIs(key(6), r);
+  settle();
+  EXPECT_EQ(helper->calls.back(), "remote 00:00:00:00:00:06 Vxlan1 nh 4000 -> 0");
+  EXPECT_EQ(rmac->nextHopRefCount(4000), 1u);
+  l2Rib->hostDel(key(6));
+  settle();
+  EXPECT_EQ(helper->calls.back(), "remove 00:00:00:00:00:06");
+  EXPECT_FALSE(rmac->nextHopRefCountHas(4000));
+  EXPECT_FALSE(status->remoteStatusTableHas(key(6)));
+}
+
+TEST_F(MacAddrSmTest, ZombieMachineIgnoresLearns) {
+  start();
+  sm->vexDoZombieReactors(true);
+  learn(key(1), "Ethernet1");
+  settle();
+  EXPECT_TRUE(helper->calls.empty());
+}
+
 TEST(BetterEntry, RanksThenMovesThenTimeThenTuplesThenTunnels) {
   RemoteMacAddressTableEntry a, b;
   a.intf = IntfId("Ethernet1");
