@@ -42,13 +42,12 @@ class OrbHelperMacAddrSm : public Orb::OrbBaseHelper {
     return ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, addRemoteHost);
   }
   virtual void handleLinkStateAtInit() {}
-  virtual void flushVlanPort(Bridging::VlanId, const Nexo::IntfId&) {
+  // Flushes take a signed VLAN: -1 stands for every VLAN.
+  virtual void flushVlanPort(int /*vlan*/, const Nexo::IntfId&) {
     ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, flushVlanPort);
   }
   virtual void flushVlan(Bridging::VlanId) { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, flushVlan); }
-  virtual void flushVlanLag(Bridging::VlanId, const Nexo::IntfId&) {
-    ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, flushVlanLag);
-  }
+  virtual void flushVlanLag(int /*vlan*/, const Nexo::IntfId&) { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, flushVlanLag); }
   virtual void flushAll() { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, flushAll); }
   virtual void removeLag(const Nexo::IntfId&) { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, removeLag); }
   virtual void configureAgingTime(std::uint32_t) { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, configureAgingTime); }

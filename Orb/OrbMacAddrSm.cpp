@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 
 namespace Orb {
 
@@ -273,6 +274,26 @@ class HwIdReactor : public HwIdReactorBase {
   }
 };
 
+MAC_REACTOR(FlushReactorBase, Bridging::HostTableFlushRequestDir);
+class FlushReactor : public FlushReactorBase {
+ public:
+  using FlushReactorBase::FlushReactorBase;
+  void handleRequest(const std::string& name) override {
+    if (sm_->reacting()) sm_->handleFlushRequestInputDir(name);
+  }
+};
+
+class NonAgingReactor : public NonAgingStatus::Notifiee {
+ public:
+  NonAgingReactor(MacAddrSm* sm, const Vex::Ptr<NonAgingStatus>& status) : Notifiee(status), sm_(sm) {}
+  void handleMacEntries(const MacVlanPair& key) override {
+    if (sm_->reacting()) sm_->handleNonAgingMacEntries(key);
+  }
+
+ private:
+  MacAddrSm* sm_;
+};
+
 MAC_REACTOR(LbReactorBase, L2Rib::LoadBalanceOutput);
 class LbReactor : public LbReactorBase {
  public:
@@ -370,8 +391,10 @@ MacAddrSm::MacAddrSm(
   bankFullEvent();
   updateMacEntryClock_ = Vex::clockFactory([this] { updateQueuedAddresses(); });
   macTableTimer_ = Vex::clockFactory([this] { handleMacTableUpdate(); });
+  flushReqTimer_ = Vex::clockFactory([this] { handleFlushReqTimer(); });
   clockIs(updateMacEntryClock_);
   clockIs(macTableTimer_);
+  clockIs(flushReqTimer_);
   reactors_ = std::make_unique<Reactors>(this);
   reactors_->add<MacTableReactor>(macTable_);
   reactors_->add<RouterMacReactor>(routerMacTable_);
@@ -385,6 +408,7 @@ MacAddrSm::MacAddrSm(
   reactors_->add<Dot1xStatusReactor>(dot1xStatus_);
   reactors_->add<L2RibReactor>(l2RibOutput_);
   reactors_->add<HwIdReactor>(objTupleToHwId_);
+  reactors_->add<FlushReactor>(flushRequestDir_);
   reactors_->add<LbReactor>(lbOutput_);
   reactors_->add<DestReactor>(destOutput_);
   reactors_->add<IntfStatusReactor>(ethPhyIntfStatusDir_);
@@ -397,6 +421,9 @@ MacAddrSm::~MacAddrSm() {
   reactors_.reset();
   updateMacEntryClock_->timeMinIs(Vex::never);
   macTableTimer_->timeMinIs(Vex::never);
+  flushReqTimer_->timeMinIs(Vex::never);
+  if (nonAgingReactor_) reactorDel(nonAgingReactor_.get());
+  nonAgingReactor_.reset();
   updateList_.clear();
 }
 
@@ -410,6 +437,7 @@ void MacAddrSm::handleInitialized() {
   for (const auto& [key, row] : bridgingConfig_->fdbConfig()) reevaluateEntry(key);
   currentPeerLink_ = mlagStatus_ ? mlagStatus_->peerLinkIntf() : IntfId();
   for (const auto& vlanId : bridgingConfig_->macLearningDisabledVlan()) handleVlanLearning(vlanId);
+  if (flushRequestDir_ && !flushRequestDir_->request().empty()) flushReqTimer_->timeMinIs(Vex::now());
   for (const auto& [key, event] : ocsd()->parityEvent()) handleParityEvent(key);
   // Authenticated hosts programmed by this switch.
   dot1xLocalHostTable_ = Vex::make<Dot1x::HostTable>("dot1xLocalHostTable");
@@ -467,6 +495,9 @@ std::optional<RemoteMacAddressTableEntry> MacAddrSm::configuredEntry(const MacVl
     } else {
       offer(fromRow(bridgingConfig_->fdbConfig(key)), "fdbConfig");
     }
+  }
+  if (nonAgingReactor_ && nonAgingReactor_->notifier()->macEntriesHas(key)) {
+    offer(fromRow(nonAgingReactor_->notifier()->macEntries(key)), "fdbConfig");
   }
   if (dot1xLocalHostTable_ && dot1xLocalHostTable_->hostHas(key.addr)) {
     const auto& row = dot1xLocalHostTable_->host(key.addr);
@@ -715,8 +746,8 @@ bool MacAddrSm::handleAddStatus(ModifyMacEntry& change, std::uint32_t status) {
                 macEntryTypeWord(change.entryType()));
       change.fullLogged = true;
     }
-    std::uint32_t agingTime = bridgingConfig_->hostAgingTime();
-    if (agingTime && Vex::now() - change.queuedTime > agingTime) {
+    double agingTime = bridgingConfig_->hostAgingTime();
+    if (agingTime > 0 && Vex::now() - change.queuedTime > agingTime) {
       BLIP(trace(), 3, "{} has been in updateList for longer than aging time of {}", keyText(key), agingTime);
     }
     return false;
@@ -995,7 +1026,153 @@ void MacAddrSm::handleMlagStateOrPeerLinkIntf() {
 
 void MacAddrSm::handleFsfFailedServer(const Nexo::EthAddr& addr) { reevaluateKeysOfAddress(addr); }
 
-void MacAddrSm::handleHostAgingTime() { orbHelper_->configureAgingTime(bridgingConfig_->hostAgingTime()); }
+void MacAddrSm::handleHostAgingTime() {
+  auto seconds = static_cast<std::uint32_t>(std::lround(std::max(0.0, bridgingConfig_->hostAgingTime())));
+  BLIP(trace(), 5, "Set host aging time to {} sec", seconds);
+  orbHelper_->configureAgingTime(seconds);
+}
+
+// --- flushing ---
+
+void MacAddrSm::handleFlushRequestInputDir(const std::string& name) {
+  BLIP(trace(), 6, "handleFlushRequestInputDir input {}", name);
+  removeStaleFlushReplies();
+  if (flushRequestDir_->requestHas(name) && flushReqTimer_->timeMin() == Vex::never) {
+    flushReqTimer_->timeMinIs(Vex::now());
+  }
+}
+
+void MacAddrSm::removeStaleFlushReplies() {
+  std::vector<std::string> stale;
+  for (const auto& [name, reply] : flushReplyDir_->reply()) {
+    if (!flushRequestDir_->requestHas(name)) stale.push_back(name);
+  }
+  for (const auto& name : stale) flushReplyDir_->replyDel(name);
+}
+
+void MacAddrSm::handleFlushReqTimer() {
+  std::vector<std::pair<std::string, Bridging::HostTableFlushRequest>> pending;
+  for (const auto& [name, request] : flushRequestDir_->request()) {
+    // A request is pending until a reply answers this very request.
+    if (!flushReplyDir_->replyHas(name) || flushReplyDir_->reply(name).request != request) {
+      pending.emplace_back(name, request);
+    }
+  }
+  for (const auto& [name, request] : pending) processFlushReq(request.vlanId, request.intf, request.addr);
+  execFlush();
+  for (const auto& [name, request] : pending) {
+    flushReplyDir_->replyIs(name, Bridging::HostTableFlushReply{request, Vex::now()});
+    BLIP(trace(), 5, "Host table flush request {} has been processed", name);
+  }
+}
+
+void MacAddrSm::processFlushReq(std::uint16_t vlanId, const IntfId& intf, const Nexo::EthAddr& addr) {
+  BLIP(trace(), 6, "processFlushReq vlanId {} intf {} addr {}", vlanId, intf.stringValue(), addr.stringValue());
+  if (!addr.isZero()) {
+    flushAddr(vlanId, intf, addr);
+  } else if (!intf.empty()) {
+    if (intf.isLag() && !intf.isSubIntf()) {
+      if (!ocsd()->lagToPortHas(intf)) {
+        BLIP(trace(), 3, "{}: unknown LAG ", intf.stringValue());
+        return;
+      }
+      flushLag(intf, vlanId);
+    } else {
+      if (!ocsd()->intfHas(intf)) {
+        BLIP(trace(), 3, "{}: unknown intf Invalid interface, maybe caused by a 10G<->40G switchover",
+             intf.stringValue());
+        return;
+      }
+      flushPort(intf, vlanId);
+    }
+  } else if (vlanId == 0) {
+    fr_.all = true;
+  } else {
+    flushVlan(vlanId);
+  }
+}
+
+void MacAddrSm::flushPort(const IntfId& intf, std::uint16_t vlanId) {
+  if (vlanId) {
+    fr_.vlanPort.insert({vlanId, intf});
+  } else {
+    fr_.port.insert(intf);
+  }
+}
+
+void MacAddrSm::flushLag(const IntfId& lag, std::uint16_t vlanId) {
+  if (vlanId) {
+    fr_.vlanLag.insert({vlanId, lag});
+  } else {
+    fr_.lag.insert(lag);
+  }
+}
+
+void MacAddrSm::flushVlan(std::uint16_t vlanId) { fr_.vlan.insert(vlanId); }
+
+void MacAddrSm::flushAddr(std::uint16_t vlanId, const IntfId& intf, const Nexo::EthAddr& addr) {
+  std::vector<MacVlanPair> keys;
+  for (const auto& [key, row] : bridgingStatus_->fdbStatus()) {
+    if (key.addr == addr && (!vlanId || key.vlanId.value() == vlanId) && (intf.empty() || row.intf == intf)) {
+      keys.push_back(key);
+    }
+  }
+  for (const auto& key : keys) {
+    BLIP(trace(), 6, "Calling evaluateEntry to remove macVlan pair:  {}", keyText(key));
+    macTable_->macEntryDel(key);
+    evaluateEntry(key, nullptr, true, Vex::now());
+  }
+}
+
+void MacAddrSm::execFlush() {
+  if (fr_.all) {
+    BLIP(trace(), 5, " flushing all macs ");
+    orbHelper_->flushAll();
+  }
+  for (auto vlanId : fr_.vlan) {
+    BLIP(trace(), 5, " flushing vlan {}", vlanId);
+    orbHelper_->flushVlan(VlanId(vlanId));
+  }
+  for (const auto& [vlanId, port] : fr_.vlanPort) {
+    BLIP(trace(), 5, " flushing vlan {} on port {}", vlanId, port.stringValue());
+    orbHelper_->flushVlanPort(vlanId, port);
+  }
+  for (const auto& port : fr_.port) {
+    BLIP(trace(), 5, " flushing port {}", port.stringValue());
+    orbHelper_->flushVlanPort(-1, port);
+  }
+  for (const auto& [vlanId, lag] : fr_.vlanLag) {
+    BLIP(trace(), 5, " flushing vlan {} on lag {}", vlanId, lag.stringValue());
+    orbHelper_->flushVlanLag(vlanId, lag);
+  }
+  for (const auto& lag : fr_.lag) {
+    BLIP(trace(), 5, " flushing lag {}", lag.stringValue());
+    orbHelper_->flushVlanLag(-1, lag);
+  }
+  fr_ = CondensedFlushRequest{};
+}
+
+const Vex::Ptr<NonAgingStatus>& MacAddrSm::nonAgingMacStatus() const {
+  static const Vex::Ptr<NonAgingStatus> none;
+  return nonAgingReactor_ ? nonAgingReactor_->notifier() : none;
+}
+
+void MacAddrSm::nonAgingMacStatusIs(const Vex::Ptr<NonAgingStatus>& status) {
+  std::vector<MacVlanPair> keys;
+  auto collect = [&] {
+    if (!nonAgingReactor_) return;
+    for (const auto& [key, entry] : nonAgingReactor_->notifier()->macEntries()) keys.push_back(key);
+  };
+  collect();
+  if (nonAgingReactor_) reactorDel(nonAgingReactor_.get());
+  nonAgingReactor_.reset();
+  if (status) {
+    nonAgingReactor_ = std::make_unique<NonAgingReactor>(this, status);
+    reactorIs(nonAgingReactor_.get());
+  }
+  collect();
+  for (const auto& key : keys) reevaluateEntry(key);
+}
 
 void MacAddrSm::handleSourceChecks() {
   orbHelper_->configureSourceCheckCPUMac(bridgingConfig_->sourceCheckCpuMac());

@@ -27,12 +27,14 @@
 #include "Orb/OrbBaseHelper.h"
 #include "Orb/OrbCommon.h"
 #include "Orb/OrbHelper.h"
+#include "Orb/OrbNonAgingMacSm.h"
 #include "Orb/OrbVlanHelper.h"
 #include "platform/model/MacModels.h"
 
 #include <deque>
 #include <memory>
 #include <optional>
+#include <set>
 
 namespace Orb {
 
@@ -86,6 +88,20 @@ Vex::Ptr<ModifyMacEntry> modifyMacEntryFactory(const MacVlanPair& macVlanPair, c
 // The better of two entries; on every full tie, `b`.
 const RemoteMacAddressTableEntry* betterEntry(const RemoteMacAddressTableEntry* a, const RemoteMacAddressTableEntry* b,
                                               const SwTunnelGroupIdMap* tunnels);
+
+// What gathered flush requests will flush, so that many requests that
+// arrive together cost one pass per target.
+struct CondensedFlushRequest {
+  bool all = false;
+  std::set<std::uint16_t> vlan;
+  std::set<std::pair<std::uint16_t, IntfId>> vlanPort;
+  std::set<IntfId> port;
+  std::set<std::pair<std::uint16_t, IntfId>> vlanLag;
+  std::set<IntfId> lag;
+  bool empty() const {
+    return !all && vlan.empty() && vlanPort.empty() && port.empty() && vlanLag.empty() && lag.empty();
+  }
+};
 
 // A queue of keys in arrival order, each at most once.
 template <class Key>
@@ -199,6 +215,23 @@ class MacAddrSm : public OrbBaseSm {
   void handleMlagStateOrPeerLinkIntf();
   void handleFsfFailedServer(const Nexo::EthAddr& addr);
   void handleHostAgingTime();
+
+  // Flushing: requests are gathered into `fr` and carried out on the flush
+  // clock; every processed request gets its reply.
+  const CondensedFlushRequest& fr() const { return fr_; }
+  void handleFlushRequestInputDir(const std::string& name);
+  void handleFlushReqTimer();
+  void processFlushReq(std::uint16_t vlanId, const IntfId& intf, const Nexo::EthAddr& addr);
+  void execFlush();
+  void flushPort(const IntfId& intf, std::uint16_t vlanId);
+  void flushLag(const IntfId& lag, std::uint16_t vlanId);
+  void flushVlan(std::uint16_t vlanId);
+  void flushAddr(std::uint16_t vlanId, const IntfId& intf, const Nexo::EthAddr& addr);
+  void removeStaleFlushReplies();
+
+  // Addresses that never age, from every owner.
+  const Vex::Ptr<NonAgingStatus>& nonAgingMacStatus() const;
+  void nonAgingMacStatusIs(const Vex::Ptr<NonAgingStatus>& status);
   void handleSourceChecks();
   void handleParityEvent(const ParityEvent::Key& key);
 
@@ -267,6 +300,9 @@ class MacAddrSm : public OrbBaseSm {
   Vex::HashMap<IntfId, bool> learningOnPort_;
   std::uint32_t collidingStaticEntryWithRouterMacEntry_ = 0;
   Vex::Ptr<Dot1x::HostTable> dot1xLocalHostTable_;
+  CondensedFlushRequest fr_;
+  Vex::Ptr<Vex::Clock> flushReqTimer_;
+  std::unique_ptr<NonAgingStatus::Notifiee> nonAgingReactor_;
   std::size_t reservedFor_ = 0;  // updateList_ room made ahead of a burst
   Vex::Seconds longestSlice_ = 0;
   std::uint64_t slices_ = 0;

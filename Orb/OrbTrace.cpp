@@ -9,7 +9,8 @@ namespace Orb {
 Blip::Handle& orbTraceHandle(const std::string& module) { return Blip::handle(module); }
 
 void registerOrbTraceModules() {
-  for (const char* module : {"OrbCommon", "OrbVlanHelper", "OrbVlanPhyIntfSm", "OrbLagSm", "OrbStpSm"})
+  for (const char* module :
+       {"OrbCommon", "OrbVlanHelper", "OrbVlanPhyIntfSm", "OrbLagSm", "OrbStpSm", "OrbMacAddrSm", "OrbNonAgingMacSm"})
     orbTraceHandle(module);
 }
 

@@ -55,6 +55,7 @@ Agent::~Agent() {
   // Machines go before their helpers, helpers before the chip, and the
   // shared context outlives them all.
   macAddrSm_.reset();
+  nonAgingSm_.reset();
   fdbHelper_.reset();
   stpSm_.reset();
   topoHelper_.reset();

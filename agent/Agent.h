@@ -96,6 +96,8 @@ class Agent {
   Vex::Ptr<Orb::StpSm> stpSm_;
   Vex::Ptr<SoftChip::SoftFdbHelper> fdbHelper_;
   Vex::Ptr<Orb::MacAddrSm> macAddrSm_;
+  Vex::Ptr<Orb::NonAgingConfigDirSm> nonAgingSm_;
+  unsigned flushRequestCount_ = 0;
   CommandShell shell_;
 };
 

@@ -60,6 +60,10 @@ void Agent::startMacAddrSm() {
       hive_->mount<L2Rib::DestOutput>("l2rib/destOutput"),
       hive_->mount<Orb::SwTunnelGroupIdMap>("vxlan/swTunnelGroupIdMap"),
       hive_->mount<Orb::ObjTupleToHwId>("l2rib/objTupleToHwId"));
+  auto nonAgingStatus = hive_->mount<Orb::NonAgingStatus>("bridging/nonAging/status");
+  nonAgingSm_ = Orb::nonAgingConfigDirSmFactory(ocsd_, hive_->mount<Orb::NonAgingConfigDir>("bridging/nonAging/config"),
+                                                nonAgingStatus);
+  macAddrSm_->nonAgingMacStatusIs(nonAgingStatus);
 }
 
 void Agent::registerMacCommands() {
@@ -128,7 +132,62 @@ void Agent::registerMacCommands() {
   shell_.commandIs("mac aging-time", "SECONDS", "host aging time (0 turns aging off)",
                    [config](const Args& args, std::ostream&) {
                      expectArgs(args, 1, 1, "mac aging-time SECONDS");
-                     config->hostAgingTimeIs(static_cast<std::uint32_t>(parseInteger(args[0], 0, 1000000)));
+                     double seconds = parseSeconds(args[0]);
+                     if (seconds > 1000000) throw CommandError("aging time is at most 1000000 seconds");
+                     config->hostAgingTimeIs(seconds);
+                   });
+  auto flushRequests = hive_->mount<Bridging::HostTableFlushRequestDir>("bridging/flush/request");
+  auto flushReplies = hive_->mount<Bridging::HostTableFlushReplyDir>("bridging/flush/reply");
+  shell_.commandIs("clear mac address-table", "[vlan V] [interface I] [address MAC]",
+                   "flush learned addresses (a flush request, answered by the MAC machine)",
+                   [this, flushRequests](const Args& args, std::ostream&) {
+                     const std::string usage = "clear mac address-table [vlan V] [interface I] [address MAC]";
+                     Bridging::HostTableFlushRequest request;
+                     for (std::size_t i = 0; i < args.size(); i += 2) {
+                       if (i + 1 >= args.size()) throw CommandError("usage: " + usage);
+                       if (args[i] == "vlan") {
+                         request.vlanId = vlanArg(args[i + 1]).value();
+                       } else if (args[i] == "interface") {
+                         request.intf = oneIntf(args[i + 1]);
+                       } else if (args[i] == "address") {
+                         request.addr = macArg(args[i + 1]);
+                       } else {
+                         throw CommandError("usage: " + usage);
+                       }
+                     }
+                     flushRequests->requestIs(fmt::format("cli-{}", ++flushRequestCount_), request);
+                   });
+  shell_.commandIs("show mac flush-requests", "", "flush requests and whether they were answered",
+                   [flushRequests, flushReplies](const Args& args, std::ostream& out) {
+                     expectArgs(args, 0, 0, "show mac flush-requests");
+                     for (const auto& [name, request] : flushRequests->request()) {
+                       bool answered = flushReplies->replyHas(name) && flushReplies->reply(name).request == request;
+                       out << fmt::format(
+                           "{:<8} vlan {:<4} interface {:<14} address {:<17} {}\n", name,
+                           request.vlanId ? std::to_string(request.vlanId) : "all",
+                           request.intf.empty() ? "all" : request.intf.stringValue(),
+                           request.addr.isZero() ? "all" : request.addr.stringValue(),
+                           answered ? fmt::format("done at {:.3f}", flushReplies->reply(name).time) : "pending");
+                     }
+                   });
+  auto nonAging = hive_->mount<Orb::NonAgingConfigDir>("bridging/nonAging/config");
+  shell_.commandIs("mac non-aging", "OWNER MAC vlan V INTF", "an address that never ages, held for OWNER",
+                   [nonAging](const Args& args, std::ostream&) {
+                     const std::string usage = "mac non-aging OWNER MAC vlan V INTF";
+                     expectArgs(args, 5, 5, usage);
+                     auto key = keyArgs(args, 1, usage);
+                     nonAging->configIs(args[0])->macEntriesIs(
+                         key, OrbTypes::MacAddressTableEntry{
+                                  key, oneIntf(args[4]), Bridging::EntryType::entryConfiguredDynamic, {}, 0.0});
+                   });
+  shell_.commandIs("no mac non-aging", "OWNER MAC vlan V", "release an owner's non-aging address",
+                   [nonAging](const Args& args, std::ostream&) {
+                     const std::string usage = "no mac non-aging OWNER MAC vlan V";
+                     expectArgs(args, 4, 4, usage);
+                     auto key = keyArgs(args, 1, usage);
+                     auto config = nonAging->config(args[0]);
+                     if (!config || !config->macEntriesHas(key)) throw CommandError("no such non-aging entry");
+                     config->macEntriesDel(key);
                    });
   shell_.commandIs("show mac address-table", "[vlan V] [interface I] [count]", "programmed entries with type and moves",
                    [status](const Args& args, std::ostream& out) {

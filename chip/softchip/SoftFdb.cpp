@@ -145,15 +145,17 @@ std::size_t SoftFdbHelper::flushDynamic(Match match) {
   return gone.size();
 }
 
-void SoftFdbHelper::flushVlanPort(Bridging::VlanId vlanId, const Nexo::IntfId& intf) {
-  flushDynamic([&](const auto& key, const auto& entry) { return key.vlanId == vlanId && entry.intf == intf; });
+void SoftFdbHelper::flushVlanPort(int vlan, const Nexo::IntfId& intf) {
+  flushDynamic([&](const auto& key, const auto& entry) {
+    return (vlan < 0 || key.vlanId.value() == vlan) && entry.intf == intf;
+  });
 }
 
 void SoftFdbHelper::flushVlan(Bridging::VlanId vlanId) {
   flushDynamic([&](const auto& key, const auto&) { return key.vlanId == vlanId; });
 }
 
-void SoftFdbHelper::flushVlanLag(Bridging::VlanId vlanId, const Nexo::IntfId& lag) { flushVlanPort(vlanId, lag); }
+void SoftFdbHelper::flushVlanLag(int vlan, const Nexo::IntfId& lag) { flushVlanPort(vlan, lag); }
 
 void SoftFdbHelper::flushAll() {
   flushDynamic([](const auto&, const auto&) { return true; });

@@ -62,9 +62,9 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   std::uint32_t removeHost(const Bridging::MacVlanPair& key, Bridging::EntryType entryType) override;
   std::uint32_t addRemoteHost(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf, std::uint64_t nextHopId,
                               std::uint32_t tunnelId, bool flag, Bridging::EntryType entryType, bool mpls) override;
-  void flushVlanPort(Bridging::VlanId vlanId, const Nexo::IntfId& intf) override;
+  void flushVlanPort(int vlan, const Nexo::IntfId& intf) override;
   void flushVlan(Bridging::VlanId vlanId) override;
-  void flushVlanLag(Bridging::VlanId vlanId, const Nexo::IntfId& lag) override;
+  void flushVlanLag(int vlan, const Nexo::IntfId& lag) override;
   void flushAll() override;
   void removeLag(const Nexo::IntfId& lag) override;
   void configureAgingTime(std::uint32_t seconds) override;

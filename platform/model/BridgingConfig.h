@@ -39,7 +39,7 @@ class Config : public Vex::Entity {
   // Configured (static) MAC entries.
   VEX_COLLECTION(MacVlanPair, OrbTypes::MacAddressTableEntry, fdbConfig, FdbConfig)
   // Seconds an idle learned address stays; 0 turns aging off.
-  VEX_ATTR(std::uint32_t, hostAgingTime, HostAgingTime, 300)
+  VEX_ATTR(double, hostAgingTime, HostAgingTime, 300.0)
   VEX_ATTR(bool, sourceCheckCpuMac, SourceCheckCpuMac, false)
   VEX_ATTR(bool, sourceMacInvalid, SourceMacInvalid, false)
   // VLANs whose learning is switched off (on everywhere else).

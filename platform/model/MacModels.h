@@ -57,14 +57,45 @@ class RemoteMacTable : public Vex::Entity {
   VEX_COLLECTION(MacVlanPair, OrbTypes::RemoteMacAddressTableEntry, receivedHost, ReceivedHost)
 };
 
-// Flush requests and their replies (carried out with MAC aging).
+// A request to flush learned addresses: of one VLAN (0 for all), of one
+// interface (empty for all), or one address (zero for all).
+struct HostTableFlushRequest {
+  std::uint16_t vlanId = 0;
+  Nexo::IntfId intf;
+  Nexo::EthAddr addr;
+  auto operator<=>(const HostTableFlushRequest&) const = default;
+};
+VEX_VALUE(HostTableFlushRequest, "Bridging::HostTableFlushRequest", (vlanId, intf, addr))
+
+// The answer to a request: the request it answers and when it was done.
+struct HostTableFlushReply {
+  HostTableFlushRequest request;
+  double time = 0.0;
+  auto operator<=>(const HostTableFlushReply&) const = default;
+};
+VEX_VALUE(HostTableFlushReply, "Bridging::HostTableFlushReply", (request, time))
+
+// Flush requests by name; a request is pending until its reply answers it.
 class HostTableFlushRequestDir : public Vex::Entity {
  public:
+  class Notifiee : public Vex::BaseNotifiee<HostTableFlushRequestDir> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(Request, std::string)
+  };
   using Entity::Entity;
+  VEX_ORDERED_COLLECTION(std::string, HostTableFlushRequest, request, Request)
 };
+
 class HostTableFlushReplyDir : public Vex::Entity {
  public:
+  class Notifiee : public Vex::BaseNotifiee<HostTableFlushReplyDir> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(Reply, std::string)
+  };
   using Entity::Entity;
+  VEX_ORDERED_COLLECTION(std::string, HostTableFlushReply, reply, Reply)
 };
 
 }  // namespace Bridging

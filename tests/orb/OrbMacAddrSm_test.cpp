@@ -55,6 +55,14 @@ class RecordingMacHelper : public OrbHelper::OrbHelperMacAddrSm {
     return status;
   }
   void configureAgingTime(std::uint32_t seconds) override { calls.push_back(fmt::format("aging {}", seconds)); }
+  void flushAll() override { calls.push_back("flushAll"); }
+  void flushVlan(VlanId vlanId) override { calls.push_back(fmt::format("flushVlan {}", vlanId.value())); }
+  void flushVlanPort(int vlan, const IntfId& intf) override {
+    calls.push_back(fmt::format("flushVlanPort {} {}", vlan, intf.stringValue()));
+  }
+  void flushVlanLag(int vlan, const IntfId& lag) override {
+    calls.push_back(fmt::format("flushVlanLag {} {}", vlan, lag.stringValue()));
+  }
   void enableLearning(const IntfId& intf, bool on) override {
     calls.push_back(fmt::format("learning {} {}", intf.stringValue(), on));
   }
@@ -91,6 +99,8 @@ class MacAddrSmTest : public ::testing::Test {
   Vex::Ptr<L2Rib::HostOutput> l2Rib = Vex::make<L2Rib::HostOutput>("l2ribOut");
   Vex::Ptr<Orb::SwTunnelGroupIdMap> tunnels = Vex::make<Orb::SwTunnelGroupIdMap>("tunnels");
   Vex::Ptr<Orb::ObjTupleToHwId> hwIds = Vex::make<Orb::ObjTupleToHwId>("hwIds");
+  Vex::Ptr<Bridging::HostTableFlushRequestDir> flushes = Vex::make<Bridging::HostTableFlushRequestDir>("fq");
+  Vex::Ptr<Bridging::HostTableFlushReplyDir> replies = Vex::make<Bridging::HostTableFlushReplyDir>("fr");
   std::shared_ptr<Log::CaptureSink> logs = std::make_shared<Log::CaptureSink>();
   Vex::Ptr<Orb::MacAddrSm> sm;
 
@@ -104,8 +114,7 @@ class MacAddrSmTest : public ::testing::Test {
   }
   void start() {
     sm = Orb::macAddrSmFactory(
-        ocsd, Vex::make<Orb::OrbCommonMulticastData>("ocmd"), macTable, routerMac, status,
-        Vex::make<Bridging::HostTableFlushRequestDir>("fq"), Vex::make<Bridging::HostTableFlushReplyDir>("fr"), config,
+        ocsd, Vex::make<Orb::OrbCommonMulticastData>("ocmd"), macTable, routerMac, status, flushes, replies, config,
         intfConfig, Vex::make<Interface::EthPhyIntfStatusDir>("is"), nullptr, mlagHosts, mlag, helper, fsf, vxlan, rmac,
         remote, dot1xHosts, dot1x, Vex::make<OrbHelper::OrbHelperDot1x>(), l2RibInput, l2Rib,
         Vex::make<L2Rib::LoadBalanceOutput>("lb"), Vex::make<L2Rib::DestOutput>("dest"), tunnels, hwIds);
@@ -399,6 +408,69 @@ TEST_F(MacAddrSmTest, ZombieMachineIgnoresLearns) {
   learn(key(1), "Ethernet1");
   settle();
   EXPECT_TRUE(helper->calls.empty());
+}
+
+TEST_F(MacAddrSmTest, AgingTimeIsRoundedWhenProgrammed) {
+  config->hostAgingTimeIs(299.6);
+  start();
+  config->hostAgingTimeIs(120.4);
+  EXPECT_EQ(helper->calls, std::vector<std::string>{"aging 120"});
+  sm.reset();
+  helper->calls.clear();
+  config->hostAgingTimeIs(299.6);
+  sm = Orb::macAddrSmFactory(
+      ocsd, Vex::make<Orb::OrbCommonMulticastData>("ocmd"), macTable, routerMac, status, flushes, replies, config,
+      intfConfig, Vex::make<Interface::EthPhyIntfStatusDir>("is"), nullptr, mlagHosts, mlag, helper, fsf, vxlan, rmac,
+      remote, dot1xHosts, dot1x, Vex::make<OrbHelper::OrbHelperDot1x>(), l2RibInput, l2Rib,
+      Vex::make<L2Rib::LoadBalanceOutput>("lb"), Vex::make<L2Rib::DestOutput>("dest"), tunnels, hwIds);
+  EXPECT_EQ(helper->calls.front(), "aging 300");
+}
+
+TEST_F(MacAddrSmTest, FlushRequestsAreCondensedCarriedOutAndAnswered) {
+  ocsd->lagToPortIs(IntfId("Port-Channel1"), Orb::OrbLagPortList{{{IntfId("Ethernet3"), {true, true}}}});
+  start();
+  flushes->requestIs("a", Bridging::HostTableFlushRequest{0, IntfId("Ethernet1"), {}});
+  flushes->requestIs("b", Bridging::HostTableFlushRequest{20, IntfId("Ethernet2"), {}});
+  flushes->requestIs("c", Bridging::HostTableFlushRequest{30, {}, {}});
+  flushes->requestIs("d", Bridging::HostTableFlushRequest{0, IntfId("Port-Channel1"), {}});
+  flushes->requestIs("e", Bridging::HostTableFlushRequest{0, IntfId("Ethernet99"), {}});  // unknown: still answered
+  EXPECT_TRUE(replies->reply().empty());
+  settle();
+  EXPECT_EQ(helper->calls, (std::vector<std::string>{"flushVlan 30", "flushVlanPort 20 Ethernet2",
+                                                     "flushVlanPort -1 Ethernet1", "flushVlanLag -1 Port-Channel1"}));
+  for (const char* name : {"a", "b", "c", "d", "e"}) EXPECT_TRUE(replies->replyHas(name)) << name;
+  helper->calls.clear();
+  flushes->requestIs("f", Bridging::HostTableFlushRequest{0, {}, {}});  // VLAN 0, nothing else: everything
+  settle();
+  EXPECT_EQ(helper->calls, std::vector<std::string>{"flushAll"});
+  flushes->requestDel("a");
+  EXPECT_FALSE(replies->replyHas("a"));  // stale replies go
+}
+
+TEST_F(MacAddrSmTest, FlushOfOneAddressRemovesItsEntry) {
+  start();
+  learn(key(1), "Ethernet1");
+  learn(key(2), "Ethernet1");
+  settle();
+  flushes->requestIs("one", Bridging::HostTableFlushRequest{10, {}, EthAddr(1)});
+  settle();
+  EXPECT_FALSE(status->fdbStatusHas(key(1)));
+  EXPECT_TRUE(status->fdbStatusHas(key(2)));
+}
+
+TEST_F(MacAddrSmTest, NonAgingEntriesStayWhenHardwareAgesThem) {
+  auto nonAging = Vex::make<Orb::NonAgingStatus>("nonAging");
+  start();
+  sm->nonAgingMacStatusIs(nonAging);
+  nonAging->macEntriesIs(key(7), row(key(7), "Ethernet2", EntryType::entryConfiguredDynamic));
+  settle();
+  EXPECT_EQ(status->fdbStatus(key(7)).entryType, EntryType::entryConfiguredDynamic);
+  sm->handleAddressAged(key(7));
+  settle();
+  EXPECT_TRUE(status->fdbStatusHas(key(7)));
+  nonAging->macEntriesDel(key(7));
+  settle();
+  EXPECT_FALSE(status->fdbStatusHas(key(7)));
 }
 
 TEST(BetterEntry, RanksThenMovesThenTimeThenTuplesThenTunnels) {

@@ -82,9 +82,12 @@ TEST_F(SoftFdbTest, AgingRemovesIdleDynamicEntriesOnly) {
 TEST_F(SoftFdbTest, FlushesTakeOutDynamicEntries) {
   fdb->learn(a, IntfId("Ethernet1"));
   fdb->learn(b, IntfId("Ethernet2"));
-  fdb->flushVlanPort(Bridging::VlanId(10), IntfId("Ethernet1"));
+  fdb->flushVlanPort(10, IntfId("Ethernet1"));
   EXPECT_FALSE(fdb->table().entry(a));
   EXPECT_TRUE(fdb->table().entry(b));
+  fdb->learn(a, IntfId("Ethernet1"));
+  fdb->flushVlanPort(-1, IntfId("Ethernet1"));  // every VLAN
+  EXPECT_FALSE(fdb->table().entry(a));
   fdb->flushAll();
   EXPECT_EQ(fdb->table().size(), 0u);
   EXPECT_EQ(macTable->macEntrySize(), 0u);
