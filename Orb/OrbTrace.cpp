@@ -9,8 +9,8 @@ namespace Orb {
 Blip::Handle& orbTraceHandle(const std::string& module) { return Blip::handle(module); }
 
 void registerOrbTraceModules() {
-  for (const char* module :
-       {"OrbCommon", "OrbVlanHelper", "OrbVlanPhyIntfSm", "OrbLagSm", "OrbStpSm", "OrbMacAddrSm", "OrbNonAgingMacSm"})
+  for (const char* module : {"OrbCommon", "OrbVlanHelper", "OrbVlanPhyIntfSm", "OrbLagSm", "OrbStpSm", "OrbMacAddrSm",
+                             "OrbNonAgingMacSm", "OrbChipProgrammer"})
     orbTraceHandle(module);
 }
 

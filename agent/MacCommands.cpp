@@ -97,11 +97,17 @@ void Agent::registerMacCommands() {
     expectArgs(args, 0, 0, "chip age-sweep");
     out << fmt::format("{} entries aged\n", fdbHelper_->ageSweep());
   });
-  shell_.commandIs("chip fdb", "capacity N | busy next N | full next N | fail next N",
+  shell_.commandIs("chip fdb", "capacity N | busy|full|fail next N | mode direct|indirect",
                    "soft chip forwarding database: size and planned answers", [this](const Args& args, std::ostream&) {
-                     const std::string usage = "chip fdb capacity N | chip fdb busy|full|fail next N";
+                     const std::string usage =
+                         "chip fdb capacity N | chip fdb busy|full|fail next N | chip fdb mode direct|indirect";
                      expectArgs(args, 2, 3, usage);
                      const char* table = SoftChip::SoftFdbTable::tableName;
+                     if (args[0] == "mode" && args.size() == 2 && (args[1] == "direct" || args[1] == "indirect")) {
+                       fdbHelper_->modeIs(args[1] == "direct" ? SoftChip::SoftFdbHelper::Mode::direct
+                                                              : SoftChip::SoftFdbHelper::Mode::indirect);
+                       return;
+                     }
                      if (args[0] == "capacity" && args.size() == 2) {
                        chip_->capacityIs(table, static_cast<std::size_t>(parseInteger(args[1], 0, 100000000)));
                        return;

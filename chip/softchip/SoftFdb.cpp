@@ -41,9 +41,11 @@ SoftFdbHelper::SoftFdbHelper(const Vex::Ptr<SoftChip>& chip, const Vex::Ptr<OrbT
         armAging();
       })) {
   chip_->tableIs(&table_);
+  programmer_ = Vex::make<SoftMacProgrammer>(this, chip_);
 }
 
 SoftFdbHelper::~SoftFdbHelper() {
+  programmer_->detach();
   agingClock_->timeMinIs(Vex::never);
   chip_->tableDel(&table_);
 }
@@ -90,6 +92,11 @@ std::uint32_t SoftFdbHelper::addStatus(const Bridging::MacVlanPair& key) {
 
 std::uint32_t SoftFdbHelper::addHost(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf, std::uint32_t, bool,
                                      Bridging::EntryType entryType) {
+  if (mode_ == Mode::indirect) {
+    programmer_->handleAddrOp(Orb::indirectAccessMacCmdFactory(Orb::IndirectAccessMacCmdType::addrOp, {key}, intf,
+                                                               entryType, 1, programmer_->nextTransactionId()));
+    return OrbTypes::tableAddSuccess;  // accepted; the outcome comes later
+  }
   std::uint32_t status = addStatus(key);
   if (status != OrbTypes::tableAddSuccess) return status;
   auto& entry = table_.entries[key];
@@ -108,7 +115,12 @@ std::uint32_t SoftFdbHelper::addLearntLocalAndRemoveRemoteHost(const Bridging::M
   return addHost(key, intf, 0, false, entryType);
 }
 
-std::uint32_t SoftFdbHelper::removeHost(const Bridging::MacVlanPair& key, Bridging::EntryType) {
+std::uint32_t SoftFdbHelper::removeHost(const Bridging::MacVlanPair& key, Bridging::EntryType entryType) {
+  if (mode_ == Mode::indirect) {
+    programmer_->handleAddrOp(Orb::indirectAccessMacCmdFactory(Orb::IndirectAccessMacCmdType::addrOp, {key}, {},
+                                                               entryType, 0, programmer_->nextTransactionId()));
+    return 0;
+  }
   ++operations_;
   if (chip_->nextFault(SoftFdbTable::tableName) != Fault::none) return 3;
   table_.entries.erase(key);
@@ -196,6 +208,38 @@ void SoftFdbHelper::enableLearningOnVlan(Bridging::VlanId vlanId, bool enable) {
   } else {
     learningOffVlan_.insert(vlanId);
   }
+}
+
+Orb::MacProgramStatus SoftFdbHelper::applyCommand(const Orb::IndirectAccessMacCmd& cmd) {
+  ++operations_;
+  const auto& key = cmd.key().key;
+  if (cmd.value() == 0) {
+    table_.entries.erase(key);
+    macTable_->macEntryDel(key);
+    return Orb::MacProgramStatus::macProgramSuccess;
+  }
+  if (!table_.entries.contains(key) && !chip_->hasRoom(SoftFdbTable::tableName)) {
+    return Orb::MacProgramStatus::macProgramFull;
+  }
+  auto& entry = table_.entries[key];
+  if (entry.intf != cmd.intf() || entry.lastSeen == 0) entry.lastSeen = Vex::now();
+  entry.intf = cmd.intf();
+  entry.entryType = cmd.entryType();
+  entry.remote = false;
+  entry.learned = false;
+  return Orb::MacProgramStatus::macProgramSuccess;
+}
+
+std::uint32_t SoftMacProgrammer::writeToHw(const CmdPtr& cmd) {
+  if (chip_->nextFault(SoftFdbTable::tableName) == Fault::busy) {
+    return static_cast<std::uint32_t>(Orb::MacProgramStatus::macProgramBusy);
+  }
+  // The chip takes the command and answers after its acknowledgement delay.
+  Vex::Ptr<SoftMacProgrammer> self(this);
+  chip_->ackIs(SoftFdbTable::tableName, [self, cmd] {
+    if (self->fdb_) self->handleCmdResponse(cmd->transactionId(), 0, self->fdb_->applyCommand(*cmd));
+  });
+  return static_cast<std::uint32_t>(Orb::MacProgramStatus::macProgramInProgress);
 }
 
 std::uint32_t SoftFdbHelper::getMaxRemoteMacs() {

@@ -9,6 +9,7 @@
 // configured aging time, from both tables.
 #pragma once
 
+#include "Orb/OrbChipProgrammer.h"
 #include "Orb/OrbHelper.h"
 #include "chip/softchip/SoftChip.h"
 #include "platform/model/MacModels.h"
@@ -35,8 +36,32 @@ class SoftFdbTable : public SoftTable {
   Vex::HashMap<Bridging::MacVlanPair, HwFdbEntry> entries;
 };
 
+class SoftFdbHelper;
+
+// Indirect access: commands complete after the chip's acknowledgement delay
+// for "fdb", busy when the fault plan says so, full when the table is.
+class SoftMacProgrammer : public Orb::OrbMacProgrammer {
+ public:
+  SoftMacProgrammer(SoftFdbHelper* fdb, const Vex::Ptr<SoftChip>& chip) : fdb_(fdb), chip_(chip) {}
+  std::uint32_t writeToHw(const CmdPtr& cmd) override;
+  // The helper goes: answers still on their way find nobody to apply them.
+  void detach() { fdb_ = nullptr; }
+
+ private:
+  SoftFdbHelper* fdb_;
+  Vex::Ptr<SoftChip> chip_;
+};
+
 class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
  public:
+  // Direct: each add or remove is done when the call returns. Indirect: it
+  // is a command through the MAC command pipeline; adds answer "accepted"
+  // and the outcome comes later.
+  enum class Mode { direct, indirect };
+  Mode mode() const { return mode_; }
+  void modeIs(Mode mode) { mode_ = mode; }
+  SoftMacProgrammer& programmer() { return *programmer_; }
+
   SoftFdbHelper(const Vex::Ptr<SoftChip>& chip, const Vex::Ptr<OrbTypes::MacTable>& macTable);
   ~SoftFdbHelper() override;
 
@@ -77,6 +102,9 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   void verifyNumRemoteHost(std::uint32_t) override {}
   std::uint32_t getMaxRemoteMacs() override;
 
+  // Carries out an address command of the pipeline; its outcome.
+  Orb::MacProgramStatus applyCommand(const Orb::IndirectAccessMacCmd& cmd);
+
  private:
   // The answer to one add: a planned fault, or full when a new key has no room.
   std::uint32_t addStatus(const Bridging::MacVlanPair& key);
@@ -93,6 +121,8 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   Vex::HashSet<Bridging::VlanId> learningOffVlan_;
   Vex::Ptr<Vex::Clock> agingClock_;
   std::uint64_t operations_ = 0;
+  Mode mode_ = Mode::direct;
+  Vex::Ptr<SoftMacProgrammer> programmer_;
 };
 
 }  // namespace SoftChip

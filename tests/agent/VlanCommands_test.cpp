@@ -142,7 +142,8 @@ TEST(MacCommands, LearnMoveStaticAndShow) {
   run(agent, "chip learn 00:00:00:00:00:01 vlan 10 Ethernet2");
   run(agent, "mac static 00:00:00:00:00:99 vlan 10 Ethernet4");
   std::string shown = run(agent, "show mac address-table vlan 10");
-  EXPECT_NE(shown.find("10    00:00:00:00:00:01  dynamic              Ethernet2            1  2.000"), std::string::npos)
+  EXPECT_NE(shown.find("10    00:00:00:00:00:01  dynamic              Ethernet2            1  2.000"),
+            std::string::npos)
       << shown;
   EXPECT_NE(shown.find("00:00:00:00:00:99  static"), std::string::npos);
   EXPECT_EQ(run(agent, "show mac address-table interface Ethernet4 count"), "Total Mac Addresses: 1\n");
@@ -162,9 +163,51 @@ TEST(MacCommands, FullTableRecoversAndBadInputIsRefused) {
   run(agent, "chip learn-range 00:00:00:00:10:00 20 vlan 20 Ethernet2");
   EXPECT_EQ(run(agent, "show mac address-table count"), "Total Mac Addresses: 10\n");
   EXPECT_EQ(error(agent, "chip learn 00:00:00:00:00 vlan 10 Ethernet1"), "bad MAC address '00:00:00:00:00'");
-  EXPECT_EQ(error(agent, "mac remove static 00:00:00:00:00:77 vlan 20"), "no static entry for 00:00:00:00:00:77 vlan 20");
+  EXPECT_EQ(error(agent, "mac remove static 00:00:00:00:00:77 vlan 20"),
+            "no static entry for 00:00:00:00:00:77 vlan 20");
   EXPECT_NE(error(agent, "chip fdb sleepy next 1").find("usage: chip fdb"), std::string::npos);
   EXPECT_NE(error(agent, "show mac address-table port 1").find("usage: show mac address-table"), std::string::npos);
 }
+
+}  // namespace
+
+namespace {
+
+// The same MAC behaviour whether the chip is programmed directly or through
+// the indirect-access command pipeline.
+class MacModes : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(MacModes, LearnMoveStaticAndRemove) {
+  Agent::Agent agent(Agent::Options{});
+  run(agent, std::string("chip fdb mode ") + GetParam());
+  run(agent, "chip learn 00:00:00:00:00:01 vlan 10 Ethernet1");
+  run(agent, "advance 1");
+  run(agent, "chip learn 00:00:00:00:00:01 vlan 10 Ethernet2");
+  run(agent, "mac static 00:00:00:00:00:09 vlan 10 Ethernet3");
+  run(agent, "advance 1");
+  const auto* moved = agent.fdbHelper().table().entry({Nexo::EthAddr(1), Bridging::VlanId(10)});
+  ASSERT_TRUE(moved);
+  EXPECT_EQ(moved->intf, Nexo::IntfId("Ethernet2"));
+  EXPECT_TRUE(agent.fdbHelper().table().entry({Nexo::EthAddr(9), Bridging::VlanId(10)}));
+  EXPECT_NE(run(agent, "show mac address-table").find("Ethernet2            1"), std::string::npos);
+  run(agent, "mac remove static 00:00:00:00:00:09 vlan 10");
+  run(agent, "advance 1");
+  EXPECT_FALSE(agent.fdbHelper().table().entry({Nexo::EthAddr(9), Bridging::VlanId(10)}));
+  EXPECT_EQ(run(agent, "show mac address-table count"), "Total Mac Addresses: 1\n");
+}
+
+TEST_P(MacModes, FullTableTakesTheEntryOnceThereIsRoom) {
+  Agent::Agent agent(Agent::Options{});
+  run(agent, std::string("chip fdb mode ") + GetParam());
+  run(agent, "chip fdb capacity 0");
+  run(agent, "mac static 00:00:00:00:00:09 vlan 10 Ethernet3");
+  run(agent, "advance 1");
+  EXPECT_FALSE(agent.fdbHelper().table().entry({Nexo::EthAddr(9), Bridging::VlanId(10)}));
+  run(agent, "chip fdb capacity 10");
+  run(agent, "advance 30");
+  EXPECT_TRUE(agent.fdbHelper().table().entry({Nexo::EthAddr(9), Bridging::VlanId(10)}));
+}
+
+INSTANTIATE_TEST_SUITE_P(Chip, MacModes, ::testing::Values("direct", "indirect"));
 
 }  // namespace

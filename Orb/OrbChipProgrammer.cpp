@@ -1,0 +1,271 @@
+#include "Orb/OrbChipProgrammer.h"
+
+#include "Orb/OrbTrace.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace Orb {
+
+namespace {
+
+Blip::Handle& trace() {
+  static Blip::Handle& handle = orbTraceHandle("OrbChipProgrammer");
+  return handle;
+}
+
+std::string cmdText(const IndirectAccessMacCmd& cmd) {
+  return fmt::format(" cmd entry: {} vlan {} transactionId: {} op {}", cmd.key().key.addr.stringValue(),
+                     cmd.key().key.vlanId.value(), cmd.transactionId(), Vex::valueToStrep(cmd.type()));
+}
+
+}  // namespace
+
+Vex::Ptr<IndirectAccessMacCmd> indirectAccessMacCmdFactory(IndirectAccessMacCmdType type, const MacEntryKey& key,
+                                                           const Nexo::IntfId& intf, Bridging::EntryType entryType,
+                                                           std::int64_t value, std::uint64_t transactionId) {
+  return Vex::make<IndirectAccessMacCmd>(type, key, intf, entryType, value, transactionId);
+}
+
+OrbMacProgrammer::OrbMacProgrammer()
+    : updatePendingAddressClock_(Vex::clockFactory([this] { updatePendingAddresses(); })),
+      pollReqClock_(Vex::clockFactory([this] { pollInProgressCmds(); })),
+      updateOverflowAddressClock_(Vex::clockFactory([this] { updateOverflowAddresses(); })) {
+  initializedIs(true);
+}
+
+OrbMacProgrammer::~OrbMacProgrammer() {
+  vexDoZombieReactors(true);
+  for (auto* clock : {&updatePendingAddressClock_, &pollReqClock_, &updateOverflowAddressClock_}) {
+    (*clock)->timeMinIs(Vex::never);
+  }
+}
+
+void OrbMacProgrammer::vexDoZombieReactors(bool zombie) {
+  for (auto* clock : {&updatePendingAddressClock_, &pollReqClock_, &updateOverflowAddressClock_}) {
+    (*clock)->vexDoZombieReactors(zombie);
+  }
+}
+
+void OrbMacProgrammer::initializedIs(bool initialized) {
+  if (initialized == initialized_) return;
+  initialized_ = initialized;
+  if (initialized_) handleInitialized();
+}
+
+void OrbMacProgrammer::suspendPendingIs(bool suspend) {
+  suspendPending_ = suspend;
+  if (!suspend && !pendingMacOp_.empty()) armUpdate(Vex::now());
+}
+
+void OrbMacProgrammer::suspendInProgressIs(bool suspend) {
+  suspendInProgress_ = suspend;
+  if (!suspend) armPoll();
+}
+
+void OrbMacProgrammer::pendingMacOpEnq(const CmdPtr& cmd) {
+  pendingMacOp_[pendingMacOpMetadata_.next++] = cmd;
+  ++pendingMacOpMetadata_.count;
+}
+
+OrbMacProgrammer::CmdPtr OrbMacProgrammer::pendingMacOpDeq() {
+  if (pendingMacOp_.empty()) return nullptr;
+  auto head = pendingMacOp_.begin();
+  CmdPtr cmd = head->second;
+  pendingMacOp_.erase(head);
+  --pendingMacOpMetadata_.count;
+  pendingMacOpMetadata_.head = pendingMacOp_.empty() ? pendingMacOpMetadata_.next : pendingMacOp_.begin()->first;
+  return cmd;
+}
+
+OrbMacProgrammer::CmdPtr OrbMacProgrammer::pendingAddrOp(const MacEntryKey& key) const {
+  auto it = pendingAddrOp_.find(key);
+  return it == pendingAddrOp_.end() ? nullptr : it->second;
+}
+
+OrbMacProgrammer::CmdPtr OrbMacProgrammer::inProgAddrOp(const MacEntryKey& key) const {
+  auto it = inProgAddrOp_.find(key);
+  return it == inProgAddrOp_.end() ? nullptr : it->second;
+}
+
+std::uint32_t OrbMacProgrammer::writeToHw(const CmdPtr&) {
+  return unimplementedOperation("OrbMacProgrammer", "writeToHw");
+}
+
+void OrbMacProgrammer::handleAddrOp(const CmdPtr& cmd) {
+  if (auto older = pendingAddrOp(cmd->key())) older->validIs(false);
+  overflowAddrOpDel(cmd->key());  // the newer command is what the key wants now
+  pendingAddrOpIs(cmd);
+  pendingMacOpEnq(cmd);
+  armUpdate(Vex::now());
+}
+
+void OrbMacProgrammer::handleFlushOp(const CmdPtr& cmd) {
+  pendingFlushOpIs(cmd->transactionId(), cmd);
+  pendingMacOpEnq(cmd);
+  armUpdate(Vex::now());
+}
+
+void OrbMacProgrammer::handleCmdResponse(std::uint64_t transactionId, std::int64_t value, MacProgramStatus status) {
+  BLIP(trace(), 7, "OrbMacProgrammer::handleCmdResponse transactionId {} status {}", transactionId,
+       Vex::valueToStrep(status));
+  auto it = inProgMacOp_.find(transactionId);
+  if (it == inProgMacOp_.end()) return;
+  it->second->responseValueIs(value);
+  it->second->statusIs(status);
+}
+
+void OrbMacProgrammer::armUpdate(Vex::Seconds at) {
+  // The writer's clock only ever moves earlier.
+  if (updatePendingAddressClock_->timeMin() > at) updatePendingAddressClock_->timeMinIs(at);
+}
+
+void OrbMacProgrammer::armPoll() {
+  if (inProgMacOp_.empty() || suspendInProgress_) return;
+  Vex::Seconds at = Vex::now() + pollReqFreq_;
+  if (pollReqClock_->timeMin() > at) pollReqClock_->timeMinIs(at);
+}
+
+void OrbMacProgrammer::updatePendingAddresses() {
+  BLIP(trace(), 8, "updatePendingAddresses");
+  Vex::Seconds start = Vex::now();
+  Vex::Seconds deadline = start + updateQuantum_;
+  std::uint32_t handled = 0;
+  bool busy = false, blocked = false;
+  while (!pendingMacOp_.empty()) {
+    if (suspendPending_) break;
+    CmdPtr cmd = pendingMacOp_.begin()->second;
+    if (cmd->invalid()) {
+      BLIP(trace(), 7, "{} is out-of-date, skip it", cmdText(*cmd));
+      pendingMacOpDeq();
+      continue;
+    }
+    ++handled;
+    if (cmd->addrOp() && inProgAddrOpHas(cmd->key())) {
+      blocked = true;
+      break;
+    }
+    inProgMacOpIs(cmd->transactionId(), cmd);
+    std::uint32_t result = writeToHw(cmd);
+    BLIP(trace(), 8, "{} write to hardware result : {}", cmdText(*cmd), result);
+    if (result == static_cast<std::uint32_t>(MacProgramStatus::macProgramSuccess)) {
+      inProgMacOpDel(cmd->transactionId());
+      pendingMacOpDeq();
+      if (cmd->addrOp()) {
+        ORB_ASSERT_AT("/src/Orb/OrbChipProgrammer", pendingAddrOpHas(cmd->key()), "pendingAddrOpHas( cmd->key() )");
+        pendingAddrOpDel(cmd->key());
+      } else {
+        pendingFlushOpDel(cmd->transactionId());
+      }
+      cmd->statusIs(MacProgramStatus::macProgramSuccess);
+      handleCmdDone(cmd);
+    } else if (result == static_cast<std::uint32_t>(MacProgramStatus::macProgramInProgress)) {
+      pendingMacOpDeq();
+      if (cmd->addrOp()) {
+        pendingAddrOpDel(cmd->key());
+        inProgAddrOpIs(cmd);
+      } else {
+        pendingFlushOpDel(cmd->transactionId());
+      }
+      cmd->execStartTimeIs(start);
+    } else if (result == static_cast<std::uint32_t>(MacProgramStatus::macProgramBusy)) {
+      inProgMacOpDel(cmd->transactionId());
+      busy = true;
+      break;
+    } else {
+      orbAssertAt("/src/Orb/OrbChipProgrammer", __LINE__, fmt::format("unexpected write result {}", result));
+    }
+    if (handled >= updateQuantumofTimes_ && Vex::now() > deadline) break;
+  }
+  Vex::Seconds now = Vex::now();
+  if (blocked || suspendPending_) {
+    // The head waits for its key's operation in flight (the poll that sees
+    // it finish wakes the writer), or writing is suspended (resuming wakes
+    // it): no point spinning meanwhile.
+    updatePendingAddressClock_->timeMinIs(Vex::never);
+  } else if (!pendingMacOp_.empty()) {
+    BLIP(trace(), 8, "Schedule review for pending items");
+    armUpdate(busy ? now + updateDelay_ : now);
+  } else {
+    BLIP(trace(), 8, "Nothing is pending. Stop");
+    updatePendingAddressClock_->timeMinIs(Vex::never);
+  }
+  if (!inProgMacOp_.empty()) {
+    BLIP(trace(), 8, "In-progress cmd exists. Schedule review.");
+    armPoll();
+  }
+}
+
+void OrbMacProgrammer::finish(const CmdPtr& cmd) {
+  inProgMacOpDel(cmd->transactionId());
+  if (cmd->addrOp() && inProgAddrOp(cmd->key()) == cmd) inProgAddrOpDel(cmd->key());
+  if (cmd->addrOp() && cmd->status() == MacProgramStatus::macProgramFull && cmd->valid()) {
+    overflowAddrOpIs(cmd);
+  } else if (cmd->status() == MacProgramStatus::macProgramSuccess && overflowAddrOp_.empty()) {
+    // The condition is over: log it again if it comes back, from the
+    // shortest wait.
+    overflowLogged_ = false;
+    retried_ = false;
+  }
+  handleCmdDone(cmd);
+}
+
+void OrbMacProgrammer::pollInProgressCmds() {
+  if (suspendInProgress_) return;
+  Vex::Seconds start = Vex::now();
+  std::uint32_t handled = 0;
+  auto it = inProgMacOp_.lower_bound(inProgMacOpBookmark_);
+  while (it != inProgMacOp_.end()) {
+    CmdPtr cmd = it->second;
+    ++it;
+    ++handled;
+    if (cmd->status() != MacProgramStatus::macProgramInProgress &&
+        cmd->status() != MacProgramStatus::macProgramFlushInProgress) {
+      finish(cmd);
+    } else if (Vex::now() - cmd->execStartTime() > maxExecTime_) {
+      BLIP(trace(), 3, "{} has been in flight longer than {} s: expired", cmdText(*cmd), maxExecTime_);
+      cmd->statusIs(MacProgramStatus::macProgramFailed);
+      finish(cmd);
+    }
+    if (handled >= pollReqQuantumofTimes_ && Vex::now() - start > pollReqQuantum_ && it != inProgMacOp_.end()) {
+      inProgMacOpBookmark_ = it->first;
+      pollReqClock_->timeMinIs(Vex::now());
+      return;
+    }
+  }
+  inProgMacOpBookmark_ = 0;
+  armPoll();
+  // Keys whose operation finished may let waiting commands go.
+  if (!pendingMacOp_.empty()) armUpdate(Vex::now());
+}
+
+void OrbMacProgrammer::overflowAddrOpIs(const CmdPtr& cmd) {
+  overflowAddrOp_[cmd->key()] = cmd;
+  if (!overflowLogged_) {
+    BLIP(trace(), 1, "MAC table overflow: {} waits for room", cmdText(*cmd));
+    overflowLogged_ = true;
+  }
+  if (updateOverflowAddressClock_->timeMin() != Vex::never) return;
+  // Retried commands that overflow again wait twice as long, up to the
+  // maximum; a fresh overflow waits the minimum.
+  updateOverflowAddressDelay_ = retried_ ? std::min(updateOverflowAddressMaxDelay_, updateOverflowAddressDelay_ * 2)
+                                         : updateOverflowAddressMinDelay_;
+  retried_ = false;
+  updateOverflowAddressClock_->timeMinIs(Vex::now() + updateOverflowAddressDelay_);
+}
+
+void OrbMacProgrammer::updateOverflowAddresses() {
+  std::vector<CmdPtr> retry;
+  for (const auto& [key, cmd] : overflowAddrOp_) retry.push_back(cmd);
+  overflowAddrOp_.clear();
+  overflowAddrOpBookmark_.reset();
+  retried_ = !retry.empty();
+  for (const auto& cmd : retry) {
+    if (pendingAddrOpHas(cmd->key())) continue;  // something newer is on its way
+    handleAddrOp(indirectAccessMacCmdFactory(cmd->type(), cmd->key(), cmd->intf(), cmd->entryType(), cmd->value(),
+                                             nextTransactionId()));
+  }
+}
+
+}  // namespace Orb

@@ -1,0 +1,242 @@
+// The MAC command pipeline for chips programmed by indirect-access commands:
+// a command is written, the chip works on it, and its outcome arrives later
+// under a transaction id.
+//
+// Commands wait first in first out (pendingMacOp). A writing pass writes
+// them in order, at least `updateQuantumofTimes` before it looks at the
+// clock and then within `updateQuantum`; a key never has two operations in
+// flight, and nothing is reordered past a key that waits. In-flight
+// commands are polled every `pollReqFreq` and expire after `maxExecTime`.
+// Address commands the table could not take wait in overflowAddrOp and are
+// retried after a wait that doubles from the minimum to the maximum delay
+// while the table stays full, and drops back once they fit. A writing pass
+// whose head waits for its key, or that is suspended, leaves its clock
+// unarmed: the poll that finishes the key, or resuming, wakes it.
+//
+// A chip layer derives from OrbMacProgrammer, supplies writeToHw (0 done,
+// 2 busy, 5 accepted and in progress) and reports outcomes through
+// handleCmdResponse.
+#pragma once
+
+#include "Orb/OrbBaseHelper.h"
+#include "platform/types/Bridging.h"
+#include "platform/vex/Clock.h"
+#include "platform/vex/Value.h"
+
+#include <boost/describe/enum.hpp>
+
+#include <cstdint>
+#include <map>
+#include <optional>
+
+namespace Orb {
+
+enum class MacHwKeyType : std::uint8_t { macHwKeyBridge, macHwKeyBridgeDwide, macHwKeyVfi };
+BOOST_DESCRIBE_ENUM(MacHwKeyType, macHwKeyBridge, macHwKeyBridgeDwide, macHwKeyVfi)
+
+// The key of one hardware MAC table slot.
+struct MacEntryKey {
+  Bridging::MacVlanPair key;
+  MacHwKeyType macHwType = MacHwKeyType::macHwKeyBridge;
+  auto operator<=>(const MacEntryKey&) const = default;
+};
+VEX_VALUE(MacEntryKey, "Orb::MacEntryKey", (key, macHwType))
+
+// Write results are 0 (done), 2 (busy) and 5 (in progress); the others are
+// outcomes a chip reports later.
+enum class MacProgramStatus : std::uint8_t {
+  macProgramSuccess = 0,
+  macProgramFailed = 1,
+  macProgramBusy = 2,
+  macProgramFull = 3,
+  macProgramFlushInProgress = 4,
+  macProgramInProgress = 5,
+  macProgramParityError = 6,
+};
+BOOST_DESCRIBE_ENUM(MacProgramStatus, macProgramSuccess, macProgramFailed, macProgramBusy, macProgramFull,
+                    macProgramFlushInProgress, macProgramInProgress, macProgramParityError)
+
+// An address operation (program or remove one key, by its value: 1 adds, 0
+// removes) or a flush (all, one VLAN, one port, one VLAN on one port).
+enum class IndirectAccessMacCmdType : std::uint8_t { addrOp, flushAll, flushVlan, flushPort, flushVlanPort };
+BOOST_DESCRIBE_ENUM(IndirectAccessMacCmdType, addrOp, flushAll, flushVlan, flushPort, flushVlanPort)
+
+class IndirectAccessMacCmd : public Vex::PtrInterface {
+ public:
+  IndirectAccessMacCmd(IndirectAccessMacCmdType type, const MacEntryKey& key, const Nexo::IntfId& intf,
+                       Bridging::EntryType entryType, std::int64_t value, std::uint64_t transactionId)
+      : type_(type), key_(key), intf_(intf), entryType_(entryType), value_(value), transactionId_(transactionId) {}
+
+  IndirectAccessMacCmdType type() const { return type_; }
+  const MacEntryKey& key() const { return key_; }
+  const Nexo::IntfId& intf() const { return intf_; }
+  Bridging::EntryType entryType() const { return entryType_; }
+  std::int64_t value() const { return value_; }
+  std::uint64_t transactionId() const { return transactionId_; }
+  bool addrOp() const { return type_ == IndirectAccessMacCmdType::addrOp; }
+
+  bool valid() const { return valid_; }
+  bool invalid() const { return !valid_; }
+  void validIs(bool valid) { valid_ = valid; }
+  MacProgramStatus status() const { return status_; }
+  void statusIs(MacProgramStatus status) { status_ = status; }
+  Vex::Seconds execStartTime() const { return execStartTime_; }
+  void execStartTimeIs(Vex::Seconds t) { execStartTime_ = t; }
+  // What the chip reported with the outcome.
+  std::int64_t responseValue() const { return responseValue_; }
+  void responseValueIs(std::int64_t value) { responseValue_ = value; }
+
+ private:
+  IndirectAccessMacCmdType type_;
+  MacEntryKey key_;
+  Nexo::IntfId intf_;
+  Bridging::EntryType entryType_;
+  std::int64_t value_;
+  std::uint64_t transactionId_;
+  bool valid_ = true;
+  MacProgramStatus status_ = MacProgramStatus::macProgramInProgress;
+  Vex::Seconds execStartTime_ = 0;
+  std::int64_t responseValue_ = 0;
+};
+
+Vex::Ptr<IndirectAccessMacCmd> indirectAccessMacCmdFactory(IndirectAccessMacCmdType type, const MacEntryKey& key,
+                                                           const Nexo::IntfId& intf, Bridging::EntryType entryType,
+                                                           std::int64_t value, std::uint64_t transactionId);
+
+// Head index, next index and length of the pending queue.
+struct PendingMacOpMetadata {
+  std::uint32_t head = 0;
+  std::uint32_t next = 0;
+  std::uint32_t count = 0;
+  auto operator<=>(const PendingMacOpMetadata&) const = default;
+};
+VEX_VALUE(PendingMacOpMetadata, "Orb::PendingMacOpMetadata", (head, next, count))
+
+class OrbMacProgrammer : public Vex::PtrInterface {
+ public:
+  using CmdPtr = Vex::Ptr<IndirectAccessMacCmd>;
+
+  OrbMacProgrammer();
+  ~OrbMacProgrammer() override;
+
+  // Tunables.
+  Vex::Seconds updateQuantum() const { return updateQuantum_; }
+  void updateQuantumIs(Vex::Seconds s) { updateQuantum_ = s; }
+  std::uint32_t updateQuantumofTimes() const { return updateQuantumofTimes_; }
+  void updateQuantumofTimesIs(std::uint32_t n) { updateQuantumofTimes_ = n; }
+  Vex::Seconds updateDelay() const { return updateDelay_; }
+  void updateDelayIs(Vex::Seconds s) { updateDelay_ = s; }
+  Vex::Seconds pollReqQuantum() const { return pollReqQuantum_; }
+  void pollReqQuantumIs(Vex::Seconds s) { pollReqQuantum_ = s; }
+  std::uint32_t pollReqQuantumofTimes() const { return pollReqQuantumofTimes_; }
+  void pollReqQuantumofTimesIs(std::uint32_t n) { pollReqQuantumofTimes_ = n; }
+  Vex::Seconds pollReqFreq() const { return pollReqFreq_; }
+  void pollReqFreqIs(Vex::Seconds s) { pollReqFreq_ = s; }
+  Vex::Seconds maxExecTime() const { return maxExecTime_; }
+  void maxExecTimeIs(Vex::Seconds s) { maxExecTime_ = s; }
+  Vex::Seconds updateOverflowAddressMinDelay() const { return updateOverflowAddressMinDelay_; }
+  void updateOverflowAddressMinDelayIs(Vex::Seconds s) { updateOverflowAddressMinDelay_ = s; }
+  Vex::Seconds updateOverflowAddressDelay() const { return updateOverflowAddressDelay_; }
+  void updateOverflowAddressDelayIs(Vex::Seconds s) { updateOverflowAddressDelay_ = s; }
+  Vex::Seconds updateOverflowAddressMaxDelay() const { return updateOverflowAddressMaxDelay_; }
+  void updateOverflowAddressMaxDelayIs(Vex::Seconds s) { updateOverflowAddressMaxDelay_ = s; }
+  bool overflowLogged() const { return overflowLogged_; }
+  void overflowLoggedIs(bool logged) { overflowLogged_ = logged; }
+  bool suspendPending() const { return suspendPending_; }
+  void suspendPendingIs(bool suspend);
+  bool suspendInProgress() const { return suspendInProgress_; }
+  void suspendInProgressIs(bool suspend);
+  bool initialized() const { return initialized_; }
+  void initializedIs(bool initialized);
+
+  // The pending queue.
+  const std::map<std::uint32_t, CmdPtr>& pendingMacOp() const { return pendingMacOp_; }
+  const PendingMacOpMetadata& pendingMacOpMetadata() const { return pendingMacOpMetadata_; }
+  void pendingMacOpEnq(const CmdPtr& cmd);
+  CmdPtr pendingMacOpDeq();
+  CmdPtr pendingAddrOp(const MacEntryKey& key) const;
+  bool pendingAddrOpHas(const MacEntryKey& key) const { return pendingAddrOp_.contains(key); }
+  void pendingAddrOpIs(const CmdPtr& cmd) { pendingAddrOp_[cmd->key()] = cmd; }
+  void pendingAddrOpDel(const MacEntryKey& key) { pendingAddrOp_.erase(key); }
+  void pendingFlushOpIs(std::uint64_t id, const CmdPtr& cmd) { pendingFlushOp_[id] = cmd; }
+  void pendingFlushOpDel(std::uint64_t id) { pendingFlushOp_.erase(id); }
+  std::size_t pendingFlushOpSize() const { return pendingFlushOp_.size(); }
+
+  // In flight.
+  const std::map<std::uint64_t, CmdPtr>& inProgMacOp() const { return inProgMacOp_; }
+  void inProgMacOpIs(std::uint64_t transactionId, const CmdPtr& cmd) { inProgMacOp_[transactionId] = cmd; }
+  void inProgMacOpDel(std::uint64_t transactionId) { inProgMacOp_.erase(transactionId); }
+  std::uint64_t inProgMacOpBookmark() const { return inProgMacOpBookmark_; }
+  CmdPtr inProgAddrOp(const MacEntryKey& key) const;
+  bool inProgAddrOpHas(const MacEntryKey& key) const { return inProgAddrOp_.contains(key); }
+  void inProgAddrOpIs(const CmdPtr& cmd) { inProgAddrOp_[cmd->key()] = cmd; }
+  void inProgAddrOpDel(const MacEntryKey& key) { inProgAddrOp_.erase(key); }
+
+  // Address commands the table could not take.
+  const std::map<MacEntryKey, CmdPtr>& overflowAddrOp() const { return overflowAddrOp_; }
+  void overflowAddrOpIs(const CmdPtr& cmd);
+  void overflowAddrOpDel(const MacEntryKey& key) { overflowAddrOp_.erase(key); }
+
+  const Vex::Ptr<Vex::Clock>& updatePendingAddressClock() const { return updatePendingAddressClock_; }
+  const Vex::Ptr<Vex::Clock>& pollReqClock() const { return pollReqClock_; }
+  const Vex::Ptr<Vex::Clock>& updateOverflowAddressClock() const { return updateOverflowAddressClock_; }
+
+  // A fresh transaction id for a new command.
+  std::uint64_t nextTransactionId() { return ++lastTransactionId_; }
+
+  virtual void handleInitialized() {}
+  // The chip's outcome for a command in flight.
+  virtual void handleCmdResponse(std::uint64_t transactionId, std::int64_t value, MacProgramStatus status);
+  // Writes one command; 0 done, 2 busy, 5 in progress.
+  virtual std::uint32_t writeToHw(const CmdPtr& cmd);
+  virtual void writeToHwShadow(const CmdPtr&) {}
+  // A new address command; it supersedes the key's pending one.
+  virtual void handleAddrOp(const CmdPtr& cmd);
+  virtual void handleFlushOp(const CmdPtr& cmd);
+  // A finished command, for the chip layer to act on its outcome.
+  virtual void handleCmdDone(const CmdPtr&) {}
+
+  void updatePendingAddresses();
+  void pollInProgressCmds();
+  void updateOverflowAddresses();
+
+ protected:
+  void vexDoZombieReactors(bool zombie);
+
+ private:
+  void armUpdate(Vex::Seconds at);
+  void armPoll();
+  void finish(const CmdPtr& cmd);
+
+  Vex::Seconds updateQuantum_ = 0.01;
+  std::uint32_t updateQuantumofTimes_ = 128;
+  Vex::Seconds updateDelay_ = 0.2;
+  Vex::Seconds pollReqQuantum_ = 0.01;
+  std::uint32_t pollReqQuantumofTimes_ = 128;
+  Vex::Seconds pollReqFreq_ = 0.1;
+  Vex::Seconds maxExecTime_ = 1.0;
+  Vex::Seconds updateOverflowAddressMinDelay_ = 5.0;
+  Vex::Seconds updateOverflowAddressDelay_ = 5.0;
+  Vex::Seconds updateOverflowAddressMaxDelay_ = 30.0;
+  bool overflowLogged_ = false;
+  bool suspendPending_ = false;
+  bool suspendInProgress_ = false;
+  bool initialized_ = false;
+
+  std::map<std::uint32_t, CmdPtr> pendingMacOp_;
+  PendingMacOpMetadata pendingMacOpMetadata_;
+  Vex::HashMap<MacEntryKey, CmdPtr> pendingAddrOp_;
+  std::map<std::uint64_t, CmdPtr> pendingFlushOp_;
+  std::map<std::uint64_t, CmdPtr> inProgMacOp_;
+  std::uint64_t inProgMacOpBookmark_ = 0;
+  Vex::HashMap<MacEntryKey, CmdPtr> inProgAddrOp_;
+  std::map<MacEntryKey, CmdPtr> overflowAddrOp_;
+  std::optional<MacEntryKey> overflowAddrOpBookmark_;
+  bool retried_ = false;  // the last overflow pass re-queued commands
+  std::uint64_t lastTransactionId_ = 0;
+  Vex::Ptr<Vex::Clock> updatePendingAddressClock_;
+  Vex::Ptr<Vex::Clock> pollReqClock_;
+  Vex::Ptr<Vex::Clock> updateOverflowAddressClock_;
+};
+
+}  // namespace Orb

@@ -1,0 +1,182 @@
+// The MAC command pipeline: ordering per key, superseded commands, busy
+// retry, suspension, polling, expiry and overflow retries.
+#include "Orb/OrbChipProgrammer.h"
+
+#include "platform/vex/EventLoop.h"
+
+#include <gtest/gtest.h>
+
+#include <deque>
+
+namespace {
+
+using Orb::IndirectAccessMacCmdType;
+using Orb::MacProgramStatus;
+
+class TestProgrammer : public Orb::OrbMacProgrammer {
+ public:
+  std::deque<std::uint32_t> results;  // planned write results; 5 when empty
+  std::vector<std::uint64_t> written;
+  std::vector<std::uint64_t> done;
+  std::uint32_t writeToHw(const CmdPtr& cmd) override {
+    written.push_back(cmd->transactionId());
+    if (results.empty()) return 5;
+    auto result = results.front();
+    results.pop_front();
+    return result;
+  }
+  void handleCmdDone(const CmdPtr& cmd) override { done.push_back(cmd->transactionId()); }
+  CmdPtr addr(std::uint64_t mac, std::int64_t value = 1) {
+    auto cmd = Orb::indirectAccessMacCmdFactory(
+        IndirectAccessMacCmdType::addrOp, Orb::MacEntryKey{{Nexo::EthAddr(mac), Bridging::VlanId(1)}},
+        Nexo::IntfId("Ethernet1"), Bridging::EntryType::entryDynamic, value, nextTransactionId());
+    handleAddrOp(cmd);
+    return cmd;
+  }
+};
+
+class ChipProgrammerTest : public ::testing::Test {
+ protected:
+  Vex::EventLoop loop;
+  Vex::Ptr<TestProgrammer> programmer = Vex::make<TestProgrammer>();
+};
+
+TEST_F(ChipProgrammerTest, DefaultsAndKeyPrint) {
+  EXPECT_TRUE(programmer->initialized());
+  EXPECT_EQ(programmer->updateQuantumofTimes(), 128u);
+  EXPECT_DOUBLE_EQ(programmer->updateDelay(), 0.2);
+  EXPECT_DOUBLE_EQ(programmer->maxExecTime(), 1.0);
+  EXPECT_DOUBLE_EQ(programmer->updateOverflowAddressMaxDelay(), 30.0);
+  Orb::MacEntryKey key{{Nexo::EthAddr(1), Bridging::VlanId(5)}};
+  EXPECT_EQ(Vex::toStrep(key),
+            "Value('Orb::MacEntryKey', ** {'key': Value('Bridging::MacVlanPair', ** {'addr': Value('Nexo::EthAddr', "
+            "** {'addr': '00:00:00:00:00:01'}), 'vlanId': Value('Bridging::VlanId', ** {'value': 5})}), "
+            "'macHwType': 'macHwKeyBridge'})");
+}
+
+TEST_F(ChipProgrammerTest, SecondCommandForAKeyWaitsForTheFirstToFinish) {
+  auto first = programmer->addr(1);
+  loop.runUntilIdle();
+  ASSERT_EQ(programmer->written, std::vector<std::uint64_t>{first->transactionId()});
+  EXPECT_TRUE(programmer->inProgAddrOpHas(first->key()));
+  auto second = programmer->addr(1);
+  auto other = programmer->addr(2);
+  loop.runUntilIdle();
+  EXPECT_EQ(programmer->written.size(), 1u);  // nothing passes the waiting key
+  EXPECT_EQ(programmer->pendingMacOp().size(), 2u);
+  programmer->handleCmdResponse(first->transactionId(), 0, MacProgramStatus::macProgramSuccess);
+  loop.advance(0.1);  // the poll finds it done and lets the queue go
+  EXPECT_EQ(programmer->written,
+            (std::vector<std::uint64_t>{first->transactionId(), second->transactionId(), other->transactionId()}));
+  EXPECT_EQ(programmer->done, std::vector<std::uint64_t>{first->transactionId()});
+}
+
+TEST_F(ChipProgrammerTest, SupersededCommandIsSkippedNotWritten) {
+  programmer->suspendPendingIs(true);
+  auto old = programmer->addr(1);
+  auto fresh = programmer->addr(1, 0);
+  EXPECT_TRUE(old->invalid());
+  programmer->results = {0};
+  programmer->suspendPendingIs(false);
+  loop.runUntilIdle();
+  EXPECT_EQ(programmer->written, std::vector<std::uint64_t>{fresh->transactionId()});
+  EXPECT_TRUE(programmer->pendingMacOp().empty());
+  EXPECT_FALSE(programmer->pendingAddrOpHas(fresh->key()));
+}
+
+TEST_F(ChipProgrammerTest, BusyChipLeavesTheQueueAndRetriesLater) {
+  programmer->results = {2, 0};
+  auto cmd = programmer->addr(1);
+  loop.runUntilIdle();
+  EXPECT_EQ(programmer->pendingMacOp().size(), 1u);
+  EXPECT_TRUE(programmer->inProgMacOp().empty());
+  EXPECT_DOUBLE_EQ(programmer->updatePendingAddressClock()->timeMin(), 0.2);
+  loop.advance(0.2);
+  EXPECT_EQ(programmer->written.size(), 2u);
+  EXPECT_TRUE(programmer->pendingMacOp().empty());
+  EXPECT_EQ(programmer->done, std::vector<std::uint64_t>{cmd->transactionId()});
+}
+
+TEST_F(ChipProgrammerTest, SuspendedWriterWritesNothing) {
+  programmer->suspendPendingIs(true);
+  programmer->addr(1);
+  programmer->addr(2);
+  loop.advance(5);
+  EXPECT_TRUE(programmer->written.empty());
+  EXPECT_EQ(programmer->pendingMacOp().size(), 2u);
+}
+
+TEST_F(ChipProgrammerTest, EmptyQueueStopsTheWriterAndInFlightArmsThePoll) {
+  programmer->addr(1);
+  loop.runUntilIdle();
+  EXPECT_EQ(programmer->updatePendingAddressClock()->timeMin(), Vex::never);
+  EXPECT_DOUBLE_EQ(programmer->pollReqClock()->timeMin(), 0.1);
+}
+
+TEST_F(ChipProgrammerTest, BatchWritesAtLeastTheMinimumBeforeLookingAtTheClock) {
+  loop.simulatedTime()->stepIs(0.02);  // every reading is past a 10 ms quantum
+  programmer->suspendPendingIs(true);
+  for (int i = 0; i < 300; ++i) programmer->addr(100 + i);
+  programmer->results.assign(300, 0);
+  programmer->suspendPendingIs(false);
+  programmer->updatePendingAddresses();
+  EXPECT_EQ(programmer->written.size(), 128u);
+  loop.simulatedTime()->stepIs(0);
+  loop.runUntilIdle();
+  EXPECT_EQ(programmer->written.size(), 300u);
+}
+
+TEST_F(ChipProgrammerTest, CommandsInFlightTooLongExpire) {
+  auto cmd = programmer->addr(1);
+  loop.runUntilIdle();
+  loop.advance(1.05);
+  EXPECT_TRUE(programmer->inProgMacOp().count(cmd->transactionId()));
+  loop.advance(0.2);
+  EXPECT_FALSE(programmer->inProgMacOp().count(cmd->transactionId()));
+  EXPECT_EQ(cmd->status(), MacProgramStatus::macProgramFailed);
+  EXPECT_FALSE(programmer->inProgAddrOpHas(cmd->key()));
+}
+
+TEST_F(ChipProgrammerTest, OverflowedCommandsRetryWithAGrowingWait) {
+  auto cmd = programmer->addr(1);
+  loop.runUntilIdle();
+  programmer->handleCmdResponse(cmd->transactionId(), 0, MacProgramStatus::macProgramFull);
+  loop.advance(0.1);
+  EXPECT_TRUE(programmer->overflowAddrOp().count(cmd->key()));
+  EXPECT_TRUE(programmer->overflowLogged());
+  loop.advance(5);  // retried after the minimum delay
+  ASSERT_EQ(programmer->written.size(), 2u);
+  auto retry = programmer->inProgMacOp().rbegin()->second;
+  programmer->handleCmdResponse(retry->transactionId(), 0, MacProgramStatus::macProgramFull);
+  loop.advance(0.1);
+  EXPECT_DOUBLE_EQ(programmer->updateOverflowAddressDelay(), 10.0);  // it overflowed again
+  loop.advance(5);
+  EXPECT_EQ(programmer->written.size(), 2u);
+  loop.advance(5);
+  EXPECT_EQ(programmer->written.size(), 3u);
+  auto last = programmer->inProgMacOp().rbegin()->second;
+  programmer->handleCmdResponse(last->transactionId(), 0, MacProgramStatus::macProgramSuccess);
+  loop.advance(0.1);
+  EXPECT_TRUE(programmer->overflowAddrOp().empty());
+  EXPECT_FALSE(programmer->overflowLogged());
+}
+
+TEST_F(ChipProgrammerTest, UnexpectedWriteResultIsABrokenInvariant) {
+  programmer->results = {7};
+  programmer->addr(1);
+  EXPECT_DEATH(programmer->updatePendingAddresses(), "unexpected write result 7");
+}
+
+TEST_F(ChipProgrammerTest, FlushCommandsQueueInOrder) {
+  auto flush = Orb::indirectAccessMacCmdFactory(IndirectAccessMacCmdType::flushVlan, {}, {},
+                                                Bridging::EntryType::entryDynamic, 10, programmer->nextTransactionId());
+  EXPECT_FALSE(flush->addrOp());
+  programmer->results = {0};
+  programmer->handleFlushOp(flush);
+  EXPECT_EQ(programmer->pendingFlushOpSize(), 1u);
+  loop.runUntilIdle();
+  EXPECT_EQ(programmer->pendingFlushOpSize(), 0u);
+  EXPECT_EQ(programmer->done, std::vector<std::uint64_t>{flush->transactionId()});
+}
+
+}  // namespace
