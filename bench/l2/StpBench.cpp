@@ -5,13 +5,13 @@
 #include "Orb/OrbStpSm.h"
 #include "Orb/OrbVlanPhyIntfSm.h"
 #include "bench/BenchFigure.h"
+#include "bench/PortVlanReference.h"
 #include "chip/softchip/SoftStp.h"
 #include "chip/softchip/SoftVlan.h"
 #include "platform/vex/EventLoop.h"
 
 #include <benchmark/benchmark.h>
 #include <fmt/format.h>
-#include <boost/unordered/unordered_flat_map.hpp>
 
 #include <vector>
 
@@ -21,26 +21,11 @@ constexpr unsigned vlans = 4094;
 constexpr unsigned ports = 48;
 constexpr double memberships = double(vlans) * ports;
 
-std::vector<Nexo::IntfId> portIds() {
-  std::vector<Nexo::IntfId> ids;
-  for (unsigned p = 1; p <= ports; ++p) ids.emplace_back(fmt::format("Ethernet{}", p));
-  return ids;
-}
-
-void BM_RawPortVlanInsert(benchmark::State& state) {
-  auto ids = portIds();
-  for (auto _ : state) {
-    boost::unordered_flat_map<std::pair<std::uint64_t, std::uint16_t>, bool> map;
-    for (unsigned v = 1; v <= vlans; ++v) {
-      for (const auto& id : ids) map.try_emplace({id.bits(), static_cast<std::uint16_t>(v)}, true);
-    }
-    benchmark::DoNotOptimize(map.size());
-  }
-}
+void BM_RawPortVlanInsert(benchmark::State& state) { Bench::rawPortVlanInsert(state, vlans, ports); }
 BENCHMARK(BM_RawPortVlanInsert)->Unit(benchmark::kMillisecond);
 
 void BM_StpForwarding(benchmark::State& state) {
-  auto ids = portIds();
+  auto ids = Bench::ethernetPorts(ports);
   Vex::EventLoop loop;
   auto ocsd = Orb::orbCommonSmDataFactory("ocsd");
   for (const auto& id : ids) ocsd->intfIs(id, true);

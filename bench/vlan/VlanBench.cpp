@@ -3,12 +3,12 @@
 // every VLAN (immediate acknowledgements).
 #include "Orb/OrbVlanPhyIntfSm.h"
 #include "bench/BenchFigure.h"
+#include "bench/PortVlanReference.h"
 #include "chip/softchip/SoftVlan.h"
 #include "platform/vex/EventLoop.h"
 
 #include <benchmark/benchmark.h>
 #include <fmt/format.h>
-#include <boost/unordered/unordered_flat_map.hpp>
 
 #include <vector>
 
@@ -18,26 +18,11 @@ constexpr unsigned vlans = 4094;
 constexpr unsigned ports = 48;
 constexpr double memberships = double(vlans) * ports;
 
-std::vector<Nexo::IntfId> portIds() {
-  std::vector<Nexo::IntfId> ids;
-  for (unsigned p = 1; p <= ports; ++p) ids.emplace_back(fmt::format("Ethernet{}", p));
-  return ids;
-}
-
-void BM_RawPortVlanInsert(benchmark::State& state) {
-  auto ids = portIds();
-  for (auto _ : state) {
-    boost::unordered_flat_map<std::pair<std::uint64_t, std::uint16_t>, bool> map;
-    for (unsigned v = 1; v <= vlans; ++v) {
-      for (const auto& id : ids) map.try_emplace({id.bits(), static_cast<std::uint16_t>(v)}, true);
-    }
-    benchmark::DoNotOptimize(map.size());
-  }
-}
+void BM_RawPortVlanInsert(benchmark::State& state) { Bench::rawPortVlanInsert(state, vlans, ports); }
 BENCHMARK(BM_RawPortVlanInsert)->Unit(benchmark::kMillisecond);
 
 void BM_VlanConverge(benchmark::State& state) {
-  auto ids = portIds();
+  auto ids = Bench::ethernetPorts(ports);
   for (auto _ : state) {
     state.PauseTiming();
     {
