@@ -392,6 +392,8 @@ MacAddrSm::MacAddrSm(
   updateMacEntryClock_ = Vex::clockFactory([this] { updateQueuedAddresses(); });
   macTableTimer_ = Vex::clockFactory([this] { handleMacTableUpdate(); });
   flushReqTimer_ = Vex::clockFactory([this] { handleFlushReqTimer(); });
+  mlagHostTableTimer_ = Vex::clockFactory([this] { handleMlagHostTableWalk(); });
+  clockIs(mlagHostTableTimer_);
   clockIs(updateMacEntryClock_);
   clockIs(macTableTimer_);
   clockIs(flushReqTimer_);
@@ -422,6 +424,7 @@ MacAddrSm::~MacAddrSm() {
   updateMacEntryClock_->timeMinIs(Vex::never);
   macTableTimer_->timeMinIs(Vex::never);
   flushReqTimer_->timeMinIs(Vex::never);
+  mlagHostTableTimer_->timeMinIs(Vex::never);
   if (nonAgingReactor_) reactorDel(nonAgingReactor_.get());
   nonAgingReactor_.reset();
   updateList_.clear();
@@ -1019,9 +1022,19 @@ void MacAddrSm::handleMlagStateOrPeerLinkIntf() {
   if (!old.empty()) configureMacLearningOnPort(old);
   if (!peerLink.empty()) configureMacLearningOnPort(peerLink);
   if (!mlagHostTable_) return;
-  std::vector<MacVlanPair> keys;
-  for (const auto& [key, row] : mlagHostTable_->hostEntry()) keys.push_back(key);
-  for (const auto& key : keys) reevaluateEntry(key);
+  // The peer's whole table is reviewed, in slices of mlagHostTableQuantum
+  // from a bookmark, so a large table never holds the thread.
+  for (const auto& [key, row] : mlagHostTable_->hostEntry()) mlagHostTableWalk_.push(key);
+  if (mlagHostTableTimer_->timeMin() == Vex::never) mlagHostTableTimer_->timeMinIs(Vex::now());
+}
+
+void MacAddrSm::handleMlagHostTableWalk() {
+  Vex::Seconds start = Vex::now();
+  while (!mlagHostTableWalk_.empty()) {
+    reevaluateEntry(mlagHostTableWalk_.pop());
+    if (Vex::now() - start > mlagHostTableQuantum) break;
+  }
+  if (!mlagHostTableWalk_.empty()) mlagHostTableTimer_->timeMinIs(Vex::now());
 }
 
 void MacAddrSm::handleFsfFailedServer(const Nexo::EthAddr& addr) { reevaluateKeysOfAddress(addr); }

@@ -213,6 +213,12 @@ class MacAddrSm : public OrbBaseSm {
   void handleVlanLearning(VlanId vlanId);
   void handleLagToPort(const IntfId& lag);
   void handleMlagStateOrPeerLinkIntf();
+  // One slice of the review of the peer's table; its bookmark is the front
+  // of the walk.
+  void handleMlagHostTableWalk();
+  std::optional<MacVlanPair> mlagHostTableBookmark() const {
+    return mlagHostTableWalk_.empty() ? std::nullopt : std::optional<MacVlanPair>(mlagHostTableWalk_.front());
+  }
   void handleFsfFailedServer(const Nexo::EthAddr& addr);
   void handleHostAgingTime();
 
@@ -302,6 +308,8 @@ class MacAddrSm : public OrbBaseSm {
   Vex::Ptr<Dot1x::HostTable> dot1xLocalHostTable_;
   CondensedFlushRequest fr_;
   Vex::Ptr<Vex::Clock> flushReqTimer_;
+  Vex::Ptr<Vex::Clock> mlagHostTableTimer_;
+  KeyQueue<MacVlanPair> mlagHostTableWalk_;
   std::unique_ptr<NonAgingStatus::Notifiee> nonAgingReactor_;
   std::size_t reservedFor_ = 0;  // updateList_ room made ahead of a burst
   Vex::Seconds longestSlice_ = 0;

@@ -326,6 +326,22 @@ TEST_F(MacAddrSmTest, PeerEntriesCountOnlyWhileMlagAllows) {
   EXPECT_FALSE(status->fdbStatusHas(key(9)));
 }
 
+TEST_F(MacAddrSmTest, PeerTableIsReviewedInSlicesAfterAPeerLinkChange) {
+  start();
+  for (int i = 1; i <= 500; ++i) mlagHosts->hostEntryIs(key(i), row(key(i), "Ethernet9", EntryType::entryPeerDynamic));
+  settle();
+  EXPECT_EQ(status->fdbStatusSize(), 0u);  // no MLAG yet
+  mlag->mlagStateValidIs(true);
+  loop.simulatedTime()->stepIs(0.001);
+  mlag->peerLinkIntfIs(IntfId("Ethernet4"));
+  EXPECT_TRUE(sm->mlagHostTableBookmark());
+  settle();
+  loop.simulatedTime()->stepIs(0);
+  EXPECT_FALSE(sm->mlagHostTableBookmark());
+  EXPECT_EQ(status->fdbStatusSize(), 500u);
+  EXPECT_EQ(status->fdbStatus(key(7)).intf, IntfId("Ethernet4"));
+}
+
 TEST_F(MacAddrSmTest, StaticEntryCollidingWithRouterMacIsNotUsed) {
   routerMac->macEntryIs(key(4), row(key(4), "Cpu"));
   start();
