@@ -39,13 +39,7 @@ class NonAgingConfigDir : public Vex::Entity {
   };
   using Entity::Entity;
   VEX_ORDERED_COLLECTION(std::string, Vex::Ptr<NonAgingConfig>, config, Config)
-
-  Vex::Ptr<NonAgingConfig> configIs(const std::string& owner) {
-    if (auto existing = config(owner)) return existing;
-    auto created = Vex::make<NonAgingConfig>(owner);
-    configIs(owner, created);
-    return created;
-  }
+  VEX_OWNED_MEMBERS(std::string, NonAgingConfig, config)
 };
 
 class NonAgingStatus : public Vex::Entity {

@@ -85,13 +85,6 @@ Vex::Ptr<PortForwarding> portForwardingFactory(VlanId vlanId) { return Vex::make
 
 VlanHwUpdateStatus::Status::Status(VlanId vlanId) : vlanId_(vlanId) {}
 
-Vex::Ptr<VlanHwUpdateStatus::Status> VlanHwUpdateStatus::hwStatusIs(VlanId vlanId) {
-  if (auto existing = hwStatus(vlanId)) return existing;
-  auto created = Vex::make<Status>(vlanId);
-  hwStatusIs(vlanId, created);
-  return created;
-}
-
 // --- the updater ---
 
 VlanUpdater::VlanUpdater(const Vex::Ptr<Vex::Clock>& clock, VlanHelper* helper)

@@ -192,9 +192,7 @@ class VlanHwUpdateStatus : public Vex::Entity {
   };
   using Entity::Entity;
   VEX_ORDERED_COLLECTION(VlanId, Vex::Ptr<Status>, hwStatus, HwStatus)
-
-  // The VLAN's status record, created when absent.
-  Vex::Ptr<Status> hwStatusIs(VlanId vlanId);
+  VEX_OWNED_MEMBERS(VlanId, Status, hwStatus)
 };
 
 using VlanProgrammingStatus = VlanHwUpdateStatus::VlanProgrammingStatus;

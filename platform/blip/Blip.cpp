@@ -46,7 +46,7 @@ void Handle::write(unsigned level, std::string text) const {
   Vex::EventLoop* loop = Vex::EventLoop::current();
   // Reading a stepping simulated clock would move it: peek instead.
   double time = !loop ? 0.0 : loop->simulatedTime() ? loop->simulatedTime()->time() : loop->now();
-  sink().write(Line{time, module_, level, std::move(text)});
+  (ownSink_ ? *ownSink_ : sink()).write(Line{time, module_, level, std::move(text)});
 }
 
 Handle& handle(const std::string& module) {

@@ -69,22 +69,32 @@ class Handle {
   const std::string& module() const { return module_; }
   unsigned level() const { return level_; }
   void levelIs(unsigned level) { level_ = level > 9 ? 9 : level; }
-  bool enabled(unsigned level) const { return level <= level_ && level > 0; }
+  // Levels 1 ... level() are on; level 0 never is (it wraps to the largest
+  // unsigned), all in one compare.
+  bool enabled(unsigned level) const { return level - 1u < level_; }
+
+  // A sink of this handle's own (a file per module), or null for the
+  // process-wide one.
+  const std::shared_ptr<Sink>& ownSink() const { return ownSink_; }
+  void ownSinkIs(std::shared_ptr<Sink> sink) { ownSink_ = std::move(sink); }
 
   void write(unsigned level, std::string text) const;
 
  private:
   std::string module_;
   unsigned level_ = 0;
+  std::shared_ptr<Sink> ownSink_;
 };
 
-// The handle of a module, made on first use; handles live as long as the
-// process, so references to them stay valid.
+// The handle of a module, made on first use (by the module or by a shell
+// setting its level first); handles live as long as the process, so
+// references to them stay valid.
 Handle& handle(const std::string& module);
 // Every handle by module name.
 std::map<std::string, Handle*> handles();
 
-// Where lines go. Tests install a CaptureSink and restore the ring after.
+// Where lines go (unless a handle has its own sink). Tests install a
+// CaptureSink and restore the ring after; null restores the ring.
 Sink& sink();
 void sinkIs(std::shared_ptr<Sink> sink);
 // The default ring buffer.
@@ -96,9 +106,12 @@ std::string format(const Line& line);
 
 }  // namespace Blip
 
-// Traces at `level` on `handle` (a Blip::Handle&) when that level is on.
-#define BLIP(handle, level, ...)                                                        \
-  do {                                                                                  \
-    const ::Blip::Handle& blipHandle_ = (handle);                                       \
-    if (blipHandle_.enabled(level)) blipHandle_.write(level, fmt::format(__VA_ARGS__)); \
+// Traces at `level` on `handle` (a Blip::Handle&) when that level is on;
+// the arguments are neither evaluated nor formatted when it is off.
+//   BLIP(trace(), 5, "added {} on vlan {}", mac, vlan);
+#define BLIP(handle, level, ...)                                                                  \
+  do {                                                                                            \
+    const ::Blip::Handle& blipHandle_ = (handle);                                                 \
+    const unsigned blipLevel_ = (level);                                                          \
+    if (blipHandle_.enabled(blipLevel_)) blipHandle_.write(blipLevel_, fmt::format(__VA_ARGS__)); \
   } while (0)

@@ -6,6 +6,8 @@
 
 #include "platform/vex/Entity.h"
 
+#include <boost/core/demangle.hpp>
+
 #include <stdexcept>
 #include <string>
 #include <typeinfo>
@@ -42,8 +44,8 @@ class Root : public Vex::Entity {
     if (!existing) return nullptr;
     auto* typed = dynamic_cast<T*>(existing.get());
     if (!typed) {
-      throw std::logic_error("hive path " + path + " holds a " + typeid(*existing).name() + ", not a " +
-                             typeid(T).name());
+      throw std::logic_error("hive path " + path + " holds a " + boost::core::demangle(typeid(*existing).name()) +
+                             ", not a " + boost::core::demangle(typeid(T).name()));
     }
     return Vex::Ptr<T>(typed);
   }

@@ -1,7 +1,9 @@
 #include "platform/log/LogEvent.h"
 
 #include <algorithm>
+#include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <stdexcept>
 
@@ -15,8 +17,35 @@ struct Registry {
 };
 
 Registry& registry() {
-  static Registry* instance = new Registry;
+  static Registry* instance = new Registry;  // never destroyed: events may be emitted at exit
   return *instance;
+}
+
+// The number of arguments a printf format takes (a '*' width or precision
+// takes one too), or -1 when a conversion is malformed. %n is refused: an
+// event message has no business writing to memory.
+int argumentCount(const std::string& format) {
+  int count = 0;
+  for (std::size_t i = 0; i < format.size(); ++i) {
+    if (format[i] != '%') continue;
+    if (++i < format.size() && format[i] == '%') continue;
+    while (i < format.size() && std::strchr("-+ #0'", format[i])) ++i;
+    for (int part = 0; part < 2; ++part) {  // width, then precision
+      if (part == 1) {
+        if (i >= format.size() || format[i] != '.') break;
+        ++i;
+      }
+      if (i < format.size() && format[i] == '*') {
+        ++count;
+        ++i;
+      }
+      while (i < format.size() && format[i] >= '0' && format[i] <= '9') ++i;
+    }
+    while (i < format.size() && std::strchr("hljztL", format[i])) ++i;
+    if (i >= format.size() || !std::strchr("diouxXeEfFgGaAcsp", format[i])) return -1;
+    ++count;
+  }
+  return count;
 }
 
 }  // namespace
@@ -31,6 +60,9 @@ std::size_t CaptureSink::count(const std::string& id) const {
 }
 
 const EventDef& define(EventDef def) {
+  if (argumentCount(def.format) < 0) {
+    throw std::invalid_argument("log event " + def.id + " has a malformed format: " + def.format);
+  }
   auto& slot = registry().defs[def.id];
   slot = std::move(def);
   return slot;
@@ -47,11 +79,26 @@ std::vector<std::string> definedIds() {
   return ids;
 }
 
-void emit(const std::string& id, ...) {
+void sinkIs(std::shared_ptr<Sink> sink) { registry().sink = sink ? std::move(sink) : std::make_shared<StderrSink>(); }
+
+Sink& sink() { return *registry().sink; }
+
+namespace detail {
+
+const EventDef& defined(const std::string& id) {
   const EventDef* def = lookup(id);
   if (!def) throw std::logic_error("log event " + id + " is not defined");
+  return *def;
+}
+
+void emitFormatted(const EventDef* def, int count, ...) {
+  int expected = argumentCount(def->format);
+  if (expected != count) {
+    throw std::logic_error("log event " + def->id + " takes " + std::to_string(expected) + " arguments, not " +
+                           std::to_string(count));
+  }
   va_list args;
-  va_start(args, id);
+  va_start(args, count);
   va_list copy;
   va_copy(copy, args);
   int size = std::vsnprintf(nullptr, 0, def->format.c_str(), copy);
@@ -59,11 +106,9 @@ void emit(const std::string& id, ...) {
   std::string message(size > 0 ? static_cast<std::size_t>(size) : 0, '\0');
   if (size > 0) std::vsnprintf(message.data(), message.size() + 1, def->format.c_str(), args);
   va_end(args);
-  registry().sink->write(*def, Event{id, message});
+  registry().sink->write(*def, Event{def->id, std::move(message)});
 }
 
-void sinkIs(std::shared_ptr<Sink> sink) { registry().sink = sink ? std::move(sink) : std::make_shared<StderrSink>(); }
-
-Sink& sink() { return *registry().sink; }
+}  // namespace detail
 
 }  // namespace Log

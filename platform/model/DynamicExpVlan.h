@@ -30,13 +30,7 @@ class DynamicExpVlanDir : public Vex::Entity {
   };
   using Entity::Entity;
   VEX_ORDERED_COLLECTION(Bridging::VlanId, Vex::Ptr<VlanToExpVlanList>, vlanToExpVlanList, VlanToExpVlanList)
-
-  Vex::Ptr<VlanToExpVlanList> vlanToExpVlanListIs(Bridging::VlanId vlanId) {
-    if (auto existing = vlanToExpVlanList(vlanId)) return existing;
-    auto created = Vex::make<VlanToExpVlanList>(vlanId);
-    vlanToExpVlanListIs(vlanId, created);
-    return created;
-  }
+  VEX_OWNED_MEMBERS(Bridging::VlanId, VlanToExpVlanList, vlanToExpVlanList)
 };
 
 }  // namespace Orb

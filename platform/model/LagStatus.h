@@ -36,13 +36,7 @@ class EthLagIntfStatusDir : public Vex::Entity {
   };
   using Entity::Entity;
   VEX_ORDERED_COLLECTION(Nexo::IntfId, Vex::Ptr<EthLagIntfStatus>, intfStatus, IntfStatus)
-
-  Vex::Ptr<EthLagIntfStatus> intfStatusIs(const Nexo::IntfId& lag) {
-    if (auto existing = intfStatus(lag)) return existing;
-    auto created = Vex::make<EthLagIntfStatus>(lag);
-    intfStatusIs(lag, created);
-    return created;
-  }
+  VEX_OWNED_MEMBERS(Nexo::IntfId, EthLagIntfStatus, intfStatus)
 };
 
 }  // namespace Interface

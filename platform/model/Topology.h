@@ -51,13 +51,7 @@ class Config : public Vex::Entity {
   using Entity::Entity;
   VEX_ORDERED_COLLECTION(std::string, Vex::Ptr<TopoConfig>, topoConfig, TopoConfig)
   VEX_ORDERED_COLLECTION(VlanId, std::string, vidToTopoMap, VidToTopoMap)
-
-  Vex::Ptr<TopoConfig> topoConfigIs(const std::string& name) {
-    if (auto existing = topoConfig(name)) return existing;
-    auto created = Vex::make<TopoConfig>(name);
-    topoConfigIs(name, created);
-    return created;
-  }
+  VEX_OWNED_MEMBERS(std::string, TopoConfig, topoConfig)
 };
 
 // What the forwarding layer reports per topology: its hardware id and

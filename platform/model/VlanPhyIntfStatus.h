@@ -42,14 +42,7 @@ class VlanPhyIntfStatusDir : public Vex::Entity {
   };
   using Entity::Entity;
   VEX_ORDERED_COLLECTION(Bridging::VlanId, Vex::Ptr<VlanPhyIntfStatus>, vlanPhyIntfStatus, VlanPhyIntfStatus)
-
-  // The VLAN's status, created when absent.
-  Vex::Ptr<VlanPhyIntfStatus> vlanPhyIntfStatusIs(Bridging::VlanId vlanId) {
-    if (auto existing = vlanPhyIntfStatus(vlanId)) return existing;
-    auto created = Vex::make<VlanPhyIntfStatus>(vlanId);
-    vlanPhyIntfStatusIs(vlanId, created);
-    return created;
-  }
+  VEX_OWNED_MEMBERS(Bridging::VlanId, VlanPhyIntfStatus, vlanPhyIntfStatus)
 };
 
 }  // namespace VlanPhyIntfStatusLib

@@ -21,6 +21,9 @@
 // add nameReserve(n): room for n entries up front, so that a large table
 // does not rehash in the middle of a time slice.
 //
+// VEX_OWNED_MEMBERS(Key, Type, name) adds nameIs(key), get-or-create, to a
+// collection of entities made from their key.
+//
 // Writers notify `Notifiee::handleName()` / `handleName(key)`, which the
 // entity's Notifiee must declare (VEX_HANDLER / VEX_KEY_HANDLER). A writer
 // that stores the value already held notifies nobody.
@@ -149,3 +152,13 @@ using HashSet = boost::unordered_flat_set<K>;
 #define VEX_ORDERED_COLLECTION(Key, Value, name, Name) \
   VEX_COLLECTION_BODY(VEX_PROTECT(std::map<Key, Value>), Key, Value, name, Name)
 #define VEX_PROTECT(...) __VA_ARGS__
+
+// For a collection of owned entities (Vex::Ptr<Type>, each made from its
+// key): nameIs(key) returns the key's entity, making it when absent.
+#define VEX_OWNED_MEMBERS(Key, Type, name)          \
+  ::Vex::Ptr<Type> name##Is(const Key& key) {       \
+    if (auto existing = name(key)) return existing; \
+    auto created = ::Vex::make<Type>(key);          \
+    name##Is(key, created);                         \
+    return created;                                 \
+  }

@@ -7,6 +7,9 @@
 
 #include <cstdio>
 #include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -48,22 +51,57 @@ TEST_F(BlipTest, OnlyLevelsUpToTheHandlesLevelAreWritten) {
   EXPECT_EQ(handle.level(), 9u);
 }
 
-TEST_F(BlipTest, DisabledTraceFormatsNothing) {
+TEST_F(BlipTest, DisabledTraceEvaluatesAndFormatsNothing) {
   auto& handle = Blip::handle("BlipTestCost");
   int formatted = 0;
+  int evaluated = 0;
   handle.levelIs(0);
-  BLIP(handle, 1, "{}", Costly{&formatted});
+  BLIP(handle, 1, "{} {}", Costly{&formatted}, ++evaluated);
   EXPECT_EQ(formatted, 0);
+  EXPECT_EQ(evaluated, 0);
+  EXPECT_TRUE(capture->lines.empty());
   handle.levelIs(1);
-  BLIP(handle, 1, "{}", Costly{&formatted});
+  BLIP(handle, 1, "{} {}", Costly{&formatted}, ++evaluated);
   EXPECT_EQ(formatted, 1);
+  EXPECT_EQ(evaluated, 1);
 }
 
-TEST_F(BlipTest, HandlesAreRegisteredOnceByModule) {
-  auto& a = Blip::handle("BlipTestSame");
-  auto& b = Blip::handle("BlipTestSame");
-  EXPECT_EQ(&a, &b);
-  EXPECT_TRUE(Blip::handles().count("BlipTestSame"));
+TEST_F(BlipTest, LevelSetBeforeTheModuleWritesIsKept) {
+  // A shell names the module first, the module finds its handle later.
+  Blip::handle("BlipTestEarly").levelIs(5);
+  EXPECT_EQ(Blip::handles().at("BlipTestEarly"), &Blip::handle("BlipTestEarly"));
+  BLIP(Blip::handle("BlipTestEarly"), 5, "seen");
+  EXPECT_TRUE(capture->contains("seen"));
+}
+
+TEST_F(BlipTest, HandleWithItsOwnSinkBypassesTheSharedOne) {
+  auto& handle = Blip::handle("BlipTestOwnSink");
+  auto own = std::make_shared<Blip::CaptureSink>();
+  handle.ownSinkIs(own);
+  handle.levelIs(1);
+  BLIP(handle, 1, "private");
+  handle.ownSinkIs(nullptr);
+  BLIP(handle, 1, "shared");
+  EXPECT_EQ(own->texts(), std::vector<std::string>{"private"});
+  EXPECT_EQ(capture->texts(), std::vector<std::string>{"shared"});
+}
+
+TEST_F(BlipTest, LinesOutsideAnEventLoopHaveTimeZero) {
+  ASSERT_EQ(Vex::EventLoop::current(), nullptr);
+  auto& handle = Blip::handle("BlipTestNoLoop");
+  handle.levelIs(9);
+  BLIP(handle, 9, "x");
+  EXPECT_EQ(capture->lines.at(0).time, 0.0);
+}
+
+TEST_F(BlipTest, ResettingTheSinkReturnsToTheRing) {
+  Blip::sinkIs(nullptr);
+  auto& handle = Blip::handle("BlipTestRing");
+  handle.levelIs(1);
+  BLIP(handle, 1, "into the ring");
+  ASSERT_FALSE(Blip::ring().lines().empty());
+  EXPECT_EQ(Blip::ring().lines().back().text, "into the ring");
+  EXPECT_TRUE(capture->lines.empty());
 }
 
 TEST_F(BlipTest, LinesCarryTheLoopsTimeWithoutMovingIt) {
@@ -84,20 +122,32 @@ TEST(BlipSinks, RingKeepsTheLatestLines) {
   ASSERT_EQ(ring.lines().size(), 2u);
   EXPECT_EQ(ring.lines().front().text, "1");
   EXPECT_EQ(ring.lines().back().text, "2");
+  Blip::RingSink none(0);
+  none.write(Blip::Line{0, "m", 1, "dropped"});
+  EXPECT_TRUE(none.lines().empty());
 }
 
 TEST(BlipSinks, FileSinkAppendsFormattedLines) {
   std::string path = ::testing::TempDir() + "blip-test.trace";
   std::remove(path.c_str());
-  {
+  for (const char* text : {"hello", "again"}) {
     Blip::FileSink file(path);
     ASSERT_TRUE(file.ok());
-    file.write(Blip::Line{1.0, "mod", 2, "hello"});
+    file.write(Blip::Line{1.0, "mod", 2, text});
   }
   std::ifstream in(path);
-  std::string line;
-  std::getline(in, line);
-  EXPECT_EQ(line, "1.000000 mod 2 hello");
+  std::string first, second;
+  std::getline(in, first);
+  std::getline(in, second);
+  EXPECT_EQ(first, "1.000000 mod 2 hello");
+  EXPECT_EQ(second, "1.000000 mod 2 again");
+  std::remove(path.c_str());
+}
+
+TEST(BlipSinks, FileSinkOnAnUnwritablePathReportsIt) {
+  Blip::FileSink file("/nonexistent-dir/blip.trace");
+  EXPECT_FALSE(file.ok());
+  file.write(Blip::Line{0, "m", 1, "lost"});  // must not crash
 }
 
 }  // namespace
