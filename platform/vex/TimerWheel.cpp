@@ -13,12 +13,14 @@ void TimerWheel::arm(Clock* clock) {
   // A wake time in the past waits in the cursor's slot, which every
   // collection visits first.
   std::int64_t at = std::max(tickOf(clock->timeMin_), cursor_);
+  clock->tick_ = at;
   auto& slot = wheel_[static_cast<std::size_t>(at & (slots - 1))];
   clock->slot_ = at & (slots - 1);
   clock->position_ = slot.size();
   clock->sequence_ = ++sequence_;
   slot.push_back(clock);
   ++size_;
+  if (earliestKnown_) earliest_ = std::min(earliest_, clock->timeMin_);
 }
 
 void TimerWheel::disarm(Clock* clock) {
@@ -30,6 +32,7 @@ void TimerWheel::disarm(Clock* clock) {
   slot.pop_back();
   clock->slot_ = -1;
   --size_;
+  if (clock->timeMin_ <= earliest_) earliestKnown_ = false;
 }
 
 void TimerWheel::collectDue(Seconds t, std::vector<Ptr<Clock>>& due) {
@@ -58,12 +61,20 @@ void TimerWheel::collectDue(Seconds t, std::vector<Ptr<Clock>>& due) {
 
 Seconds TimerWheel::nextWakeTime() const {
   if (size_ == 0) return never;
+  if (!earliestKnown_) {
+    earliest_ = scanWakeTime();
+    earliestKnown_ = true;
+  }
+  return earliest_;
+}
+
+Seconds TimerWheel::scanWakeTime() const {
   // The first tick within one turn that holds a clock of that very tick has
   // the earliest wake time; clocks further away share slots with later turns.
   for (std::int64_t at = cursor_; at < cursor_ + slots; ++at) {
     Seconds earliest = never;
     for (Clock* clock : wheel_[static_cast<std::size_t>(at & (slots - 1))]) {
-      if (std::max(tickOf(clock->timeMin_), cursor_) == at) earliest = std::min(earliest, clock->timeMin_);
+      if (std::max(clock->tick_, cursor_) == at) earliest = std::min(earliest, clock->timeMin_);
     }
     if (earliest != never) return earliest;
   }

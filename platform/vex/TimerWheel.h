@@ -31,11 +31,16 @@ class TimerWheel {
 
  private:
   static std::int64_t tickOf(Seconds t);
+  Seconds scanWakeTime() const;
 
   std::vector<std::vector<Clock*>> wheel_;
   std::int64_t cursor_ = 0;  // the tick of the last collection
   std::size_t size_ = 0;
   std::uint64_t sequence_ = 0;
+  // The earliest wake time, kept while arming only lowers it; a disarm or
+  // collection that may take the earliest clock away makes it be recomputed.
+  mutable Seconds earliest_ = never;
+  mutable bool earliestKnown_ = true;
 };
 
 }  // namespace Vex
