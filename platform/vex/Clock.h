@@ -44,7 +44,8 @@ class Clock : public PtrInterface {
   // arm sequence for ordering clocks with the same wake time, and whether it
   // sits in a batch the loop is about to fire.
   std::int64_t slot_ = -1;
-  std::int64_t tick_ = 0;  // the wheel tick it waits in, worked out once when armed
+  std::int64_t tick_ = 0;     // the wheel tick it waits in, worked out once when armed
+  Seconds armedFor_ = never;  // the wake time it was put on the wheel with
   std::size_t position_ = 0;
   std::uint64_t sequence_ = 0;
   bool collected_ = false;

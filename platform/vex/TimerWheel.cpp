@@ -14,6 +14,7 @@ void TimerWheel::arm(Clock* clock) {
   // collection visits first.
   std::int64_t at = std::max(tickOf(clock->timeMin_), cursor_);
   clock->tick_ = at;
+  clock->armedFor_ = clock->timeMin_;
   auto& slot = wheel_[static_cast<std::size_t>(at & (slots - 1))];
   clock->slot_ = at & (slots - 1);
   clock->position_ = slot.size();
@@ -32,7 +33,7 @@ void TimerWheel::disarm(Clock* clock) {
   slot.pop_back();
   clock->slot_ = -1;
   --size_;
-  if (clock->timeMin_ <= earliest_) earliestKnown_ = false;
+  if (clock->armedFor_ <= earliest_) earliestKnown_ = false;
 }
 
 void TimerWheel::collectDue(Seconds t, std::vector<Ptr<Clock>>& due) {

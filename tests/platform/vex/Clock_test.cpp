@@ -135,3 +135,23 @@ TEST(EventLoop, ClocksOutlivingTheirLoopAreHarmless) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(TimerWheel, EarliestWakeTimeFollowsDisarmsAndRearms) {
+  Vex::EventLoop loop;
+  auto a = Vex::clockFactory([] {});
+  auto b = Vex::clockFactory([] {});
+  a->timeMinIs(1.0);
+  b->timeMinIs(3.0);
+  EXPECT_DOUBLE_EQ(loop.nextWakeTime(), 1.0);
+  a->timeMinIs(Vex::never);
+  EXPECT_DOUBLE_EQ(loop.nextWakeTime(), 3.0);
+  a->timeMinIs(10.0);
+  b->timeMinIs(Vex::never);
+  EXPECT_DOUBLE_EQ(loop.nextWakeTime(), 10.0);
+  a->timeMinIs(0.5);
+  EXPECT_DOUBLE_EQ(loop.nextWakeTime(), 0.5);
+}
+
+}  // namespace
