@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <thread>
 
 namespace Vex {
 
@@ -114,12 +113,6 @@ void EventLoop::advance(Seconds seconds) {
     runUntilIdle();
   }
   if (simulated_->time() < target) simulated_->timeIs(target);
-  runUntilIdle();
-}
-
-void EventLoop::runOnce(Seconds maxWait) {
-  Seconds wait = std::min(maxWait, nextWakeTime() - now());
-  if (wait > 0 && !simulated_) std::this_thread::sleep_for(std::chrono::duration<double>(wait));
   runUntilIdle();
 }
 

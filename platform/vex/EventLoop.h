@@ -72,10 +72,6 @@ class EventLoop {
   Seconds nextWakeTime() const { return wheel_.nextWakeTime(); }
   std::size_t armedClocks() const { return wheel_.size(); }
 
-  // Real time: sleeps until the next wake time (at most `maxWait`), then
-  // fires what is due.
-  void runOnce(Seconds maxWait);
-
  private:
   friend class Clock;
   void arm(Clock* clock);
