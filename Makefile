@@ -40,7 +40,8 @@ test-asan: deps $(ASAN_DIR)/build.ninja
 bench: deps $(RELEASE_DIR)/build.ninja
 	cmake --build $(RELEASE_DIR) -j $(JOBS) --target bench_all
 	@set -e; for b in $(RELEASE_DIR)/bench/bench_*; do \
-	  echo "== $$b"; $$b --benchmark_min_time=0.2 2>&1 | tee $$b.log | grep -E '^(RESULT|-- )' || true; \
+	  [ -x "$$b" ] && [ -f "$$b" ] || continue; \
+	  echo "== $$b"; $$b --benchmark_min_time=0.2 2>&1 | tee $(RELEASE_DIR)/$$(basename $$b).log; \
 	done
 
 format:

@@ -22,6 +22,10 @@ std::vector<Figure>& figures() {
 // than wall time when other work takes the cores.
 class RecordingReporter : public benchmark::ConsoleReporter {
  public:
+  // Plain tables: colour codes would glue themselves to the start of the
+  // RESULT lines that scripts look for.
+  RecordingReporter() : ConsoleReporter(OO_Tabular) {}
+
   // By function name (the last variant to run) and by full run name.
   std::map<std::string, double> secondsPerIteration;
 
