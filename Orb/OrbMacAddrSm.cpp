@@ -148,23 +148,23 @@ class MacAddrSm::Reactors {
     MacAddrSm* sm_;                                                                            \
   }
 
+// A reactor with one per-key handler that calls one reaction of the machine.
+#define MAC_KEY_REACTOR(Name, Entity, handler, Key, reaction)                                  \
+  class Name : public Entity::Notifiee {                                                       \
+   public:                                                                                     \
+    Name(MacAddrSm* sm, const Vex::Ptr<Entity>& entity) : Entity::Notifiee(entity), sm_(sm) {} \
+    void handler(const Key& key) override {                                                    \
+      if (sm_->reacting()) sm_->reaction(key);                                                 \
+    }                                                                                          \
+                                                                                               \
+   private:                                                                                    \
+    MacAddrSm* sm_;                                                                            \
+  }
+
 namespace {
 
-MAC_REACTOR(MacTableReactorBase, OrbTypes::MacTable);
-class MacTableReactor : public MacTableReactorBase {
- public:
-  using MacTableReactorBase::MacTableReactorBase;
-  void handleMacEntry(const MacVlanPair& key) override {
-    if (sm_->reacting()) sm_->handleMacEntry(key);
-  }
-};
-class RouterMacReactor : public MacTableReactorBase {
- public:
-  using MacTableReactorBase::MacTableReactorBase;
-  void handleMacEntry(const MacVlanPair& key) override {
-    if (sm_->reacting()) sm_->handleRouterMacEntry(key);
-  }
-};
+MAC_KEY_REACTOR(MacTableReactor, OrbTypes::MacTable, handleMacEntry, MacVlanPair, handleMacEntry);
+MAC_KEY_REACTOR(RouterMacReactor, OrbTypes::MacTable, handleMacEntry, MacVlanPair, handleRouterMacEntry);
 
 MAC_REACTOR(ConfigReactorBase, Bridging::Config);
 class ConfigReactor : public ConfigReactorBase {
@@ -187,23 +187,10 @@ class ConfigReactor : public ConfigReactorBase {
   }
 };
 
-MAC_REACTOR(IntfConfigReactorBase, Interface::EthPhyIntfConfigDir);
-class IntfConfigReactor : public IntfConfigReactorBase {
- public:
-  using IntfConfigReactorBase::IntfConfigReactorBase;
-  void handleMacLearningDisabled(const IntfId& intf) override {
-    if (sm_->reacting()) sm_->handleEthIntfConfig(intf);
-  }
-};
+MAC_KEY_REACTOR(IntfConfigReactor, Interface::EthPhyIntfConfigDir, handleMacLearningDisabled, IntfId,
+                handleEthIntfConfig);
 
-MAC_REACTOR(MlagHostReactorBase, Mlag::HostTable);
-class MlagHostReactor : public MlagHostReactorBase {
- public:
-  using MlagHostReactorBase::MlagHostReactorBase;
-  void handleHostEntry(const MacVlanPair& key) override {
-    if (sm_->reacting()) sm_->handleMlagHostTableEntry(key);
-  }
-};
+MAC_KEY_REACTOR(MlagHostReactor, Mlag::HostTable, handleHostEntry, MacVlanPair, handleMlagHostTableEntry);
 
 MAC_REACTOR(MlagStatusReactorBase, Mlag::Status);
 class MlagStatusReactor : public MlagStatusReactorBase {
@@ -217,14 +204,7 @@ class MlagStatusReactor : public MlagStatusReactorBase {
   }
 };
 
-MAC_REACTOR(FsfReactorBase, FastServerFailover::Status);
-class FsfReactor : public FsfReactorBase {
- public:
-  using FsfReactorBase::FsfReactorBase;
-  void handleFailedServer(const Nexo::EthAddr& addr) override {
-    if (sm_->reacting()) sm_->handleFsfFailedServer(addr);
-  }
-};
+MAC_KEY_REACTOR(FsfReactor, FastServerFailover::Status, handleFailedServer, Nexo::EthAddr, handleFsfFailedServer);
 
 MAC_REACTOR(RemoteReactorBase, Bridging::RemoteMacTable);
 class RemoteReactor : public RemoteReactorBase {
@@ -238,88 +218,24 @@ class RemoteReactor : public RemoteReactorBase {
   }
 };
 
-MAC_REACTOR(Dot1xHostReactorBase, Dot1x::HostTable);
-class Dot1xHostReactor : public Dot1xHostReactorBase {
- public:
-  using Dot1xHostReactorBase::Dot1xHostReactorBase;
-  void handleHost(const Nexo::EthAddr& addr) override {
-    if (sm_->reacting()) sm_->handleDot1xHostTableEntry(addr);
-  }
-};
+MAC_KEY_REACTOR(Dot1xHostReactor, Dot1x::HostTable, handleHost, Nexo::EthAddr, handleDot1xHostTableEntry);
 
-MAC_REACTOR(Dot1xStatusReactorBase, Dot1x::Status);
-class Dot1xStatusReactor : public Dot1xStatusReactorBase {
- public:
-  using Dot1xStatusReactorBase::Dot1xStatusReactorBase;
-  void handleRestrictedIntf(const IntfId& intf) override {
-    if (sm_->reacting()) sm_->handleDot1xIntfStatus(intf);
-  }
-};
+MAC_KEY_REACTOR(Dot1xStatusReactor, Dot1x::Status, handleRestrictedIntf, IntfId, handleDot1xIntfStatus);
 
-MAC_REACTOR(L2RibReactorBase, L2Rib::HostOutput);
-class L2RibReactor : public L2RibReactorBase {
- public:
-  using L2RibReactorBase::L2RibReactorBase;
-  void handleHost(const MacVlanPair& key) override {
-    if (sm_->reacting()) sm_->handleL2RibHost(key);
-  }
-};
+MAC_KEY_REACTOR(L2RibReactor, L2Rib::HostOutput, handleHost, MacVlanPair, handleL2RibHost);
 
-MAC_REACTOR(HwIdReactorBase, ObjTupleToHwId);
-class HwIdReactor : public HwIdReactorBase {
- public:
-  using HwIdReactorBase::HwIdReactorBase;
-  void handleHwId(const L2Rib::ObjTuple& tuple) override {
-    if (sm_->reacting()) sm_->handleObjTupleToHwIdMap(tuple);
-  }
-};
+MAC_KEY_REACTOR(HwIdReactor, ObjTupleToHwId, handleHwId, L2Rib::ObjTuple, handleObjTupleToHwIdMap);
 
-MAC_REACTOR(FlushReactorBase, Bridging::HostTableFlushRequestDir);
-class FlushReactor : public FlushReactorBase {
- public:
-  using FlushReactorBase::FlushReactorBase;
-  void handleRequest(const std::string& name) override {
-    if (sm_->reacting()) sm_->handleFlushRequestInputDir(name);
-  }
-};
+MAC_KEY_REACTOR(FlushReactor, Bridging::HostTableFlushRequestDir, handleRequest, std::string,
+                handleFlushRequestInputDir);
 
-class NonAgingReactor : public NonAgingStatus::Notifiee {
- public:
-  NonAgingReactor(MacAddrSm* sm, const Vex::Ptr<NonAgingStatus>& status) : Notifiee(status), sm_(sm) {}
-  void handleMacEntries(const MacVlanPair& key) override {
-    if (sm_->reacting()) sm_->handleNonAgingMacEntries(key);
-  }
+MAC_KEY_REACTOR(NonAgingReactor, NonAgingStatus, handleMacEntries, MacVlanPair, handleNonAgingMacEntries);
 
- private:
-  MacAddrSm* sm_;
-};
+MAC_KEY_REACTOR(LbReactor, L2Rib::LoadBalanceOutput, handleLb, std::uint64_t, handleL2RibLb);
 
-MAC_REACTOR(LbReactorBase, L2Rib::LoadBalanceOutput);
-class LbReactor : public LbReactorBase {
- public:
-  using LbReactorBase::LbReactorBase;
-  void handleLb(const std::uint64_t& id) override {
-    if (sm_->reacting()) sm_->handleL2RibLb(id);
-  }
-};
+MAC_KEY_REACTOR(DestReactor, L2Rib::DestOutput, handleDest, std::uint64_t, handleL2RibDest);
 
-MAC_REACTOR(DestReactorBase, L2Rib::DestOutput);
-class DestReactor : public DestReactorBase {
- public:
-  using DestReactorBase::DestReactorBase;
-  void handleDest(const std::uint64_t& id) override {
-    if (sm_->reacting()) sm_->handleL2RibDest(id);
-  }
-};
-
-MAC_REACTOR(IntfStatusReactorBase, Interface::EthPhyIntfStatusDir);
-class IntfStatusReactor : public IntfStatusReactorBase {
- public:
-  using IntfStatusReactorBase::IntfStatusReactorBase;
-  void handleLinkUp(const IntfId& intf) override {
-    if (sm_->reacting()) sm_->handleEthIntfStatus(intf);
-  }
-};
+MAC_KEY_REACTOR(IntfStatusReactor, Interface::EthPhyIntfStatusDir, handleLinkUp, IntfId, handleEthIntfStatus);
 
 MAC_REACTOR(OcsdReactorBase, OrbCommonSmData);
 class OcsdReactor : public OcsdReactorBase {
@@ -342,6 +258,7 @@ class OcsdReactor : public OcsdReactorBase {
 }  // namespace
 
 #undef MAC_REACTOR
+#undef MAC_KEY_REACTOR
 
 // --- construction ---
 
