@@ -40,6 +40,10 @@ RemoteMacAddressTableEntry fromRow(const MacAddressTableEntry& row) {
   return entry;
 }
 
+RemoteMacAddressTableEntry fromHost(const MacVlanPair& key, const Bridging::LearnedHost& host) {
+  return fromRow(MacAddressTableEntry{key, host.intf, host.entryType, host.moves, host.lastMoveTime});
+}
+
 MacAddressTableEntry toRow(const RemoteMacAddressTableEntry& entry) {
   return MacAddressTableEntry{entry.macVlanPair, entry.intf, entry.entryType, entry.moves, entry.lastMoveTime};
 }
@@ -384,10 +388,10 @@ void MacAddrSm::handleInitialized() {
 
 void MacAddrSm::doClearRemoteMacsFromFdbStatus() {
   std::vector<MacVlanPair> stale;
-  for (const auto& [key, row] : bridgingStatus_->fdbStatus()) {
-    if (isRemoteEntryType(row.entryType)) stale.push_back(key);
-  }
-  for (const auto& key : stale) bridgingStatus_->fdbStatusDel(key);
+  forEachLearnedHost([&](const MacVlanPair& key, const Bridging::LearnedHost& host) {
+    if (isRemoteEntryType(host.entryType)) stale.push_back(key);
+  });
+  for (const auto& key : stale) bridgingStatus_->learnedHostDel(key);
 }
 
 // --- choosing ---
@@ -435,7 +439,7 @@ std::optional<RemoteMacAddressTableEntry> MacAddrSm::configuredEntry(const MacVl
 
 std::optional<RemoteMacAddressTableEntry> MacAddrSm::currentEntry(const MacVlanPair& key) const {
   if (bridgingStatus_->remoteStatusTableHas(key)) return bridgingStatus_->remoteStatusTable(key);
-  if (bridgingStatus_->fdbStatusHas(key)) return fromRow(bridgingStatus_->fdbStatus(key));
+  if (const auto* host = bridgingStatus_->learnedHost(key)) return fromHost(key, *host);
   return std::nullopt;
 }
 
@@ -753,12 +757,14 @@ bool MacAddrSm::programRemove(ModifyMacEntry& change) {
 
 void MacAddrSm::addToFdbStatus(const ModifyMacEntry& change) {
   MacAddressTableEntry row = toRow(change.entry());
-  bridgingStatus_->fdbStatusIs(change.macVlanPair(), row);
+  bridgingStatus_->learnedHostIs(
+      change.macVlanPair(),
+      Bridging::LearnedHost{row.macVlanPair.addr, row.intf, row.entryType, row.moves, row.lastMoveTime});
   if (l2RibInput_ && learnedHere(change.entryType())) l2RibInput_->hostIs(change.macVlanPair(), row);
 }
 
 void MacAddrSm::delFromFdbStatus(const MacVlanPair& key) {
-  bridgingStatus_->fdbStatusDel(key);
+  bridgingStatus_->learnedHostDel(key);
   if (l2RibInput_) l2RibInput_->hostDel(key);
 }
 
@@ -846,9 +852,9 @@ void MacAddrSm::handleL2RibLb(std::uint64_t id) { handleL2RibDest(id); }
 
 void MacAddrSm::reevaluateKeysOnIntf(const IntfId& intf) {
   std::vector<MacVlanPair> keys;
-  for (const auto& [key, row] : bridgingStatus_->fdbStatus()) {
-    if (row.intf == intf) keys.push_back(key);
-  }
+  forEachLearnedHost([&](const MacVlanPair& key, const Bridging::LearnedHost& host) {
+    if (host.intf == intf) keys.push_back(key);
+  });
   for (const auto& key : keys) reevaluateEntry(key);
 }
 
@@ -890,8 +896,9 @@ void MacAddrSm::reevaluateKeysOfAddress(const Nexo::EthAddr& addr) {
   for (const auto& [key, row] : macTable_->macEntry()) {
     if (key.addr == addr) keys.push_back(key);
   }
-  for (const auto& [key, row] : bridgingStatus_->fdbStatus()) {
-    if (key.addr == addr) keys.push_back(key);
+  for (const auto& [fid, fdb] : bridgingStatus_->fdbStatus()) {
+    auto vlanId = vlanOfFid(fid);
+    if (vlanId && fdb->learnedHostHas(addr)) keys.push_back(MacVlanPair{addr, *vlanId});
   }
   std::sort(keys.begin(), keys.end());
   keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
@@ -1042,9 +1049,12 @@ void MacAddrSm::flushVlan(std::uint16_t vlanId) { fr_.vlan.insert(vlanId); }
 
 void MacAddrSm::flushAddr(std::uint16_t vlanId, const IntfId& intf, const Nexo::EthAddr& addr) {
   std::vector<MacVlanPair> keys;
-  for (const auto& [key, row] : bridgingStatus_->fdbStatus()) {
-    if (key.addr == addr && (!vlanId || key.vlanId.value() == vlanId) && (intf.empty() || row.intf == intf)) {
-      keys.push_back(key);
+  for (const auto& [fid, fdb] : bridgingStatus_->fdbStatus()) {
+    auto fidVlan = vlanOfFid(fid);
+    if (!fidVlan || (vlanId && fid.value() != vlanId)) continue;
+    auto it = fdb->learnedHost().find(addr);
+    if (it != fdb->learnedHost().end() && (intf.empty() || it->second.intf == intf)) {
+      keys.push_back(MacVlanPair{addr, *fidVlan});
     }
   }
   for (const auto& key : keys) {

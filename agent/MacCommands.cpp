@@ -216,15 +216,19 @@ void Agent::registerMacCommands() {
                      auto wanted = [&](const Bridging::MacVlanPair& key, const Nexo::IntfId& port) {
                        return (!vlan || key.vlanId == *vlan) && (!intf || port == *intf);
                      };
-                     for (const auto& [key, row] : status->fdbStatus()) {
-                       if (!wanted(key, row.intf)) continue;
-                       OrbTypes::RemoteMacAddressTableEntry entry;
-                       entry.macVlanPair = row.macVlanPair;
-                       entry.intf = row.intf;
-                       entry.entryType = row.entryType;
-                       entry.moves = row.moves;
-                       entry.lastMoveTime = row.lastMoveTime;
-                       rows.push_back(entry);
+                     for (const auto& [fid, fdb] : status->fdbStatus()) {
+                       auto fidVlan = Bridging::VlanId::fromVexRep(fid.value());
+                       for (const auto& [addr, host] : fdb->learnedHost()) {
+                         Bridging::MacVlanPair key{addr, fidVlan};
+                         if (!wanted(key, host.intf)) continue;
+                         OrbTypes::RemoteMacAddressTableEntry entry;
+                         entry.macVlanPair = key;
+                         entry.intf = host.intf;
+                         entry.entryType = host.entryType;
+                         entry.moves = host.moves;
+                         entry.lastMoveTime = host.lastMoveTime;
+                         rows.push_back(entry);
+                       }
                      }
                      for (const auto& [key, row] : status->remoteStatusTable()) {
                        if (wanted(key, row.intf)) rows.push_back(row);

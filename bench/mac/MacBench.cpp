@@ -51,7 +51,6 @@ struct World {
     fdb = Vex::make<SoftChip::SoftFdbHelper>(chip, macTable);
     // Sized for the chip's table, as an agent that knows its chip would be.
     macTable->macEntryReserve(entries);
-    status->fdbStatusReserve(entries);
     l2RibInput->hostReserve(entries);
     fdb->reserve(entries);
     auto config = Vex::make<Bridging::Config>("config");
@@ -102,7 +101,7 @@ void BM_MacLearn(benchmark::State& state) {
       state.ResumeTiming();
       world.learnAll(0);
       state.PauseTiming();
-      if (world.status->fdbStatusSize() != entries) state.SkipWithError("not every entry was programmed");
+      if (world.status->learnedHostCount() != entries) state.SkipWithError("not every entry was programmed");
       maxSliceMs = std::max(maxSliceMs, world.sm->longestSlice() * 1000);
       if (bytesPerEntry == 0) bytesPerEntry = double(residentBytes() - before) / entries;
     }
@@ -117,7 +116,7 @@ void BM_MacMove(benchmark::State& state) {
   world.learnAll(0);
   unsigned shift = 0;
   for (auto _ : state) world.learnAll(++shift);
-  if (world.status->fdbStatusSize() != entries) state.SkipWithError("entries were lost");
+  if (world.status->learnedHostCount() != entries) state.SkipWithError("entries were lost");
 }
 BENCHMARK(BM_MacMove)->Unit(benchmark::kMillisecond)->Iterations(3);
 

@@ -27,19 +27,70 @@ class MacTable : public Vex::Entity {
 
 namespace Bridging {
 
-// What the forwarding layer programmed: local entries in `fdbStatus`,
-// remote (tunnel) entries in `remoteStatusTable`.
+// A learned host of one filtering id: where the address is and how it got
+// there.
+struct LearnedHost {
+  Nexo::EthAddr addr;
+  Nexo::IntfId intf;
+  EntryType entryType = EntryType::entryDynamic;
+  Keel::Seqno32 moves;
+  double lastMoveTime = 0.0;
+  auto operator<=>(const LearnedHost&) const = default;
+};
+VEX_VALUE(LearnedHost, "Bridging::LearnedHost", (addr, intf, entryType, moves, lastMoveTime))
+
+// The hosts the forwarding layer programmed for one filtering id. The
+// forwarding layer uses the VLAN number as the filtering id.
+class FdbStatus : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::BaseNotifiee<FdbStatus> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(LearnedHost, Nexo::EthAddr)
+  };
+  explicit FdbStatus(Fid fid) : Entity("fdbStatus"), fid_(fid) {}
+  Fid fid() const { return fid_; }
+  VEX_COLLECTION(Nexo::EthAddr, LearnedHost, learnedHost, LearnedHost)
+
+ private:
+  Fid fid_;
+};
+
+// What the forwarding layer programmed: local entries in `fdbStatus`, one
+// entry per filtering id, remote (tunnel) entries in `remoteStatusTable`.
 class Status : public Vex::Entity {
  public:
   class Notifiee : public Vex::BaseNotifiee<Status> {
    public:
     using BaseNotifiee::BaseNotifiee;
-    VEX_KEY_HANDLER(FdbStatus, MacVlanPair)
+    VEX_KEY_HANDLER(FdbStatus, Fid)
     VEX_KEY_HANDLER(RemoteStatusTable, MacVlanPair)
   };
   using Entity::Entity;
-  VEX_COLLECTION(MacVlanPair, OrbTypes::MacAddressTableEntry, fdbStatus, FdbStatus)
+  VEX_COLLECTION(Fid, Vex::Ptr<FdbStatus>, fdbStatus, FdbStatus)
+  VEX_OWNED_MEMBERS(Fid, FdbStatus, fdbStatus)
   VEX_COLLECTION(MacVlanPair, OrbTypes::RemoteMacAddressTableEntry, remoteStatusTable, RemoteStatusTable)
+
+  // The learned host of a key across the filtering ids, or null.
+  const LearnedHost* learnedHost(const MacVlanPair& key) const {
+    const auto& fdb = fdbStatus(fidOf(key));
+    if (!fdb) return nullptr;
+    auto it = fdb->learnedHost().find(key.addr);
+    return it == fdb->learnedHost().end() ? nullptr : &it->second;
+  }
+  void learnedHostIs(const MacVlanPair& key, const LearnedHost& host) {
+    fdbStatusIs(fidOf(key))->learnedHostIs(key.addr, host);
+  }
+  void learnedHostDel(const MacVlanPair& key) {
+    if (const auto& fdb = fdbStatus(fidOf(key))) fdb->learnedHostDel(key.addr);
+  }
+  // Learned hosts of every filtering id.
+  std::size_t learnedHostCount() const {
+    std::size_t count = 0;
+    for (const auto& [fid, fdb] : fdbStatus()) count += fdb->learnedHostSize();
+    return count;
+  }
+  static Fid fidOf(const MacVlanPair& key) { return Fid(key.vlanId.value()); }
 };
 
 // Remote entries: configured by hand (static remote) and received from the

@@ -130,9 +130,9 @@ TEST_F(MacAddrSmTest, LearnedAddressIsProgrammedAndPublished) {
   EXPECT_TRUE(helper->calls.empty());  // reviewed and programmed in slices
   settle();
   EXPECT_EQ(helper->calls, std::vector<std::string>{"add 00:00:00:00:00:01 Ethernet1 -> 0"});
-  ASSERT_TRUE(status->fdbStatusHas(key(1)));
-  EXPECT_EQ(status->fdbStatus(key(1)).intf, IntfId("Ethernet1"));
-  EXPECT_EQ(status->fdbStatus(key(1)).entryType, EntryType::entryDynamic);
+  ASSERT_TRUE(status->learnedHost(key(1)));
+  EXPECT_EQ(status->learnedHost(key(1))->intf, IntfId("Ethernet1"));
+  EXPECT_EQ(status->learnedHost(key(1))->entryType, EntryType::entryDynamic);
   EXPECT_TRUE(l2RibInput->hostHas(key(1)));
   EXPECT_EQ(sm->updateListSize(), 0u);
 }
@@ -144,13 +144,13 @@ TEST_F(MacAddrSmTest, MoveBetweenPortsRaisesMovesByExactlyOne) {
   loop.advance(3);
   learn(key(1), "Ethernet2");
   settle();
-  EXPECT_EQ(status->fdbStatus(key(1)).intf, IntfId("Ethernet2"));
-  EXPECT_EQ(status->fdbStatus(key(1)).moves, Keel::Seqno32(1));
-  EXPECT_DOUBLE_EQ(status->fdbStatus(key(1)).lastMoveTime, 3.0);
+  EXPECT_EQ(status->learnedHost(key(1))->intf, IntfId("Ethernet2"));
+  EXPECT_EQ(status->learnedHost(key(1))->moves, Keel::Seqno32(1));
+  EXPECT_DOUBLE_EQ(status->learnedHost(key(1))->lastMoveTime, 3.0);
   learn(key(1), "Ethernet2");  // the same place again: no move
   macTable->macEntryIs(key(1), MacAddressTableEntry{key(1), IntfId("Ethernet2"), EntryType::entryDynamic, {}, 9});
   settle();
-  EXPECT_EQ(status->fdbStatus(key(1)).moves, Keel::Seqno32(1));
+  EXPECT_EQ(status->learnedHost(key(1))->moves, Keel::Seqno32(1));
 }
 
 TEST_F(MacAddrSmTest, RemoteToLocalMoveRaisesMovesAndUsesTheSwap) {
@@ -172,7 +172,7 @@ TEST_F(MacAddrSmTest, RemoteToLocalMoveRaisesMovesAndUsesTheSwap) {
   settle();
   EXPECT_EQ(helper->calls.back(), "remote-to-local 00:00:00:00:00:01 Ethernet3");
   EXPECT_FALSE(status->remoteStatusTableHas(key(1)));
-  EXPECT_EQ(status->fdbStatus(key(1)).moves, Keel::Seqno32(1));
+  EXPECT_EQ(status->learnedHost(key(1))->moves, Keel::Seqno32(1));
   EXPECT_FALSE(rmac->nextHopRefCountHas(7));
   EXPECT_FALSE(rmac->vlanRefCountHas(VlanId(10)));
 }
@@ -195,14 +195,14 @@ TEST_F(MacAddrSmTest, StaticEntryStandsOverLearnedAndAgedEntriesGo) {
   settle();
   learn(key(5), "Ethernet1");
   settle();
-  EXPECT_EQ(status->fdbStatus(key(5)).intf, IntfId("Ethernet4"));
-  EXPECT_EQ(status->fdbStatus(key(5)).entryType, EntryType::entryStatic);
+  EXPECT_EQ(status->learnedHost(key(5))->intf, IntfId("Ethernet4"));
+  EXPECT_EQ(status->learnedHost(key(5))->entryType, EntryType::entryStatic);
   config->fdbConfigDel(key(5));
   settle();
-  EXPECT_EQ(status->fdbStatus(key(5)).intf, IntfId("Ethernet1"));
+  EXPECT_EQ(status->learnedHost(key(5))->intf, IntfId("Ethernet1"));
   macTable->macEntryDel(key(5));  // aged out of hardware
   settle();
-  EXPECT_FALSE(status->fdbStatusHas(key(5)));
+  EXPECT_FALSE(status->learnedHost(key(5)));
   EXPECT_EQ(helper->calls.back(), "remove 00:00:00:00:00:05");
   EXPECT_FALSE(l2RibInput->hostHas(key(5)));
 }
@@ -216,10 +216,10 @@ TEST_F(MacAddrSmTest, FullTableLogsOncePerChangeAndProgramsWhenRoomComes) {
   EXPECT_EQ(logs->events[0].message,
             "MAC address 00:00:00:00:00:01 on VLAN 10 (dynamic) could not be programmed: the hardware MAC table is "
             "full");
-  EXPECT_FALSE(status->fdbStatusHas(key(1)));
+  EXPECT_FALSE(status->learnedHost(key(1)));
   EXPECT_EQ(sm->updateListSize(), 1u);
   loop.advance(1);  // retried after the retry delay, until the table has room
-  EXPECT_TRUE(status->fdbStatusHas(key(1)));
+  EXPECT_TRUE(status->learnedHost(key(1)));
   EXPECT_EQ(logs->count("ETH_MACADDRBANKFULL"), 1u);
   EXPECT_EQ(sm->updateListSize(), 0u);
 }
@@ -230,7 +230,7 @@ TEST_F(MacAddrSmTest, BusyChipRetriesWithoutLoss) {
   for (int i = 1; i <= 3; ++i) learn(key(i), "Ethernet2");
   settle();
   loop.advance(1);
-  for (int i = 1; i <= 3; ++i) EXPECT_TRUE(status->fdbStatusHas(key(i))) << i;
+  for (int i = 1; i <= 3; ++i) EXPECT_TRUE(status->learnedHost(key(i))) << i;
   EXPECT_EQ(sm->updateListSize(), 0u);
   EXPECT_EQ(logs->count("ETH_MACADDRBANKFULL"), 0u);
 }
@@ -242,7 +242,7 @@ TEST_F(MacAddrSmTest, OtherStatusMeansNotProgrammed) {
   helper->answers = {5};
   learn(key(1), "Ethernet2");
   settle();
-  EXPECT_FALSE(status->fdbStatusHas(key(1)));
+  EXPECT_FALSE(status->learnedHost(key(1)));
   EXPECT_EQ(sm->updateListSize(), 0u);
 }
 
@@ -256,7 +256,7 @@ TEST_F(MacAddrSmTest, BacklogDrainsInSlicesBoundedByTheQuantum) {
   settle();
   loop.simulatedTime()->stepIs(0);
   EXPECT_EQ(sm->updateListSize(), 0u);
-  EXPECT_EQ(status->fdbStatusSize(), static_cast<std::size_t>(entries));
+  EXPECT_EQ(status->learnedHostCount(), static_cast<std::size_t>(entries));
   EXPECT_GT(sm->slices(), 50u);
   EXPECT_LE(sm->longestSlice(), sm->macModifyBacklogQuantum + 0.0005);
 }
@@ -281,14 +281,14 @@ TEST_F(MacAddrSmTest, LearningControlPerPortAndVlan) {
   EXPECT_EQ(helper->calls.back(), "learning Ethernet2 false");
   learn(key(1), "Ethernet2");  // ignored: learning is off there
   settle();
-  EXPECT_FALSE(status->fdbStatusHas(key(1)));
+  EXPECT_FALSE(status->learnedHost(key(1)));
   intfConfig->macLearningDisabledDel(IntfId("Ethernet2"));
   EXPECT_EQ(helper->calls.back(), "learning Ethernet2 true");
   config->macLearningDisabledVlanIs(VlanId(10));
   EXPECT_EQ(helper->calls.back(), "vlan-learning 10 false");
   learn(key(2), "Ethernet1");
   settle();
-  EXPECT_FALSE(status->fdbStatusHas(key(2)));
+  EXPECT_FALSE(status->learnedHost(key(2)));
   // The MLAG peer link never learns.
   mlag->peerLinkIntfIs(IntfId("Ethernet4"));
   EXPECT_EQ(helper->calls.back(), "learning Ethernet4 false");
@@ -302,10 +302,10 @@ TEST_F(MacAddrSmTest, UnknownInterfacesAndFailedServersAreIgnored) {
   dot1x->restrictedIntfIs(IntfId("Ethernet3"));
   learn(key(3), "Ethernet3");
   settle();
-  EXPECT_EQ(status->fdbStatusSize(), 0u);
+  EXPECT_EQ(status->learnedHostCount(), 0u);
   fsf->failedServerDel(EthAddr(2));
   settle();
-  EXPECT_TRUE(status->fdbStatusHas(key(2)));
+  EXPECT_TRUE(status->learnedHost(key(2)));
 }
 
 TEST_F(MacAddrSmTest, PeerEntriesCountOnlyWhileMlagAllows) {
@@ -313,24 +313,24 @@ TEST_F(MacAddrSmTest, PeerEntriesCountOnlyWhileMlagAllows) {
   start();
   mlagHosts->hostEntryIs(key(9), row(key(9), "Port-Channel5", EntryType::entryPeerDynamic));
   settle();
-  EXPECT_FALSE(status->fdbStatusHas(key(9)));
+  EXPECT_FALSE(status->learnedHost(key(9)));
   mlag->mlagStateValidIs(true);
   mlag->peerLinkIntfIs(IntfId("Port-Channel100"));
   settle();
-  EXPECT_EQ(status->fdbStatus(key(9)).intf, IntfId("Port-Channel5"));
+  EXPECT_EQ(status->learnedHost(key(9))->intf, IntfId("Port-Channel5"));
   mlagHosts->hostEntryIs(key(8), row(key(8), "Port-Channel77", EntryType::entryPeerDynamic));
   settle();
-  EXPECT_EQ(status->fdbStatus(key(8)).intf, IntfId("Port-Channel100"));  // over the peer link
+  EXPECT_EQ(status->learnedHost(key(8))->intf, IntfId("Port-Channel100"));  // over the peer link
   mlag->mlagStateValidIs(false);
   settle();
-  EXPECT_FALSE(status->fdbStatusHas(key(9)));
+  EXPECT_FALSE(status->learnedHost(key(9)));
 }
 
 TEST_F(MacAddrSmTest, PeerTableIsReviewedInSlicesAfterAPeerLinkChange) {
   start();
   for (int i = 1; i <= 500; ++i) mlagHosts->hostEntryIs(key(i), row(key(i), "Ethernet9", EntryType::entryPeerDynamic));
   settle();
-  EXPECT_EQ(status->fdbStatusSize(), 0u);  // no MLAG yet
+  EXPECT_EQ(status->learnedHostCount(), 0u);  // no MLAG yet
   mlag->mlagStateValidIs(true);
   loop.simulatedTime()->stepIs(0.001);
   mlag->peerLinkIntfIs(IntfId("Ethernet4"));
@@ -338,8 +338,8 @@ TEST_F(MacAddrSmTest, PeerTableIsReviewedInSlicesAfterAPeerLinkChange) {
   settle();
   loop.simulatedTime()->stepIs(0);
   EXPECT_FALSE(sm->mlagHostTableBookmark());
-  EXPECT_EQ(status->fdbStatusSize(), 500u);
-  EXPECT_EQ(status->fdbStatus(key(7)).intf, IntfId("Ethernet4"));
+  EXPECT_EQ(status->learnedHostCount(), 500u);
+  EXPECT_EQ(status->learnedHost(key(7))->intf, IntfId("Ethernet4"));
 }
 
 TEST_F(MacAddrSmTest, StaticEntryCollidingWithRouterMacIsNotUsed) {
@@ -347,7 +347,7 @@ TEST_F(MacAddrSmTest, StaticEntryCollidingWithRouterMacIsNotUsed) {
   start();
   config->fdbConfigIs(key(4), row(key(4), "Ethernet1", EntryType::entryStatic));
   settle();
-  EXPECT_FALSE(status->fdbStatusHas(key(4)));
+  EXPECT_FALSE(status->learnedHost(key(4)));
   EXPECT_GE(sm->collidingStaticEntryWithRouterMacEntry(), 1u);
 }
 
@@ -383,18 +383,18 @@ TEST_F(MacAddrSmTest, EntriesGoWithTheirInterface) {
   settle();
   ocsd->intfDel(IntfId("Ethernet1"));
   settle();
-  EXPECT_FALSE(status->fdbStatusHas(key(1)));
-  EXPECT_TRUE(status->fdbStatusHas(key(2)));
+  EXPECT_FALSE(status->learnedHost(key(1)));
+  EXPECT_TRUE(status->learnedHost(key(2)));
 }
 
 TEST_F(MacAddrSmTest, LearnAndAgeEventsFromTheChip) {
   start();
   sm->handleAddressLearnt(row(key(3), "Ethernet2"));
   settle();
-  EXPECT_EQ(status->fdbStatus(key(3)).intf, IntfId("Ethernet2"));
+  EXPECT_EQ(status->learnedHost(key(3))->intf, IntfId("Ethernet2"));
   sm->handleAddressAged(key(3));
   settle();
-  EXPECT_FALSE(status->fdbStatusHas(key(3)));
+  EXPECT_FALSE(status->learnedHost(key(3)));
 }
 
 TEST_F(MacAddrSmTest, RemoteEntryFollowsItsL2RibObject) {
@@ -470,8 +470,8 @@ TEST_F(MacAddrSmTest, FlushOfOneAddressRemovesItsEntry) {
   settle();
   flushes->requestIs("one", Bridging::HostTableFlushRequest{10, {}, EthAddr(1)});
   settle();
-  EXPECT_FALSE(status->fdbStatusHas(key(1)));
-  EXPECT_TRUE(status->fdbStatusHas(key(2)));
+  EXPECT_FALSE(status->learnedHost(key(1)));
+  EXPECT_TRUE(status->learnedHost(key(2)));
 }
 
 TEST_F(MacAddrSmTest, NonAgingEntriesStayWhenHardwareAgesThem) {
@@ -480,13 +480,13 @@ TEST_F(MacAddrSmTest, NonAgingEntriesStayWhenHardwareAgesThem) {
   sm->nonAgingMacStatusIs(nonAging);
   nonAging->macEntriesIs(key(7), row(key(7), "Ethernet2", EntryType::entryConfiguredDynamic));
   settle();
-  EXPECT_EQ(status->fdbStatus(key(7)).entryType, EntryType::entryConfiguredDynamic);
+  EXPECT_EQ(status->learnedHost(key(7))->entryType, EntryType::entryConfiguredDynamic);
   sm->handleAddressAged(key(7));
   settle();
-  EXPECT_TRUE(status->fdbStatusHas(key(7)));
+  EXPECT_TRUE(status->learnedHost(key(7)));
   nonAging->macEntriesDel(key(7));
   settle();
-  EXPECT_FALSE(status->fdbStatusHas(key(7)));
+  EXPECT_FALSE(status->learnedHost(key(7)));
 }
 
 TEST(BetterEntry, RanksThenMovesThenTimeThenTuplesThenTunnels) {
