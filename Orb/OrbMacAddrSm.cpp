@@ -381,6 +381,13 @@ void MacAddrSm::handleInitialized() {
     for (const auto& [key, entry] : l2RibOutput_->host()) reevaluateEntry(key);
   }
   for (const auto& [key, row] : macTable_->macEntry()) handleMacEntry(key);
+  // Hosts restored from before a restart are reconciled with the hardware
+  // too: those it no longer holds go.
+  std::vector<MacVlanPair> restored;
+  forEachLearnedHost([&](const MacVlanPair& key, const Bridging::LearnedHost&) {
+    if (!macTable_->macEntryHas(key)) restored.push_back(key);
+  });
+  for (const auto& key : restored) handleMacEntry(key);
   std::vector<MacVlanPair> remote;
   for (const auto& [key, row] : bridgingStatus_->remoteStatusTable()) remote.push_back(key);
   for (const auto& key : remote) reevaluateEntry(key);

@@ -10,7 +10,7 @@ Blip::Handle& orbTraceHandle(const std::string& module) { return Blip::handle(mo
 
 void registerOrbTraceModules() {
   for (const char* module : {"OrbCommon", "OrbVlanHelper", "OrbVlanPhyIntfSm", "OrbLagSm", "OrbStpSm", "OrbMacAddrSm",
-                             "OrbNonAgingMacSm", "OrbChipProgrammer"})
+                             "OrbNonAgingMacSm", "OrbMacAddrSmPStoreHelper", "OrbChipProgrammer"})
     orbTraceHandle(module);
 }
 

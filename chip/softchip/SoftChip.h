@@ -8,12 +8,10 @@
 // Everything it holds dumps as one JSON document.
 #pragma once
 
+#include "platform/json/Json.h"
 #include "platform/vex/Clock.h"
 #include "platform/vex/Ptr.h"
 #include "platform/vex/Time.h"
-
-#include <rapidjson/prettywriter.h>
-#include <rapidjson/stringbuffer.h>
 
 #include <cstdint>
 #include <deque>

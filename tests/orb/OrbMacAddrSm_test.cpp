@@ -1,6 +1,7 @@
 // The MAC address machine through its inputs, a recording MAC helper and
 // simulated time.
 #include "Orb/OrbMacAddrSm.h"
+#include "Orb/OrbMacAddrSmPStoreHelper.h"
 
 #include "platform/log/LogEvent.h"
 #include "platform/vex/EventLoop.h"
@@ -487,6 +488,41 @@ TEST_F(MacAddrSmTest, NonAgingEntriesStayWhenHardwareAgesThem) {
   nonAging->macEntriesDel(key(7));
   settle();
   EXPECT_FALSE(status->learnedHost(key(7)));
+}
+
+TEST_F(MacAddrSmTest, RestoredTableIsReconciledWithTheHardwareAfterARestart) {
+  // Before the restart: 100,000 learned hosts across 100 VLANs, saved.
+  constexpr int entries = 100000, moved = 500, gone = 500;
+  auto before = Vex::make<Bridging::Status>("before");
+  auto keyAt = [](int i) { return key(0x001c73000000 + i, 1 + i % 100); };
+  for (int i = 0; i < entries; ++i) {
+    before->learnedHostIs(keyAt(i),
+                          Bridging::LearnedHost{keyAt(i).addr, IntfId("Ethernet1"), EntryType::entryDynamic, {}, 0.0});
+  }
+  std::string document = Orb::macAddrSmPStoreDocument(*before);
+
+  // The chip kept forwarding meanwhile: a few addresses moved, a few aged.
+  for (int i = 0; i < entries - gone; ++i) learn(keyAt(i), i < entries - gone - moved ? "Ethernet1" : "Ethernet2");
+  loop.advance(5);
+  Orb::macAddrSmPStoreHelperFactory(status)->restore(document);
+  ASSERT_EQ(status->learnedHostCount(), static_cast<std::size_t>(entries));
+  start();
+  settle();
+
+  EXPECT_EQ(status->learnedHostCount(), static_cast<std::size_t>(entries - gone));
+  EXPECT_EQ(status->learnedHost(keyAt(0))->moves, Keel::Seqno32(0));
+  const auto* movedRow = status->learnedHost(keyAt(entries - gone - 1));
+  ASSERT_TRUE(movedRow);
+  EXPECT_EQ(movedRow->intf, IntfId("Ethernet2"));
+  EXPECT_EQ(movedRow->moves, Keel::Seqno32(1));
+  EXPECT_FALSE(status->learnedHost(keyAt(entries - 1)));
+  // Only what differs reaches the chip.
+  auto count = [&](const char* prefix) {
+    return std::count_if(helper->calls.begin(), helper->calls.end(),
+                         [&](const std::string& call) { return call.rfind(prefix, 0) == 0; });
+  };
+  EXPECT_EQ(count("add "), moved);
+  EXPECT_EQ(count("remove "), gone);
 }
 
 TEST(BetterEntry, RanksThenMovesThenTimeThenTuplesThenTunnels) {

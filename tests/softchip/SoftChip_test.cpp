@@ -4,7 +4,7 @@
 #include "platform/vex/EventLoop.h"
 
 #include <gtest/gtest.h>
-#include <rapidjson/document.h>
+#include "platform/json/Json.h"
 
 #include <set>
 
