@@ -904,7 +904,7 @@ void MacAddrSm::reevaluateKeysOfAddress(const Nexo::EthAddr& addr) {
     if (key.addr == addr) keys.push_back(key);
   }
   for (const auto& [fid, fdb] : bridgingStatus_->fdbStatus()) {
-    auto vlanId = vlanOfFid(fid);
+    auto vlanId = Bridging::Status::vlanOf(fid);
     if (vlanId && fdb->learnedHostHas(addr)) keys.push_back(MacVlanPair{addr, *vlanId});
   }
   std::sort(keys.begin(), keys.end());
@@ -1057,7 +1057,7 @@ void MacAddrSm::flushVlan(std::uint16_t vlanId) { fr_.vlan.insert(vlanId); }
 void MacAddrSm::flushAddr(std::uint16_t vlanId, const IntfId& intf, const Nexo::EthAddr& addr) {
   std::vector<MacVlanPair> keys;
   for (const auto& [fid, fdb] : bridgingStatus_->fdbStatus()) {
-    auto fidVlan = vlanOfFid(fid);
+    auto fidVlan = Bridging::Status::vlanOf(fid);
     if (!fidVlan || (vlanId && fid.value() != vlanId)) continue;
     auto it = fdb->learnedHost().find(addr);
     if (it != fdb->learnedHost().end() && (intf.empty() || it->second.intf == intf)) {

@@ -248,16 +248,10 @@ class MacAddrSm : public OrbBaseSm {
   class Reactors;
 
   void doClearRemoteMacsFromFdbStatus();
-  // Filtering ids are VLAN numbers; a restored id outside the VLAN range
-  // names no VLAN and is left alone.
-  static std::optional<VlanId> vlanOfFid(Bridging::Fid fid) {
-    if (fid.value() < 1 || fid.value() > 4094) return std::nullopt;
-    return VlanId(fid.value());
-  }
   template <class Fn>
   void forEachLearnedHost(Fn&& fn) const {
     for (const auto& [fid, fdb] : bridgingStatus_->fdbStatus()) {
-      auto vlanId = vlanOfFid(fid);
+      auto vlanId = Bridging::Status::vlanOf(fid);
       if (!vlanId) continue;
       for (const auto& [addr, host] : fdb->learnedHost()) fn(MacVlanPair{addr, *vlanId}, host);
     }

@@ -2,6 +2,7 @@
 
 #include "Orb/OrbTrace.h"
 #include "platform/blip/Blip.h"
+#include "platform/hotup/HotupPStoreHelper.h"
 
 #include <fmt/format.h>
 #include <readline/history.h>
@@ -43,12 +44,18 @@ Agent::Agent(const Options& options) {
   topoHelper_ = Vex::make<SoftChip::SoftTopoHelper>(chip_, vlanHelper_);
   stpSm_ = Orb::stpSmFactory(ocsd_, hive_->mount<Bridging::Topology::Config>(Paths::topologyConfig),
                              hive_->mount<Bridging::Topology::Status>(Paths::topologyStatus), topoHelper_);
+  macStorePath_ = options.macStorePath;
+  fdbHelper_ = Vex::make<SoftChip::SoftFdbHelper>(chip_, hive_->mount<OrbTypes::MacTable>(Paths::macTable));
+  if (!macStorePath_.empty()) {
+    if (auto document = Hotup::readStoreFile(macStorePath_)) restoreMacTable(*document, true);
+  }
   startMacAddrSm();
   registerCoreCommands();
   registerVlanCommands();
   registerLagCommands();
   registerStpCommands();
   registerMacCommands();
+  registerMacStoreCommands();
 }
 
 Agent::~Agent() {

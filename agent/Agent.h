@@ -29,6 +29,8 @@ struct Options {
   bool realTime = false;
   // Front-panel ports of the soft chip: Ethernet1 to EthernetN.
   unsigned ports = 48;
+  // Where the learned MAC table is kept across restarts; empty for nowhere.
+  std::string macStorePath;
 };
 
 // State-database paths the agent mounts.
@@ -71,6 +73,10 @@ class Agent {
   // "FILE:LINE: message" to `err` and returns 1; 0 when every line ran.
   int runScenario(const std::string& path, std::ostream& out, std::ostream& err);
 
+  // A clean shutdown: saves the learned MAC table to the store, if there is
+  // one. Throws Hotup::StoreError when the file cannot be written.
+  void shutdown();
+
   // Reads commands until end of input or `quit`. Errors are reported and the
   // shell goes on. With `interactive`, prompts and keeps line history.
   int runShell(std::istream& in, std::ostream& out, std::ostream& err, bool interactive);
@@ -81,7 +87,16 @@ class Agent {
   void registerLagCommands();
   void registerStpCommands();
   void registerMacCommands();
+  void registerMacStoreCommands();
   void startMacAddrSm();
+  // Fills `fdbStatus` from a saved document. The soft chip lives in this
+  // process, so it stands for a chip that kept forwarding across the
+  // restart: with `chipKeptTable` it is given the restored entries as the
+  // hardware would still hold them. Returns the hosts restored.
+  std::size_t restoreMacTable(const std::string& document, bool chipKeptTable);
+  // The MAC agent's restart: save, drop the machines and what they own,
+  // restore, start again.
+  std::size_t restartMac();
 
   std::unique_ptr<Vex::EventLoop> loop_;
   Vex::Ptr<Hive::Root> hive_;
@@ -98,6 +113,7 @@ class Agent {
   Vex::Ptr<Orb::MacAddrSm> macAddrSm_;
   Vex::Ptr<Orb::NonAgingConfigDirSm> nonAgingSm_;
   unsigned flushRequestCount_ = 0;
+  std::string macStorePath_;
   CommandShell shell_;
 };
 

@@ -40,7 +40,6 @@ Bridging::MacVlanPair keyArgs(const Args& args, std::size_t at, const std::strin
 
 void Agent::startMacAddrSm() {
   auto macTable = hive_->mount<OrbTypes::MacTable>(Paths::macTable);
-  fdbHelper_ = Vex::make<SoftChip::SoftFdbHelper>(chip_, macTable);
   macAddrSm_ = Orb::macAddrSmFactory(
       ocsd_, Vex::make<Orb::OrbCommonMulticastData>("ocmd"), macTable,
       hive_->mount<OrbTypes::MacTable>(Paths::routerMacTable), hive_->mount<Bridging::Status>(Paths::bridgingStatus),
@@ -217,9 +216,10 @@ void Agent::registerMacCommands() {
                        return (!vlan || key.vlanId == *vlan) && (!intf || port == *intf);
                      };
                      for (const auto& [fid, fdb] : status->fdbStatus()) {
-                       auto fidVlan = Bridging::VlanId::fromVexRep(fid.value());
+                       auto fidVlan = Bridging::Status::vlanOf(fid);
+                       if (!fidVlan) continue;
                        for (const auto& [addr, host] : fdb->learnedHost()) {
-                         Bridging::MacVlanPair key{addr, fidVlan};
+                         Bridging::MacVlanPair key{addr, *fidVlan};
                          if (!wanted(key, host.intf)) continue;
                          OrbTypes::RemoteMacAddressTableEntry entry;
                          entry.macVlanPair = key;

@@ -9,6 +9,8 @@ void addCommonOptions(CLI::App& app, CommandLine& options) {
   app.add_option("--trace", options.traces, "turn on traces: MODULE=LEVEL (repeatable)");
   app.add_option("--ports", options.agent.ports, "front-panel ports of the soft chip (Ethernet1 to EthernetN)")
       ->check(CLI::Range(1, 1024));
+  app.add_option("--mac-store", options.agent.macStorePath,
+                 "keep the learned MAC table in this file: restored at start, saved on a clean shutdown");
 }
 
 void applyCommonOptions(Agent& agent, const CommandLine& options) {

@@ -4,6 +4,9 @@
 //                             until end of input or a signal
 //   orb-agent shell           interactive shell (simulated time)
 //   orb-agent run FILE        runs a scenario file (simulated time)
+//
+// With --mac-store PATH the learned MAC table is restored from PATH at start
+// and saved there when the agent ends cleanly.
 #include "agent/Agent.h"
 #include "agent/Options.h"
 
@@ -78,9 +81,16 @@ int main(int argc, char** argv) {
       options.agent.realTime = true;
     Agent::Agent agent(options.agent);
     Agent::applyCommonOptions(agent, options);
-    if (run->parsed()) return agent.runScenario(scenario, std::cout, std::cerr);
-    if (shell->parsed()) return agent.runShell(std::cin, std::cout, std::cerr, ::isatty(STDIN_FILENO));
-    return runDaemon(agent);
+    int status = 0;
+    if (run->parsed()) {
+      status = agent.runScenario(scenario, std::cout, std::cerr);
+    } else if (shell->parsed()) {
+      status = agent.runShell(std::cin, std::cout, std::cerr, ::isatty(STDIN_FILENO));
+    } else {
+      status = runDaemon(agent);
+    }
+    agent.shutdown();
+    return status;
   } catch (const std::exception& e) {
     std::cerr << "orb-agent: " << e.what() << "\n";
     return 1;

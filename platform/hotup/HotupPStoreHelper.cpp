@@ -21,15 +21,22 @@ void HotupPStoreHelper::restore(std::string_view text) {
 }
 
 bool HotupPStoreHelper::restoreFromFile(const std::string& path) {
+  auto text = readStoreFile(path);
+  if (!text) return false;
+  restore(*text);
+  return true;
+}
+
+std::optional<std::string> readStoreFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   if (!file) {
-    if (errno == ENOENT) return false;
-    throw StoreError("store " + storeName_ + ": cannot read " + path + ": " + std::strerror(errno));
+    if (errno == ENOENT) return std::nullopt;
+    throw StoreError("cannot read " + path + ": " + std::strerror(errno));
   }
   std::ostringstream text;
   text << file.rdbuf();
-  restore(text.str());
-  return true;
+  if (file.bad()) throw StoreError("cannot read " + path + ": " + std::strerror(errno));
+  return text.str();
 }
 
 void writeStoreFile(const std::string& path, std::string_view text) {

@@ -6,6 +6,7 @@
 #include "platform/json/Json.h"
 #include "platform/vex/Ptr.h"
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -35,6 +36,10 @@ class HotupPStoreHelper : public Vex::PtrInterface {
  private:
   std::string storeName_;
 };
+
+// The text of the store file at `path`; nothing when there is no file.
+// Throws StoreError when the file is there but cannot be read.
+std::optional<std::string> readStoreFile(const std::string& path);
 
 // Writes `text` to `path` whole or not at all: through a temporary file
 // beside it and a rename. Throws StoreError when it cannot.

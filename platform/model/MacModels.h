@@ -7,6 +7,7 @@
 #include "platform/model/MlagStatus.h"
 #include "platform/vex/Entity.h"
 
+#include <optional>
 #include <vector>
 
 namespace OrbTypes {
@@ -91,6 +92,12 @@ class Status : public Vex::Entity {
     return count;
   }
   static Fid fidOf(const MacVlanPair& key) { return Fid(key.vlanId.value()); }
+  // The VLAN of a filtering id; none for an id outside the VLAN range (one
+  // restored from a document, say), which names no VLAN.
+  static std::optional<VlanId> vlanOf(Fid fid) {
+    if (fid.value() < 1 || fid.value() > 4094) return std::nullopt;
+    return VlanId(fid.value());
+  }
 };
 
 // Remote entries: configured by hand (static remote) and received from the
