@@ -18,7 +18,9 @@ std::string run(Agent::Agent& agent, const std::string& line) {
 
 class MacStoreTest : public ::testing::Test {
  protected:
-  std::string path = ::testing::TempDir() + "orb-mac-store.json";
+  // Tests run in parallel processes: a file of each test's own.
+  std::string path = ::testing::TempDir() + "orb-mac-store-" +
+                     ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".json";
   void SetUp() override { std::filesystem::remove(path); }
   void TearDown() override { std::filesystem::remove(path); }
   Agent::Options options() const {
