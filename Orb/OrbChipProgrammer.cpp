@@ -15,6 +15,13 @@ Blip::Handle& trace() {
   return handle;
 }
 
+// Past the minimum count, a pass reads the clock every few commands only:
+// a reading costs about as much as writing a command.
+constexpr std::uint32_t clockReadStride = 16;
+bool timeToLook(std::uint32_t handled, std::uint32_t minimum) {
+  return handled >= minimum && (handled - minimum) % clockReadStride == 0;
+}
+
 std::string cmdText(const IndirectAccessMacCmd& cmd) {
   return fmt::format(" cmd entry: {} vlan {} transactionId: {} op {}", cmd.key().key.addr.stringValue(),
                      cmd.key().key.vlanId.value(), cmd.transactionId(), Vex::valueToStrep(cmd.type()));
@@ -65,17 +72,17 @@ void OrbMacProgrammer::suspendInProgressIs(bool suspend) {
 }
 
 void OrbMacProgrammer::pendingMacOpEnq(const CmdPtr& cmd) {
-  pendingMacOp_[pendingMacOpMetadata_.next++] = cmd;
+  pendingMacOp_.push_back(cmd);
+  ++pendingMacOpMetadata_.next;
   ++pendingMacOpMetadata_.count;
 }
 
 OrbMacProgrammer::CmdPtr OrbMacProgrammer::pendingMacOpDeq() {
   if (pendingMacOp_.empty()) return nullptr;
-  auto head = pendingMacOp_.begin();
-  CmdPtr cmd = head->second;
-  pendingMacOp_.erase(head);
+  CmdPtr cmd = std::move(pendingMacOp_.front());
+  pendingMacOp_.pop_front();
   --pendingMacOpMetadata_.count;
-  pendingMacOpMetadata_.head = pendingMacOp_.empty() ? pendingMacOpMetadata_.next : pendingMacOp_.begin()->first;
+  ++pendingMacOpMetadata_.head;
   return cmd;
 }
 
@@ -94,17 +101,21 @@ std::uint32_t OrbMacProgrammer::writeToHw(const CmdPtr&) {
 }
 
 void OrbMacProgrammer::handleAddrOp(const CmdPtr& cmd) {
-  if (auto older = pendingAddrOp(cmd->key())) older->validIs(false);
-  overflowAddrOpDel(cmd->key());  // the newer command is what the key wants now
-  pendingAddrOpIs(cmd);
+  auto [slot, fresh] = pendingAddrOp_.try_emplace(cmd->key(), cmd);
+  if (!fresh) {
+    slot->second->validIs(false);
+    slot->second = cmd;
+  }
+  // The newer command is what the key wants now.
+  if (!overflowAddrOp_.empty()) overflowAddrOpDel(cmd->key());
   pendingMacOpEnq(cmd);
-  armUpdate(Vex::now());
+  armUpdateNow();
 }
 
 void OrbMacProgrammer::handleFlushOp(const CmdPtr& cmd) {
   pendingFlushOpIs(cmd->transactionId(), cmd);
   pendingMacOpEnq(cmd);
-  armUpdate(Vex::now());
+  armUpdateNow();
 }
 
 void OrbMacProgrammer::handleCmdResponse(std::uint64_t transactionId, std::int64_t value, MacProgramStatus status) {
@@ -121,6 +132,13 @@ void OrbMacProgrammer::armUpdate(Vex::Seconds at) {
   if (updatePendingAddressClock_->timeMin() > at) updatePendingAddressClock_->timeMinIs(at);
 }
 
+void OrbMacProgrammer::armUpdateNow() {
+  // A burst of commands reads the clock once: the writer is due already.
+  if (updateArmedNow_) return;
+  armUpdate(Vex::now());
+  updateArmedNow_ = true;
+}
+
 void OrbMacProgrammer::armPoll() {
   if (inProgMacOp_.empty() || suspendInProgress_) return;
   Vex::Seconds at = Vex::now() + pollReqFreq_;
@@ -129,13 +147,14 @@ void OrbMacProgrammer::armPoll() {
 
 void OrbMacProgrammer::updatePendingAddresses() {
   BLIP(trace(), 8, "updatePendingAddresses");
+  updateArmedNow_ = false;
   Vex::Seconds start = Vex::now();
   Vex::Seconds deadline = start + updateQuantum_;
   std::uint32_t handled = 0;
   bool busy = false, blocked = false;
   while (!pendingMacOp_.empty()) {
     if (suspendPending_) break;
-    CmdPtr cmd = pendingMacOp_.begin()->second;
+    CmdPtr cmd = pendingMacOp_.front();
     if (cmd->invalid()) {
       BLIP(trace(), 7, "{} is out-of-date, skip it", cmdText(*cmd));
       pendingMacOpDeq();
@@ -176,7 +195,7 @@ void OrbMacProgrammer::updatePendingAddresses() {
     } else {
       orbAssertAt("/src/Orb/OrbChipProgrammer", __LINE__, fmt::format("unexpected write result {}", result));
     }
-    if (handled >= updateQuantumofTimes_ && Vex::now() > deadline) break;
+    if (timeToLook(handled, updateQuantumofTimes_) && Vex::now() > deadline) break;
   }
   Vex::Seconds now = Vex::now();
   if (blocked || suspendPending_) {
@@ -199,7 +218,10 @@ void OrbMacProgrammer::updatePendingAddresses() {
 
 void OrbMacProgrammer::finish(const CmdPtr& cmd) {
   inProgMacOpDel(cmd->transactionId());
-  if (cmd->addrOp() && inProgAddrOp(cmd->key()) == cmd) inProgAddrOpDel(cmd->key());
+  if (cmd->addrOp()) {
+    auto it = inProgAddrOp_.find(cmd->key());
+    if (it != inProgAddrOp_.end() && it->second == cmd) inProgAddrOp_.erase(it);
+  }
   if (cmd->addrOp() && cmd->status() == MacProgramStatus::macProgramFull && cmd->valid()) {
     overflowAddrOpIs(cmd);
   } else if (cmd->status() == MacProgramStatus::macProgramSuccess && overflowAddrOp_.empty()) {
@@ -223,12 +245,13 @@ void OrbMacProgrammer::pollInProgressCmds() {
     if (cmd->status() != MacProgramStatus::macProgramInProgress &&
         cmd->status() != MacProgramStatus::macProgramFlushInProgress) {
       finish(cmd);
-    } else if (Vex::now() - cmd->execStartTime() > maxExecTime_) {
+    } else if (start - cmd->execStartTime() > maxExecTime_) {
       BLIP(trace(), 3, "{} has been in flight longer than {} s: expired", cmdText(*cmd), maxExecTime_);
       cmd->statusIs(MacProgramStatus::macProgramFailed);
       finish(cmd);
     }
-    if (handled >= pollReqQuantumofTimes_ && Vex::now() - start > pollReqQuantum_ && it != inProgMacOp_.end()) {
+    if (timeToLook(handled, pollReqQuantumofTimes_) && it != inProgMacOp_.end() &&
+        Vex::now() - start > pollReqQuantum_) {
       inProgMacOpBookmark_ = it->first;
       pollReqClock_->timeMinIs(Vex::now());
       return;

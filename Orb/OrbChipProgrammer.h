@@ -26,7 +26,9 @@
 #include <boost/describe/enum.hpp>
 
 #include <cstdint>
+#include <deque>
 #include <map>
+#include <memory_resource>
 #include <optional>
 
 namespace Orb {
@@ -150,7 +152,8 @@ class OrbMacProgrammer : public Vex::PtrInterface {
   void initializedIs(bool initialized);
 
   // The pending queue.
-  const std::map<std::uint32_t, CmdPtr>& pendingMacOp() const { return pendingMacOp_; }
+  // In order; the front has index pendingMacOpMetadata().head.
+  const std::deque<CmdPtr>& pendingMacOp() const { return pendingMacOp_; }
   const PendingMacOpMetadata& pendingMacOpMetadata() const { return pendingMacOpMetadata_; }
   void pendingMacOpEnq(const CmdPtr& cmd);
   CmdPtr pendingMacOpDeq();
@@ -163,7 +166,7 @@ class OrbMacProgrammer : public Vex::PtrInterface {
   std::size_t pendingFlushOpSize() const { return pendingFlushOp_.size(); }
 
   // In flight.
-  const std::map<std::uint64_t, CmdPtr>& inProgMacOp() const { return inProgMacOp_; }
+  const std::pmr::map<std::uint64_t, CmdPtr>& inProgMacOp() const { return inProgMacOp_; }
   void inProgMacOpIs(std::uint64_t transactionId, const CmdPtr& cmd) { inProgMacOp_[transactionId] = cmd; }
   void inProgMacOpDel(std::uint64_t transactionId) { inProgMacOp_.erase(transactionId); }
   std::uint64_t inProgMacOpBookmark() const { return inProgMacOpBookmark_; }
@@ -205,6 +208,7 @@ class OrbMacProgrammer : public Vex::PtrInterface {
 
  private:
   void armUpdate(Vex::Seconds at);
+  void armUpdateNow();
   void armPoll();
   void finish(const CmdPtr& cmd);
 
@@ -223,16 +227,19 @@ class OrbMacProgrammer : public Vex::PtrInterface {
   bool suspendInProgress_ = false;
   bool initialized_ = false;
 
-  std::map<std::uint32_t, CmdPtr> pendingMacOp_;
+  std::deque<CmdPtr> pendingMacOp_;
   PendingMacOpMetadata pendingMacOpMetadata_;
   Vex::HashMap<MacEntryKey, CmdPtr> pendingAddrOp_;
   std::map<std::uint64_t, CmdPtr> pendingFlushOp_;
-  std::map<std::uint64_t, CmdPtr> inProgMacOp_;
+  // Commands in flight are many and short-lived: their nodes come from a pool.
+  std::pmr::unsynchronized_pool_resource inProgPool_;
+  std::pmr::map<std::uint64_t, CmdPtr> inProgMacOp_{&inProgPool_};
   std::uint64_t inProgMacOpBookmark_ = 0;
   Vex::HashMap<MacEntryKey, CmdPtr> inProgAddrOp_;
   std::map<MacEntryKey, CmdPtr> overflowAddrOp_;
   std::optional<MacEntryKey> overflowAddrOpBookmark_;
-  bool retried_ = false;  // the last overflow pass re-queued commands
+  bool updateArmedNow_ = false;  // the writer is due; no need to read the clock
+  bool retried_ = false;         // the last overflow pass re-queued commands
   std::uint64_t lastTransactionId_ = 0;
   Vex::Ptr<Vex::Clock> updatePendingAddressClock_;
   Vex::Ptr<Vex::Clock> pollReqClock_;

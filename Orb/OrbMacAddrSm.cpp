@@ -797,6 +797,11 @@ void MacAddrSm::decRemoteRefcounts(const MacVlanPair& key) {
 // --- reactions ---
 
 void MacAddrSm::handleMacEntry(const MacVlanPair& key) {
+  // The hardware dropped an entry this machine holds nothing for (a
+  // flushed one, say): nothing to review.
+  if (!macTable_->macEntryHas(key)) {
+    if (flushingInChip_ ? !flushKept_.contains(key) : !wantedElsewhere(key) && !currentEntry(key)) return;
+  }
   if (!deferMacTableUpdate) {
     reevaluateEntry(key);
     return;
@@ -1071,30 +1076,105 @@ void MacAddrSm::flushAddr(std::uint16_t vlanId, const IntfId& intf, const Nexo::
   }
 }
 
+bool MacAddrSm::wantedElsewhere(const MacVlanPair& key) const {
+  // The queue keeps its room after a burst: look only when it holds something.
+  return (!updateList_.empty() && updateList_.contains(key)) || (l2RibOutput_ && l2RibOutput_->hostHas(key)) ||
+         (remoteHostTable_ && (remoteHostTable_->receivedHostHas(key) || remoteHostTable_->configuredHostHas(key))) ||
+         bridgingConfig_->fdbConfigHas(key) || (nonAgingReactor_ && nonAgingReactor_->notifier()->macEntriesHas(key)) ||
+         (dot1xLocalHostTable_ && dot1xLocalHostTable_->hostHas(key.addr)) ||
+         (mlagHostTable_ && mlagHostTable_->hostEntryHas(key));
+}
+
+void MacAddrSm::dropFlushedHosts(std::optional<std::uint16_t> vlanId, const IntfId* intf) {
+  const bool everything = !vlanId && !intf;
+  auto flushed = [&](const MacVlanPair& key, EntryType type, const IntfId& at) {
+    return type == EntryType::entryDynamic && (!intf || at == *intf) && !wantedElsewhere(key);
+  };
+  std::vector<Nexo::EthAddr> gone;
+  auto dropFrom = [&](Bridging::FdbStatus& fdb, VlanId fidVlan) {
+    gone.clear();
+    for (const auto& [addr, host] : fdb.learnedHost()) {
+      if (flushed(MacVlanPair{addr, fidVlan}, host.entryType, host.intf)) {
+        gone.push_back(addr);
+      } else {
+        flushKept_.insert(MacVlanPair{addr, fidVlan});
+      }
+    }
+    for (const auto& addr : gone) {
+      fdb.learnedHostDel(addr);
+      if (l2RibInput_ && !everything) l2RibInput_->hostDel(MacVlanPair{addr, fidVlan});
+    }
+  };
+  if (vlanId) {
+    const auto& fdb = bridgingStatus_->fdbStatus(Bridging::Fid(*vlanId));
+    if (fdb && *vlanId >= 1 && *vlanId <= 4094) dropFrom(*fdb, VlanId(*vlanId));
+    return;
+  }
+  for (const auto& [fid, fdb] : bridgingStatus_->fdbStatus()) {
+    if (auto fidVlan = Bridging::Status::vlanOf(fid)) dropFrom(*fdb, *fidVlan);
+  }
+  if (everything && l2RibInput_) {
+    // The whole table goes: walked in its own order, not key by key.
+    std::vector<MacVlanPair> rows;
+    for (const auto& [key, row] : l2RibInput_->host()) {
+      if (row.entryType == EntryType::entryDynamic && !flushKept_.contains(key) && !wantedElsewhere(key))
+        rows.push_back(key);
+    }
+    for (const auto& key : rows) l2RibInput_->hostDel(key);
+  }
+}
+
+template <class Flush>
+void MacAddrSm::flushInChip(Flush flush) {
+  // Hardware deletions reported while the chip flushes are of hosts just
+  // dropped, except for those kept: only those need a review.
+  flushingInChip_ = true;
+  flush();
+  flushingInChip_ = false;
+  flushKept_.clear();
+}
+
 void MacAddrSm::execFlush() {
+  // Each target's dynamic hosts leave the status before the chip flushes
+  // them: the chip takes them out itself, so there is nothing to remove,
+  // and its table's deletions then find nothing left to review. Hosts that
+  // another source wants stay and are reviewed as the deletions come.
+  auto vlanOrAll = [](int vlanId) { return vlanId < 0 ? std::nullopt : std::optional<std::uint16_t>(vlanId); };
   if (fr_.all) {
     BLIP(trace(), 5, " flushing all macs ");
-    orbHelper_->flushAll();
+    dropFlushedHosts(std::nullopt, nullptr);
+    flushInChip([&] { orbHelper_->flushAll(); });
   }
   for (auto vlanId : fr_.vlan) {
     BLIP(trace(), 5, " flushing vlan {}", vlanId);
-    orbHelper_->flushVlan(VlanId(vlanId));
+    dropFlushedHosts(vlanId, nullptr);
+    flushInChip([&] { orbHelper_->flushVlan(VlanId(vlanId)); });
   }
+  auto flushOn = [&](int vlanId, const IntfId& intf, bool lag) {
+    dropFlushedHosts(vlanOrAll(vlanId), &intf);
+    flushInChip([&] {
+      if (lag) {
+        orbHelper_->flushVlanLag(vlanId, intf);
+      } else {
+        orbHelper_->flushVlanPort(vlanId, intf);
+      }
+    });
+  };
   for (const auto& [vlanId, port] : fr_.vlanPort) {
     BLIP(trace(), 5, " flushing vlan {} on port {}", vlanId, port.stringValue());
-    orbHelper_->flushVlanPort(vlanId, port);
+    flushOn(vlanId, port, false);
   }
   for (const auto& port : fr_.port) {
     BLIP(trace(), 5, " flushing port {}", port.stringValue());
-    orbHelper_->flushVlanPort(-1, port);
+    flushOn(-1, port, false);
   }
   for (const auto& [vlanId, lag] : fr_.vlanLag) {
     BLIP(trace(), 5, " flushing vlan {} on lag {}", vlanId, lag.stringValue());
-    orbHelper_->flushVlanLag(vlanId, lag);
+    flushOn(vlanId, lag, true);
   }
   for (const auto& lag : fr_.lag) {
     BLIP(trace(), 5, " flushing lag {}", lag.stringValue());
-    orbHelper_->flushVlanLag(-1, lag);
+    flushOn(-1, lag, true);
   }
   fr_ = CondensedFlushRequest{};
 }

@@ -248,6 +248,14 @@ class MacAddrSm : public OrbBaseSm {
   class Reactors;
 
   void doClearRemoteMacsFromFdbStatus();
+  // Whether a source other than the hardware wants the key, or a change for
+  // it waits in the queue.
+  bool wantedElsewhere(const MacVlanPair& key) const;
+  // Drops the dynamic hosts a flush of the VLAN (every VLAN when none) on
+  // the interface (every interface when null) takes out of the chip.
+  void dropFlushedHosts(std::optional<std::uint16_t> vlanId, const IntfId* intf);
+  template <class Flush>
+  void flushInChip(Flush flush);
   template <class Fn>
   void forEachLearnedHost(Fn&& fn) const {
     for (const auto& [fid, fdb] : bridgingStatus_->fdbStatus()) {
@@ -315,6 +323,8 @@ class MacAddrSm : public OrbBaseSm {
   std::uint32_t collidingStaticEntryWithRouterMacEntry_ = 0;
   Vex::Ptr<Dot1x::HostTable> dot1xLocalHostTable_;
   CondensedFlushRequest fr_;
+  bool flushingInChip_ = false;
+  Vex::HashSet<MacVlanPair> flushKept_;  // hosts of the target a flush leaves
   Vex::Ptr<Vex::Clock> flushReqTimer_;
   Vex::Ptr<Vex::Clock> mlagHostTableTimer_;
   KeyQueue<MacVlanPair> mlagHostTableWalk_;

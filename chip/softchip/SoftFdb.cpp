@@ -210,7 +210,7 @@ void SoftFdbHelper::enableLearningOnVlan(Bridging::VlanId vlanId, bool enable) {
   }
 }
 
-Orb::MacProgramStatus SoftFdbHelper::applyCommand(const Orb::IndirectAccessMacCmd& cmd) {
+Orb::MacProgramStatus SoftFdbHelper::applyCommand(const Orb::IndirectAccessMacCmd& cmd, Vex::Seconds now) {
   ++operations_;
   const auto& key = cmd.key().key;
   if (cmd.value() == 0) {
@@ -218,11 +218,13 @@ Orb::MacProgramStatus SoftFdbHelper::applyCommand(const Orb::IndirectAccessMacCm
     macTable_->macEntryDel(key);
     return Orb::MacProgramStatus::macProgramSuccess;
   }
-  if (!table_.entries.contains(key) && !chip_->hasRoom(SoftFdbTable::tableName)) {
+  auto [it, added] = table_.entries.try_emplace(key);
+  if (added && table_.entries.size() > chip_->capacity(SoftFdbTable::tableName)) {
+    table_.entries.erase(it);
     return Orb::MacProgramStatus::macProgramFull;
   }
-  auto& entry = table_.entries[key];
-  if (entry.intf != cmd.intf() || entry.lastSeen == 0) entry.lastSeen = Vex::now();
+  auto& entry = it->second;
+  if (entry.intf != cmd.intf() || entry.lastSeen == 0) entry.lastSeen = now;
   entry.intf = cmd.intf();
   entry.entryType = cmd.entryType();
   entry.remote = false;
@@ -234,12 +236,25 @@ std::uint32_t SoftMacProgrammer::writeToHw(const CmdPtr& cmd) {
   if (chip_->nextFault(SoftFdbTable::tableName) == Fault::busy) {
     return static_cast<std::uint32_t>(Orb::MacProgramStatus::macProgramBusy);
   }
-  // The chip takes the command and answers after its acknowledgement delay.
-  Vex::Ptr<SoftMacProgrammer> self(this);
-  chip_->ackIs(SoftFdbTable::tableName, [self, cmd] {
-    if (self->fdb_) self->handleCmdResponse(cmd->transactionId(), 0, self->fdb_->applyCommand(*cmd));
-  });
+  // The chip takes the command; the commands of one pass are answered
+  // together after the chip's acknowledgement delay.
+  if (answering_.empty()) {
+    Vex::Ptr<SoftMacProgrammer> self(this);
+    chip_->ackIs(SoftFdbTable::tableName, [self] { self->answer(); });
+  }
+  answering_.push_back(cmd);
   return static_cast<std::uint32_t>(Orb::MacProgramStatus::macProgramInProgress);
+}
+
+void SoftMacProgrammer::answer() {
+  std::vector<CmdPtr> batch;
+  batch.swap(answering_);
+  if (!fdb_) return;
+  Vex::Seconds now = Vex::now();
+  for (const auto& cmd : batch) handleCmdResponse(cmd->transactionId(), 0, fdb_->applyCommand(*cmd, now));
+  // The chip signals that outcomes are ready, as an interrupt would: look
+  // at them now rather than at the next poll.
+  pollInProgressCmds();
 }
 
 std::uint32_t SoftFdbHelper::getMaxRemoteMacs() {

@@ -48,7 +48,10 @@ class SoftMacProgrammer : public Orb::OrbMacProgrammer {
   void detach() { fdb_ = nullptr; }
 
  private:
+  void answer();
+
   SoftFdbHelper* fdb_;
+  std::vector<CmdPtr> answering_;  // written, to be answered together
   Vex::Ptr<SoftChip> chip_;
 };
 
@@ -103,7 +106,7 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   std::uint32_t getMaxRemoteMacs() override;
 
   // Carries out an address command of the pipeline; its outcome.
-  Orb::MacProgramStatus applyCommand(const Orb::IndirectAccessMacCmd& cmd);
+  Orb::MacProgramStatus applyCommand(const Orb::IndirectAccessMacCmd& cmd, Vex::Seconds now);
 
  private:
   // The answer to one add: a planned fault, or full when a new key has no room.
