@@ -310,6 +310,7 @@ MacAddrSm::MacAddrSm(
       swTunnelIdMap_(swTunnelIdMap),
       objTupleToHwId_(objTupleToHwId) {
   bankFullEvent();
+  dynamicHostStatusIs(nullptr);
   updateMacEntryClock_ = Vex::clockFactory([this] { updateQueuedAddresses(); });
   macTableTimer_ = Vex::clockFactory([this] { handleMacTableUpdate(); });
   flushReqTimer_ = Vex::clockFactory([this] { handleFlushReqTimer(); });
@@ -398,7 +399,7 @@ void MacAddrSm::doClearRemoteMacsFromFdbStatus() {
   forEachLearnedHost([&](const MacVlanPair& key, const Bridging::LearnedHost& host) {
     if (isRemoteEntryType(host.entryType)) stale.push_back(key);
   });
-  for (const auto& key : stale) bridgingStatus_->learnedHostDel(key);
+  for (const auto& key : stale) delFromFdbStatus(key);
 }
 
 // --- choosing ---
@@ -762,17 +763,35 @@ bool MacAddrSm::programRemove(ModifyMacEntry& change) {
   return true;
 }
 
+void MacAddrSm::countDynamicHost(const MacVlanPair& key, const Bridging::LearnedHost& host, int delta) {
+  if (host.entryType == EntryType::entryDynamic) dynamicHostStatus_->hostCountAdd(host.intf, key.vlanId, delta);
+}
+
 void MacAddrSm::addToFdbStatus(const ModifyMacEntry& change) {
+  const MacVlanPair& key = change.macVlanPair();
   MacAddressTableEntry row = toRow(change.entry());
-  bridgingStatus_->learnedHostIs(
-      change.macVlanPair(),
-      Bridging::LearnedHost{row.macVlanPair.addr, row.intf, row.entryType, row.moves, row.lastMoveTime});
-  if (l2RibInput_ && learnedHere(change.entryType())) l2RibInput_->hostIs(change.macVlanPair(), row);
+  Bridging::LearnedHost host{key.addr, row.intf, row.entryType, row.moves, row.lastMoveTime};
+  if (const auto* old = bridgingStatus_->learnedHost(key)) countDynamicHost(key, *old, -1);
+  countDynamicHost(key, host, +1);
+  bridgingStatus_->learnedHostIs(key, host);
+  if (l2RibInput_ && learnedHere(change.entryType())) l2RibInput_->hostIs(key, row);
 }
 
 void MacAddrSm::delFromFdbStatus(const MacVlanPair& key) {
-  bridgingStatus_->learnedHostDel(key);
+  if (const auto* old = bridgingStatus_->learnedHost(key)) {
+    countDynamicHost(key, *old, -1);
+    bridgingStatus_->learnedHostDel(key);
+  }
   if (l2RibInput_) l2RibInput_->hostDel(key);
+}
+
+void MacAddrSm::dynamicHostStatusIs(const Vex::Ptr<Bridging::DynamicHostStatus>& status) {
+  dynamicHostStatus_ = status ? status : Vex::make<Bridging::DynamicHostStatus>("dynamicHostStatus");
+  dynamicHostStatus_->hostCountIs(0);
+  dynamicHostStatus_->hostCountOnIntfDelAll();
+  dynamicHostStatus_->hostCountInVlanDelAll();
+  forEachLearnedHost(
+      [&](const MacVlanPair& key, const Bridging::LearnedHost& host) { countDynamicHost(key, host, +1); });
 }
 
 void MacAddrSm::decRemoteRefcounts(const MacVlanPair& key) {
@@ -1101,6 +1120,7 @@ void MacAddrSm::dropFlushedHosts(std::optional<std::uint16_t> vlanId, const Intf
       }
     }
     for (const auto& addr : gone) {
+      countDynamicHost(MacVlanPair{addr, fidVlan}, fdb.learnedHost(addr), -1);
       fdb.learnedHostDel(addr);
       if (l2RibInput_ && !everything) l2RibInput_->hostDel(MacVlanPair{addr, fidVlan});
     }

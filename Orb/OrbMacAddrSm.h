@@ -235,6 +235,11 @@ class MacAddrSm : public OrbBaseSm {
   void flushAddr(std::uint16_t vlanId, const IntfId& intf, const Nexo::EthAddr& addr);
   void removeStaleFlushReplies();
 
+  // The counts of dynamic hosts, kept with `fdbStatus`; the machine makes
+  // its own unless given one to write.
+  const Vex::Ptr<Bridging::DynamicHostStatus>& dynamicHostStatus() const { return dynamicHostStatus_; }
+  void dynamicHostStatusIs(const Vex::Ptr<Bridging::DynamicHostStatus>& status);
+
   // Addresses that never age, from every owner.
   const Vex::Ptr<NonAgingStatus>& nonAgingMacStatus() const;
   void nonAgingMacStatusIs(const Vex::Ptr<NonAgingStatus>& status);
@@ -279,6 +284,7 @@ class MacAddrSm : public OrbBaseSm {
   bool programRemove(ModifyMacEntry& change);
   bool handleAddStatus(ModifyMacEntry& change, std::uint32_t status);
   void addToFdbStatus(const ModifyMacEntry& change);
+  void countDynamicHost(const MacVlanPair& key, const Bridging::LearnedHost& host, int delta);
   void delFromFdbStatus(const MacVlanPair& key);
   void decRemoteRefcounts(const MacVlanPair& key);
   std::uint64_t nextHopId(const RemoteMacAddressTableEntry& entry) const;
@@ -322,6 +328,7 @@ class MacAddrSm : public OrbBaseSm {
   Vex::HashMap<IntfId, bool> learningOnPort_;
   std::uint32_t collidingStaticEntryWithRouterMacEntry_ = 0;
   Vex::Ptr<Dot1x::HostTable> dot1xLocalHostTable_;
+  Vex::Ptr<Bridging::DynamicHostStatus> dynamicHostStatus_;
   CondensedFlushRequest fr_;
   bool flushingInChip_ = false;
   Vex::HashSet<MacVlanPair> flushKept_;  // hosts of the target a flush leaves

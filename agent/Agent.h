@@ -43,6 +43,7 @@ inline constexpr const char* topologyStatus = "bridging/topology/status";
 inline constexpr const char* macTable = "bridging/hardware/macTable";
 inline constexpr const char* routerMacTable = "bridging/hardware/routerMacTable";
 inline constexpr const char* bridgingStatus = "bridging/status";
+inline constexpr const char* dynamicHostStatus = "bridging/dynamicHostStatus";
 }  // namespace Paths
 
 class Agent {

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
 
 namespace Agent {
 
@@ -63,6 +64,7 @@ void Agent::startMacAddrSm() {
   nonAgingSm_ = Orb::nonAgingConfigDirSmFactory(ocsd_, hive_->mount<Orb::NonAgingConfigDir>("bridging/nonAging/config"),
                                                 nonAgingStatus);
   macAddrSm_->nonAgingMacStatusIs(nonAgingStatus);
+  macAddrSm_->dynamicHostStatusIs(hive_->mount<Bridging::DynamicHostStatus>(Paths::dynamicHostStatus));
 }
 
 void Agent::registerMacCommands() {
@@ -161,6 +163,20 @@ void Agent::registerMacCommands() {
                        }
                      }
                      flushRequests->requestIs(fmt::format("cli-{}", ++flushRequestCount_), request);
+                   });
+  shell_.commandIs("show mac dynamic-hosts", "", "how many learned hosts, per interface and per VLAN",
+                   [this](const Args& args, std::ostream& out) {
+                     expectArgs(args, 0, 0, "show mac dynamic-hosts");
+                     auto counts = hive_->mount<Bridging::DynamicHostStatus>(Paths::dynamicHostStatus);
+                     out << fmt::format("Dynamic hosts: {}\n", counts->hostCount());
+                     std::map<Nexo::IntfId, std::uint32_t> byIntf(counts->hostCountOnIntf().begin(),
+                                                                  counts->hostCountOnIntf().end());
+                     for (const auto& [intf, count] : byIntf)
+                       out << fmt::format("  interface {:<16} {}\n", intf.stringValue(), count);
+                     std::map<Bridging::VlanId, std::uint32_t> byVlan(counts->hostCountInVlan().begin(),
+                                                                      counts->hostCountInVlan().end());
+                     for (const auto& [vlanId, count] : byVlan)
+                       out << fmt::format("  vlan {:<21} {}\n", vlanId.value(), count);
                    });
   shell_.commandIs("show mac flush-requests", "", "flush requests and whether they were answered",
                    [flushRequests, flushReplies](const Args& args, std::ostream& out) {

@@ -100,6 +100,39 @@ class Status : public Vex::Entity {
   }
 };
 
+// How many dynamic (hardware-learned) hosts the forwarding layer holds: in
+// all, per interface and per VLAN. Written with `fdbStatus`.
+class DynamicHostStatus : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::BaseNotifiee<DynamicHostStatus> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_HANDLER(HostCount)
+    VEX_KEY_HANDLER(HostCountOnIntf, Nexo::IntfId)
+    VEX_KEY_HANDLER(HostCountInVlan, VlanId)
+  };
+  using Entity::Entity;
+  VEX_COUNTER(std::uint32_t, hostCount, HostCount)
+  VEX_COLLECTION(Nexo::IntfId, std::uint32_t, hostCountOnIntf, HostCountOnIntf)
+  VEX_COLLECTION(VlanId, std::uint32_t, hostCountInVlan, HostCountInVlan)
+
+  // One dynamic host more (+1) or less (-1) on `intf` in `vlanId`.
+  void hostCountAdd(const Nexo::IntfId& intf, VlanId vlanId, int delta) {
+    auto step = [delta](std::uint32_t count) { return static_cast<std::uint32_t>(static_cast<int>(count) + delta); };
+    hostCountIs(step(hostCount()));
+    if (auto onIntf = step(hostCountOnIntf(intf))) {
+      hostCountOnIntfIs(intf, onIntf);
+    } else {
+      hostCountOnIntfDel(intf);
+    }
+    if (auto inVlan = step(hostCountInVlan(vlanId))) {
+      hostCountInVlanIs(vlanId, inVlan);
+    } else {
+      hostCountInVlanDel(vlanId);
+    }
+  }
+};
+
 // Remote entries: configured by hand (static remote) and received from the
 // control plane (EVPN).
 class RemoteMacTable : public Vex::Entity {

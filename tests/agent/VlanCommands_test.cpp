@@ -148,6 +148,8 @@ TEST(MacCommands, LearnMoveStaticAndShow) {
   EXPECT_NE(shown.find("00:00:00:00:00:99  static"), std::string::npos);
   EXPECT_EQ(run(agent, "show mac address-table interface Ethernet4 count"), "Total Mac Addresses: 1\n");
   EXPECT_NE(run(agent, "show mac hardware").find("2 entries"), std::string::npos);
+  EXPECT_EQ(run(agent, "show mac dynamic-hosts"),
+            "Dynamic hosts: 1\n  interface Ethernet2        1\n  vlan 10                    1\n");
   run(agent, "mac remove static 00:00:00:00:00:99 vlan 10");
   EXPECT_EQ(run(agent, "show mac address-table count"), "Total Mac Addresses: 1\n");
 }

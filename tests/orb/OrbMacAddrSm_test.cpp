@@ -525,6 +525,32 @@ TEST_F(MacAddrSmTest, RestoredTableIsReconciledWithTheHardwareAfterARestart) {
   EXPECT_EQ(count("remove "), gone);
 }
 
+TEST_F(MacAddrSmTest, DynamicHostCountsFollowLearnsMovesAndRemovals) {
+  status->learnedHostIs(
+      key(9, 30), Bridging::LearnedHost{
+                      EthAddr(9), IntfId("Ethernet3"), EntryType::entryDynamic, {}, 0.0});  // restored before the start
+  start();
+  const auto& counts = sm->dynamicHostStatus();
+  EXPECT_EQ(counts->hostCount(), 1u);
+  learn(key(1), "Ethernet1");
+  learn(key(2), "Ethernet1");
+  learn(key(3, 20), "Ethernet2");
+  config->fdbConfigIs(key(4), row(key(4), "Ethernet4", EntryType::entryStatic));
+  settle();
+  EXPECT_EQ(counts->hostCount(), 3u);  // the restored host is gone from the hardware; the static one is no host count
+  EXPECT_EQ(counts->hostCountOnIntf(IntfId("Ethernet1")), 2u);
+  EXPECT_EQ(counts->hostCountInVlan(VlanId(20)), 1u);
+  EXPECT_FALSE(counts->hostCountInVlanHas(VlanId(30)));
+  learn(key(2), "Ethernet2");  // a move
+  settle();
+  EXPECT_EQ(counts->hostCountOnIntf(IntfId("Ethernet1")), 1u);
+  EXPECT_EQ(counts->hostCountOnIntf(IntfId("Ethernet2")), 2u);
+  flushes->requestIs("all", Bridging::HostTableFlushRequest{});
+  settle();
+  EXPECT_EQ(counts->hostCount(), 0u);
+  EXPECT_TRUE(counts->hostCountOnIntf().empty());
+}
+
 TEST(BetterEntry, RanksThenMovesThenTimeThenTuplesThenTunnels) {
   RemoteMacAddressTableEntry a, b;
   a.intf = IntfId("Ethernet1");
