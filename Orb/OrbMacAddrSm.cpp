@@ -315,6 +315,8 @@ MacAddrSm::MacAddrSm(
   macTableTimer_ = Vex::clockFactory([this] { handleMacTableUpdate(); });
   flushReqTimer_ = Vex::clockFactory([this] { handleFlushReqTimer(); });
   mlagHostTableTimer_ = Vex::clockFactory([this] { handleMlagHostTableWalk(); });
+  mlagIntfHostTableTimer_ = Vex::clockFactory([this] { handleMlagIntfHostTableWalk(); });
+  clockIs(mlagIntfHostTableTimer_);
   clockIs(mlagHostTableTimer_);
   clockIs(updateMacEntryClock_);
   clockIs(macTableTimer_);
@@ -347,6 +349,7 @@ MacAddrSm::~MacAddrSm() {
   macTableTimer_->timeMinIs(Vex::never);
   flushReqTimer_->timeMinIs(Vex::never);
   mlagHostTableTimer_->timeMinIs(Vex::never);
+  mlagIntfHostTableTimer_->timeMinIs(Vex::never);
   if (nonAgingReactor_) reactorDel(nonAgingReactor_.get());
   nonAgingReactor_.reset();
   updateList_.clear();
@@ -356,7 +359,7 @@ void MacAddrSm::handleInitialized() {
   orbHelper_->hwInit();
   doClearRemoteMacsFromFdbStatus();
   if (mlagHostTable_) {
-    for (const auto& [key, row] : mlagHostTable_->hostEntry()) reevaluateEntry(key);
+    for (const auto& [key, row] : mlagHostTable_->hostEntry()) handleMlagHostTableEntry(key);
   }
   handleHostAgingTime();
   for (const auto& [key, row] : bridgingConfig_->fdbConfig()) reevaluateEntry(key);
@@ -847,7 +850,10 @@ void MacAddrSm::handleMacTableUpdate() {
   if (!macTableUpdateList_.empty()) macTableTimer_->timeMinIs(Vex::now());
 }
 
-void MacAddrSm::handleMlagHostTableEntry(const MacVlanPair& key) { reevaluateEntry(key); }
+void MacAddrSm::handleMlagHostTableEntry(const MacVlanPair& key) {
+  trackPeerHost(key);
+  reevaluateEntry(key);
+}
 
 // A chip layer that reports learns as events rather than table writes.
 void MacAddrSm::handleAddressLearnt(const MacAddressTableEntry& entry) {
@@ -968,6 +974,45 @@ void MacAddrSm::handleLagToPort(const IntfId& lag) {
     orbHelper_->removeLag(lag);
   }
   for (const auto& [port, state] : ocsd()->lagToPort(lag).ports) configureMacLearningOnPort(port);
+  // The peer's hosts on this interface are reached over it or over the peer
+  // link depending on whether the switch has it: review them, in slices.
+  auto hosts = peerHostsOnIntf_.find(lag);
+  if (hosts == peerHostsOnIntf_.end()) return;
+  auto& walk = lagToHostWalk_[lag];
+  for (const auto& key : hosts->second) walk.push(key);
+  if (mlagIntfHostTableTimer_->timeMin() == Vex::never) mlagIntfHostTableTimer_->timeMinIs(Vex::now());
+}
+
+void MacAddrSm::handleMlagIntfHostTableWalk() {
+  Vex::Seconds start = Vex::now();
+  for (auto it = lagToHostWalk_.begin(); it != lagToHostWalk_.end();) {
+    auto& walk = it->second;
+    while (!walk.empty() && Vex::now() - start <= mlagIntfHostTableQuantum) reevaluateEntry(walk.pop());
+    if (!walk.empty()) break;
+    it = lagToHostWalk_.erase(it);
+  }
+  if (!lagToHostWalk_.empty()) mlagIntfHostTableTimer_->timeMinIs(Vex::now());
+}
+
+std::optional<MacVlanPair> MacAddrSm::lagToHostBookmark(const IntfId& lag) const {
+  auto it = lagToHostWalk_.find(lag);
+  if (it == lagToHostWalk_.end() || it->second.empty()) return std::nullopt;
+  return it->second.front();
+}
+
+void MacAddrSm::trackPeerHost(const MacVlanPair& key) {
+  auto known = peerHostIntf_.find(key);
+  const IntfId* now = mlagHostTable_->hostEntryHas(key) ? &mlagHostTable_->hostEntry(key).intf : nullptr;
+  if (known != peerHostIntf_.end()) {
+    if (now && known->second == *now) return;
+    auto& hosts = peerHostsOnIntf_[known->second];
+    hosts.erase(key);
+    if (hosts.empty()) peerHostsOnIntf_.erase(known->second);
+    peerHostIntf_.erase(known);
+  }
+  if (!now) return;
+  peerHostIntf_.emplace(key, *now);
+  peerHostsOnIntf_[*now].insert(key);
 }
 
 void MacAddrSm::handleMlagStateOrPeerLinkIntf() {

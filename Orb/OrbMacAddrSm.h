@@ -32,6 +32,7 @@
 #include "platform/model/MacModels.h"
 
 #include <deque>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -219,6 +220,10 @@ class MacAddrSm : public OrbBaseSm {
   std::optional<MacVlanPair> mlagHostTableBookmark() const {
     return mlagHostTableWalk_.empty() ? std::nullopt : std::optional<MacVlanPair>(mlagHostTableWalk_.front());
   }
+  // One slice of the reviews of the peer's hosts per multi-chassis
+  // interface; each interface's bookmark is the front of its walk.
+  void handleMlagIntfHostTableWalk();
+  std::optional<MacVlanPair> lagToHostBookmark(const IntfId& lag) const;
   void handleFsfFailedServer(const Nexo::EthAddr& addr);
   void handleHostAgingTime();
 
@@ -274,6 +279,7 @@ class MacAddrSm : public OrbBaseSm {
   void reevaluateKeysOfAddress(const Nexo::EthAddr& addr);
   void maybeUpdateMoveCount(RemoteMacAddressTableEntry& wanted, const RemoteMacAddressTableEntry* current, double time);
   bool peerEntriesAllowed() const;
+  void trackPeerHost(const MacVlanPair& key);
   void armUpdateClock(Vex::Seconds at);
   // One change through the helper; true when it is done with (success or
   // dropped), false when it stays queued.
@@ -335,6 +341,12 @@ class MacAddrSm : public OrbBaseSm {
   Vex::Ptr<Vex::Clock> flushReqTimer_;
   Vex::Ptr<Vex::Clock> mlagHostTableTimer_;
   KeyQueue<MacVlanPair> mlagHostTableWalk_;
+  Vex::Ptr<Vex::Clock> mlagIntfHostTableTimer_;
+  std::map<IntfId, KeyQueue<MacVlanPair>> lagToHostWalk_;
+  // The peer's hosts by interface, so that an interface's change reviews
+  // only its own.
+  Vex::HashMap<MacVlanPair, IntfId> peerHostIntf_;
+  Vex::HashMap<IntfId, Vex::HashSet<MacVlanPair>> peerHostsOnIntf_;
   std::unique_ptr<NonAgingStatus::Notifiee> nonAgingReactor_;
   std::size_t reservedFor_ = 0;  // updateList_ room made ahead of a burst
   Vex::Seconds longestSlice_ = 0;

@@ -64,6 +64,7 @@ class RecordingMacHelper : public OrbHelper::OrbHelperMacAddrSm {
   void flushVlanLag(int vlan, const IntfId& lag) override {
     calls.push_back(fmt::format("flushVlanLag {} {}", vlan, lag.stringValue()));
   }
+  void removeLag(const IntfId& lag) override { calls.push_back("removeLag " + lag.stringValue()); }
   void enableLearning(const IntfId& intf, bool on) override {
     calls.push_back(fmt::format("learning {} {}", intf.stringValue(), on));
   }
@@ -341,6 +342,33 @@ TEST_F(MacAddrSmTest, PeerTableIsReviewedInSlicesAfterAPeerLinkChange) {
   EXPECT_FALSE(sm->mlagHostTableBookmark());
   EXPECT_EQ(status->learnedHostCount(), 500u);
   EXPECT_EQ(status->learnedHost(key(7))->intf, IntfId("Ethernet4"));
+}
+
+TEST_F(MacAddrSmTest, PeerHostsOfAnMlagInterfaceAreReviewedInSlicesWhenItComesAndGoes) {
+  mlag->mlagStateValidIs(true);
+  mlag->peerLinkIntfIs(IntfId("Port-Channel100"));
+  start();
+  for (int i = 1; i <= 300; ++i)
+    mlagHosts->hostEntryIs(key(i), row(key(i), "Port-Channel5", EntryType::entryPeerDynamic));
+  mlagHosts->hostEntryIs(key(999), row(key(999), "Port-Channel6", EntryType::entryPeerDynamic));
+  settle();
+  EXPECT_EQ(status->learnedHost(key(7))->intf, IntfId("Port-Channel100"));  // no Port-Channel5 here yet
+  loop.simulatedTime()->stepIs(0.001);
+  ocsd->lagToPortIs(IntfId("Port-Channel5"), Orb::OrbLagPortList{});
+  EXPECT_TRUE(sm->lagToHostBookmark(IntfId("Port-Channel5")));
+  EXPECT_FALSE(sm->lagToHostBookmark(IntfId("Port-Channel6")));
+  loop.runUntilIdle();
+  loop.simulatedTime()->stepIs(0);
+  EXPECT_FALSE(sm->lagToHostBookmark(IntfId("Port-Channel5")));
+  EXPECT_EQ(status->learnedHost(key(7))->intf, IntfId("Port-Channel5"));
+  EXPECT_EQ(status->learnedHost(key(999))->intf, IntfId("Port-Channel100"));
+  // A host that moved to another interface is no longer walked with this one.
+  mlagHosts->hostEntryIs(key(1), row(key(1), "Port-Channel6", EntryType::entryPeerDynamic));
+  settle();
+  ocsd->lagToPortDel(IntfId("Port-Channel5"));
+  settle();
+  EXPECT_EQ(status->learnedHost(key(7))->intf, IntfId("Port-Channel100"));
+  EXPECT_EQ(status->learnedHost(key(1))->intf, IntfId("Port-Channel100"));
 }
 
 TEST_F(MacAddrSmTest, StaticEntryCollidingWithRouterMacIsNotUsed) {
