@@ -382,7 +382,10 @@ void MacAddrSm::handleInitialized() {
     for (const auto& [key, row] : routerMacTable_->macEntry()) reevaluateEntry(key);
   }
   if (l2RibOutput_) {
-    for (const auto& [key, entry] : l2RibOutput_->host()) reevaluateEntry(key);
+    for (const auto& [key, entry] : l2RibOutput_->host()) handleL2RibHost(key);
+  }
+  if (lbOutput_) {
+    for (const auto& [id, members] : lbOutput_->lb()) handleL2RibLb(id);
   }
   for (const auto& [key, row] : macTable_->macEntry()) handleMacEntry(key);
   // Hosts restored from before a restart are reconciled with the hardware
@@ -731,6 +734,7 @@ bool MacAddrSm::programRemote(ModifyMacEntry& change) {
   decRemoteRefcounts(key);  // what the key held before
   rmacInfoDir_->nextHopRefCountIs(nextHop, rmacInfoDir_->nextHopRefCount(nextHop) + 1);
   rmacInfoDir_->vlanRefCountIs(key.vlanId, rmacInfoDir_->vlanRefCount(key.vlanId) + 1);
+  if (entry.hasL2RibObjTuple) l2RibObjCache_.programmedIs(key, entry.l2RibObjTuple, nextHop);
   bridgingStatus_->remoteStatusTableIs(key, entry);
   delFromFdbStatus(key);
   return true;
@@ -800,7 +804,10 @@ void MacAddrSm::dynamicHostStatusIs(const Vex::Ptr<Bridging::DynamicHostStatus>&
 void MacAddrSm::decRemoteRefcounts(const MacVlanPair& key) {
   if (!bridgingStatus_->remoteStatusTableHas(key)) return;
   const auto& old = bridgingStatus_->remoteStatusTable(key);
-  std::uint64_t nextHop = nextHopId(old);
+  // The next hop it was programmed with: the object's hardware id may have
+  // changed since.
+  std::uint64_t nextHop = l2RibObjCache_.programmedHwId(key).value_or(nextHopId(old));
+  l2RibObjCache_.programmedDel(key);
   auto dec = [](auto& dir, auto get, auto set, auto del, const auto& k) {
     std::uint32_t count = (dir.*get)(k);
     if (count <= 1) {
@@ -876,16 +883,28 @@ void MacAddrSm::reevaluateRemoteEntries() {
 
 // Destinations and load-balance groups are L2 RIB objects that hosts point
 // to: the hosts whose object is `id` are reviewed.
-void MacAddrSm::handleL2RibDest(std::uint64_t id) {
-  if (!l2RibOutput_) return;
-  std::vector<MacVlanPair> keys;
-  for (const auto& [key, entry] : l2RibOutput_->host()) {
-    if (entry.hasL2RibObjTuple && entry.l2RibObjTuple.id == id) keys.push_back(key);
+void MacAddrSm::handleL2RibHost(const MacVlanPair& key) {
+  std::optional<L2Rib::ObjTuple> tuple;
+  if (l2RibOutput_ && l2RibOutput_->hostHas(key) && l2RibOutput_->host(key).hasL2RibObjTuple) {
+    tuple = l2RibOutput_->host(key).l2RibObjTuple;
   }
-  for (const auto& key : keys) reevaluateEntry(key);
+  l2RibObjCache_.hostIs(key, tuple);
+  reevaluateEntry(key);
 }
 
-void MacAddrSm::handleL2RibLb(std::uint64_t id) { handleL2RibDest(id); }
+void MacAddrSm::handleL2RibDest(std::uint64_t id) {
+  for (const auto& key : l2RibObjCache_.dependantHosts({L2Rib::objTypeDest, id})) reevaluateEntry(key);
+}
+
+void MacAddrSm::handleL2RibLb(std::uint64_t id) {
+  L2Rib::ObjTuple lb{L2Rib::objTypeLoadBalance, id};
+  std::vector<L2Rib::ObjTuple> members;
+  if (lbOutput_) {
+    for (auto member : lbOutput_->lb(id)) members.push_back({L2Rib::objTypeDest, member});
+  }
+  l2RibObjCache_.lbIs(lb, members);
+  for (const auto& key : l2RibObjCache_.dependantHosts(lb)) reevaluateEntry(key);
+}
 
 void MacAddrSm::reevaluateKeysOnIntf(const IntfId& intf) {
   std::vector<MacVlanPair> keys;
@@ -921,11 +940,18 @@ void MacAddrSm::handleVerify() {
 }
 
 void MacAddrSm::handleObjTupleToHwIdMap(const L2Rib::ObjTuple& tuple) {
-  std::vector<MacVlanPair> keys;
-  for (const auto& [key, entry] : bridgingStatus_->remoteStatusTable()) {
-    if (entry.hasL2RibObjTuple && entry.l2RibObjTuple == tuple) keys.push_back(key);
+  // Hosts programmed with another hardware id for the object go again.
+  for (const auto& key : l2RibObjCache_.dependantHosts(tuple)) {
+    auto programmed = l2RibObjCache_.programmedHwId(key);
+    if (!programmed || !bridgingStatus_->remoteStatusTableHas(key)) {
+      reevaluateEntry(key);
+      continue;
+    }
+    const auto& entry = bridgingStatus_->remoteStatusTable(key);
+    if (!objTupleToHwId_->hwIdHas(entry.l2RibObjTuple) || nextHopId(entry) == *programmed) continue;
+    BLIP(trace(), 6, "{}: hardware id of its L2 RIB object changed", keyText(key));
+    addToUpdateList(entry, EntryEvaluationAction::addOrModify, false, false);
   }
-  for (const auto& key : keys) reevaluateEntry(key);
 }
 
 void MacAddrSm::reevaluateKeysOfAddress(const Nexo::EthAddr& addr) {

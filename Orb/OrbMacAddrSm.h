@@ -27,6 +27,7 @@
 #include "Orb/OrbBaseHelper.h"
 #include "Orb/OrbCommon.h"
 #include "Orb/OrbHelper.h"
+#include "Orb/OrbL2RibObjCache.h"
 #include "Orb/OrbNonAgingMacSm.h"
 #include "Orb/OrbVlanHelper.h"
 #include "platform/model/MacModels.h"
@@ -204,7 +205,7 @@ class MacAddrSm : public OrbBaseSm {
   void handleMacTableUpdate();
   void handleConfiguredHost(const MacVlanPair& key) { reevaluateEntry(key); }
   void handleMlagHostTableEntry(const MacVlanPair& key);
-  void handleL2RibHost(const MacVlanPair& key) { reevaluateEntry(key); }
+  void handleL2RibHost(const MacVlanPair& key);
   void handleObjTupleToHwIdMap(const L2Rib::ObjTuple& tuple);
   void handleRemoteHost(const MacVlanPair& key) { reevaluateEntry(key); }
   void handleRouterMacEntry(const MacVlanPair& key) { reevaluateEntry(key); }
@@ -248,6 +249,7 @@ class MacAddrSm : public OrbBaseSm {
   // Addresses that never age, from every owner.
   const Vex::Ptr<NonAgingStatus>& nonAgingMacStatus() const;
   void nonAgingMacStatusIs(const Vex::Ptr<NonAgingStatus>& status);
+  const L2RibObjCache& l2RibObjCache() const { return l2RibObjCache_; }
   void handleSourceChecks();
   void handleParityEvent(const ParityEvent::Key& key);
 
@@ -335,6 +337,7 @@ class MacAddrSm : public OrbBaseSm {
   std::uint32_t collidingStaticEntryWithRouterMacEntry_ = 0;
   Vex::Ptr<Dot1x::HostTable> dot1xLocalHostTable_;
   Vex::Ptr<Bridging::DynamicHostStatus> dynamicHostStatus_;
+  L2RibObjCache l2RibObjCache_;
   CondensedFlushRequest fr_;
   bool flushingInChip_ = false;
   Vex::HashSet<MacVlanPair> flushKept_;  // hosts of the target a flush leaves

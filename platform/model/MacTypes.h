@@ -13,6 +13,8 @@ namespace L2Rib {
 
 // An object of the L2 RIB (a host, a destination, a load-balance group):
 // its kind and its id. Ordered by kind, then id.
+enum ObjType : std::uint8_t { objTypeDest = 2, objTypeLoadBalance = 3 };
+
 struct ObjTuple {
   std::uint8_t type = 0;
   std::uint64_t id = 0;

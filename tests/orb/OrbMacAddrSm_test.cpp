@@ -447,6 +447,48 @@ TEST_F(MacAddrSmTest, RemoteEntryFollowsItsL2RibObject) {
   EXPECT_FALSE(status->remoteStatusTableHas(key(6)));
 }
 
+TEST_F(MacAddrSmTest, NewHardwareIdOfAGroupReprogramsOnlyItsHosts) {
+  vxlan->vlanToVniIs(VlanId(10), 10010);
+  auto lbs = Vex::make<L2Rib::LoadBalanceOutput>("lb");
+  sm = Orb::macAddrSmFactory(ocsd, Vex::make<Orb::OrbCommonMulticastData>("ocmd"), macTable, routerMac, status, flushes,
+                             replies, config, intfConfig, Vex::make<Interface::EthPhyIntfStatusDir>("is"), nullptr,
+                             mlagHosts, mlag, helper, fsf, vxlan, rmac, remote, dot1xHosts, dot1x,
+                             Vex::make<OrbHelper::OrbHelperDot1x>(), l2RibInput, l2Rib, lbs,
+                             Vex::make<L2Rib::DestOutput>("dest"), tunnels, hwIds);
+  auto remoteHost = [&](std::uint64_t addr, L2Rib::ObjTuple tuple) {
+    RemoteMacAddressTableEntry r;
+    r.macVlanPair = key(addr);
+    r.intf = IntfId("Vxlan1");
+    r.entryType = EntryType::entryEvpnDynamicRemote;
+    r.hasL2RibObjTuple = true;
+    r.l2RibObjTuple = tuple;
+    l2Rib->hostIs(key(addr), r);
+  };
+  L2Rib::ObjTuple group{L2Rib::objTypeLoadBalance, 5}, other{L2Rib::objTypeDest, 9};
+  lbs->lbIs(5, {7, 8});
+  hwIds->hwIdIs(group, 4000);
+  hwIds->hwIdIs(other, 5000);
+  remoteHost(1, group);
+  remoteHost(2, group);
+  remoteHost(3, other);
+  settle();
+  EXPECT_EQ(rmac->nextHopRefCount(4000), 2u);
+  EXPECT_EQ(sm->l2RibObjCache().dependantHosts({L2Rib::objTypeDest, 7}).size(), 2u);
+
+  helper->calls.clear();
+  hwIds->hwIdIs(group, 4100);
+  settle();
+  EXPECT_EQ(helper->calls, (std::vector<std::string>{"remote 00:00:00:00:00:01 Vxlan1 nh 4100 -> 0",
+                                                     "remote 00:00:00:00:00:02 Vxlan1 nh 4100 -> 0"}));
+  EXPECT_FALSE(rmac->nextHopRefCountHas(4000));
+  EXPECT_EQ(rmac->nextHopRefCount(4100), 2u);
+  EXPECT_EQ(rmac->nextHopRefCount(5000), 1u);
+  helper->calls.clear();
+  hwIds->hwIdIs(group, 4100);  // the same id again: nothing to do
+  settle();
+  EXPECT_TRUE(helper->calls.empty());
+}
+
 TEST_F(MacAddrSmTest, ZombieMachineIgnoresLearns) {
   start();
   sm->vexDoZombieReactors(true);
