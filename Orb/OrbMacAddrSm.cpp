@@ -220,6 +220,12 @@ class RemoteReactor : public RemoteReactorBase {
   void handleReceivedHost(const MacVlanPair& key) override {
     if (sm_->reacting()) sm_->handleRemoteHost(key);
   }
+  void handleRemoteMacsReady() override {
+    if (sm_->reacting() && notifier()->remoteMacsReady()) sm_->handleStageRemoteMacsReady();
+  }
+  void handleTunnelLearnEvent() override {
+    if (sm_->reacting()) sm_->handleTunnelLearnEvent();
+  }
 };
 
 MAC_KEY_REACTOR(Dot1xHostReactor, Dot1x::HostTable, handleHost, Nexo::EthAddr, handleDot1xHostTableEntry);
@@ -352,6 +358,7 @@ MacAddrSm::~MacAddrSm() {
   mlagIntfHostTableTimer_->timeMinIs(Vex::never);
   if (nonAgingReactor_) reactorDel(nonAgingReactor_.get());
   nonAgingReactor_.reset();
+  remoteMacRecoveryHelperSm_.reset();
   updateList_.clear();
 }
 
@@ -398,6 +405,19 @@ void MacAddrSm::handleInitialized() {
   std::vector<MacVlanPair> remote;
   for (const auto& [key, row] : bridgingStatus_->remoteStatusTable()) remote.push_back(key);
   for (const auto& key : remote) reevaluateEntry(key);
+  // Last, the recovery of the remote entries the hardware kept across a
+  // hitless restart; after any other start there is nothing to recover.
+  remoteMacRecoveryHelperSm_ = Vex::make<RemoteMacRecoveryHelperSm>(
+      bridgingStatus_, rmacInfoDir_, [this](const RemoteMacAddressTableEntry& entry) { return nextHopId(entry); });
+  if (ocsd()->operationalMode() != HwOperationalMode::hwModeHitlessRestart) {
+    remoteMacRecoveryHelperSm_->completeIs(true);
+    return;
+  }
+  remoteMacRecoveryHelperSm_->recover();
+  for (const auto& [key, row] : bridgingStatus_->remoteStatusTable()) {
+    if (row.hasL2RibObjTuple) l2RibObjCache_.programmedIs(key, row.l2RibObjTuple, nextHopId(row));
+  }
+  if (remoteHostTable_ && remoteHostTable_->remoteMacsReady()) handleStageRemoteMacsReady();
 }
 
 void MacAddrSm::doClearRemoteMacsFromFdbStatus() {
@@ -541,6 +561,11 @@ void MacAddrSm::evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry
 
   EntryEvaluationAction action = EntryEvaluationAction::none;
   bool movedToLocal = false, movedToRemote = false;
+  if (!wanted && current && isRemoteEntryType(current->entryType) && remoteMacRecoveryInProgress()) {
+    // The control plane may not have sent it again yet.
+    BLIP(trace(), 6, "{}: recovered remote entry kept during hitless recovery", keyText(key));
+    return;
+  }
   if (!wanted) {
     if (current) {
       if (agedInHardware) BLIP(trace(), 6, "Deleting this entry. {}", keyText(key));
@@ -664,10 +689,11 @@ bool MacAddrSm::programChange(ModifyMacEntry& change) {
 }
 
 bool MacAddrSm::skipHwProgInHitlessRestartMode(const ModifyMacEntry& change) const {
-  if (ocsd()->operationalMode() != HwOperationalMode::hwModeHitlessRestart) return false;
+  if (!remoteMacRecoveryInProgress()) return false;
   auto current = currentEntry(change.macVlanPair());
   if (!current || !sameProgramming(*current, change.entry())) return false;
-  BLIP(trace(), 6, "{} already in hardware: not programmed in hitless restart mode", keyText(change.macVlanPair()));
+  BLIP(trace(), 6, "{} already in hardware: not programmed in hitless restart mode during hitless recovery",
+       keyText(change.macVlanPair()));
   return true;
 }
 
@@ -926,7 +952,20 @@ void MacAddrSm::handleEthIntfStatus(const IntfId& intf) {
 
 void MacAddrSm::handleTunnelLearnEvent() { reevaluateRemoteEntries(); }
 
-void MacAddrSm::handleStageRemoteMacsReady() { reevaluateRemoteEntries(); }
+void MacAddrSm::handleStageRemoteMacsReady() {
+  if (remoteMacRecoveryHelperSm_ && !remoteMacRecoveryHelperSm_->complete()) {
+    BLIP(trace(), 5, "Remote MACs ready: hitless recovery of {} remote MACs complete",
+         remoteMacRecoveryHelperSm_->recovered());
+    remoteMacRecoveryHelperSm_->completeIs(true);
+  }
+  // Recovered entries that no source sent again go now.
+  reevaluateRemoteEntries();
+}
+
+bool MacAddrSm::remoteMacRecoveryInProgress() const {
+  if (ocsd()->operationalMode() != HwOperationalMode::hwModeHitlessRestart) return false;
+  return !remoteMacRecoveryHelperSm_ || !remoteMacRecoveryHelperSm_->complete();
+}
 
 void MacAddrSm::handleVerify() {
   orbHelper_->handleVerify();

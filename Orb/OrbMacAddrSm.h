@@ -29,6 +29,7 @@
 #include "Orb/OrbHelper.h"
 #include "Orb/OrbL2RibObjCache.h"
 #include "Orb/OrbNonAgingMacSm.h"
+#include "Orb/OrbRemoteMacRecoveryHelperSm.h"
 #include "Orb/OrbVlanHelper.h"
 #include "platform/model/MacModels.h"
 
@@ -250,6 +251,9 @@ class MacAddrSm : public OrbBaseSm {
   const Vex::Ptr<NonAgingStatus>& nonAgingMacStatus() const;
   void nonAgingMacStatusIs(const Vex::Ptr<NonAgingStatus>& status);
   const L2RibObjCache& l2RibObjCache() const { return l2RibObjCache_; }
+  // Made last at start; in progress from a hitless restart until the
+  // control plane has sent every remote host again.
+  const Vex::Ptr<RemoteMacRecoveryHelperSm>& remoteMacRecoveryHelperSm() const { return remoteMacRecoveryHelperSm_; }
   void handleSourceChecks();
   void handleParityEvent(const ParityEvent::Key& key);
 
@@ -297,6 +301,7 @@ class MacAddrSm : public OrbBaseSm {
   void decRemoteRefcounts(const MacVlanPair& key);
   std::uint64_t nextHopId(const RemoteMacAddressTableEntry& entry) const;
   bool skipHwProgInHitlessRestartMode(const ModifyMacEntry& change) const;
+  bool remoteMacRecoveryInProgress() const;
 
   Vex::Ptr<OrbCommonMulticastData> ocmd_;
   Vex::Ptr<OrbTypes::MacTable> macTable_;
@@ -338,6 +343,7 @@ class MacAddrSm : public OrbBaseSm {
   Vex::Ptr<Dot1x::HostTable> dot1xLocalHostTable_;
   Vex::Ptr<Bridging::DynamicHostStatus> dynamicHostStatus_;
   L2RibObjCache l2RibObjCache_;
+  Vex::Ptr<RemoteMacRecoveryHelperSm> remoteMacRecoveryHelperSm_;
   CondensedFlushRequest fr_;
   bool flushingInChip_ = false;
   Vex::HashSet<MacVlanPair> flushKept_;  // hosts of the target a flush leaves

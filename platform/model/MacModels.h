@@ -142,8 +142,14 @@ class RemoteMacTable : public Vex::Entity {
     using BaseNotifiee::BaseNotifiee;
     VEX_KEY_HANDLER(ConfiguredHost, MacVlanPair)
     VEX_KEY_HANDLER(ReceivedHost, MacVlanPair)
+    VEX_HANDLER(RemoteMacsReady)
+    VEX_HANDLER(TunnelLearnEvent)
   };
   using Entity::Entity;
+  // After a restart, the control plane has sent every remote host again.
+  VEX_ATTR(bool, remoteMacsReady, RemoteMacsReady, false)
+  // Raised when the tunnels learned (or forgot) addresses in bulk.
+  VEX_COUNTER(std::uint32_t, tunnelLearnEvent, TunnelLearnEvent)
   VEX_COLLECTION(MacVlanPair, OrbTypes::RemoteMacAddressTableEntry, configuredHost, ConfiguredHost)
   VEX_COLLECTION(MacVlanPair, OrbTypes::RemoteMacAddressTableEntry, receivedHost, ReceivedHost)
 };

@@ -2,6 +2,7 @@
 // simulated time.
 #include "Orb/OrbMacAddrSm.h"
 #include "Orb/OrbMacAddrSmPStoreHelper.h"
+#include "Orb/OrbTrace.h"
 
 #include "platform/log/LogEvent.h"
 #include "platform/vex/EventLoop.h"
@@ -487,6 +488,62 @@ TEST_F(MacAddrSmTest, NewHardwareIdOfAGroupReprogramsOnlyItsHosts) {
   hwIds->hwIdIs(group, 4100);  // the same id again: nothing to do
   settle();
   EXPECT_TRUE(helper->calls.empty());
+}
+
+TEST_F(MacAddrSmTest, HitlessRestartRecoversRemoteEntriesTheHardwareKept) {
+  // Before the restart: two remote entries programmed, whose rows the state
+  // database kept; the counts are stale.
+  vxlan->vlanToVniIs(VlanId(10), 10010);
+  auto remoteRow = [](std::uint64_t addr, std::uint32_t group) {
+    RemoteMacAddressTableEntry r;
+    r.macVlanPair = key(addr);
+    r.intf = IntfId("Vxlan1");
+    r.entryType = EntryType::entryReceivedRemote;
+    r.swTunnelGroupId = Orb::SwTunnelGroupId{group};
+    return r;
+  };
+  status->remoteStatusTableIs(key(1), remoteRow(1, 300));
+  status->remoteStatusTableIs(key(2), remoteRow(2, 300));
+  rmac->nextHopRefCountIs(300, 9);
+  ocsd->operationalModeIs(Orb::HwOperationalMode::hwModeHitlessRestart);
+  auto traces = std::make_shared<Blip::CaptureSink>();
+  Blip::sinkIs(traces);
+  Orb::orbTraceHandle("OrbMacAddrSm").levelIs(6);
+  start();
+  settle();
+  EXPECT_TRUE(sm->remoteMacRecoveryHelperSm() && !sm->remoteMacRecoveryHelperSm()->complete());
+  EXPECT_EQ(sm->remoteMacRecoveryHelperSm()->recovered(), 2u);
+  EXPECT_TRUE(traces->contains("Recovered remote MAC 00:00:00:00:00:01 vlan 10 next hop 300 during hitless restart"));
+  EXPECT_EQ(rmac->nextHopRefCount(300), 2u);
+  EXPECT_TRUE(helper->calls.empty());  // nothing reprogrammed, nothing removed yet
+
+  // The control plane sends one again, unchanged: the hardware has it.
+  remote->receivedHostIs(key(1), remoteRow(1, 300));
+  settle();
+  EXPECT_TRUE(helper->calls.empty());
+  EXPECT_TRUE(traces->contains("during hitless recovery"));
+  // Everything is sent: what was not sent again goes.
+  remote->remoteMacsReadyIs(true);
+  settle();
+  EXPECT_TRUE(sm->remoteMacRecoveryHelperSm()->complete());
+  EXPECT_EQ(helper->calls, std::vector<std::string>{"remove 00:00:00:00:00:02"});
+  EXPECT_TRUE(status->remoteStatusTableHas(key(1)));
+  EXPECT_EQ(rmac->nextHopRefCount(300), 1u);
+  Orb::orbTraceHandle("OrbMacAddrSm").levelIs(0);
+  Blip::sinkIs(nullptr);
+}
+
+TEST_F(MacAddrSmTest, OrdinaryStartDropsRemoteRowsNoSourceWants) {
+  vxlan->vlanToVniIs(VlanId(10), 10010);
+  RemoteMacAddressTableEntry r;
+  r.macVlanPair = key(1);
+  r.intf = IntfId("Vxlan1");
+  r.entryType = EntryType::entryReceivedRemote;
+  status->remoteStatusTableIs(key(1), r);
+  start();
+  settle();
+  EXPECT_TRUE(sm->remoteMacRecoveryHelperSm()->complete());
+  EXPECT_FALSE(status->remoteStatusTableHas(key(1)));
 }
 
 TEST_F(MacAddrSmTest, ZombieMachineIgnoresLearns) {
