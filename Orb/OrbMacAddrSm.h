@@ -21,7 +21,14 @@
 //   on ports or VLANs whose learning is off, on 802.1X-restricted ports,
 //   and of failed fast-failover servers.
 // - Tunnel endpoint lists compare lexicographically, address by address.
-// - Hardware-learned entries present at start are reviewed like new ones.
+// - Hardware-learned entries present at start are reviewed like new ones,
+//   and so are hosts restored into `fdbStatus` from before a restart: those
+//   the hardware no longer holds go.
+// - The dynamic-host status counts hosts of type "dynamic" only.
+// - A flush drops its target's dynamic hosts from the status itself, before
+//   the chip flushes them; hosts another source wants stay and are reviewed.
+// - The remote-MAC recovery of a hitless restart ends when the control
+//   plane sets `remoteMacsReady` on the remote host table.
 #pragma once
 
 #include "Orb/OrbBaseHelper.h"
