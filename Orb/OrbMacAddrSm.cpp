@@ -1214,40 +1214,59 @@ bool MacAddrSm::wantedElsewhere(const MacVlanPair& key) const {
          (mlagHostTable_ && mlagHostTable_->hostEntryHas(key));
 }
 
+bool MacAddrSm::noOtherSource() const {
+  return updateList_.empty() && (!l2RibOutput_ || l2RibOutput_->host().empty()) &&
+         (!remoteHostTable_ ||
+          (remoteHostTable_->receivedHost().empty() && remoteHostTable_->configuredHost().empty())) &&
+         bridgingConfig_->fdbConfig().empty() &&
+         (!nonAgingReactor_ || nonAgingReactor_->notifier()->macEntries().empty()) &&
+         (!dot1xLocalHostTable_ || dot1xLocalHostTable_->host().empty()) &&
+         (!mlagHostTable_ || mlagHostTable_->hostEntry().empty());
+}
+
 void MacAddrSm::dropFlushedHosts(std::optional<std::uint16_t> vlanId, const IntfId* intf) {
   const bool everything = !vlanId && !intf;
+  // Commonly nothing but the hardware offers hosts: no need to ask per host.
+  const bool mayBeWanted = !noOtherSource();
   auto flushed = [&](const MacVlanPair& key, EntryType type, const IntfId& at) {
-    return type == EntryType::entryDynamic && (!intf || at == *intf) && !wantedElsewhere(key);
+    return type == EntryType::entryDynamic && (!intf || at == *intf) && !(mayBeWanted && wantedElsewhere(key));
   };
+  // Counts change once per VLAN and interface, not once per host.
+  Vex::HashMap<IntfId, int> goneOnIntf;
   std::vector<Nexo::EthAddr> gone;
   auto dropFrom = [&](Bridging::FdbStatus& fdb, VlanId fidVlan) {
     gone.clear();
     for (const auto& [addr, host] : fdb.learnedHost()) {
       if (flushed(MacVlanPair{addr, fidVlan}, host.entryType, host.intf)) {
         gone.push_back(addr);
+        --goneOnIntf[host.intf];
       } else {
         flushKept_.insert(MacVlanPair{addr, fidVlan});
       }
     }
     for (const auto& addr : gone) {
-      countDynamicHost(MacVlanPair{addr, fidVlan}, fdb.learnedHost(addr), -1);
       fdb.learnedHostDel(addr);
       if (l2RibInput_ && !everything) l2RibInput_->hostDel(MacVlanPair{addr, fidVlan});
     }
+    if (gone.empty()) return;
+    dynamicHostStatus_->hostCountInVlanAdd(fidVlan, -static_cast<int>(gone.size()));
+    dynamicHostStatus_->hostCountIs(dynamicHostStatus_->hostCount() - static_cast<std::uint32_t>(gone.size()));
   };
   if (vlanId) {
     const auto& fdb = bridgingStatus_->fdbStatus(Bridging::Fid(*vlanId));
     if (fdb && *vlanId >= 1 && *vlanId <= 4094) dropFrom(*fdb, VlanId(*vlanId));
-    return;
+  } else {
+    for (const auto& [fid, fdb] : bridgingStatus_->fdbStatus()) {
+      if (auto fidVlan = Bridging::Status::vlanOf(fid)) dropFrom(*fdb, *fidVlan);
+    }
   }
-  for (const auto& [fid, fdb] : bridgingStatus_->fdbStatus()) {
-    if (auto fidVlan = Bridging::Status::vlanOf(fid)) dropFrom(*fdb, *fidVlan);
-  }
+  for (const auto& [at, delta] : goneOnIntf) dynamicHostStatus_->hostCountOnIntfAdd(at, delta);
   if (everything && l2RibInput_) {
     // The whole table goes: walked in its own order, not key by key.
     std::vector<MacVlanPair> rows;
     for (const auto& [key, row] : l2RibInput_->host()) {
-      if (row.entryType == EntryType::entryDynamic && !flushKept_.contains(key) && !wantedElsewhere(key))
+      if (row.entryType == EntryType::entryDynamic && !flushKept_.contains(key) &&
+          !(mayBeWanted && wantedElsewhere(key)))
         rows.push_back(key);
     }
     for (const auto& key : rows) l2RibInput_->hostDel(key);

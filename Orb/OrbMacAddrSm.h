@@ -274,6 +274,7 @@ class MacAddrSm : public OrbBaseSm {
   // Whether a source other than the hardware wants the key, or a change for
   // it waits in the queue.
   bool wantedElsewhere(const MacVlanPair& key) const;
+  bool noOtherSource() const;
   // Drops the dynamic hosts a flush of the VLAN (every VLAN when none) on
   // the interface (every interface when null) takes out of the chip.
   void dropFlushedHosts(std::optional<std::uint16_t> vlanId, const IntfId* intf);

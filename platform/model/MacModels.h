@@ -116,17 +116,23 @@ class DynamicHostStatus : public Vex::Entity {
   VEX_COLLECTION(Nexo::IntfId, std::uint32_t, hostCountOnIntf, HostCountOnIntf)
   VEX_COLLECTION(VlanId, std::uint32_t, hostCountInVlan, HostCountInVlan)
 
-  // One dynamic host more (+1) or less (-1) on `intf` in `vlanId`.
+  // `delta` dynamic hosts more (or fewer) on `intf` in `vlanId`.
   void hostCountAdd(const Nexo::IntfId& intf, VlanId vlanId, int delta) {
-    auto step = [delta](std::uint32_t count) { return static_cast<std::uint32_t>(static_cast<int>(count) + delta); };
-    hostCountIs(step(hostCount()));
-    if (auto onIntf = step(hostCountOnIntf(intf))) {
-      hostCountOnIntfIs(intf, onIntf);
+    hostCountIs(static_cast<std::uint32_t>(static_cast<int>(hostCount()) + delta));
+    hostCountOnIntfAdd(intf, delta);
+    hostCountInVlanAdd(vlanId, delta);
+  }
+  // The same, for the counts of one interface or of one VLAN alone.
+  void hostCountOnIntfAdd(const Nexo::IntfId& intf, int delta) {
+    if (auto count = static_cast<std::uint32_t>(static_cast<int>(hostCountOnIntf(intf)) + delta)) {
+      hostCountOnIntfIs(intf, count);
     } else {
       hostCountOnIntfDel(intf);
     }
-    if (auto inVlan = step(hostCountInVlan(vlanId))) {
-      hostCountInVlanIs(vlanId, inVlan);
+  }
+  void hostCountInVlanAdd(VlanId vlanId, int delta) {
+    if (auto count = static_cast<std::uint32_t>(static_cast<int>(hostCountInVlan(vlanId)) + delta)) {
+      hostCountInVlanIs(vlanId, count);
     } else {
       hostCountInVlanDel(vlanId);
     }

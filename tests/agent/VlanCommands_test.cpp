@@ -210,6 +210,29 @@ TEST_P(MacModes, FullTableTakesTheEntryOnceThereIsRoom) {
   EXPECT_TRUE(agent.fdbHelper().table().entry({Nexo::EthAddr(9), Bridging::VlanId(10)}));
 }
 
+TEST_P(MacModes, FlushOfAVlanOnALagTakesExactlyThoseEntries) {
+  Agent::Agent agent(Agent::Options{});
+  run(agent, std::string("chip fdb mode ") + GetParam());
+  run(agent, "port-channel 1 members Ethernet9-10");
+  run(agent, "chip learn-range 00:00:00:00:01:00 5 vlan 10 Port-Channel1");
+  run(agent, "chip learn-range 00:00:00:00:02:00 5 vlan 20 Port-Channel1");
+  run(agent, "chip learn-range 00:00:00:00:03:00 5 vlan 10 Ethernet1");
+  run(agent, "advance 1");
+  run(agent, "clear mac address-table vlan 10 interface Port-Channel1");
+  run(agent, "advance 1");
+  const auto& table = agent.fdbHelper().table().entries;
+  EXPECT_EQ(table.size(), 10u);
+  for (const auto& [key, entry] : table) {
+    EXPECT_FALSE(key.vlanId == Bridging::VlanId(10) && entry.intf == Nexo::IntfId("Port-Channel1"))
+        << key.addr.stringValue();
+  }
+  EXPECT_EQ(run(agent, "show mac address-table count"), "Total Mac Addresses: 10\n");
+  EXPECT_EQ(run(agent, "show mac dynamic-hosts"),
+            "Dynamic hosts: 10\n  interface Ethernet1        5\n  interface Port-Channel1    5\n"
+            "  vlan 10                    5\n  vlan 20                    5\n");
+  EXPECT_NE(run(agent, "show mac flush-requests").find("done at"), std::string::npos);
+}
+
 INSTANTIATE_TEST_SUITE_P(Chip, MacModes, ::testing::Values("direct", "indirect"));
 
 }  // namespace
