@@ -29,10 +29,86 @@ std::string cmdText(const IndirectAccessMacCmd& cmd) {
 
 }  // namespace
 
+namespace {
+
+struct FreeCmd {
+  FreeCmd* next;
+};
+FreeCmd* freeCmds = nullptr;  // one thread only, as every reaction
+
+}  // namespace
+
+void* IndirectAccessMacCmd::operator new(std::size_t size) {
+  if (size != sizeof(IndirectAccessMacCmd) || !freeCmds) return ::operator new(size);
+  FreeCmd* reused = freeCmds;
+  freeCmds = reused->next;
+  return reused;
+}
+
+void IndirectAccessMacCmd::operator delete(void* memory, std::size_t size) {
+  if (size != sizeof(IndirectAccessMacCmd)) return ::operator delete(memory);
+  auto* freed = static_cast<FreeCmd*>(memory);
+  freed->next = freeCmds;
+  freeCmds = freed;
+}
+
 Vex::Ptr<IndirectAccessMacCmd> indirectAccessMacCmdFactory(IndirectAccessMacCmdType type, const MacEntryKey& key,
                                                            const Nexo::IntfId& intf, Bridging::EntryType entryType,
                                                            std::int64_t value, std::uint64_t transactionId) {
   return Vex::make<IndirectAccessMacCmd>(type, key, intf, entryType, value, transactionId);
+}
+
+const InFlightMacCmds::CmdPtr& InFlightMacCmds::find(std::uint64_t transactionId) const {
+  static const CmdPtr none;
+  std::size_t at = position(transactionId);
+  return at < slots_.size() && slots_[at].first == transactionId ? slots_[at].second : none;
+}
+
+const InFlightMacCmds::CmdPtr& InFlightMacCmds::back() const {
+  static const CmdPtr none;
+  for (auto it = slots_.rbegin(); it != slots_.rend(); ++it) {
+    if (it->second) return it->second;
+  }
+  return none;
+}
+
+std::size_t InFlightMacCmds::position(std::uint64_t transactionId) const {
+  if (slots_.empty() || transactionId <= slots_.front().first) return 0;
+  // Ids in flight are mostly consecutive: try where they would be then.
+  std::uint64_t guess = transactionId - slots_.front().first;
+  if (guess < slots_.size() && slots_[guess].first == transactionId) return static_cast<std::size_t>(guess);
+  auto it = std::lower_bound(slots_.begin(), slots_.end(), transactionId,
+                             [](const auto& slot, std::uint64_t id) { return slot.first < id; });
+  return static_cast<std::size_t>(it - slots_.begin());
+}
+
+void InFlightMacCmds::insert(const CmdPtr& cmd) {
+  std::uint64_t id = cmd->transactionId();
+  if (slots_.empty() || slots_.back().first < id) {
+    slots_.emplace_back(id, cmd);
+    ++count_;
+    return;
+  }
+  std::size_t at = position(id);
+  if (at < slots_.size() && slots_[at].first == id) {
+    if (!slots_[at].second) ++count_;
+    slots_[at].second = cmd;
+    return;
+  }
+  slots_.emplace(slots_.begin() + static_cast<std::ptrdiff_t>(at), id, cmd);
+  ++count_;
+}
+
+void InFlightMacCmds::erase(std::uint64_t transactionId) {
+  std::size_t at = position(transactionId);
+  if (at == slots_.size() || slots_[at].first != transactionId || !slots_[at].second) return;
+  slots_[at].second.reset();
+  --count_;
+  while (!slots_.empty() && !slots_.back().second) slots_.pop_back();
+}
+
+void InFlightMacCmds::compact() {
+  while (!slots_.empty() && !slots_.front().second) slots_.pop_front();
 }
 
 OrbMacProgrammer::OrbMacProgrammer()
@@ -121,10 +197,10 @@ void OrbMacProgrammer::handleFlushOp(const CmdPtr& cmd) {
 void OrbMacProgrammer::handleCmdResponse(std::uint64_t transactionId, std::int64_t value, MacProgramStatus status) {
   BLIP(trace(), 7, "OrbMacProgrammer::handleCmdResponse transactionId {} status {}", transactionId,
        Vex::valueToStrep(status));
-  auto it = inProgMacOp_.find(transactionId);
-  if (it == inProgMacOp_.end()) return;
-  it->second->responseValueIs(value);
-  it->second->statusIs(status);
+  const CmdPtr& cmd = inProgMacOp_.find(transactionId);
+  if (!cmd) return;
+  cmd->responseValueIs(value);
+  cmd->statusIs(status);
 }
 
 void OrbMacProgrammer::armUpdate(Vex::Seconds at) {
@@ -165,7 +241,7 @@ void OrbMacProgrammer::updatePendingAddresses() {
       blocked = true;
       break;
     }
-    inProgMacOpIs(cmd->transactionId(), cmd);
+    inProgMacOpIs(cmd);
     std::uint32_t result = writeToHw(cmd);
     BLIP(trace(), 8, "{} write to hardware result : {}", cmdText(*cmd), result);
     if (result == static_cast<std::uint32_t>(MacProgramStatus::macProgramSuccess)) {
@@ -237,10 +313,10 @@ void OrbMacProgrammer::pollInProgressCmds() {
   if (suspendInProgress_) return;
   Vex::Seconds start = Vex::now();
   std::uint32_t handled = 0;
-  auto it = inProgMacOp_.lower_bound(inProgMacOpBookmark_);
-  while (it != inProgMacOp_.end()) {
-    CmdPtr cmd = it->second;
-    ++it;
+  std::size_t at = inProgMacOp_.position(inProgMacOpBookmark_);
+  while (at < inProgMacOp_.slots()) {
+    CmdPtr cmd = inProgMacOp_.at(at++);
+    if (!cmd) continue;
     ++handled;
     if (cmd->status() != MacProgramStatus::macProgramInProgress &&
         cmd->status() != MacProgramStatus::macProgramFlushInProgress) {
@@ -250,14 +326,16 @@ void OrbMacProgrammer::pollInProgressCmds() {
       cmd->statusIs(MacProgramStatus::macProgramFailed);
       finish(cmd);
     }
-    if (timeToLook(handled, pollReqQuantumofTimes_) && it != inProgMacOp_.end() &&
+    if (timeToLook(handled, pollReqQuantumofTimes_) && at < inProgMacOp_.slots() &&
         Vex::now() - start > pollReqQuantum_) {
-      inProgMacOpBookmark_ = it->first;
+      inProgMacOpBookmark_ = inProgMacOp_.idAt(at);
+      inProgMacOp_.compact();
       pollReqClock_->timeMinIs(Vex::now());
       return;
     }
   }
   inProgMacOpBookmark_ = 0;
+  inProgMacOp_.compact();
   armPoll();
   // Keys whose operation finished may let waiting commands go.
   if (!pendingMacOp_.empty()) armUpdate(Vex::now());

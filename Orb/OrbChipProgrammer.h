@@ -28,7 +28,6 @@
 #include <cstdint>
 #include <deque>
 #include <map>
-#include <memory_resource>
 #include <optional>
 
 namespace Orb {
@@ -77,6 +76,11 @@ class IndirectAccessMacCmd : public Vex::PtrInterface {
   std::uint64_t transactionId() const { return transactionId_; }
   bool addrOp() const { return type_ == IndirectAccessMacCmdType::addrOp; }
 
+  // Commands come and go by the hundred thousand: the memory of finished
+  // ones is kept for the next.
+  static void* operator new(std::size_t size);
+  static void operator delete(void* memory, std::size_t size);
+
   bool valid() const { return valid_; }
   bool invalid() const { return !valid_; }
   void validIs(bool valid) { valid_ = valid; }
@@ -113,6 +117,37 @@ struct PendingMacOpMetadata {
   auto operator<=>(const PendingMacOpMetadata&) const = default;
 };
 VEX_VALUE(PendingMacOpMetadata, "Orb::PendingMacOpMetadata", (head, next, count))
+
+// Commands in flight, in transaction-id order. Commands reach the chip
+// mostly in increasing id order, so this is a queue with holes: a finished
+// command leaves an empty slot, dropped once it reaches either end.
+class InFlightMacCmds {
+ public:
+  using CmdPtr = Vex::Ptr<IndirectAccessMacCmd>;
+
+  bool empty() const { return count_ == 0; }
+  std::size_t size() const { return count_; }
+  std::size_t count(std::uint64_t transactionId) const { return find(transactionId) ? 1 : 0; }
+  // The command in flight under this id, or null.
+  const CmdPtr& find(std::uint64_t transactionId) const;
+  // The command with the highest id.
+  const CmdPtr& back() const;
+  void insert(const CmdPtr& cmd);
+  void erase(std::uint64_t transactionId);
+
+  // Walking in id order: slots from `position(id)` (the first id at or
+  // above `id`) on; an empty slot holds null. Slots leave the front only in
+  // compact(), so positions stay put during a walk.
+  std::size_t position(std::uint64_t transactionId) const;
+  std::size_t slots() const { return slots_.size(); }
+  std::uint64_t idAt(std::size_t position) const { return slots_[position].first; }
+  const CmdPtr& at(std::size_t position) const { return slots_[position].second; }
+  void compact();
+
+ private:
+  std::deque<std::pair<std::uint64_t, CmdPtr>> slots_;
+  std::size_t count_ = 0;
+};
 
 class OrbMacProgrammer : public Vex::PtrInterface {
  public:
@@ -166,8 +201,8 @@ class OrbMacProgrammer : public Vex::PtrInterface {
   std::size_t pendingFlushOpSize() const { return pendingFlushOp_.size(); }
 
   // In flight.
-  const std::pmr::map<std::uint64_t, CmdPtr>& inProgMacOp() const { return inProgMacOp_; }
-  void inProgMacOpIs(std::uint64_t transactionId, const CmdPtr& cmd) { inProgMacOp_[transactionId] = cmd; }
+  const InFlightMacCmds& inProgMacOp() const { return inProgMacOp_; }
+  void inProgMacOpIs(const CmdPtr& cmd) { inProgMacOp_.insert(cmd); }
   void inProgMacOpDel(std::uint64_t transactionId) { inProgMacOp_.erase(transactionId); }
   std::uint64_t inProgMacOpBookmark() const { return inProgMacOpBookmark_; }
   CmdPtr inProgAddrOp(const MacEntryKey& key) const;
@@ -231,9 +266,7 @@ class OrbMacProgrammer : public Vex::PtrInterface {
   PendingMacOpMetadata pendingMacOpMetadata_;
   Vex::HashMap<MacEntryKey, CmdPtr> pendingAddrOp_;
   std::map<std::uint64_t, CmdPtr> pendingFlushOp_;
-  // Commands in flight are many and short-lived: their nodes come from a pool.
-  std::pmr::unsynchronized_pool_resource inProgPool_;
-  std::pmr::map<std::uint64_t, CmdPtr> inProgMacOp_{&inProgPool_};
+  InFlightMacCmds inProgMacOp_;
   std::uint64_t inProgMacOpBookmark_ = 0;
   Vex::HashMap<MacEntryKey, CmdPtr> inProgAddrOp_;
   std::map<MacEntryKey, CmdPtr> overflowAddrOp_;

@@ -146,7 +146,7 @@ TEST_F(ChipProgrammerTest, OverflowedCommandsRetryWithAGrowingWait) {
   EXPECT_TRUE(programmer->overflowLogged());
   loop.advance(5);  // retried after the minimum delay
   ASSERT_EQ(programmer->written.size(), 2u);
-  auto retry = programmer->inProgMacOp().rbegin()->second;
+  auto retry = programmer->inProgMacOp().back();
   programmer->handleCmdResponse(retry->transactionId(), 0, MacProgramStatus::macProgramFull);
   loop.advance(0.1);
   EXPECT_DOUBLE_EQ(programmer->updateOverflowAddressDelay(), 10.0);  // it overflowed again
@@ -154,7 +154,7 @@ TEST_F(ChipProgrammerTest, OverflowedCommandsRetryWithAGrowingWait) {
   EXPECT_EQ(programmer->written.size(), 2u);
   loop.advance(5);
   EXPECT_EQ(programmer->written.size(), 3u);
-  auto last = programmer->inProgMacOp().rbegin()->second;
+  auto last = programmer->inProgMacOp().back();
   programmer->handleCmdResponse(last->transactionId(), 0, MacProgramStatus::macProgramSuccess);
   loop.advance(0.1);
   EXPECT_TRUE(programmer->overflowAddrOp().empty());
