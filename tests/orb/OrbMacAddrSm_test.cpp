@@ -80,6 +80,22 @@ MacAddressTableEntry row(const MacVlanPair& k, const char* intf, EntryType type 
   return MacAddressTableEntry{k, IntfId(intf), type, {}, 0.0};
 }
 
+// A remote entry behind Vxlan1: through a tunnel group, or an L2 RIB object.
+RemoteMacAddressTableEntry remoteEntry(const MacVlanPair& k, EntryType type, std::uint32_t tunnelGroup = 0) {
+  RemoteMacAddressTableEntry r;
+  r.macVlanPair = k;
+  r.intf = IntfId("Vxlan1");
+  r.entryType = type;
+  r.swTunnelGroupId = Orb::SwTunnelGroupId{tunnelGroup};
+  return r;
+}
+RemoteMacAddressTableEntry remoteEntry(const MacVlanPair& k, L2Rib::ObjTuple tuple) {
+  auto r = remoteEntry(k, EntryType::entryEvpnDynamicRemote);
+  r.hasL2RibObjTuple = true;
+  r.l2RibObjTuple = tuple;
+  return r;
+}
+
 class MacAddrSmTest : public ::testing::Test {
  protected:
   Vex::EventLoop loop;
@@ -159,12 +175,7 @@ TEST_F(MacAddrSmTest, MoveBetweenPortsRaisesMovesByExactlyOne) {
 TEST_F(MacAddrSmTest, RemoteToLocalMoveRaisesMovesAndUsesTheSwap) {
   vxlan->vlanToVniIs(VlanId(10), 10010);
   start();
-  RemoteMacAddressTableEntry r;
-  r.macVlanPair = key(1);
-  r.intf = IntfId("Vxlan1");
-  r.entryType = EntryType::entryReceivedRemote;
-  r.swTunnelGroupId = Orb::SwTunnelGroupId{7};
-  remote->receivedHostIs(key(1), r);
+  remote->receivedHostIs(key(1), remoteEntry(key(1), EntryType::entryReceivedRemote, 7));
   settle();
   ASSERT_TRUE(status->remoteStatusTableHas(key(1)));
   EXPECT_EQ(rmac->nextHopRefCount(7), 1u);
@@ -182,11 +193,7 @@ TEST_F(MacAddrSmTest, RemoteToLocalMoveRaisesMovesAndUsesTheSwap) {
 
 TEST_F(MacAddrSmTest, RemoteEntryWithoutVniMappingIsIgnored) {
   start();
-  RemoteMacAddressTableEntry r;
-  r.macVlanPair = key(2);
-  r.intf = IntfId("Vxlan1");
-  r.entryType = EntryType::entryStaticRemote;
-  remote->configuredHostIs(key(2), r);
+  remote->configuredHostIs(key(2), remoteEntry(key(2), EntryType::entryStaticRemote));
   settle();
   EXPECT_FALSE(status->remoteStatusTableHas(key(2)));
   EXPECT_TRUE(helper->calls.empty());
@@ -430,14 +437,8 @@ TEST_F(MacAddrSmTest, LearnAndAgeEventsFromTheChip) {
 TEST_F(MacAddrSmTest, RemoteEntryFollowsItsL2RibObject) {
   vxlan->vlanToVniIs(VlanId(10), 10010);
   start();
-  RemoteMacAddressTableEntry r;
-  r.macVlanPair = key(6);
-  r.intf = IntfId("Vxlan1");
-  r.entryType = EntryType::entryEvpnDynamicRemote;
-  r.hasL2RibObjTuple = true;
-  r.l2RibObjTuple = {2, 77};
-  hwIds->hwIdIs(r.l2RibObjTuple, 4000);
-  l2Rib->hostIs(key(6), r);
+  hwIds->hwIdIs({L2Rib::objTypeDest, 77}, 4000);
+  l2Rib->hostIs(key(6), remoteEntry(key(6), {L2Rib::objTypeDest, 77}));
   settle();
   EXPECT_EQ(helper->calls.back(), "remote 00:00:00:00:00:06 Vxlan1 nh 4000 -> 0");
   EXPECT_EQ(rmac->nextHopRefCount(4000), 1u);
@@ -457,13 +458,7 @@ TEST_F(MacAddrSmTest, NewHardwareIdOfAGroupReprogramsOnlyItsHosts) {
                              Vex::make<OrbHelper::OrbHelperDot1x>(), l2RibInput, l2Rib, lbs,
                              Vex::make<L2Rib::DestOutput>("dest"), tunnels, hwIds);
   auto remoteHost = [&](std::uint64_t addr, L2Rib::ObjTuple tuple) {
-    RemoteMacAddressTableEntry r;
-    r.macVlanPair = key(addr);
-    r.intf = IntfId("Vxlan1");
-    r.entryType = EntryType::entryEvpnDynamicRemote;
-    r.hasL2RibObjTuple = true;
-    r.l2RibObjTuple = tuple;
-    l2Rib->hostIs(key(addr), r);
+    l2Rib->hostIs(key(addr), remoteEntry(key(addr), tuple));
   };
   L2Rib::ObjTuple group{L2Rib::objTypeLoadBalance, 5}, other{L2Rib::objTypeDest, 9};
   lbs->lbIs(5, {7, 8});
@@ -495,12 +490,7 @@ TEST_F(MacAddrSmTest, HitlessRestartRecoversRemoteEntriesTheHardwareKept) {
   // database kept; the counts are stale.
   vxlan->vlanToVniIs(VlanId(10), 10010);
   auto remoteRow = [](std::uint64_t addr, std::uint32_t group) {
-    RemoteMacAddressTableEntry r;
-    r.macVlanPair = key(addr);
-    r.intf = IntfId("Vxlan1");
-    r.entryType = EntryType::entryReceivedRemote;
-    r.swTunnelGroupId = Orb::SwTunnelGroupId{group};
-    return r;
+    return remoteEntry(key(addr), EntryType::entryReceivedRemote, group);
   };
   status->remoteStatusTableIs(key(1), remoteRow(1, 300));
   status->remoteStatusTableIs(key(2), remoteRow(2, 300));
@@ -535,11 +525,7 @@ TEST_F(MacAddrSmTest, HitlessRestartRecoversRemoteEntriesTheHardwareKept) {
 
 TEST_F(MacAddrSmTest, OrdinaryStartDropsRemoteRowsNoSourceWants) {
   vxlan->vlanToVniIs(VlanId(10), 10010);
-  RemoteMacAddressTableEntry r;
-  r.macVlanPair = key(1);
-  r.intf = IntfId("Vxlan1");
-  r.entryType = EntryType::entryReceivedRemote;
-  status->remoteStatusTableIs(key(1), r);
+  status->remoteStatusTableIs(key(1), remoteEntry(key(1), EntryType::entryReceivedRemote));
   start();
   settle();
   EXPECT_TRUE(sm->remoteMacRecoveryHelperSm()->complete());
