@@ -36,7 +36,7 @@ void SoftChip::tableDel(SoftTable* table) {
   if (it != tables_.end() && it->second == table) tables_.erase(it);
 }
 
-SoftTable* SoftChip::table(const std::string& name) const {
+SoftTable* SoftChip::table(std::string_view name) const {
   auto it = tables_.find(name);
   return it == tables_.end() ? nullptr : it->second;
 }
@@ -47,14 +47,14 @@ std::vector<std::string> SoftChip::tableNames() const {
   return names;
 }
 
-std::size_t SoftChip::capacity(const std::string& table) const {
+std::size_t SoftChip::capacity(std::string_view table) const {
   auto it = capacities_.find(table);
   return it == capacities_.end() ? unlimited : it->second;
 }
 
 void SoftChip::capacityIs(const std::string& table, std::size_t entries) { capacities_[table] = entries; }
 
-bool SoftChip::hasRoom(const std::string& name) const {
+bool SoftChip::hasRoom(std::string_view name) const {
   SoftTable* t = table(name);
   return !t || t->size() < capacity(name);
 }
@@ -66,11 +66,13 @@ void SoftChip::faultIs(const std::string& table, Fault fault, std::uint32_t coun
 
 void SoftChip::faultDelAll(const std::string& table) { faults_.erase(table); }
 
-Fault SoftChip::nextFault(const std::string& table) {
+Fault SoftChip::nextFault(std::string_view table) {
+  if (faults_.empty()) return Fault::none;
   auto it = faults_.find(table);
   if (it == faults_.end() || it->second.empty()) return Fault::none;
   Fault fault = it->second.front();
   it->second.pop_front();
+  if (it->second.empty()) faults_.erase(it);
   return fault;
 }
 

@@ -55,20 +55,20 @@ class SoftChip : public Vex::PtrInterface {
   // Tables register themselves when a feature's model is created.
   void tableIs(SoftTable* table);
   void tableDel(SoftTable* table);
-  SoftTable* table(const std::string& name) const;
+  SoftTable* table(std::string_view name) const;
   std::vector<std::string> tableNames() const;
 
-  std::size_t capacity(const std::string& table) const;
+  std::size_t capacity(std::string_view table) const;
   void capacityIs(const std::string& table, std::size_t entries);
   // True when the table holds fewer entries than its capacity.
-  bool hasRoom(const std::string& table) const;
+  bool hasRoom(std::string_view table) const;
 
   // The next `count` operations of `table` answer `fault`, after the faults
   // already planned for it.
   void faultIs(const std::string& table, Fault fault, std::uint32_t count);
   void faultDelAll(const std::string& table);
   // Consumes and returns the fault planned for the table's next operation.
-  Fault nextFault(const std::string& table);
+  Fault nextFault(std::string_view table);
   std::uint32_t plannedFaults(const std::string& table) const;
 
   Vex::Seconds ackDelay(const std::string& table) const;
@@ -84,10 +84,10 @@ class SoftChip : public Vex::PtrInterface {
   void armAckClock();
   void runDueAcks();
 
-  std::map<std::string, SoftTable*> tables_;
-  std::map<std::string, std::size_t> capacities_;
-  std::map<std::string, std::deque<Fault>> faults_;
-  std::map<std::string, Vex::Seconds> ackDelays_;
+  std::map<std::string, SoftTable*, std::less<>> tables_;
+  std::map<std::string, std::size_t, std::less<>> capacities_;
+  std::map<std::string, std::deque<Fault>, std::less<>> faults_;
+  std::map<std::string, Vex::Seconds, std::less<>> ackDelays_;
   struct PendingAck {
     Vex::Seconds due;
     std::uint64_t sequence;
