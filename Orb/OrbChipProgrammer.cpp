@@ -27,10 +27,6 @@ std::string cmdText(const IndirectAccessMacCmd& cmd) {
                      cmd.key().key.vlanId.value(), cmd.transactionId(), Vex::valueToStrep(cmd.type()));
 }
 
-}  // namespace
-
-namespace {
-
 struct FreeCmd {
   FreeCmd* next;
 };

@@ -398,7 +398,7 @@ void MacAddrSm::handleInitialized() {
   // Hosts restored from before a restart are reconciled with the hardware
   // too: those it no longer holds go.
   std::vector<MacVlanPair> restored;
-  forEachLearnedHost([&](const MacVlanPair& key, const Bridging::LearnedHost&) {
+  bridgingStatus_->forEachLearnedHost([&](const MacVlanPair& key, const Bridging::LearnedHost&) {
     if (!macTable_->macEntryHas(key)) restored.push_back(key);
   });
   for (const auto& key : restored) handleMacEntry(key);
@@ -422,7 +422,7 @@ void MacAddrSm::handleInitialized() {
 
 void MacAddrSm::doClearRemoteMacsFromFdbStatus() {
   std::vector<MacVlanPair> stale;
-  forEachLearnedHost([&](const MacVlanPair& key, const Bridging::LearnedHost& host) {
+  bridgingStatus_->forEachLearnedHost([&](const MacVlanPair& key, const Bridging::LearnedHost& host) {
     if (isRemoteEntryType(host.entryType)) stale.push_back(key);
   });
   for (const auto& key : stale) delFromFdbStatus(key);
@@ -823,7 +823,7 @@ void MacAddrSm::dynamicHostStatusIs(const Vex::Ptr<Bridging::DynamicHostStatus>&
   dynamicHostStatus_->hostCountIs(0);
   dynamicHostStatus_->hostCountOnIntfDelAll();
   dynamicHostStatus_->hostCountInVlanDelAll();
-  forEachLearnedHost(
+  bridgingStatus_->forEachLearnedHost(
       [&](const MacVlanPair& key, const Bridging::LearnedHost& host) { countDynamicHost(key, host, +1); });
 }
 
@@ -934,7 +934,7 @@ void MacAddrSm::handleL2RibLb(std::uint64_t id) {
 
 void MacAddrSm::reevaluateKeysOnIntf(const IntfId& intf) {
   std::vector<MacVlanPair> keys;
-  forEachLearnedHost([&](const MacVlanPair& key, const Bridging::LearnedHost& host) {
+  bridgingStatus_->forEachLearnedHost([&](const MacVlanPair& key, const Bridging::LearnedHost& host) {
     if (host.intf == intf) keys.push_back(key);
   });
   for (const auto& key : keys) reevaluateEntry(key);
@@ -1205,6 +1205,8 @@ void MacAddrSm::flushAddr(std::uint16_t vlanId, const IntfId& intf, const Nexo::
   }
 }
 
+// wantedElsewhere and noOtherSource ask of one key and of all keys what
+// configuredEntry gathers: keep the three lists of sources in step.
 bool MacAddrSm::wantedElsewhere(const MacVlanPair& key) const {
   // The queue keeps its room after a burst: look only when it holds something.
   return (!updateList_.empty() && updateList_.contains(key)) || (l2RibOutput_ && l2RibOutput_->hostHas(key)) ||

@@ -280,14 +280,6 @@ class MacAddrSm : public OrbBaseSm {
   void dropFlushedHosts(std::optional<std::uint16_t> vlanId, const IntfId* intf);
   template <class Flush>
   void flushInChip(Flush flush);
-  template <class Fn>
-  void forEachLearnedHost(Fn&& fn) const {
-    for (const auto& [fid, fdb] : bridgingStatus_->fdbStatus()) {
-      auto vlanId = Bridging::Status::vlanOf(fid);
-      if (!vlanId) continue;
-      for (const auto& [addr, host] : fdb->learnedHost()) fn(MacVlanPair{addr, *vlanId}, host);
-    }
-  }
   void reevaluateKeysOnIntf(const IntfId& intf);
   void reevaluateRemoteEntries();
   void reevaluateKeysOfAddress(const Nexo::EthAddr& addr);

@@ -210,63 +210,59 @@ void Agent::registerMacCommands() {
                      if (!config || !config->macEntriesHas(key)) throw CommandError("no such non-aging entry");
                      config->macEntriesDel(key);
                    });
-  shell_.commandIs("show mac address-table", "[vlan V] [interface I] [count]", "programmed entries with type and moves",
-                   [status](const Args& args, std::ostream& out) {
-                     const std::string usage = "show mac address-table [vlan V] [interface I] [count]";
-                     std::optional<Bridging::VlanId> vlan;
-                     std::optional<Nexo::IntfId> intf;
-                     bool countOnly = false;
-                     for (std::size_t i = 0; i < args.size(); ++i) {
-                       if (args[i] == "vlan" && i + 1 < args.size()) {
-                         vlan = vlanArg(args[++i]);
-                       } else if (args[i] == "interface" && i + 1 < args.size()) {
-                         intf = oneIntf(args[++i]);
-                       } else if (args[i] == "count") {
-                         countOnly = true;
-                       } else {
-                         throw CommandError("usage: " + usage);
-                       }
-                     }
-                     std::vector<OrbTypes::RemoteMacAddressTableEntry> rows;
-                     auto wanted = [&](const Bridging::MacVlanPair& key, const Nexo::IntfId& port) {
-                       return (!vlan || key.vlanId == *vlan) && (!intf || port == *intf);
-                     };
-                     for (const auto& [fid, fdb] : status->fdbStatus()) {
-                       auto fidVlan = Bridging::Status::vlanOf(fid);
-                       if (!fidVlan) continue;
-                       for (const auto& [addr, host] : fdb->learnedHost()) {
-                         Bridging::MacVlanPair key{addr, *fidVlan};
-                         if (!wanted(key, host.intf)) continue;
-                         OrbTypes::RemoteMacAddressTableEntry entry;
-                         entry.macVlanPair = key;
-                         entry.intf = host.intf;
-                         entry.entryType = host.entryType;
-                         entry.moves = host.moves;
-                         entry.lastMoveTime = host.lastMoveTime;
-                         rows.push_back(entry);
-                       }
-                     }
-                     for (const auto& [key, row] : status->remoteStatusTable()) {
-                       if (wanted(key, row.intf)) rows.push_back(row);
-                     }
-                     if (countOnly) {
-                       out << fmt::format("Total Mac Addresses: {}\n", rows.size());
-                       return;
-                     }
-                     std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) {
-                       return std::tie(a.macVlanPair.vlanId, a.macVlanPair.addr) <
-                              std::tie(b.macVlanPair.vlanId, b.macVlanPair.addr);
-                     });
-                     out << fmt::format("{:<5} {:<18} {:<20} {:<16} {:>5}  {}\n", "Vlan", "Mac Address", "Type",
-                                        "Ports", "Moves", "Last Move");
-                     for (const auto& row : rows) {
-                       const char* word = Bridging::entryTypeWord(row.entryType);
-                       out << fmt::format("{:<5} {:<18} {:<20} {:<16} {:>5}  {:.3f}\n", row.macVlanPair.vlanId.value(),
-                                          row.macVlanPair.addr.stringValue(), word ? word : "other",
-                                          row.intf.stringValue(), row.moves.value(), row.lastMoveTime);
-                     }
-                     out << fmt::format("Total Mac Addresses for this criterion: {}\n", rows.size());
-                   });
+  shell_.commandIs(
+      "show mac address-table", "[vlan V] [interface I] [count]", "programmed entries with type and moves",
+      [status](const Args& args, std::ostream& out) {
+        const std::string usage = "show mac address-table [vlan V] [interface I] [count]";
+        std::optional<Bridging::VlanId> vlan;
+        std::optional<Nexo::IntfId> intf;
+        bool countOnly = false;
+        for (std::size_t i = 0; i < args.size(); ++i) {
+          if (args[i] == "vlan" && i + 1 < args.size()) {
+            vlan = vlanArg(args[++i]);
+          } else if (args[i] == "interface" && i + 1 < args.size()) {
+            intf = oneIntf(args[++i]);
+          } else if (args[i] == "count") {
+            countOnly = true;
+          } else {
+            throw CommandError("usage: " + usage);
+          }
+        }
+        std::vector<OrbTypes::RemoteMacAddressTableEntry> rows;
+        auto wanted = [&](const Bridging::MacVlanPair& key, const Nexo::IntfId& port) {
+          return (!vlan || key.vlanId == *vlan) && (!intf || port == *intf);
+        };
+        status->forEachLearnedHost([&](const Bridging::MacVlanPair& key, const Bridging::LearnedHost& host) {
+          if (!wanted(key, host.intf)) return;
+          OrbTypes::RemoteMacAddressTableEntry entry;
+          entry.macVlanPair = key;
+          entry.intf = host.intf;
+          entry.entryType = host.entryType;
+          entry.moves = host.moves;
+          entry.lastMoveTime = host.lastMoveTime;
+          rows.push_back(entry);
+        });
+        for (const auto& [key, row] : status->remoteStatusTable()) {
+          if (wanted(key, row.intf)) rows.push_back(row);
+        }
+        if (countOnly) {
+          out << fmt::format("Total Mac Addresses: {}\n", rows.size());
+          return;
+        }
+        std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) {
+          return std::tie(a.macVlanPair.vlanId, a.macVlanPair.addr) <
+                 std::tie(b.macVlanPair.vlanId, b.macVlanPair.addr);
+        });
+        out << fmt::format("{:<5} {:<18} {:<20} {:<16} {:>5}  {}\n", "Vlan", "Mac Address", "Type", "Ports", "Moves",
+                           "Last Move");
+        for (const auto& row : rows) {
+          const char* word = Bridging::entryTypeWord(row.entryType);
+          out << fmt::format("{:<5} {:<18} {:<20} {:<16} {:>5}  {:.3f}\n", row.macVlanPair.vlanId.value(),
+                             row.macVlanPair.addr.stringValue(), word ? word : "other", row.intf.stringValue(),
+                             row.moves.value(), row.lastMoveTime);
+        }
+        out << fmt::format("Total Mac Addresses for this criterion: {}\n", rows.size());
+      });
   shell_.commandIs(
       "show mac hardware", "", "the soft chip's forwarding database", [this](const Args& args, std::ostream& out) {
         expectArgs(args, 0, 0, "show mac hardware");

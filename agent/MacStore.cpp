@@ -13,11 +13,9 @@ std::size_t Agent::restoreMacTable(const std::string& document, bool chipKeptTab
   auto status = hive_->mount<Bridging::Status>(Paths::bridgingStatus);
   Orb::macAddrSmPStoreHelperFactory(status)->restore(document);
   if (chipKeptTable) {
-    for (const auto& [fid, fdb] : status->fdbStatus()) {
-      auto vlanId = Bridging::Status::vlanOf(fid);
-      if (!vlanId) continue;
-      for (const auto& [addr, host] : fdb->learnedHost()) fdbHelper_->learn({addr, *vlanId}, host.intf);
-    }
+    status->forEachLearnedHost([&](const Bridging::MacVlanPair& key, const Bridging::LearnedHost& host) {
+      fdbHelper_->learn(key, host.intf);
+    });
   }
   return status->learnedHostCount();
 }

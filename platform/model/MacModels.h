@@ -91,6 +91,16 @@ class Status : public Vex::Entity {
     for (const auto& [fid, fdb] : fdbStatus()) count += fdb->learnedHostSize();
     return count;
   }
+  // Calls fn(key, host) for every learned host of a filtering id that names
+  // a VLAN.
+  template <class Fn>
+  void forEachLearnedHost(Fn&& fn) const {
+    for (const auto& [fid, fdb] : fdbStatus()) {
+      auto vlanId = vlanOf(fid);
+      if (!vlanId) continue;
+      for (const auto& [addr, host] : fdb->learnedHost()) fn(MacVlanPair{addr, *vlanId}, host);
+    }
+  }
   static Fid fidOf(const MacVlanPair& key) { return Fid(key.vlanId.value()); }
   // The VLAN of a filtering id; none for an id outside the VLAN range (one
   // restored from a document, say), which names no VLAN.
