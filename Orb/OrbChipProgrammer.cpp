@@ -5,6 +5,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
+#include <vector>
 
 namespace Orb {
 
@@ -27,25 +29,56 @@ std::string cmdText(const IndirectAccessMacCmd& cmd) {
                      cmd.key().key.vlanId.value(), cmd.transactionId(), Vex::valueToStrep(cmd.type()));
 }
 
-struct FreeCmd {
-  FreeCmd* next;
+// Commands' memory, carved from blocks that are never given back. Free
+// slots wait in a stack of addresses rather than a list threaded through
+// the slots: taking one then never waits for a slot's memory to arrive.
+class CmdPool {
+ public:
+  void* take() {
+    if (free_.empty()) grow();
+    void* slot = free_.back();
+    free_.pop_back();
+    // The memory of the next few commands is likely cold: ask for it now.
+    if (free_.size() > prefetchAhead) {
+      auto* ahead = static_cast<const char*>(free_[free_.size() - prefetchAhead]);
+      Vex::prefetchMemory(ahead);
+      Vex::prefetchMemory(ahead + sizeof(IndirectAccessMacCmd) - 1);
+    }
+    return slot;
+  }
+  void give(void* slot) { free_.push_back(slot); }
+
+ private:
+  static constexpr std::size_t blockCmds = 4096;
+  static constexpr std::size_t prefetchAhead = 8;
+  void grow() {
+    auto* block = static_cast<char*>(::operator new(blockCmds * sizeof(IndirectAccessMacCmd)));
+    blocks_.push_back(block);
+    // Stacked last first, so that commands are handed out in address order.
+    for (std::size_t i = blockCmds; i-- > 0;) free_.push_back(block + i * sizeof(IndirectAccessMacCmd));
+  }
+  std::vector<void*> free_;
+  std::vector<char*> blocks_;
 };
-FreeCmd* freeCmds = nullptr;  // one thread only, as every reaction
+CmdPool& cmdPool() {
+  // One thread only, as every reaction; never destroyed, so that commands
+  // outliving static destruction still have somewhere to go.
+  static CmdPool& pool = *new CmdPool;
+  return pool;
+}
 
 }  // namespace
 
 void* IndirectAccessMacCmd::operator new(std::size_t size) {
-  if (size != sizeof(IndirectAccessMacCmd) || !freeCmds) return ::operator new(size);
-  FreeCmd* reused = freeCmds;
-  freeCmds = reused->next;
-  return reused;
+  return size == sizeof(IndirectAccessMacCmd) ? cmdPool().take() : ::operator new(size);
 }
 
 void IndirectAccessMacCmd::operator delete(void* memory, std::size_t size) {
-  if (size != sizeof(IndirectAccessMacCmd)) return ::operator delete(memory);
-  auto* freed = static_cast<FreeCmd*>(memory);
-  freed->next = freeCmds;
-  freeCmds = freed;
+  if (size == sizeof(IndirectAccessMacCmd)) {
+    cmdPool().give(memory);
+  } else {
+    ::operator delete(memory);
+  }
 }
 
 Vex::Ptr<IndirectAccessMacCmd> indirectAccessMacCmdFactory(IndirectAccessMacCmdType type, const MacEntryKey& key,
@@ -107,6 +140,36 @@ void InFlightMacCmds::compact() {
   while (!slots_.empty() && !slots_.front().second) slots_.pop_front();
 }
 
+const AddrOpsByKey::CmdPtr& AddrOpsByKey::find(const MacEntryKey& key, Stage stage) const {
+  static const CmdPtr none;
+  auto it = ops_.find(packed(key));
+  return it == ops_.end() ? none : it->second[stage];
+}
+
+AddrOpsByKey::CmdPtr AddrOpsByKey::insert(const CmdPtr& cmd, Stage stage) {
+  return std::exchange(ops_[packed(cmd->key())][stage], cmd);
+}
+
+void AddrOpsByKey::start(const CmdPtr& cmd) {
+  auto& ops = ops_[packed(cmd->key())];
+  ops[pending].reset();
+  ops[inProg] = cmd;
+}
+
+void AddrOpsByKey::erase(const MacEntryKey& key, Stage stage, const IndirectAccessMacCmd* only) {
+  auto it = ops_.find(packed(key));
+  if (it == ops_.end()) return;
+  CmdPtr& cmd = it->second[stage];
+  if (!cmd || (only && cmd.get() != only)) return;
+  cmd.reset();
+  if (it->second[stage == pending ? inProg : pending]) return;
+  ops_.erase(it);
+  if (++erasures_ >= ops_.bucket_count() / 8 && ops_.empty()) {
+    ops_.clear();
+    erasures_ = 0;
+  }
+}
+
 OrbMacProgrammer::OrbMacProgrammer()
     : updatePendingAddressClock_(Vex::clockFactory([this] { updatePendingAddresses(); })),
       pollReqClock_(Vex::clockFactory([this] { pollInProgressCmds(); })),
@@ -144,6 +207,11 @@ void OrbMacProgrammer::suspendInProgressIs(bool suspend) {
 }
 
 void OrbMacProgrammer::pendingMacOpEnq(const CmdPtr& cmd) {
+  fileQueued();
+  queue(cmd);
+}
+
+void OrbMacProgrammer::queue(const CmdPtr& cmd) {
   pendingMacOp_.push_back(cmd);
   ++pendingMacOpMetadata_.next;
   ++pendingMacOpMetadata_.count;
@@ -151,6 +219,7 @@ void OrbMacProgrammer::pendingMacOpEnq(const CmdPtr& cmd) {
 
 OrbMacProgrammer::CmdPtr OrbMacProgrammer::pendingMacOpDeq() {
   if (pendingMacOp_.empty()) return nullptr;
+  fileQueued();
   CmdPtr cmd = std::move(pendingMacOp_.front());
   pendingMacOp_.pop_front();
   --pendingMacOpMetadata_.count;
@@ -158,29 +227,15 @@ OrbMacProgrammer::CmdPtr OrbMacProgrammer::pendingMacOpDeq() {
   return cmd;
 }
 
-OrbMacProgrammer::CmdPtr OrbMacProgrammer::pendingAddrOp(const MacEntryKey& key) const {
-  auto it = pendingAddrOp_.find(key);
-  return it == pendingAddrOp_.end() ? nullptr : it->second;
-}
-
-OrbMacProgrammer::CmdPtr OrbMacProgrammer::inProgAddrOp(const MacEntryKey& key) const {
-  auto it = inProgAddrOp_.find(key);
-  return it == inProgAddrOp_.end() ? nullptr : it->second;
-}
-
 std::uint32_t OrbMacProgrammer::writeToHw(const CmdPtr&) {
   return unimplementedOperation("OrbMacProgrammer", "writeToHw");
 }
 
 void OrbMacProgrammer::handleAddrOp(const CmdPtr& cmd) {
-  auto [slot, fresh] = pendingAddrOp_.try_emplace(cmd->key(), cmd);
-  if (!fresh) {
-    slot->second->validIs(false);
-    slot->second = cmd;
-  }
   // The newer command is what the key wants now.
   if (!overflowAddrOp_.empty()) overflowAddrOpDel(cmd->key());
-  pendingMacOpEnq(cmd);
+  queue(cmd);
+  if (++unfiled_ == Vex::lookAheadDistance) fileQueued();
   armUpdateNow();
 }
 
@@ -188,6 +243,16 @@ void OrbMacProgrammer::handleFlushOp(const CmdPtr& cmd) {
   pendingFlushOpIs(cmd->transactionId(), cmd);
   pendingMacOpEnq(cmd);
   armUpdateNow();
+}
+
+void OrbMacProgrammer::fileQueued() const {
+  if (unfiled_ == 0) return;
+  auto from = pendingMacOp_.end() - unfiled_;
+  for (auto it = from; it != pendingMacOp_.end(); ++it) addrOps_.lookAhead((*it)->key());
+  for (auto it = from; it != pendingMacOp_.end(); ++it) {
+    if (CmdPtr superseded = addrOps_.insert(*it, AddrOpsByKey::pending)) superseded->validIs(false);
+  }
+  unfiled_ = 0;
 }
 
 void OrbMacProgrammer::handleCmdResponse(std::uint64_t transactionId, std::int64_t value, MacProgramStatus status) {
@@ -224,8 +289,11 @@ void OrbMacProgrammer::updatePendingAddresses() {
   Vex::Seconds deadline = start + updateQuantum_;
   std::uint32_t handled = 0;
   bool busy = false, blocked = false;
+  fileQueued();
+  std::uint32_t lookedAheadTo = pendingMacOpMetadata_.head;
   while (!pendingMacOp_.empty()) {
     if (suspendPending_) break;
+    if (pendingMacOpMetadata_.head == lookedAheadTo) lookedAheadTo += lookAheadPending();
     CmdPtr cmd = pendingMacOp_.front();
     if (cmd->invalid()) {
       BLIP(trace(), 7, "{} is out-of-date, skip it", cmdText(*cmd));
@@ -254,8 +322,7 @@ void OrbMacProgrammer::updatePendingAddresses() {
     } else if (result == static_cast<std::uint32_t>(MacProgramStatus::macProgramInProgress)) {
       pendingMacOpDeq();
       if (cmd->addrOp()) {
-        pendingAddrOpDel(cmd->key());
-        inProgAddrOpIs(cmd);
+        addrOps_.start(cmd);
       } else {
         pendingFlushOpDel(cmd->transactionId());
       }
@@ -288,12 +355,32 @@ void OrbMacProgrammer::updatePendingAddresses() {
   }
 }
 
+std::uint32_t OrbMacProgrammer::lookAheadPending() const {
+  auto ahead = static_cast<std::uint32_t>(std::min(pendingMacOp_.size(), Vex::lookAheadDistance));
+  for (std::uint32_t i = 0; i < ahead; ++i) {
+    addrOps_.lookAhead(pendingMacOp_[i]->key());
+  }
+  // And the commands of the stretch after, whose keys the next round reads.
+  for (std::size_t i = ahead; i < std::min(pendingMacOp_.size(), 2 * Vex::lookAheadDistance); ++i) {
+    Vex::prefetchMemory(pendingMacOp_[i].get());
+  }
+  return ahead;
+}
+
+std::size_t OrbMacProgrammer::lookAheadInFlight(std::size_t from) const {
+  std::size_t to = std::min(from + Vex::lookAheadDistance, inProgMacOp_.slots());
+  for (std::size_t at = from; at < to; ++at) {
+    if (const CmdPtr& cmd = inProgMacOp_.at(at)) addrOps_.lookAhead(cmd->key());
+  }
+  for (std::size_t at = to; at < std::min(to + Vex::lookAheadDistance, inProgMacOp_.slots()); ++at) {
+    Vex::prefetchMemory(inProgMacOp_.at(at).get());
+  }
+  return to;
+}
+
 void OrbMacProgrammer::finish(const CmdPtr& cmd) {
   inProgMacOpDel(cmd->transactionId());
-  if (cmd->addrOp()) {
-    auto it = inProgAddrOp_.find(cmd->key());
-    if (it != inProgAddrOp_.end() && it->second == cmd) inProgAddrOp_.erase(it);
-  }
+  if (cmd->addrOp()) addrOps_.erase(cmd->key(), AddrOpsByKey::inProg, cmd.get());
   if (cmd->addrOp() && cmd->status() == MacProgramStatus::macProgramFull && cmd->valid()) {
     overflowAddrOpIs(cmd);
   } else if (cmd->status() == MacProgramStatus::macProgramSuccess && overflowAddrOp_.empty()) {
@@ -310,7 +397,9 @@ void OrbMacProgrammer::pollInProgressCmds() {
   Vex::Seconds start = Vex::now();
   std::uint32_t handled = 0;
   std::size_t at = inProgMacOp_.position(inProgMacOpBookmark_);
+  std::size_t lookedAheadTo = at;
   while (at < inProgMacOp_.slots()) {
+    if (at == lookedAheadTo) lookedAheadTo = lookAheadInFlight(at);
     CmdPtr cmd = inProgMacOp_.at(at++);
     if (!cmd) continue;
     ++handled;

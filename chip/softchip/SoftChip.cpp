@@ -66,8 +66,7 @@ void SoftChip::faultIs(const std::string& table, Fault fault, std::uint32_t coun
 
 void SoftChip::faultDelAll(const std::string& table) { faults_.erase(table); }
 
-Fault SoftChip::nextFault(std::string_view table) {
-  if (faults_.empty()) return Fault::none;
+Fault SoftChip::nextPlannedFault(std::string_view table) {
   auto it = faults_.find(table);
   if (it == faults_.end() || it->second.empty()) return Fault::none;
   Fault fault = it->second.front();

@@ -68,7 +68,7 @@ class SoftChip : public Vex::PtrInterface {
   void faultIs(const std::string& table, Fault fault, std::uint32_t count);
   void faultDelAll(const std::string& table);
   // Consumes and returns the fault planned for the table's next operation.
-  Fault nextFault(std::string_view table);
+  Fault nextFault(std::string_view table) { return faults_.empty() ? Fault::none : nextPlannedFault(table); }
   std::uint32_t plannedFaults(const std::string& table) const;
 
   Vex::Seconds ackDelay(const std::string& table) const;
@@ -81,6 +81,7 @@ class SoftChip : public Vex::PtrInterface {
   std::string json() const;
 
  private:
+  Fault nextPlannedFault(std::string_view table);
   void armAckClock();
   void runDueAcks();
 

@@ -246,12 +246,25 @@ std::uint32_t SoftMacProgrammer::writeToHw(const CmdPtr& cmd) {
   return static_cast<std::uint32_t>(Orb::MacProgramStatus::macProgramInProgress);
 }
 
+void SoftMacProgrammer::lookAhead(std::size_t from) const {
+  std::size_t to = std::min(from + Vex::lookAheadDistance, answered_.size());
+  for (std::size_t i = from; i < to; ++i) fdb_->lookAhead(*answered_[i]);
+  // And the commands whose entries the next stretch looks up.
+  for (std::size_t i = to; i < std::min(to + Vex::lookAheadDistance, answered_.size()); ++i) {
+    Vex::prefetchMemory(answered_[i].get());
+  }
+}
+
 void SoftMacProgrammer::answer() {
-  std::vector<CmdPtr> batch;
-  batch.swap(answering_);
-  if (!fdb_) return;
+  answered_.swap(answering_);
   Vex::Seconds now = Vex::now();
-  for (const auto& cmd : batch) handleCmdResponse(cmd->transactionId(), 0, fdb_->applyCommand(*cmd, now));
+  for (std::size_t i = 0; fdb_ && i < answered_.size(); ++i) {
+    if (i % Vex::lookAheadDistance == 0) lookAhead(i);
+    const auto& cmd = answered_[i];
+    handleCmdResponse(cmd->transactionId(), 0, fdb_->applyCommand(*cmd, now));
+  }
+  answered_.clear();
+  if (!fdb_) return;
   // The chip signals that outcomes are ready, as an interrupt would: look
   // at them now rather than at the next poll.
   pollInProgressCmds();

@@ -18,10 +18,10 @@ namespace SoftChip {
 
 struct HwFdbEntry {
   Nexo::IntfId intf;
-  Bridging::EntryType entryType = Bridging::EntryType::entryDynamic;
-  bool remote = false;
   std::uint64_t nextHopId = 0;
   Vex::Seconds lastSeen = 0;
+  Bridging::EntryType entryType = Bridging::EntryType::entryDynamic;
+  bool remote = false;
   bool learned = false;  // learned by the chip, not yet programmed by software
 };
 
@@ -49,9 +49,12 @@ class SoftMacProgrammer : public Orb::OrbMacProgrammer {
 
  private:
   void answer();
+  // Looks up the entries of the answered commands from `from` on, a stretch.
+  void lookAhead(std::size_t from) const;
 
   SoftFdbHelper* fdb_;
   std::vector<CmdPtr> answering_;  // written, to be answered together
+  std::vector<CmdPtr> answered_;   // the batch being answered; its memory kept
   Vex::Ptr<SoftChip> chip_;
 };
 
@@ -73,7 +76,10 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   bool learningOn(const Nexo::IntfId& intf) const { return !learningOffPort_.contains(intf); }
   bool learningOn(Bridging::VlanId vlanId) const { return !learningOffVlan_.contains(vlanId); }
   std::uint64_t operations() const { return operations_; }
-  void reserve(std::size_t entries) { table_.entries.reserve(entries); }
+  void reserve(std::size_t entries) {
+    table_.entries.reserve(entries);
+    programmer_->reserve(entries);
+  }
 
   // A frame from `key.addr` arrived on `intf`: learn it (or refresh it).
   // False when the chip did not learn it (learning off, or no room).
@@ -107,6 +113,8 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
 
   // Carries out an address command of the pipeline; its outcome.
   Orb::MacProgramStatus applyCommand(const Orb::IndirectAccessMacCmd& cmd, Vex::Seconds now);
+  // Starts looking up the entry a command will be applied to.
+  void lookAhead(const Orb::IndirectAccessMacCmd& cmd) const { Vex::lookAhead(table_.entries, cmd.key().key); }
 
  private:
   // The answer to one add: a planned fault, or full when a new key has no room.

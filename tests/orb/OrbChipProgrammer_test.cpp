@@ -75,6 +75,7 @@ TEST_F(ChipProgrammerTest, SupersededCommandIsSkippedNotWritten) {
   programmer->suspendPendingIs(true);
   auto old = programmer->addr(1);
   auto fresh = programmer->addr(1, 0);
+  EXPECT_EQ(programmer->pendingAddrOp(fresh->key()), fresh);
   EXPECT_TRUE(old->invalid());
   programmer->results = {0};
   programmer->suspendPendingIs(false);
@@ -82,6 +83,76 @@ TEST_F(ChipProgrammerTest, SupersededCommandIsSkippedNotWritten) {
   EXPECT_EQ(programmer->written, std::vector<std::uint64_t>{fresh->transactionId()});
   EXPECT_TRUE(programmer->pendingMacOp().empty());
   EXPECT_FALSE(programmer->pendingAddrOpHas(fresh->key()));
+}
+
+TEST_F(ChipProgrammerTest, SupersedingReachesAcrossStretchesOfFiledCommands) {
+  // Enough commands that they are filed in several stretches; every key
+  // comes twice, far apart, and only the later command of each is written.
+  programmer->suspendPendingIs(true);
+  std::vector<Orb::OrbMacProgrammer::CmdPtr> first, second;
+  for (int i = 0; i < 40; ++i) first.push_back(programmer->addr(100 + i));
+  for (int i = 0; i < 40; ++i) second.push_back(programmer->addr(100 + i, 0));
+  programmer->results.assign(40, 0);
+  programmer->suspendPendingIs(false);
+  loop.runUntilIdle();
+  for (const auto& cmd : first) EXPECT_TRUE(cmd->invalid());
+  std::vector<std::uint64_t> expected;
+  for (const auto& cmd : second) expected.push_back(cmd->transactionId());
+  EXPECT_EQ(programmer->written, expected);
+  EXPECT_TRUE(programmer->pendingMacOp().empty());
+  EXPECT_FALSE(programmer->pendingAddrOpHas(second.front()->key()));
+}
+
+TEST_F(ChipProgrammerTest, KeysDifferingOnlyInVlanOrKeyTypeStayApart) {
+  programmer->suspendPendingIs(true);
+  Orb::MacEntryKey base{{Nexo::EthAddr(0xffffffffffffULL), Bridging::VlanId(4094)}};
+  Orb::MacEntryKey otherVlan = base, otherType = base;
+  otherVlan.key.vlanId = Bridging::VlanId(4093);
+  otherType.macHwType = Orb::MacHwKeyType::macHwKeyVfi;
+  for (const auto& key : {base, otherVlan, otherType}) {
+    programmer->handleAddrOp(
+        Orb::indirectAccessMacCmdFactory(IndirectAccessMacCmdType::addrOp, key, Nexo::IntfId("Ethernet1"),
+                                         Bridging::EntryType::entryDynamic, 1, programmer->nextTransactionId()));
+  }
+  for (const auto& key : {base, otherVlan, otherType}) {
+    ASSERT_TRUE(programmer->pendingAddrOpHas(key));
+    EXPECT_TRUE(programmer->pendingAddrOp(key)->valid());
+    EXPECT_EQ(programmer->pendingAddrOp(key)->key(), key);
+  }
+}
+
+TEST_F(ChipProgrammerTest, CommandsQueuedDirectlyKeepTheirPlaceBehindHandledOnes) {
+  programmer->suspendPendingIs(true);
+  auto handled = programmer->addr(1);
+  auto direct = Orb::indirectAccessMacCmdFactory(
+      IndirectAccessMacCmdType::addrOp, Orb::MacEntryKey{{Nexo::EthAddr(2), Bridging::VlanId(1)}},
+      Nexo::IntfId("Ethernet2"), Bridging::EntryType::entryDynamic, 1, programmer->nextTransactionId());
+  programmer->pendingMacOpEnq(direct);
+  programmer->pendingAddrOpIs(direct);
+  EXPECT_EQ(programmer->pendingAddrOp(handled->key()), handled);
+  EXPECT_EQ(programmer->pendingAddrOp(direct->key()), direct);
+  EXPECT_EQ(programmer->pendingMacOpDeq(), handled);
+  EXPECT_EQ(programmer->pendingMacOpDeq(), direct);
+}
+
+TEST_F(ChipProgrammerTest, RepeatedBurstsDrainCompletely) {
+  // Each burst fills the key table and drains it again.
+  for (int burst = 0; burst < 3; ++burst) {
+    std::vector<Orb::OrbMacProgrammer::CmdPtr> cmds;
+    for (int i = 0; i < 500; ++i) cmds.push_back(programmer->addr(1000 + i));
+    loop.runUntilIdle();
+    for (const auto& cmd : cmds) {
+      EXPECT_TRUE(programmer->inProgAddrOpHas(cmd->key()));
+      programmer->handleCmdResponse(cmd->transactionId(), 0, MacProgramStatus::macProgramSuccess);
+    }
+    loop.advance(0.1);
+    EXPECT_TRUE(programmer->inProgMacOp().empty());
+    for (const auto& cmd : cmds) {
+      EXPECT_FALSE(programmer->inProgAddrOpHas(cmd->key()));
+      EXPECT_FALSE(programmer->pendingAddrOpHas(cmd->key()));
+    }
+  }
+  EXPECT_EQ(programmer->done.size(), 1500u);
 }
 
 TEST_F(ChipProgrammerTest, BusyChipLeavesTheQueueAndRetriesLater) {
