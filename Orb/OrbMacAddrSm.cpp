@@ -1238,19 +1238,20 @@ void MacAddrSm::dropFlushedHosts(std::optional<std::uint16_t> vlanId, const Intf
   std::vector<Nexo::EthAddr> gone;
   auto dropFrom = [&](Bridging::FdbStatus& fdb, VlanId fidVlan) {
     gone.clear();
-    for (const auto& [addr, host] : fdb.learnedHost()) {
-      if (flushed(MacVlanPair{addr, fidVlan}, host.entryType, host.intf)) {
-        gone.push_back(addr);
-        --goneOnIntf[host.intf];
-      } else {
+    fdb.learnedHostDelIf([&](const auto& row) {
+      const auto& [addr, host] = row;
+      if (!flushed(MacVlanPair{addr, fidVlan}, host.entryType, host.intf)) {
         flushKept_.insert(MacVlanPair{addr, fidVlan});
+        return false;
       }
-    }
-    for (const auto& addr : gone) {
-      fdb.learnedHostDel(addr);
-      if (l2RibInput_ && !everything) l2RibInput_->hostDel(MacVlanPair{addr, fidVlan});
-    }
+      gone.push_back(addr);
+      --goneOnIntf[host.intf];
+      return true;
+    });
     if (gone.empty()) return;
+    if (l2RibInput_ && !everything) {
+      for (const auto& addr : gone) l2RibInput_->hostDel(MacVlanPair{addr, fidVlan});
+    }
     dynamicHostStatus_->hostCountInVlanAdd(fidVlan, -static_cast<int>(gone.size()));
     dynamicHostStatus_->hostCountIs(dynamicHostStatus_->hostCount() - static_cast<std::uint32_t>(gone.size()));
   };
@@ -1265,13 +1266,11 @@ void MacAddrSm::dropFlushedHosts(std::optional<std::uint16_t> vlanId, const Intf
   for (const auto& [at, delta] : goneOnIntf) dynamicHostStatus_->hostCountOnIntfAdd(at, delta);
   if (everything && l2RibInput_) {
     // The whole table goes: walked in its own order, not key by key.
-    std::vector<MacVlanPair> rows;
-    for (const auto& [key, row] : l2RibInput_->host()) {
-      if (row.entryType == EntryType::entryDynamic && !flushKept_.contains(key) &&
-          !(mayBeWanted && wantedElsewhere(key)))
-        rows.push_back(key);
-    }
-    for (const auto& key : rows) l2RibInput_->hostDel(key);
+    l2RibInput_->hostDelIf([&](const auto& row) {
+      const auto& [key, host] = row;
+      return host.entryType == EntryType::entryDynamic && !flushKept_.contains(key) &&
+             !(mayBeWanted && wantedElsewhere(key));
+    });
   }
 }
 

@@ -146,14 +146,19 @@ std::uint32_t SoftFdbHelper::addRemoteHost(const Bridging::MacVlanPair& key, con
 
 template <class Match>
 std::size_t SoftFdbHelper::flushDynamic(Match match) {
+  // One walk over the table takes the entries out; the MAC table's copies,
+  // spread over a table of their own, go a looked-up stretch at a time.
   std::vector<Bridging::MacVlanPair> gone;
-  for (const auto& [key, entry] : table_.entries) {
-    if (entry.entryType == Bridging::EntryType::entryDynamic && !entry.remote && match(key, entry)) gone.push_back(key);
+  for (auto it = table_.entries.begin(); it != table_.entries.end();) {
+    auto at = it++;  // erasing leaves the other iterators valid
+    const auto& [key, entry] = *at;
+    if (entry.entryType != Bridging::EntryType::entryDynamic || entry.remote || !match(key, entry)) continue;
+    gone.push_back(key);
+    table_.entries.erase(at);
   }
-  for (const auto& key : gone) {
-    table_.entries.erase(key);
-    macTable_->macEntryDel(key);
-  }
+  Vex::forEachLookingAhead(
+      gone, [&](const auto& key) { Vex::lookAhead(macTable_->macEntry(), key); },
+      [&](const auto& key) { macTable_->macEntryDel(key); });
   return gone.size();
 }
 
@@ -246,28 +251,18 @@ std::uint32_t SoftMacProgrammer::writeToHw(const CmdPtr& cmd) {
   return static_cast<std::uint32_t>(Orb::MacProgramStatus::macProgramInProgress);
 }
 
-void SoftMacProgrammer::lookAhead(std::size_t from) const {
-  std::size_t to = std::min(from + Vex::lookAheadDistance, answered_.size());
-  for (std::size_t i = from; i < to; ++i) fdb_->lookAhead(*answered_[i]);
-  // And the commands whose entries the next stretch looks up.
-  for (std::size_t i = to; i < std::min(to + Vex::lookAheadDistance, answered_.size()); ++i) {
-    Vex::prefetchMemory(answered_[i].get());
-  }
-}
-
 void SoftMacProgrammer::answer() {
   answered_.swap(answering_);
-  Vex::Seconds now = Vex::now();
-  for (std::size_t i = 0; fdb_ && i < answered_.size(); ++i) {
-    if (i % Vex::lookAheadDistance == 0) lookAhead(i);
-    const auto& cmd = answered_[i];
-    handleCmdResponse(cmd->transactionId(), 0, fdb_->applyCommand(*cmd, now));
+  if (fdb_) {
+    Vex::Seconds now = Vex::now();
+    Vex::forEachLookingAhead(
+        answered_, [&](const CmdPtr& cmd) { fdb_->lookAhead(*cmd); },
+        [&](const CmdPtr& cmd) { handleCmdResponse(cmd->transactionId(), 0, fdb_->applyCommand(*cmd, now)); });
   }
   answered_.clear();
-  if (!fdb_) return;
   // The chip signals that outcomes are ready, as an interrupt would: look
   // at them now rather than at the next poll.
-  pollInProgressCmds();
+  if (fdb_) pollInProgressCmds();
 }
 
 std::uint32_t SoftFdbHelper::getMaxRemoteMacs() {

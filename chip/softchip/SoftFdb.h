@@ -49,8 +49,6 @@ class SoftMacProgrammer : public Orb::OrbMacProgrammer {
 
  private:
   void answer();
-  // Looks up the entries of the answered commands from `from` on, a stretch.
-  void lookAhead(std::size_t from) const;
 
   SoftFdbHelper* fdb_;
   std::vector<CmdPtr> answering_;  // written, to be answered together

@@ -17,7 +17,9 @@
 // Collections offer name(key) (the stored value, or the value type's empty
 // value when missing; never creates; the reference is valid until the next
 // write), nameIs(key, v), nameDel(key), nameDelAll(), nameHas(key),
-// nameSize(), and name() (the whole map, for iteration). Hash collections
+// nameSize(), and name() (the whole map, for iteration). nameDelIf(pred)
+// erases the entries `pred` holds for in one walk over the table (pred sees
+// each entry once) and notifies their keys after the walk. Hash collections
 // add nameReserve(n): room for n entries up front, so that a large table
 // does not rehash in the middle of a time slice.
 //
@@ -124,6 +126,18 @@ using HashSet = boost::unordered_flat_set<K>;
     keys.reserve(name##_.size());                                                     \
     for (const auto& entry : name##_) keys.push_back(entry.first);                    \
     for (const auto& key : keys) name##Del(key);                                      \
+  }                                                                                   \
+  template <class Pred>                                                               \
+  std::size_t name##DelIf(Pred pred) {                                                \
+    std::vector<Key> gone;                                                            \
+    for (auto it = name##_.begin(); it != name##_.end();) {                           \
+      auto at = it++; /* erasing leaves the other iterators valid */                  \
+      if (!pred(*at)) continue;                                                       \
+      gone.push_back(at->first);                                                      \
+      name##_.erase(at);                                                              \
+    }                                                                                 \
+    for (const auto& key : gone) this->notify(&Notifiee::handle##Name, key);          \
+    return gone.size();                                                               \
   }
 
 #define VEX_SET(Key, name, Name)                                                \

@@ -23,4 +23,16 @@ inline void lookAhead(const Table& table, const Key& key) {
   prefetchMemory(reinterpret_cast<const char*>(&*found) + sizeof(*found) - 1);
 }
 
+// Calls fn(item) for each of `items` in order, each stretch of them looked
+// up with lookAhead(item) before the first of the stretch is handled.
+template <class Items, class LookAheadFn, class Fn>
+void forEachLookingAhead(const Items& items, LookAheadFn lookAhead, Fn fn) {
+  for (std::size_t i = 0; i < items.size(); ++i) {
+    if (i % lookAheadDistance == 0) {
+      for (std::size_t j = i; j < items.size() && j < i + lookAheadDistance; ++j) lookAhead(items[j]);
+    }
+    fn(items[i]);
+  }
+}
+
 }  // namespace Vex

@@ -88,6 +88,27 @@ TEST(Entity, DelAllNotifiesEveryKeyAndEmpties) {
   EXPECT_EQ(port->vlanSize(), 0u);
 }
 
+TEST(Entity, DelIfErasesTheMatchingEntriesInOneWalkAndNotifiesThemAfter) {
+  auto port = Vex::make<Port>();
+  for (int v = 1; v <= 200; ++v) port->vlanIs(v, v % 3 ? "keep" : "drop");
+  Recorder recorder(port);
+  std::size_t asked = 0, seenDuringWalk = 0;
+  recorder.events.clear();
+  auto gone = port->vlanDelIf([&](const auto& entry) {
+    ++asked;
+    seenDuringWalk += recorder.events.size();
+    return entry.second == "drop";
+  });
+  EXPECT_EQ(asked, 200u);         // each entry once, erasures notwithstanding
+  EXPECT_EQ(seenDuringWalk, 0u);  // nobody hears of it mid-walk
+  EXPECT_EQ(gone, 66u);
+  EXPECT_EQ(recorder.events.size(), 66u);
+  EXPECT_EQ(port->vlanSize(), 134u);
+  for (int v = 1; v <= 200; ++v) EXPECT_EQ(port->vlanHas(v), v % 3 != 0) << v;
+  EXPECT_EQ(port->vlanDelIf([](const auto&) { return false; }), 0u);
+  EXPECT_EQ(recorder.events.size(), 66u);
+}
+
 TEST(Entity, OrderedCollectionIteratesInKeyOrderAndResumesFromBookmark) {
   auto port = Vex::make<Port>();
   for (int k : {5, 1, 9, 3}) port->bookmarkIs(k, k * 10);
