@@ -1,12 +1,14 @@
 // The MAC command pipeline: ordering per key, superseded commands, busy
-// retry, suspension, polling, expiry and overflow retries.
+// retry, suspension, polling, expiry, overflow retries and a big backlog.
 #include "Orb/OrbChipProgrammer.h"
 
 #include "platform/vex/EventLoop.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <deque>
+#include <map>
 
 namespace {
 
@@ -153,6 +155,75 @@ TEST_F(ChipProgrammerTest, RepeatedBurstsDrainCompletely) {
     }
   }
   EXPECT_EQ(programmer->done.size(), 1500u);
+}
+
+// A chip that takes commands in flight and answers them a millisecond
+// later, busy now and then, checking as it goes that no key ever has two
+// operations in flight.
+class AnsweringProgrammer : public Orb::OrbMacProgrammer {
+ public:
+  std::uint64_t writes = 0, busyAnswers = 0, secondInFlight = 0;
+  std::map<Orb::MacEntryKey, std::vector<std::uint64_t>> writtenPerKey;
+  std::map<Orb::MacEntryKey, std::int64_t> table;  // what the chip holds
+
+  std::uint32_t writeToHw(const CmdPtr& cmd) override {
+    if (++writes % 97 == 0) {
+      ++busyAnswers;
+      return 2;
+    }
+    if (inProgAddrOpHas(cmd->key())) ++secondInFlight;
+    writtenPerKey[cmd->key()].push_back(cmd->transactionId());
+    table[cmd->key()] = cmd->value();
+    answering_.push_back(cmd->transactionId());
+    if (answerClock_->timeMin() == Vex::never) answerClock_->timeMinIs(Vex::now() + 0.001);
+    return 5;
+  }
+
+ private:
+  void answer() {
+    for (auto id : answering_) handleCmdResponse(id, 0, MacProgramStatus::macProgramSuccess);
+    answering_.clear();
+  }
+  std::vector<std::uint64_t> answering_;
+  Vex::Ptr<Vex::Clock> answerClock_ = Vex::clockFactory([this] { answer(); });
+};
+
+TEST(ChipProgrammerBacklog, DrainsABigBacklogWithBusyAnswersOneOperationInFlightPerKey) {
+  Vex::EventLoop loop;
+  auto programmer = Vex::make<AnsweringProgrammer>();
+  // 262,144 commands over 65,536 keys, alternately adding and removing;
+  // every tenth repeats the key of the third before it, which then waits
+  // for that one (in flight) or supersedes it (still pending).
+  constexpr std::uint32_t commands = 262144, keys = 65536;
+  std::map<Orb::MacEntryKey, std::int64_t> lastValue;
+  for (std::uint32_t i = 0; i < commands; ++i) {
+    std::uint32_t k = (i % 10 == 9 ? i - 3 : i) % keys;
+    Orb::MacEntryKey key{{Nexo::EthAddr(0x020000000000ULL + k), Bridging::VlanId(1 + k % 4094)}};
+    std::int64_t value = (i / keys) % 2 ? 0 : 1;
+    lastValue[key] = value;
+    programmer->handleAddrOp(
+        Orb::indirectAccessMacCmdFactory(IndirectAccessMacCmdType::addrOp, key, Nexo::IntfId("Ethernet1"),
+                                         Bridging::EntryType::entryDynamic, value, programmer->nextTransactionId()));
+    // The writer works while commands keep coming.
+    if (i % 8192 == 0) loop.advance(0.0005);
+  }
+  for (int step = 0; step < 100000 && !(programmer->pendingMacOp().empty() && programmer->inProgMacOp().empty());
+       ++step) {
+    loop.advance(0.1);
+  }
+  EXPECT_TRUE(programmer->pendingMacOp().empty());
+  EXPECT_TRUE(programmer->inProgMacOp().empty());
+  EXPECT_EQ(programmer->secondInFlight, 0u);
+  EXPECT_GT(programmer->busyAnswers, 0u);
+  // Every key ends as its last command says, its commands written in order.
+  EXPECT_EQ(programmer->table, lastValue);
+  for (const auto& [key, ids] : programmer->writtenPerKey) {
+    EXPECT_TRUE(std::is_sorted(ids.begin(), ids.end())) << Vex::toStrep(key);
+  }
+  for (const auto& [key, value] : lastValue) {
+    EXPECT_FALSE(programmer->pendingAddrOpHas(key));
+    EXPECT_FALSE(programmer->inProgAddrOpHas(key));
+  }
 }
 
 TEST_F(ChipProgrammerTest, BusyChipLeavesTheQueueAndRetriesLater) {
