@@ -577,6 +577,22 @@ TEST_F(MacAddrSmTest, FlushRequestsAreCondensedCarriedOutAndAnswered) {
   EXPECT_FALSE(replies->replyHas("a"));  // stale replies go
 }
 
+TEST_F(MacAddrSmTest, ManyFlushRequestsTogetherCostOnePassPerTarget) {
+  start();
+  for (int i = 0; i < 300; ++i) {
+    // A third each: VLAN 7, Ethernet1 on every VLAN, VLAN 9 on Ethernet2.
+    Bridging::HostTableFlushRequest request = i % 3 == 0 ? Bridging::HostTableFlushRequest{7, {}, {}}
+                                              : i % 3 == 1
+                                                  ? Bridging::HostTableFlushRequest{0, IntfId("Ethernet1"), {}}
+                                                  : Bridging::HostTableFlushRequest{9, IntfId("Ethernet2"), {}};
+    flushes->requestIs(fmt::format("r{}", i), request);
+  }
+  settle();
+  EXPECT_EQ(helper->calls,
+            (std::vector<std::string>{"flushVlan 7", "flushVlanPort 9 Ethernet2", "flushVlanPort -1 Ethernet1"}));
+  EXPECT_EQ(replies->reply().size(), 300u);
+}
+
 TEST_F(MacAddrSmTest, FlushOfOneAddressRemovesItsEntry) {
   start();
   learn(key(1), "Ethernet1");
