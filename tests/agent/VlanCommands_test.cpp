@@ -177,11 +177,13 @@ namespace {
 
 // The same MAC behaviour whether the chip is programmed directly or through
 // the indirect-access command pipeline.
-class MacModes : public ::testing::TestWithParam<const char*> {};
+class MacModes : public ::testing::TestWithParam<const char*> {
+ protected:
+  void SetUp() override { run(agent, std::string("chip fdb mode ") + GetParam()); }
+  Agent::Agent agent{Agent::Options{}};
+};
 
 TEST_P(MacModes, LearnMoveStaticAndRemove) {
-  Agent::Agent agent(Agent::Options{});
-  run(agent, std::string("chip fdb mode ") + GetParam());
   run(agent, "chip learn 00:00:00:00:00:01 vlan 10 Ethernet1");
   run(agent, "advance 1");
   run(agent, "chip learn 00:00:00:00:00:01 vlan 10 Ethernet2");
@@ -199,8 +201,6 @@ TEST_P(MacModes, LearnMoveStaticAndRemove) {
 }
 
 TEST_P(MacModes, FullTableTakesTheEntryOnceThereIsRoom) {
-  Agent::Agent agent(Agent::Options{});
-  run(agent, std::string("chip fdb mode ") + GetParam());
   run(agent, "chip fdb capacity 0");
   run(agent, "mac static 00:00:00:00:00:09 vlan 10 Ethernet3");
   run(agent, "advance 1");
@@ -211,8 +211,6 @@ TEST_P(MacModes, FullTableTakesTheEntryOnceThereIsRoom) {
 }
 
 TEST_P(MacModes, FlushOfAVlanOnALagTakesExactlyThoseEntries) {
-  Agent::Agent agent(Agent::Options{});
-  run(agent, std::string("chip fdb mode ") + GetParam());
   run(agent, "port-channel 1 members Ethernet9-10");
   run(agent, "chip learn-range 00:00:00:00:01:00 5 vlan 10 Port-Channel1");
   run(agent, "chip learn-range 00:00:00:00:02:00 5 vlan 20 Port-Channel1");
