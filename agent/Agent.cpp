@@ -21,6 +21,7 @@ Agent::Agent(const Options& options) {
     loop_ = std::make_unique<Vex::EventLoop>();
   }
   loop_->makeCurrent();
+  Log::sinkIs(logSink_);
   hive_ = Hive::rootFactory();
   Orb::registerOrbTraceModules();
   // The shared context first, then the chip layer's helpers, then the
@@ -51,6 +52,7 @@ Agent::Agent(const Options& options) {
   }
   startMacAddrSm();
   registerCoreCommands();
+  registerCheckCommands();
   registerVlanCommands();
   registerLagCommands();
   registerStpCommands();
@@ -76,6 +78,7 @@ Agent::~Agent() {
   ocsd_.reset();
   hive_.reset();
   loop_.reset();
+  Log::sinkIs(nullptr);
 }
 
 void Agent::execute(const std::string& line, std::ostream& out) {

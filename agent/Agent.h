@@ -16,8 +16,10 @@
 #include "chip/softchip/SoftStp.h"
 #include "chip/softchip/SoftVlan.h"
 #include "platform/hive/Hive.h"
+#include "platform/log/LogEvent.h"
 #include "platform/vex/EventLoop.h"
 
+#include <deque>
 #include <iosfwd>
 #include <memory>
 #include <string>
@@ -45,6 +47,19 @@ inline constexpr const char* routerMacTable = "bridging/hardware/routerMacTable"
 inline constexpr const char* bridgingStatus = "bridging/status";
 inline constexpr const char* dynamicHostStatus = "bridging/dynamicHostStatus";
 }  // namespace Paths
+
+// Log events go to standard error as everywhere, and the latest are kept
+// for `show logging`.
+class RecentLogSink : public Log::Sink {
+ public:
+  static constexpr std::size_t capacity = 1000;
+  void write(const Log::EventDef& def, const Log::Event& event) override;
+  const std::deque<std::string>& lines() const { return lines_; }
+  void clear() { lines_.clear(); }
+
+ private:
+  std::deque<std::string> lines_;
+};
 
 class Agent {
  public:
@@ -84,6 +99,7 @@ class Agent {
 
  private:
   void registerCoreCommands();
+  void registerCheckCommands();
   void registerVlanCommands();
   void registerLagCommands();
   void registerStpCommands();
@@ -100,6 +116,7 @@ class Agent {
   std::size_t restartMac();
 
   std::unique_ptr<Vex::EventLoop> loop_;
+  std::shared_ptr<RecentLogSink> logSink_ = std::make_shared<RecentLogSink>();
   Vex::Ptr<Hive::Root> hive_;
   Vex::Ptr<Orb::OrbCommonSmData> ocsd_;
   Vex::Ptr<SoftChip::SoftChip> chip_;

@@ -34,6 +34,19 @@ TEST(AgentScenario, StopsAtTheFirstErrorWithFileAndLine) {
   EXPECT_EQ(err.str(), path + ":2: bad number of seconds 'soon'\n");
 }
 
+TEST(AgentScenario, ExpectationsCheckOutputAndStopTheRunWhenUnmet) {
+  Agent::Agent agent(Agent::Options{});
+  std::ostringstream out, err;
+  auto path = writeScenario("expect.orb",
+                            "echo a   b\nexpect echo a   b ~ a b\nexpect-not echo a b ~ c\n"
+                            "expect echo a b ~ c\necho never\n");
+  EXPECT_EQ(agent.runScenario(path, out, err), 1);
+  EXPECT_EQ(out.str(), "a b\n");
+  EXPECT_EQ(err.str(), path + ":4: expected 'c' in the output of 'echo a b', which was:\na b\n\n");
+  std::ostringstream usage;
+  EXPECT_THROW(agent.execute("expect echo a", usage), Agent::CommandError);
+}
+
 TEST(AgentScenario, MissingFileIsAnError) {
   Agent::Agent agent(Agent::Options{});
   std::ostringstream out, err;

@@ -1,0 +1,83 @@
+// Commands that make a scenario check itself: `expect` runs a command and
+// fails the line unless its output holds a text, and `show logging` lists
+// the log events raised so far, so that scenarios can expect those too.
+#include "agent/Agent.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <sstream>
+
+namespace Agent {
+
+namespace {
+
+// Runs of blanks become one space, so that expectations need not copy a
+// table's column padding.
+std::string squeezeBlanks(const std::string& text) {
+  std::string result;
+  bool blank = false;
+  for (char c : text) {
+    if (c == ' ' || c == '\t') {
+      blank = true;
+      continue;
+    }
+    if (blank && !result.empty() && result.back() != '\n' && c != '\n') result += ' ';
+    blank = false;
+    result += c;
+  }
+  return result;
+}
+
+struct Expectation {
+  std::string command;
+  std::string text;
+};
+
+Expectation splitExpectation(const Args& args, const std::string& usage) {
+  auto tilde = std::find(args.begin(), args.end(), "~");
+  if (tilde == args.begin() || tilde == args.end() || tilde + 1 == args.end()) throw CommandError("usage: " + usage);
+  Expectation e;
+  for (auto it = args.begin(); it != tilde; ++it) e.command += (it == args.begin() ? "" : " ") + *it;
+  for (auto it = tilde + 1; it != args.end(); ++it) e.text += (it == tilde + 1 ? "" : " ") + *it;
+  return e;
+}
+
+}  // namespace
+
+void RecentLogSink::write(const Log::EventDef& def, const Log::Event& event) {
+  Log::StderrSink().write(def, event);
+  if (lines_.size() == capacity) lines_.pop_front();
+  lines_.push_back(fmt::format("{:.3f} %{}: {}", (Vex::EventLoop::current() ? Vex::EventLoop::current()->now() : 0.0),
+                               event.id, event.message));
+}
+
+void Agent::registerCheckCommands() {
+  auto expectation = [this](bool wanted, const std::string& usage) {
+    return [this, wanted, usage](const Args& args, std::ostream&) {
+      auto e = splitExpectation(args, usage);
+      std::ostringstream output;
+      shell_.execute(e.command, output);
+      loop_->runUntilIdle();
+      bool found = squeezeBlanks(output.str()).find(squeezeBlanks(e.text)) != std::string::npos;
+      if (found == wanted) return;
+      throw CommandError(fmt::format("expected '{}' {}in the output of '{}', which was:\n{}", e.text,
+                                     wanted ? "" : "not ", e.command, output.str()));
+    };
+  };
+  shell_.commandIs("expect", "COMMAND... ~ TEXT...", "fail unless the command's output holds the text",
+                   expectation(true, "expect COMMAND... ~ TEXT..."));
+  shell_.commandIs("expect-not", "COMMAND... ~ TEXT...", "fail when the command's output holds the text",
+                   expectation(false, "expect-not COMMAND... ~ TEXT..."));
+  shell_.commandIs("show logging", "", "the log events raised since the start, oldest first",
+                   [this](const Args& args, std::ostream& out) {
+                     expectArgs(args, 0, 0, "show logging");
+                     for (const auto& line : logSink_->lines()) out << line << "\n";
+                   });
+  shell_.commandIs("clear logging", "", "forget the log events raised so far", [this](const Args& args, std::ostream&) {
+    expectArgs(args, 0, 0, "clear logging");
+    logSink_->clear();
+  });
+}
+
+}  // namespace Agent
