@@ -54,11 +54,15 @@ class RecentLogSink : public Log::Sink {
  public:
   static constexpr std::size_t capacity = 1000;
   void write(const Log::EventDef& def, const Log::Event& event) override;
-  const std::deque<std::string>& lines() const { return lines_; }
+  struct Line {
+    double time;
+    Log::Event event;
+  };
+  const std::deque<Line>& lines() const { return lines_; }
   void clear() { lines_.clear(); }
 
  private:
-  std::deque<std::string> lines_;
+  std::deque<Line> lines_;
 };
 
 class Agent {

@@ -2,6 +2,7 @@
 // fails the line unless its output holds a text, and `show logging` lists
 // the log events raised so far, so that scenarios can expect those too.
 #include "agent/Agent.h"
+#include "agent/JsonOutput.h"
 
 #include <fmt/format.h>
 
@@ -48,8 +49,7 @@ Expectation splitExpectation(const Args& args, const std::string& usage) {
 void RecentLogSink::write(const Log::EventDef& def, const Log::Event& event) {
   Log::StderrSink().write(def, event);
   if (lines_.size() == capacity) lines_.pop_front();
-  lines_.push_back(fmt::format("{:.3f} %{}: {}", (Vex::EventLoop::current() ? Vex::EventLoop::current()->now() : 0.0),
-                               event.id, event.message));
+  lines_.push_back({Vex::EventLoop::current() ? Vex::EventLoop::current()->now() : 0.0, event});
 }
 
 void Agent::registerCheckCommands() {
@@ -70,9 +70,28 @@ void Agent::registerCheckCommands() {
   shell_.commandIs("expect-not", "COMMAND... ~ TEXT...", "fail when the command's output holds the text",
                    expectation(false, "expect-not COMMAND... ~ TEXT..."));
   shell_.commandIs("show logging", "", "the log events raised since the start, oldest first",
-                   [this](const Args& args, std::ostream& out) {
-                     expectArgs(args, 0, 0, "show logging");
-                     for (const auto& line : logSink_->lines()) out << line << "\n";
+                   [this](Args args, std::ostream& out) {
+                     bool json = takeJsonFlag(args);
+                     expectArgs(args, 0, 0, "show logging [json]");
+                     if (!json) {
+                       for (const auto& [time, event] : logSink_->lines())
+                         out << fmt::format("{:.3f} %{}: {}\n", time, event.id, event.message);
+                       return;
+                     }
+                     printJson(out, [&](JsonWriter& w) {
+                       w.StartArray();
+                       for (const auto& [time, event] : logSink_->lines()) {
+                         w.StartObject();
+                         w.Key("time");
+                         w.Double(time);
+                         w.Key("id");
+                         w.String(event.id);
+                         w.Key("message");
+                         w.String(event.message);
+                         w.EndObject();
+                       }
+                       w.EndArray();
+                     });
                    });
   shell_.commandIs("clear logging", "", "forget the log events raised so far", [this](const Args& args, std::ostream&) {
     expectArgs(args, 0, 0, "clear logging");
