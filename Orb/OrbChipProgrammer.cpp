@@ -150,6 +150,13 @@ AddrOpsByKey::CmdPtr AddrOpsByKey::insert(const CmdPtr& cmd, Stage stage) {
   return std::exchange(ops_[packed(cmd->key())][stage], cmd);
 }
 
+void AddrOpsByKey::supersede(const CmdPtr& cmd) {
+  auto& ops = ops_[packed(cmd->key())];
+  if (ops[pending]) ops[pending]->validIs(false);
+  if (ops[inProg]) ops[inProg]->validIs(false);
+  ops[pending] = cmd;
+}
+
 void AddrOpsByKey::start(const CmdPtr& cmd) {
   auto& ops = ops_[packed(cmd->key())];
   ops[pending].reset();
@@ -249,9 +256,7 @@ void OrbMacProgrammer::fileQueued() const {
   if (unfiled_ == 0) return;
   auto from = pendingMacOp_.end() - unfiled_;
   for (auto it = from; it != pendingMacOp_.end(); ++it) addrOps_.lookAhead((*it)->key());
-  for (auto it = from; it != pendingMacOp_.end(); ++it) {
-    if (CmdPtr superseded = addrOps_.insert(*it, AddrOpsByKey::pending)) superseded->validIs(false);
-  }
+  for (auto it = from; it != pendingMacOp_.end(); ++it) addrOps_.supersede(*it);
   unfiled_ = 0;
 }
 
@@ -381,6 +386,8 @@ std::size_t OrbMacProgrammer::lookAheadInFlight(std::size_t from) const {
 void OrbMacProgrammer::finish(const CmdPtr& cmd) {
   inProgMacOpDel(cmd->transactionId());
   if (cmd->addrOp()) addrOps_.erase(cmd->key(), AddrOpsByKey::inProg, cmd.get());
+  // A newer command for the key says what it must hold: an out-of-date
+  // command that found no room is not retried over it.
   if (cmd->addrOp() && cmd->status() == MacProgramStatus::macProgramFull && cmd->valid()) {
     overflowAddrOpIs(cmd);
   } else if (cmd->status() == MacProgramStatus::macProgramSuccess && overflowAddrOp_.empty()) {
@@ -394,6 +401,8 @@ void OrbMacProgrammer::finish(const CmdPtr& cmd) {
 
 void OrbMacProgrammer::pollInProgressCmds() {
   if (suspendInProgress_) return;
+  // Commands queued since the last filing may supersede ones in flight.
+  fileQueued();
   Vex::Seconds start = Vex::now();
   std::uint32_t handled = 0;
   std::size_t at = inProgMacOp_.position(inProgMacOpBookmark_);

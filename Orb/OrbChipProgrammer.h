@@ -3,7 +3,10 @@
 // under a transaction id.
 //
 // Commands wait first in first out (pendingMacOp). A new address command
-// supersedes its key's pending one, which is then skipped as out of date;
+// supersedes its key's pending one, which is then skipped as out of date,
+// and its in-flight one, whose outcome then no longer counts: a superseded
+// command that finds the table full is not kept for a retry, so a key
+// always ends as its last command says;
 // commands are filed under their keys a few at a time (before any look at
 // pendingAddrOp and before every writing pass), so the older command is
 // marked out of date at the latest then. A writing pass writes
@@ -174,6 +177,9 @@ class AddrOpsByKey {
   const CmdPtr& find(const MacEntryKey& key, Stage stage) const;
   // Files `cmd` as its key's command at `stage`; the command it replaces.
   CmdPtr insert(const CmdPtr& cmd, Stage stage);
+  // Files a newly queued `cmd` as its key's pending command; the key's
+  // commands before it, pending or in flight, are out of date.
+  void supersede(const CmdPtr& cmd);
   // Drops the key's command at `stage`; only if it is `only`, when given.
   void erase(const MacEntryKey& key, Stage stage, const IndirectAccessMacCmd* only = nullptr);
   // The key's pending command `cmd` goes in flight.

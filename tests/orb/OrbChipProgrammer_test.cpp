@@ -303,6 +303,52 @@ TEST_F(ChipProgrammerTest, OverflowedCommandsRetryWithAGrowingWait) {
   EXPECT_FALSE(programmer->overflowLogged());
 }
 
+// A key ends as its last command says: an add that overflows after a newer
+// command for its key was queued is not retried over it.
+TEST_F(ChipProgrammerTest, OverflowedCommandSupersededWhileInFlightIsNotRetried) {
+  auto add = programmer->addr(1);
+  loop.runUntilIdle();
+  ASSERT_TRUE(programmer->inProgAddrOpHas(add->key()));
+  auto remove = programmer->addr(1, 0);  // waits behind the add in flight
+  loop.runUntilIdle();
+  EXPECT_TRUE(add->invalid());
+  programmer->handleCmdResponse(add->transactionId(), 0, MacProgramStatus::macProgramFull);
+  loop.advance(0.1);
+  EXPECT_TRUE(programmer->overflowAddrOp().empty());
+  ASSERT_EQ(programmer->written.back(), remove->transactionId());
+  programmer->handleCmdResponse(remove->transactionId(), 0, MacProgramStatus::macProgramSuccess);
+  loop.advance(0.1);
+  std::size_t writes = programmer->written.size();
+  loop.advance(60);
+  EXPECT_EQ(programmer->written.size(), writes);  // the add never comes back
+  EXPECT_TRUE(programmer->inProgMacOp().empty());
+  EXPECT_TRUE(programmer->pendingMacOp().empty());
+}
+
+// An overflowed add waits for room; a newer command for its key replaces it,
+// and one for another key leaves it be.
+TEST_F(ChipProgrammerTest, OverflowedCommandGivesWayToANewerCommandForItsKey) {
+  auto add = programmer->addr(1);
+  auto other = programmer->addr(2);
+  loop.runUntilIdle();
+  programmer->handleCmdResponse(add->transactionId(), 0, MacProgramStatus::macProgramFull);
+  programmer->handleCmdResponse(other->transactionId(), 0, MacProgramStatus::macProgramFull);
+  loop.advance(0.1);
+  ASSERT_EQ(programmer->overflowAddrOp().size(), 2u);
+  auto remove = programmer->addr(1, 0);
+  EXPECT_EQ(programmer->overflowAddrOp().size(), 1u);
+  EXPECT_TRUE(programmer->overflowAddrOp().count(other->key()));
+  loop.runUntilIdle();
+  programmer->handleCmdResponse(remove->transactionId(), 0, MacProgramStatus::macProgramSuccess);
+  loop.advance(5);
+  // Only the other key's add is written again.
+  auto retry = programmer->inProgMacOp().back();
+  ASSERT_TRUE(retry);
+  EXPECT_EQ(retry->key(), other->key());
+  EXPECT_EQ(retry->value(), 1);
+  EXPECT_EQ(programmer->inProgMacOp().size(), 1u);
+}
+
 TEST_F(ChipProgrammerTest, UnexpectedWriteResultIsABrokenInvariant) {
   programmer->results = {7};
   programmer->addr(1);
