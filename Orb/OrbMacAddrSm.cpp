@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace Orb {
 
@@ -70,6 +71,11 @@ const char* macEntryTypeWord(EntryType type) {
 bool isRemoteEntryType(EntryType type) {
   auto value = static_cast<int>(type);
   return value >= 8 && value <= 16;
+}
+
+bool isStaticRemoteEntryType(EntryType type) {
+  return type == EntryType::entryStaticRemote || type == EntryType::entryPeerStaticRemote ||
+         type == EntryType::entryEvpnStaticRemote;
 }
 
 bool isStaticEntryType(EntryType type) {
@@ -239,6 +245,9 @@ MAC_KEY_REACTOR(HwIdReactor, ObjTupleToHwId, handleHwId, L2Rib::ObjTuple, handle
 MAC_KEY_REACTOR(FlushReactor, Bridging::HostTableFlushRequestDir, handleRequest, std::string,
                 handleFlushRequestInputDir);
 
+MAC_KEY_REACTOR(RemoteFlushReactor, VXLAN::RemoteMacInfoDir, handleRemoteMacFlushRequest, std::string,
+                handleRemoteMacFlushRequest);
+
 MAC_KEY_REACTOR(NonAgingReactor, NonAgingStatus, handleMacEntries, MacVlanPair, handleNonAgingMacEntries);
 
 MAC_KEY_REACTOR(LbReactor, L2Rib::LoadBalanceOutput, handleLb, std::uint64_t, handleL2RibLb);
@@ -341,6 +350,7 @@ MacAddrSm::MacAddrSm(
   reactors_->add<L2RibReactor>(l2RibOutput_);
   reactors_->add<HwIdReactor>(objTupleToHwId_);
   reactors_->add<FlushReactor>(flushRequestDir_);
+  reactors_->add<RemoteFlushReactor>(rmacInfoDir_);
   reactors_->add<LbReactor>(lbOutput_);
   reactors_->add<DestReactor>(destOutput_);
   reactors_->add<IntfStatusReactor>(ethPhyIntfStatusDir_);
@@ -372,7 +382,10 @@ void MacAddrSm::handleInitialized() {
   for (const auto& [key, row] : bridgingConfig_->fdbConfig()) reevaluateEntry(key);
   currentPeerLink_ = mlagStatus_ ? mlagStatus_->peerLinkIntf() : IntfId();
   for (const auto& vlanId : bridgingConfig_->macLearningDisabledVlan()) handleVlanLearning(vlanId);
-  if (flushRequestDir_ && !flushRequestDir_->request().empty()) flushReqTimer_->timeMinIs(Vex::now());
+  if ((flushRequestDir_ && !flushRequestDir_->request().empty()) ||
+      (rmacInfoDir_ && !rmacInfoDir_->remoteMacFlushRequest().empty())) {
+    flushReqTimer_->timeMinIs(Vex::now());
+  }
   for (const auto& [key, event] : ocsd()->parityEvent()) handleParityEvent(key);
   // Authenticated hosts programmed by this switch.
   dot1xLocalHostTable_ = Vex::make<Dot1x::HostTable>("dot1xLocalHostTable");
@@ -645,7 +658,17 @@ void MacAddrSm::updateQueuedAddresses() {
     auto it = updateList_.find(key);
     if (it == updateList_.end()) continue;  // superseded by no change at all
     Vex::Ptr<ModifyMacEntry> change = it->second;
-    bool finished = programChange(*change);
+    bool finished = false;
+    try {
+      finished = programChange(*change);
+    } catch (...) {
+      // A change that cannot be programmed (a key outside the VLAN range)
+      // fails once: it leaves the queue, and the rest goes on next slice.
+      auto again = updateList_.find(key);
+      if (again != updateList_.end() && again->second == change) updateList_.erase(again);
+      armUpdateClock(Vex::now());
+      throw;
+    }
     if (finished) {
       // A newer change may have replaced this one while it was programmed.
       auto again = updateList_.find(key);
@@ -855,7 +878,10 @@ void MacAddrSm::handleMacEntry(const MacVlanPair& key) {
   // The hardware dropped an entry this machine holds nothing for (a
   // flushed one, say): nothing to review.
   if (!macTable_->macEntryHas(key)) {
-    if (flushingInChip_ ? !flushKept_.contains(key) : !wantedElsewhere(key) && !currentEntry(key)) return;
+    if (flushingInChip_ ? !flushKept_.contains(key) && !(!updateList_.empty() && updateList_.contains(key))
+                        : !wantedElsewhere(key) && !currentEntry(key)) {
+      return;
+    }
   }
   if (!deferMacTableUpdate) {
     reevaluateEntry(key);
@@ -1120,32 +1146,66 @@ void MacAddrSm::handleFlushRequestInputDir(const std::string& name) {
   }
 }
 
+void MacAddrSm::handleRemoteMacFlushRequest(const std::string& name) {
+  BLIP(trace(), 6, "handleRemoteMacFlushRequest input {}", name);
+  removeStaleFlushReplies();
+  if (rmacInfoDir_->remoteMacFlushRequestHas(name) && flushReqTimer_->timeMin() == Vex::never) {
+    flushReqTimer_->timeMinIs(Vex::now());
+  }
+}
+
+bool MacAddrSm::flushRequestHas(const std::string& name) const {
+  return flushRequestDir_->requestHas(name) || (rmacInfoDir_ && rmacInfoDir_->remoteMacFlushRequestHas(name));
+}
+
 void MacAddrSm::removeStaleFlushReplies() {
   std::vector<std::string> stale;
   for (const auto& [name, reply] : flushReplyDir_->reply()) {
-    if (!flushRequestDir_->requestHas(name)) stale.push_back(name);
+    if (!flushRequestHas(name)) stale.push_back(name);
   }
   for (const auto& name : stale) flushReplyDir_->replyDel(name);
 }
 
 void MacAddrSm::handleFlushReqTimer() {
-  std::vector<std::pair<std::string, Bridging::HostTableFlushRequest>> pending;
-  for (const auto& [name, request] : flushRequestDir_->request()) {
-    // A request is pending until a reply answers this very request.
-    if (!flushReplyDir_->replyHas(name) || flushReplyDir_->reply(name).request != request) {
-      pending.emplace_back(name, request);
+  using Requests = std::vector<std::pair<std::string, Bridging::HostTableFlushRequest>>;
+  Requests pending, remotePending;
+  auto collect = [&](const auto& requests, Requests& into) {
+    for (const auto& [name, request] : requests) {
+      // A request is pending until a reply answers this very request.
+      if (!flushReplyDir_->replyHas(name) || flushReplyDir_->reply(name).request != request) {
+        into.emplace_back(name, request);
+      }
     }
-  }
-  for (const auto& [name, request] : pending) processFlushReq(request.vlanId, request.intf, request.addr);
-  execFlush();
+  };
+  collect(flushRequestDir_->request(), pending);
+  if (rmacInfoDir_) collect(rmacInfoDir_->remoteMacFlushRequest(), remotePending);
+  // A bad request is answered with its error traced, once; it stops
+  // neither the requests beside it nor those after it.
+  auto guarded = [&](const std::string& name, auto process) {
+    try {
+      process();
+    } catch (const Vex::RangeError& e) {
+      BLIP(trace(), 1, "ERROR: Host table flush request {} refused: {}", name, e.what());
+    }
+  };
   for (const auto& [name, request] : pending) {
-    flushReplyDir_->replyIs(name, Bridging::HostTableFlushReply{request, Vex::now()});
-    BLIP(trace(), 5, "Host table flush request {} has been processed", name);
+    guarded(name, [&] { processFlushReq(request.vlanId, request.intf, request.addr); });
+  }
+  for (const auto& [name, request] : remotePending) {
+    guarded(name, [&] { processRemoteFlushReq(request.vlanId, request.intf, request.addr); });
+  }
+  execFlush();
+  for (const auto* requests : {&pending, &remotePending}) {
+    for (const auto& [name, request] : *requests) {
+      flushReplyDir_->replyIs(name, Bridging::HostTableFlushReply{request, Vex::now()});
+      BLIP(trace(), 5, "Host table flush request {} has been processed", name);
+    }
   }
 }
 
 void MacAddrSm::processFlushReq(std::uint16_t vlanId, const IntfId& intf, const Nexo::EthAddr& addr) {
   BLIP(trace(), 6, "processFlushReq vlanId {} intf {} addr {}", vlanId, intf.stringValue(), addr.stringValue());
+  if (vlanId) VlanId checked(vlanId);  // refuses a VLAN above 4094 before anything is gathered
   if (!addr.isZero()) {
     flushAddr(vlanId, intf, addr);
   } else if (!intf.empty()) {
@@ -1188,6 +1248,32 @@ void MacAddrSm::flushLag(const IntfId& lag, std::uint16_t vlanId) {
 
 void MacAddrSm::flushVlan(std::uint16_t vlanId) { fr_.vlan.insert(vlanId); }
 
+void MacAddrSm::processRemoteFlushReq(std::uint16_t vlanId, const IntfId& intf, const Nexo::EthAddr& addr) {
+  BLIP(trace(), 6, "processRemoteFlushReq vlanId {} intf {} addr {}", vlanId, intf.stringValue(), addr.stringValue());
+  if (vlanId) VlanId checked(vlanId);
+  std::vector<MacVlanPair> keys;
+  for (const auto& [key, row] : bridgingStatus_->remoteStatusTable()) {
+    if ((vlanId && key.vlanId.value() != vlanId) || (!intf.empty() && row.intf != intf) ||
+        (!addr.isZero() && key.addr != addr) || isStaticRemoteEntryType(row.entryType)) {
+      continue;
+    }
+    keys.push_back(key);
+  }
+  std::sort(keys.begin(), keys.end());
+  for (const auto& key : keys) {
+    const auto& row = bridgingStatus_->remoteStatusTable(key);
+    BLIP(trace(), 6, " flushing remote mac {}", keyText(key));
+    std::uint32_t code = orbHelper_->removeHost(key, row.entryType);
+    if (code != 0) BLIP(trace(), 3, "Remove unsuccessful, code is {}", code);
+    decRemoteRefcounts(key);
+    bridgingStatus_->remoteStatusTableDel(key);
+    // A queued change for the key was made against what is gone now.
+    if (!updateList_.empty()) updateList_.erase(key);
+    // A source that still offers the entry has it programmed again.
+    reevaluateEntry(key);
+  }
+}
+
 void MacAddrSm::flushAddr(std::uint16_t vlanId, const IntfId& intf, const Nexo::EthAddr& addr) {
   std::vector<MacVlanPair> keys;
   for (const auto& [fid, fdb] : bridgingStatus_->fdbStatus()) {
@@ -1209,7 +1295,11 @@ void MacAddrSm::flushAddr(std::uint16_t vlanId, const IntfId& intf, const Nexo::
 // configuredEntry gathers: keep the three lists of sources in step.
 bool MacAddrSm::wantedElsewhere(const MacVlanPair& key) const {
   // The queue keeps its room after a burst: look only when it holds something.
-  return (!updateList_.empty() && updateList_.contains(key)) || (l2RibOutput_ && l2RibOutput_->hostHas(key)) ||
+  return (!updateList_.empty() && updateList_.contains(key)) || wantedBySource(key);
+}
+
+bool MacAddrSm::wantedBySource(const MacVlanPair& key) const {
+  return (l2RibOutput_ && l2RibOutput_->hostHas(key)) ||
          (remoteHostTable_ && (remoteHostTable_->receivedHostHas(key) || remoteHostTable_->configuredHostHas(key))) ||
          bridgingConfig_->fdbConfigHas(key) || (nonAgingReactor_ && nonAgingReactor_->notifier()->macEntriesHas(key)) ||
          (dot1xLocalHostTable_ && dot1xLocalHostTable_->hostHas(key.addr)) ||
@@ -1233,6 +1323,7 @@ void MacAddrSm::dropFlushedHosts(std::optional<std::uint16_t> vlanId, const Intf
   auto flushed = [&](const MacVlanPair& key, EntryType type, const IntfId& at) {
     return type == EntryType::entryDynamic && (!intf || at == *intf) && !(mayBeWanted && wantedElsewhere(key));
   };
+  dropFlushedQueuedLearns(vlanId, intf, mayBeWanted);
   // Counts change once per VLAN and interface, not once per host.
   Vex::HashMap<IntfId, int> goneOnIntf;
   std::vector<Nexo::EthAddr> gone;
@@ -1274,6 +1365,29 @@ void MacAddrSm::dropFlushedHosts(std::optional<std::uint16_t> vlanId, const Intf
   }
 }
 
+void MacAddrSm::dropFlushedQueuedLearns(std::optional<std::uint16_t> vlanId, const IntfId* intf, bool mayBeWanted) {
+  // A learn queued but not yet programmed goes with the target: the chip
+  // flushes its own copy, and programming it afterwards would bring back
+  // what was flushed, for good once the chip had aged it out.
+  if (updateList_.empty()) return;
+  std::vector<MacVlanPair> gone;
+  for (const auto& [key, change] : updateList_) {
+    if (change->action == EntryEvaluationAction::remove || change->entryType() != EntryType::entryDynamic ||
+        (vlanId && key.vlanId.value() != *vlanId) || (intf && change->intf() != *intf)) {
+      continue;
+    }
+    if (mayBeWanted && wantedBySource(key)) {
+      flushKept_.insert(key);  // reviewed as the chip's deletion comes
+      continue;
+    }
+    gone.push_back(key);
+  }
+  for (const auto& key : gone) {
+    BLIP(trace(), 7, "{}: queued learn flushed", keyText(key));
+    updateList_.erase(key);
+  }
+}
+
 template <class Flush>
 void MacAddrSm::flushInChip(Flush flush) {
   // Hardware deletions reported while the chip flushes are of hosts just
@@ -1290,12 +1404,14 @@ void MacAddrSm::execFlush() {
   // and its table's deletions then find nothing left to review. Hosts that
   // another source wants stay and are reviewed as the deletions come.
   auto vlanOrAll = [](int vlanId) { return vlanId < 0 ? std::nullopt : std::optional<std::uint16_t>(vlanId); };
-  if (fr_.all) {
+  // What was gathered is carried out once, even should a flush fail.
+  const CondensedFlushRequest fr = std::exchange(fr_, CondensedFlushRequest{});
+  if (fr.all) {
     BLIP(trace(), 5, " flushing all macs ");
     dropFlushedHosts(std::nullopt, nullptr);
     flushInChip([&] { orbHelper_->flushAll(); });
   }
-  for (auto vlanId : fr_.vlan) {
+  for (auto vlanId : fr.vlan) {
     BLIP(trace(), 5, " flushing vlan {}", vlanId);
     dropFlushedHosts(vlanId, nullptr);
     flushInChip([&] { orbHelper_->flushVlan(VlanId(vlanId)); });
@@ -1310,23 +1426,22 @@ void MacAddrSm::execFlush() {
       }
     });
   };
-  for (const auto& [vlanId, port] : fr_.vlanPort) {
+  for (const auto& [vlanId, port] : fr.vlanPort) {
     BLIP(trace(), 5, " flushing vlan {} on port {}", vlanId, port.stringValue());
     flushOn(vlanId, port, false);
   }
-  for (const auto& port : fr_.port) {
+  for (const auto& port : fr.port) {
     BLIP(trace(), 5, " flushing port {}", port.stringValue());
     flushOn(-1, port, false);
   }
-  for (const auto& [vlanId, lag] : fr_.vlanLag) {
+  for (const auto& [vlanId, lag] : fr.vlanLag) {
     BLIP(trace(), 5, " flushing vlan {} on lag {}", vlanId, lag.stringValue());
     flushOn(vlanId, lag, true);
   }
-  for (const auto& lag : fr_.lag) {
+  for (const auto& lag : fr.lag) {
     BLIP(trace(), 5, " flushing lag {}", lag.stringValue());
     flushOn(-1, lag, true);
   }
-  fr_ = CondensedFlushRequest{};
 }
 
 const Vex::Ptr<NonAgingStatus>& MacAddrSm::nonAgingMacStatus() const {

@@ -27,6 +27,17 @@
 // - The dynamic-host status counts hosts of type "dynamic" only.
 // - A flush drops its target's dynamic hosts from the status itself, before
 //   the chip flushes them; hosts another source wants stay and are reviewed.
+//   Learns of the target queued but not yet programmed go from the queue.
+// - A flush request naming a VLAN above 4094 is answered, its range error
+//   traced, and flushes nothing.
+// - A remote-MAC flush request has the fields of a host-table flush request
+//   (VLAN, interface, address; zero or empty for any) and is answered in
+//   the same reply directory, whose names both kinds share. It takes the
+//   matching remote entries, but for the static remote kinds, out of the
+//   hardware and `remoteStatusTable` at once; an entry a source still
+//   offers is then programmed again from it.
+// - A queued change that cannot be programmed (a key outside the VLAN
+//   range) fails once with its range error and leaves the queue.
 // - The remote-MAC recovery of a hitless restart ends when the control
 //   plane sets `remoteMacsReady` on the remote host table.
 #pragma once
@@ -59,6 +70,9 @@ enum class EntryEvaluationAction : std::uint8_t { none = 0, addOrModify = 1, rem
 const char* macEntryTypeWord(EntryType type);
 bool isRemoteEntryType(EntryType type);
 bool isStaticEntryType(EntryType type);
+// Remote entries a remote-MAC flush leaves: static remote, peer static
+// remote and EVPN static remote.
+bool isStaticRemoteEntryType(EntryType type);
 
 // A queued change of one key.
 class ModifyMacEntry : public Vex::PtrInterface {
@@ -241,7 +255,14 @@ class MacAddrSm : public OrbBaseSm {
   const CondensedFlushRequest& fr() const { return fr_; }
   void handleFlushRequestInputDir(const std::string& name);
   void handleFlushReqTimer();
+  // Remote-MAC flush requests, from the tunnel tables in `rmacInfoDir`.
+  void handleRemoteMacFlushRequest(const std::string& name);
+  // A VLAN above 4094 is refused with a range error.
   void processFlushReq(std::uint16_t vlanId, const IntfId& intf, const Nexo::EthAddr& addr);
+  // Takes the remote entries matching the request out of the hardware and
+  // the status at once; a source that still offers one has it programmed
+  // again.
+  void processRemoteFlushReq(std::uint16_t vlanId, const IntfId& intf, const Nexo::EthAddr& addr);
   void execFlush();
   void flushPort(const IntfId& intf, std::uint16_t vlanId);
   void flushLag(const IntfId& lag, std::uint16_t vlanId);
@@ -274,10 +295,13 @@ class MacAddrSm : public OrbBaseSm {
   // Whether a source other than the hardware wants the key, or a change for
   // it waits in the queue.
   bool wantedElsewhere(const MacVlanPair& key) const;
+  bool wantedBySource(const MacVlanPair& key) const;
+  bool flushRequestHas(const std::string& name) const;
   bool noOtherSource() const;
   // Drops the dynamic hosts a flush of the VLAN (every VLAN when none) on
   // the interface (every interface when null) takes out of the chip.
   void dropFlushedHosts(std::optional<std::uint16_t> vlanId, const IntfId* intf);
+  void dropFlushedQueuedLearns(std::optional<std::uint16_t> vlanId, const IntfId* intf, bool mayBeWanted);
   template <class Flush>
   void flushInChip(Flush flush);
   void reevaluateKeysOnIntf(const IntfId& intf);

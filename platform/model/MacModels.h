@@ -289,7 +289,9 @@ class VxlanConfigDir : public Vex::Entity {
 
 namespace Orb::VXLAN {
 
-// How many programmed remote entries use each next hop and each VLAN.
+// How many programmed remote entries use each next hop and each VLAN, and
+// requests to flush remote entries (answered, by name, with the other
+// flush requests' replies).
 class RemoteMacInfoDir : public Vex::Entity {
  public:
   class Notifiee : public Vex::BaseNotifiee<RemoteMacInfoDir> {
@@ -297,10 +299,12 @@ class RemoteMacInfoDir : public Vex::Entity {
     using BaseNotifiee::BaseNotifiee;
     VEX_KEY_HANDLER(NextHopRefCount, std::uint64_t)
     VEX_KEY_HANDLER(VlanRefCount, Bridging::VlanId)
+    VEX_KEY_HANDLER(RemoteMacFlushRequest, std::string)
   };
   using Entity::Entity;
   VEX_COLLECTION(std::uint64_t, std::uint32_t, nextHopRefCount, NextHopRefCount)
   VEX_COLLECTION(Bridging::VlanId, std::uint32_t, vlanRefCount, VlanRefCount)
+  VEX_ORDERED_COLLECTION(std::string, Bridging::HostTableFlushRequest, remoteMacFlushRequest, RemoteMacFlushRequest)
 };
 
 }  // namespace Orb::VXLAN
