@@ -11,6 +11,7 @@
 #include "platform/types/Bridging.h"
 #include "platform/types/Nexo.h"
 
+#include <functional>
 #include <string>
 
 namespace OrbHelper {
@@ -18,13 +19,24 @@ namespace OrbHelper {
 // The MAC table in hardware. Adds answer an OrbTypes::TableAddStatus (0
 // success, 1 busy, 2 full); removes answer 0 on success. The operations a
 // chip layer may leave out have empty defaults; the others stop the
-// process unless ORB_NOOP_AGENT is set.
+// process unless ORB_NOOP_AGENT is set. A chip programmed by commands that
+// finish later answers an add `addAccepted` (a value apart from every add
+// status, whose other values all mean "not programmed") and reports its
+// outcome (0 success, 2 full, anything else failed) through hostOutcome.
 class OrbHelperMacAddrSm : public Orb::OrbBaseHelper {
  public:
   using MacVlanPair = Bridging::MacVlanPair;
   using EntryType = Bridging::EntryType;
+  static constexpr std::uint32_t addAccepted = 0x100;
+  using HostOutcomeHandler = std::function<void(const MacVlanPair&, const Nexo::IntfId&, EntryType, std::uint32_t)>;
 
   explicit OrbHelperMacAddrSm(const std::string& name = "OrbHelperMacAddrSm") : OrbBaseHelper(name) {}
+
+  // Who hears the outcomes of accepted adds: the MAC machine.
+  void hostOutcomeHandlerIs(HostOutcomeHandler handler) { hostOutcomeHandler_ = std::move(handler); }
+  void hostOutcome(const MacVlanPair& key, const Nexo::IntfId& intf, EntryType entryType, std::uint32_t status) {
+    if (hostOutcomeHandler_) hostOutcomeHandler_(key, intf, entryType, status);
+  }
 
   virtual void hwInit() {}
   virtual std::uint32_t addHost(const MacVlanPair&, const Nexo::IntfId&, std::uint32_t /*tunnelId*/, bool /*flag*/,
@@ -66,6 +78,9 @@ class OrbHelperMacAddrSm : public Orb::OrbBaseHelper {
   virtual void verifyNumRemoteHost(std::uint32_t) { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, verifyNumRemoteHost); }
   virtual void handleParityEvent(const Orb::ParityEvent::Key&) {}
   virtual std::uint32_t getMaxRemoteMacs() { return ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, getMaxRemoteMacs); }
+
+ private:
+  HostOutcomeHandler hostOutcomeHandler_;
 };
 
 // LAGs in hardware. Every operation is optional: the defaults do nothing.

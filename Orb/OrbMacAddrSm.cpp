@@ -355,11 +355,16 @@ MacAddrSm::MacAddrSm(
   reactors_->add<DestReactor>(destOutput_);
   reactors_->add<IntfStatusReactor>(ethPhyIntfStatusDir_);
   reactors_->add<OcsdReactor>(ocsd);
+  orbHelper_->hostOutcomeHandlerIs(
+      [this](const MacVlanPair& key, const IntfId& intf, EntryType entryType, std::uint32_t status) {
+        if (reacting()) handleHostOutcome(key, intf, entryType, status);
+      });
   initializedIs(true);
 }
 
 MacAddrSm::~MacAddrSm() {
   vexDoZombieReactors(true);
+  orbHelper_->hostOutcomeHandlerIs(nullptr);
   reactors_.reset();
   updateMacEntryClock_->timeMinIs(Vex::never);
   macTableTimer_->timeMinIs(Vex::never);
@@ -630,8 +635,10 @@ void MacAddrSm::addToUpdateList(const RemoteMacAddressTableEntry& entry, EntryEv
   change->movedToLocal = movedToLocal;
   change->movedToRemote = movedToRemote;
   change->queuedTime = Vex::now();
-  // A newer change for a key supersedes the queued one, keeping its place.
+  // A newer change for a key supersedes the queued one, keeping its place;
+  // one the chip is working on already stands if it programs the same.
   auto& slot = updateList_[key];
+  if (slot && slot->awaitingOutcome && slot->action == action && sameProgramming(slot->entry(), entry)) return;
   if (slot) {
     change->queuedTime = slot->queuedTime;
     change->fullLogged = slot->fullLogged && slot->intf() == change->intf();
@@ -670,9 +677,12 @@ void MacAddrSm::updateQueuedAddresses() {
       throw;
     }
     if (finished) {
-      // A newer change may have replaced this one while it was programmed.
+      // A newer change may have replaced this one while it was programmed;
+      // one the chip accepted waits for its outcome, out of the order.
       auto again = updateList_.find(key);
-      if (again != updateList_.end() && again->second == change) updateList_.erase(again);
+      if (again != updateList_.end() && again->second == change && !change->awaitingOutcome) {
+        updateList_.erase(again);
+      }
       ++done;
     } else {
       updateOrder_.push(key);
@@ -683,7 +693,8 @@ void MacAddrSm::updateQueuedAddresses() {
     }
   }
   longestSlice_ = std::max(longestSlice_, Vex::now() - start);
-  if (updateList_.empty()) {
+  // Changes waiting for the chip's outcome need no slice: the outcome comes.
+  if (updateOrder_.empty()) {
     BLIP(trace(), 7, "all entries processed");
     BLIP(trace(), 8, "Returned successfully");
     return;
@@ -750,14 +761,67 @@ bool MacAddrSm::programLocal(ModifyMacEntry& change) {
   BLIP(trace(), 6, " Programming MAC entry: {} {} {}", keyText(key), change.intf().stringValue(),
        macEntryTypeWord(change.entryType()));
   std::uint32_t status = orbHelper_->addHost(key, change.intf(), 0, false, change.entryType());
+  if (status == OrbHelper::OrbHelperMacAddrSm::addAccepted) return addAccepted(change);
   if (status != OrbTypes::tableAddSuccess) return handleAddStatus(change, status);
+  localAddDone(change);
+  return true;
+}
+
+void MacAddrSm::localAddDone(ModifyMacEntry& change) {
+  const MacVlanPair& key = change.macVlanPair();
   BLIP(trace(), 7, "Add successful");
   if (bridgingStatus_->remoteStatusTableHas(key)) {
     decRemoteRefcounts(key);
     bridgingStatus_->remoteStatusTableDel(key);
   }
   addToFdbStatus(change);
+}
+
+bool MacAddrSm::addAccepted(ModifyMacEntry& change) {
+  // Not programmed yet: nothing is published until the outcome says so.
+  BLIP(trace(), 7, "{}: add accepted, outcome to come", keyText(change.macVlanPair()));
+  change.awaitingOutcome = true;
   return true;
+}
+
+void MacAddrSm::handleHostOutcome(const MacVlanPair& key, const IntfId& intf, EntryType entryType,
+                                  std::uint32_t status) {
+  BLIP(trace(), 7, "{}: outcome of add on {}: {}", keyText(key), intf.stringValue(), status);
+  auto it = updateList_.find(key);
+  if (it == updateList_.end()) {
+    // Nothing waits for it: the key was flushed or changed back while the
+    // chip worked. An add it took leaves the hardware holding what the
+    // status does not say: put back what it says.
+    if (status != OrbTypes::tableAddSuccess) return;
+    auto current = currentEntry(key);
+    if (current && current->intf == intf && current->entryType == entryType) return;
+    if (current) {
+      addToUpdateList(*current, EntryEvaluationAction::addOrModify, false, false);
+    } else {
+      RemoteMacAddressTableEntry taken;
+      taken.macVlanPair = key;
+      taken.intf = intf;
+      taken.entryType = entryType;
+      addToUpdateList(taken, EntryEvaluationAction::remove, false, false);
+    }
+    return;
+  }
+  Vex::Ptr<ModifyMacEntry> change = it->second;
+  // A newer change is on its way and decides.
+  if (!change->awaitingOutcome || change->intf() != intf || change->entryType() != entryType) return;
+  if (status == OrbTypes::tableAddSuccess) {
+    updateList_.erase(it);
+    localAddDone(*change);
+  } else if (status == OrbTypes::tableAddFull) {
+    handleAddStatus(*change, status);  // logged once; the chip retries it
+  } else if (status == OrbTypes::tableAddBusy) {
+    change->awaitingOutcome = false;
+    updateOrder_.push(key);
+    armUpdateClock(Vex::now() + retryDelay);
+  } else {
+    updateList_.erase(it);
+    handleAddStatus(*change, status);
+  }
 }
 
 std::uint64_t MacAddrSm::nextHopId(const RemoteMacAddressTableEntry& entry) const {
@@ -795,6 +859,7 @@ bool MacAddrSm::programRemoteToLocal(ModifyMacEntry& change) {
   std::uint32_t status = orbHelper_->addLearntLocalAndRemoveRemoteHost(key, change.intf(), change.entryType());
   decRemoteRefcounts(key);
   bridgingStatus_->remoteStatusTableDel(key);
+  if (status == OrbHelper::OrbHelperMacAddrSm::addAccepted) return addAccepted(change);
   if (status != 0) {
     BLIP(trace(), 3, "Remote to local unsuccessful, code is {}", status);
     delFromFdbStatus(key);

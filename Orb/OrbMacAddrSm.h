@@ -38,6 +38,12 @@
 //   offers is then programmed again from it.
 // - A queued change that cannot be programmed (a key outside the VLAN
 //   range) fails once with its range error and leaves the queue.
+// - A chip that finishes adds later answers "accepted"; the change stays
+//   queued, unwritten, until the outcome comes back. Only then is it
+//   published (success), logged as table full and left to the chip's own
+//   retry (full), or dropped (failed). An outcome no queued change waits
+//   for (the key was flushed, or changed back, meanwhile) has the hardware
+//   put back to what the status says.
 // - The remote-MAC recovery of a hitless restart ends when the control
 //   plane sets `remoteMacsReady` on the remote host table.
 #pragma once
@@ -95,6 +101,9 @@ class ModifyMacEntry : public Vex::PtrInterface {
   bool movedToRemote = false;
   bool fullLogged = false;
   double queuedTime = 0.0;  // when the change first went into the queue
+  // The chip accepted it as a command and its outcome is still to come; it
+  // stays in the queue, not written again, until then.
+  bool awaitingOutcome = false;
 
   // The entry this change programs.
   RemoteMacAddressTableEntry entry() const;
@@ -206,6 +215,9 @@ class MacAddrSm : public OrbBaseSm {
   void addToUpdateList(const RemoteMacAddressTableEntry& entry, EntryEvaluationAction action, bool movedToLocal,
                        bool movedToRemote);
   void updateQueuedAddresses();
+  // The outcome of an add the chip accepted to finish later: publishes it,
+  // keeps it waiting for room (the chip retries), or drops it as failed.
+  void handleHostOutcome(const MacVlanPair& key, const IntfId& intf, EntryType entryType, std::uint32_t status);
 
   // Reactions. Each names the keys that changed and ends in
   // reevaluateEntry for each of them.
@@ -319,6 +331,8 @@ class MacAddrSm : public OrbBaseSm {
   bool programRemoteToLocal(ModifyMacEntry& change);
   bool programRemove(ModifyMacEntry& change);
   bool handleAddStatus(ModifyMacEntry& change, std::uint32_t status);
+  bool addAccepted(ModifyMacEntry& change);
+  void localAddDone(ModifyMacEntry& change);
   void addToFdbStatus(const ModifyMacEntry& change);
   void countDynamicHost(const MacVlanPair& key, const Bridging::LearnedHost& host, int delta);
   void delFromFdbStatus(const MacVlanPair& key);

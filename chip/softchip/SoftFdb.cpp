@@ -95,7 +95,7 @@ std::uint32_t SoftFdbHelper::addHost(const Bridging::MacVlanPair& key, const Nex
   if (mode_ == Mode::indirect) {
     programmer_->handleAddrOp(Orb::indirectAccessMacCmdFactory(Orb::IndirectAccessMacCmdType::addrOp, {key}, intf,
                                                                entryType, 1, programmer_->nextTransactionId()));
-    return OrbTypes::tableAddSuccess;  // accepted; the outcome comes later
+    return addAccepted;  // the outcome comes later
   }
   std::uint32_t status = addStatus(key);
   if (status != OrbTypes::tableAddSuccess) return status;
@@ -249,6 +249,18 @@ std::uint32_t SoftMacProgrammer::writeToHw(const CmdPtr& cmd) {
   }
   answering_.push_back(cmd);
   return static_cast<std::uint32_t>(Orb::MacProgramStatus::macProgramInProgress);
+}
+
+void SoftMacProgrammer::handleCmdDone(const CmdPtr& cmd) {
+  // Removes always succeed; a superseded add's outcome no longer counts.
+  if (!fdb_ || !cmd->addrOp() || cmd->value() == 0 || cmd->invalid()) return;
+  std::uint32_t status = 3;  // failed, or expired in flight
+  if (cmd->status() == Orb::MacProgramStatus::macProgramSuccess) {
+    status = OrbTypes::tableAddSuccess;
+  } else if (cmd->status() == Orb::MacProgramStatus::macProgramFull) {
+    status = OrbTypes::tableAddFull;
+  }
+  fdb_->hostOutcome(cmd->key().key, cmd->intf(), cmd->entryType(), status);
 }
 
 void SoftMacProgrammer::answer() {

@@ -39,11 +39,15 @@ class SoftFdbTable : public SoftTable {
 class SoftFdbHelper;
 
 // Indirect access: commands complete after the chip's acknowledgement delay
-// for "fdb", busy when the fault plan says so, full when the table is.
+// for "fdb", busy when the fault plan says so, full when the table is. The
+// outcome of each add that is still its key's last command goes back to
+// the MAC machine; one that found the table full waits in the pipeline's
+// overflow and is retried there.
 class SoftMacProgrammer : public Orb::OrbMacProgrammer {
  public:
   SoftMacProgrammer(SoftFdbHelper* fdb, const Vex::Ptr<SoftChip>& chip) : fdb_(fdb), chip_(chip) {}
   std::uint32_t writeToHw(const CmdPtr& cmd) override;
+  void handleCmdDone(const CmdPtr& cmd) override;
   // The helper goes: answers still on their way find nobody to apply them.
   void detach() { fdb_ = nullptr; }
 
@@ -60,7 +64,7 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
  public:
   // Direct: each add or remove is done when the call returns. Indirect: it
   // is a command through the MAC command pipeline; adds answer "accepted"
-  // and the outcome comes later.
+  // (addAccepted) and the outcome comes later, through hostOutcome.
   enum class Mode { direct, indirect };
   Mode mode() const { return mode_; }
   void modeIs(Mode mode) { mode_ = mode; }
