@@ -1,6 +1,6 @@
-// Flushing in the MAC address machine: queued changes, bad requests,
-// remote-MAC flush requests. Through its inputs, a recording MAC helper and
-// simulated time.
+// The MAC address machine's flushing (queued changes, bad requests,
+// remote-MAC flush requests) and its handling of adds a chip finishes
+// later. Through its inputs, a recording MAC helper and simulated time.
 #include "Orb/OrbMacAddrSm.h"
 #include "Orb/OrbTrace.h"
 
@@ -256,6 +256,98 @@ TEST_F(MacFlushTest, RemoteMacFlushRemovesMatchingRemoteEntries) {
   rmac->remoteMacFlushRequestDel("bad");
   settle();
   EXPECT_FALSE(replies->replyHas("bad"));
+}
+
+// Adds the chip finishes later: published only once the chip says they
+// are in, never written again while their outcome is awaited.
+TEST_F(MacFlushTest, AcceptedAddIsPublishedOnItsSuccessOnly) {
+  constexpr auto accepted = OrbHelper::OrbHelperMacAddrSm::addAccepted;
+  start();
+  helper->answers = {accepted};
+  learn(key(1), "Ethernet1");
+  settle();
+  loop.advance(1);
+  EXPECT_EQ(helper->calls, std::vector<std::string>{fmt::format("add 00:00:00:00:00:01 Ethernet1 -> {}", accepted)});
+  EXPECT_FALSE(status->learnedHost(key(1)));
+  EXPECT_EQ(sm->updateListSize(), 1u);
+  // The same learn again changes nothing while the chip works on it.
+  learn(key(1), "Ethernet1");
+  settle();
+  EXPECT_EQ(helper->calls.size(), 1u);
+  helper->hostOutcome(key(1), IntfId("Ethernet1"), EntryType::entryDynamic, OrbTypes::tableAddSuccess);
+  ASSERT_TRUE(status->learnedHost(key(1)));
+  EXPECT_EQ(status->learnedHost(key(1))->intf, IntfId("Ethernet1"));
+  EXPECT_EQ(sm->updateListSize(), 0u);
+}
+
+TEST_F(MacFlushTest, FullOutcomeIsLoggedOnceAndWaitsForTheChipsRetry) {
+  constexpr auto accepted = OrbHelper::OrbHelperMacAddrSm::addAccepted;
+  start();
+  helper->answers = {accepted};
+  auto k = key(2);
+  config->fdbConfigIs(k, MacAddressTableEntry{k, IntfId("Ethernet2"), EntryType::entryStatic, {}, 0.0});
+  settle();
+  helper->hostOutcome(k, IntfId("Ethernet2"), EntryType::entryStatic, OrbTypes::tableAddFull);
+  helper->hostOutcome(k, IntfId("Ethernet2"), EntryType::entryStatic, OrbTypes::tableAddFull);
+  loop.advance(1);
+  EXPECT_EQ(logs->count("ETH_MACADDRBANKFULL"), 1u);
+  EXPECT_EQ(helper->calls.size(), 1u);  // the chip retries, not the machine
+  EXPECT_FALSE(status->learnedHost(k));
+  helper->hostOutcome(k, IntfId("Ethernet2"), EntryType::entryStatic, OrbTypes::tableAddSuccess);
+  ASSERT_TRUE(status->learnedHost(k));
+  EXPECT_EQ(status->learnedHost(k)->entryType, EntryType::entryStatic);
+}
+
+TEST_F(MacFlushTest, FailedOutcomeMeansNotProgrammedAndBusyIsWrittenAgain) {
+  constexpr auto accepted = OrbHelper::OrbHelperMacAddrSm::addAccepted;
+  start();
+  learn(key(1), "Ethernet1");
+  settle();
+  ASSERT_TRUE(status->learnedHost(key(1)));
+  helper->answers = {accepted, accepted};
+  learn(key(1), "Ethernet2");  // a move the chip then fails
+  settle();
+  helper->hostOutcome(key(1), IntfId("Ethernet2"), EntryType::entryDynamic, 3);
+  EXPECT_FALSE(status->learnedHost(key(1)));
+  EXPECT_EQ(sm->updateListSize(), 0u);
+  learn(key(3), "Ethernet1");
+  settle();
+  helper->hostOutcome(key(3), IntfId("Ethernet1"), EntryType::entryDynamic, OrbTypes::tableAddBusy);
+  loop.advance(1);
+  EXPECT_EQ(helper->calls.back(), "add 00:00:00:00:00:03 Ethernet1 -> 0");
+  EXPECT_TRUE(status->learnedHost(key(3)));
+}
+
+// An outcome nobody waits for any more: the hardware took an add the
+// machine went back on, and is put back to what the status says.
+TEST_F(MacFlushTest, OutcomeOfAnAddGoneBackOnPutsTheHardwareBack) {
+  constexpr auto accepted = OrbHelper::OrbHelperMacAddrSm::addAccepted;
+  start();
+  auto k = key(4);
+  helper->answers = {accepted};
+  config->fdbConfigIs(k, MacAddressTableEntry{k, IntfId("Ethernet2"), EntryType::entryStatic, {}, 0.0});
+  settle();
+  config->fdbConfigDel(k);
+  settle();
+  EXPECT_EQ(sm->updateListSize(), 0u);
+  helper->calls.clear();
+  helper->hostOutcome(k, IntfId("Ethernet2"), EntryType::entryStatic, OrbTypes::tableAddSuccess);
+  settle();
+  EXPECT_EQ(helper->calls, std::vector<std::string>{"remove 00:00:00:00:00:04"});
+  EXPECT_FALSE(status->learnedHost(k));
+  // A failed one left nothing behind: nothing to do.
+  helper->hostOutcome(k, IntfId("Ethernet2"), EntryType::entryStatic, OrbTypes::tableAddFull);
+  settle();
+  EXPECT_EQ(helper->calls.size(), 1u);
+  // An outcome for an older change than the one queued is not the queued one's.
+  learn(key(5), "Ethernet1");
+  settle();
+  helper->answers = {accepted};
+  learn(key(5), "Ethernet2");
+  settle();
+  helper->hostOutcome(key(5), IntfId("Ethernet3"), EntryType::entryDynamic, OrbTypes::tableAddSuccess);
+  EXPECT_EQ(status->learnedHost(key(5))->intf, IntfId("Ethernet1"));
+  EXPECT_EQ(sm->updateListSize(), 1u);
 }
 
 }  // namespace
