@@ -162,20 +162,46 @@ std::size_t SoftFdbHelper::flushDynamic(Match match) {
   return gone.size();
 }
 
-void SoftFdbHelper::flushVlanPort(int vlan, const Nexo::IntfId& intf) {
+bool SoftFdbHelper::queueFlush(Orb::IndirectAccessMacCmdType type, const Nexo::IntfId& intf, int vlan) {
+  // Indirect access: the flush is a command behind those already queued,
+  // so that an add written before it cannot bring back what it flushed.
+  if (mode_ != Mode::indirect) return false;
+  programmer_->handleFlushOp(Orb::indirectAccessMacCmdFactory(type, {}, intf, Bridging::EntryType::entryDynamic, vlan,
+                                                              programmer_->nextTransactionId()));
+  return true;
+}
+
+void SoftFdbHelper::flushNow(Orb::IndirectAccessMacCmdType type, const Nexo::IntfId& intf, std::int64_t vlan) {
   flushDynamic([&](const auto& key, const auto& entry) {
-    return (vlan < 0 || key.vlanId.value() == vlan) && entry.intf == intf;
+    bool vlanMatches = vlan < 0 || key.vlanId.value() == vlan;
+    switch (type) {
+      case Orb::IndirectAccessMacCmdType::flushAll:
+        return true;
+      case Orb::IndirectAccessMacCmdType::flushVlan:
+        return vlanMatches;
+      default:
+        return vlanMatches && entry.intf == intf;
+    }
   });
 }
 
+void SoftFdbHelper::flushVlanPort(int vlan, const Nexo::IntfId& intf) {
+  auto type = vlan < 0 ? Orb::IndirectAccessMacCmdType::flushPort : Orb::IndirectAccessMacCmdType::flushVlanPort;
+  if (!queueFlush(type, intf, vlan)) flushNow(type, intf, vlan);
+}
+
 void SoftFdbHelper::flushVlan(Bridging::VlanId vlanId) {
-  flushDynamic([&](const auto& key, const auto&) { return key.vlanId == vlanId; });
+  if (!queueFlush(Orb::IndirectAccessMacCmdType::flushVlan, {}, vlanId.value())) {
+    flushNow(Orb::IndirectAccessMacCmdType::flushVlan, {}, vlanId.value());
+  }
 }
 
 void SoftFdbHelper::flushVlanLag(int vlan, const Nexo::IntfId& lag) { flushVlanPort(vlan, lag); }
 
 void SoftFdbHelper::flushAll() {
-  flushDynamic([](const auto&, const auto&) { return true; });
+  if (!queueFlush(Orb::IndirectAccessMacCmdType::flushAll, {}, -1)) {
+    flushNow(Orb::IndirectAccessMacCmdType::flushAll, {}, -1);
+  }
 }
 
 void SoftFdbHelper::removeLag(const Nexo::IntfId& lag) {
@@ -217,6 +243,10 @@ void SoftFdbHelper::enableLearningOnVlan(Bridging::VlanId vlanId, bool enable) {
 
 Orb::MacProgramStatus SoftFdbHelper::applyCommand(const Orb::IndirectAccessMacCmd& cmd, Vex::Seconds now) {
   ++operations_;
+  if (!cmd.addrOp()) {
+    flushNow(cmd.type(), cmd.intf(), cmd.value());
+    return Orb::MacProgramStatus::macProgramSuccess;
+  }
   const auto& key = cmd.key().key;
   if (cmd.value() == 0) {
     table_.entries.erase(key);

@@ -42,7 +42,8 @@ class SoftFdbHelper;
 // for "fdb", busy when the fault plan says so, full when the table is. The
 // outcome of each add that is still its key's last command goes back to
 // the MAC machine; one that found the table full waits in the pipeline's
-// overflow and is retried there.
+// overflow and is retried there. Flushes are commands too, carried out in
+// their place among the others.
 class SoftMacProgrammer : public Orb::OrbMacProgrammer {
  public:
   SoftMacProgrammer(SoftFdbHelper* fdb, const Vex::Ptr<SoftChip>& chip) : fdb_(fdb), chip_(chip) {}
@@ -124,6 +125,11 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   // Removes dynamic entries matching `match` from the table and the MAC table.
   template <class Match>
   std::size_t flushDynamic(Match match);
+  // In indirect mode, queues the flush as a command and says so.
+  bool queueFlush(Orb::IndirectAccessMacCmdType type, const Nexo::IntfId& intf, int vlan);
+  // Flushes dynamic entries: all, of a VLAN, or of a port (on a VLAN, or on
+  // every VLAN when `vlan` is negative).
+  void flushNow(Orb::IndirectAccessMacCmdType type, const Nexo::IntfId& intf, std::int64_t vlan);
   void armAging();
 
   Vex::Ptr<SoftChip> chip_;
