@@ -1349,10 +1349,28 @@ void MacAddrSm::flushAddr(std::uint16_t vlanId, const IntfId& intf, const Nexo::
       keys.push_back(MacVlanPair{addr, *fidVlan});
     }
   }
+  // Learns of the address queued but not programmed yet go too.
+  std::vector<Vex::Ptr<ModifyMacEntry>> queuedLearns;
+  for (const auto& [key, change] : updateList_) {
+    if (key.addr == addr && (!vlanId || key.vlanId.value() == vlanId) && (intf.empty() || change->intf() == intf) &&
+        change->action != EntryEvaluationAction::remove && change->entryType() == EntryType::entryDynamic) {
+      queuedLearns.push_back(change);
+      if (!bridgingStatus_->learnedHost(key)) keys.push_back(key);
+    }
+  }
   for (const auto& key : keys) {
     BLIP(trace(), 6, "Calling evaluateEntry to remove macVlan pair:  {}", keyText(key));
     macTable_->macEntryDel(key);
     evaluateEntry(key, nullptr, true, Vex::now());
+  }
+  for (const auto& learn : queuedLearns) {
+    // The chip holds its copy of a learn nothing was published for: it goes
+    // at once, as a flush takes it, unless a change for the key stands.
+    const MacVlanPair& key = learn->macVlanPair();
+    if (updateList_.contains(key) || currentEntry(key)) continue;
+    BLIP(trace(), 6, " Removing MAC entry: {}", keyText(key));
+    std::uint32_t code = orbHelper_->removeHost(key, learn->entryType());
+    if (code != 0) BLIP(trace(), 3, "Remove unsuccessful, code is {}", code);
   }
 }
 

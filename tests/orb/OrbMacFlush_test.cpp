@@ -146,6 +146,25 @@ TEST_F(MacFlushTest, FlushTakesOutQueuedLearnsOfItsTarget) {
   EXPECT_TRUE(status->learnedHost(key(2)));
 }
 
+// The flush of one address reaches its learn queued but not programmed:
+// the chip's copy is removed and nothing is published.
+TEST_F(MacFlushTest, AddressFlushTakesOutAQueuedLearn) {
+  start();
+  helper->answers = {OrbTypes::tableAddBusy};
+  learn(key(1), "Ethernet1");
+  settle();
+  ASSERT_EQ(sm->updateListSize(), 1u);
+  helper->calls.clear();
+  flushes->requestIs("one", Bridging::HostTableFlushRequest{0, {}, EthAddr(1)});
+  settle();
+  loop.advance(1);
+  EXPECT_TRUE(replies->replyHas("one"));
+  EXPECT_EQ(helper->calls, std::vector<std::string>{"remove 00:00:00:00:00:01"});
+  EXPECT_FALSE(status->learnedHost(key(1)));
+  EXPECT_FALSE(macTable->macEntryHas(key(1)));
+  EXPECT_EQ(sm->updateListSize(), 0u);
+}
+
 // A hardware deletion during a flush of a key whose change waits in the
 // queue is reviewed: the queued change of another port follows the chip.
 TEST_F(MacFlushTest, FlushKeepsQueuedChangesOfOtherTargets) {
