@@ -109,6 +109,11 @@ class Agent {
   void registerStpCommands();
   void registerMacCommands();
   void registerMacStoreCommands();
+  void registerMacInputCommands();
+  void registerMacSourceCommands();
+  void registerMacRemoteCommands();
+  void registerMacLearningCommands();
+  void registerMacInputShowCommands();
   void startMacAddrSm();
   // Fills `fdbStatus` from a saved document. The soft chip lives in this
   // process, so it stands for a chip that kept forwarding across the

@@ -3,6 +3,8 @@
 // agent within the process that shows both.
 #include "Orb/OrbMacAddrSmPStoreHelper.h"
 #include "agent/Agent.h"
+#include "agent/JsonOutput.h"
+#include "agent/MacPaths.h"
 #include "platform/hotup/HotupPStoreHelper.h"
 
 #include <fmt/format.h>
@@ -35,16 +37,18 @@ std::size_t Agent::restartMac() {
   // What the MAC agent owns goes with it; the chip and its learned table stay.
   status->fdbStatusDelAll();
   status->remoteStatusTableDelAll();
-  hive_->mount<L2Rib::HostInput>("l2rib/hostInput")->hostDelAll();
+  hive_->mount<L2Rib::HostInput>(MacPaths::l2RibHostInput)->hostDelAll();
   std::size_t restored = restoreMacTable(document, false);
   startMacAddrSm();
   return restored;
 }
 
 void Agent::registerMacStoreCommands() {
-  shell_.commandIs("show mac store", "", "the learned MAC table as a restart would save it",
-                   [this](const Args& args, std::ostream& out) {
-                     expectArgs(args, 0, 0, "show mac store");
+  shell_.commandIs("show mac store", "[json]", "the learned MAC table as a restart would save it (a JSON document)",
+                   [this](Args args, std::ostream& out) {
+                     // The saved document is JSON already: `json` changes nothing.
+                     takeJsonFlag(args);
+                     expectArgs(args, 0, 0, "show mac store [json]");
                      out << Orb::macAddrSmPStoreDocument(*hive_->mount<Bridging::Status>(Paths::bridgingStatus))
                          << "\n";
                    });
