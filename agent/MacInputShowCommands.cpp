@@ -261,17 +261,10 @@ void Agent::registerMacInputShowCommands() {
         std::set<Bridging::VlanId> offVlan(config->macLearningDisabledVlan().begin(),
                                            config->macLearningDisabledVlan().end());
         std::set<Nexo::IntfId> restricted(dot1xStatus->restrictedIntf().begin(), dot1xStatus->restrictedIntf().end());
-        std::set<Nexo::IntfId> chipOffIntf;
-        for (const auto& [intf, known] : ocsd_->intf()) {
-          if (!fdbHelper_->learningOn(intf)) chipOffIntf.insert(intf);
-        }
-        for (const auto& [lag, ports] : ocsd_->lagToPort()) {
-          if (!fdbHelper_->learningOn(lag)) chipOffIntf.insert(lag);
-        }
-        std::set<Bridging::VlanId> chipOffVlan;
-        for (std::uint32_t v = 1; v <= 4094; ++v) {
-          if (!fdbHelper_->learningOn(Bridging::VlanId(v))) chipOffVlan.insert(Bridging::VlanId(v));
-        }
+        std::set<Nexo::IntfId> chipOffIntf(fdbHelper_->learningOffPorts().begin(),
+                                           fdbHelper_->learningOffPorts().end());
+        std::set<Bridging::VlanId> chipOffVlan(fdbHelper_->learningOffVlans().begin(),
+                                               fdbHelper_->learningOffVlans().end());
         const char* mode =
             fdbHelper_->learning() == SoftChip::SoftFdbHelper::Learning::software ? "software" : "hardware";
         if (json) {

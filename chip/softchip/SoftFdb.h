@@ -87,6 +87,8 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   std::uint32_t agingTime() const { return agingTime_; }
   bool learningOn(const Nexo::IntfId& intf) const { return !learningOffPort_.contains(intf); }
   bool learningOn(Bridging::VlanId vlanId) const { return !learningOffVlan_.contains(vlanId); }
+  const Vex::HashSet<Nexo::IntfId>& learningOffPorts() const { return learningOffPort_; }
+  const Vex::HashSet<Bridging::VlanId>& learningOffVlans() const { return learningOffVlan_; }
   std::uint64_t operations() const { return operations_; }
   void reserve(std::size_t entries) {
     table_.entries.reserve(entries);
