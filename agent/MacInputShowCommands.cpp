@@ -134,13 +134,16 @@ void Agent::registerMacInputShowCommands() {
                      }
                      out << fmt::format("Queued changes: {}  hardware changes to review: {}\n",
                                         macAddrSm_->updateListSize(), macAddrSm_->macTableUpdateListSize());
+                     if (auto colliding = macAddrSm_->collidingStaticEntryWithRouterMacEntry()) {
+                       out << fmt::format("Static entries set aside for colliding with a router MAC: {}\n", colliding);
+                     }
                      if (changes.empty()) return;
                      out << fmt::format("{:<5} {:<18} {:<16} {:<20} {:<16} {:>5}  {:>8}  {}\n", "Vlan", "Mac Address",
                                         "Action", "Type", "Ports", "Moves", "Queued", "Flags");
                      for (const auto& change : changes) {
                        std::string flags;
-                       if (change->fullLogged) flags += "table-full-logged ";
-                       if (bookmark && *bookmark == change->macVlanPair()) flags += "next";
+                       if (change->fullLogged) flags = "table-full-logged";
+                       if (bookmark && *bookmark == change->macVlanPair()) flags += flags.empty() ? "next" : " next";
                        out << fmt::format("{:<5} {:<18} {:<16} {:<20} {:<16} {:>5}  {:>7.3f}s  {}\n",
                                           change->macVlanPair().vlanId.value(),
                                           change->macVlanPair().addr.stringValue(), actionName(change->action),
