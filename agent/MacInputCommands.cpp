@@ -422,14 +422,27 @@ void Agent::registerMacLearningCommands() {
                      }
                    });
   auto intfStatus = hive_->mount<Interface::EthPhyIntfStatusDir>(MacPaths::ethPhyIntfStatus);
-  shell_.commandIs("interface", "INTFS link up|down", "a port's link state as the interface status publishes it",
-                   [intfStatus](const Args& args, std::ostream&) {
-                     const std::string usage = "interface INTFS link up|down";
-                     expectArgs(args, 3, 3, usage);
-                     if (args[1] != "link" || (args[2] != "up" && args[2] != "down")) {
+  shell_.commandIs("interface", "INTFS link up|down | INTFS present|absent",
+                   "a port's link state as the interface status publishes it; a port the switch gains or loses",
+                   [this, intfStatus](const Args& args, std::ostream&) {
+                     const std::string usage = "interface INTFS link up|down | interface INTFS present|absent";
+                     expectArgs(args, 2, 3, usage);
+                     auto intfs = parseIntfRange(args[0]);
+                     if (args.size() == 3 && args[1] == "link" && (args[2] == "up" || args[2] == "down")) {
+                       for (const auto& intf : intfs) intfStatus->linkUpIs(intf, args[2] == "up");
+                     } else if (args.size() == 2 && (args[1] == "present" || args[1] == "absent")) {
+                       // The ports this agent manages, as after a speed change splits or
+                       // merges them.
+                       for (const auto& intf : intfs) {
+                         if (args[1] == "present") {
+                           ocsd_->intfIs(intf, true);
+                         } else {
+                           ocsd_->intfDel(intf);
+                         }
+                       }
+                     } else {
                        throw CommandError("usage: " + usage);
                      }
-                     for (const auto& intf : parseIntfRange(args[0])) intfStatus->linkUpIs(intf, args[2] == "up");
                    });
 }
 

@@ -269,6 +269,7 @@ TEST(MacInputCommands, BadInputIsRefusedWithAReason) {
       {"mac learning vlan 20 of", "on or off expected, not 'of'"},
       {"mac source-check everything on", "usage: mac source-check"},
       {"interface Ethernet1 link sideways", "usage: interface INTFS link up|down"},
+      {"interface Ethernet1 gone", "usage: interface INTFS link up|down | interface INTFS present|absent"},
       {"chip mac-table 0000.0000.0001 vlan 4095 Ethernet1", "a MAC table key cannot carry VLAN 4095"},
       {"chip mac-table 0000.0000.0001 vlan 10 Ethernet1 type 256", "'256' is out of range 0 to 255"},
       {"chip mac-table remove 0000.0000.0001 vlan 10", "no MAC table row for 00:00:00:00:00:01 vlan 10"},
