@@ -28,17 +28,29 @@ void Agent::shutdown() {
                         Orb::macAddrSmPStoreDocument(*hive_->mount<Bridging::Status>(Paths::bridgingStatus)));
 }
 
-std::size_t Agent::restartMac() {
+std::size_t Agent::restartMac(bool hitless) {
   auto status = hive_->mount<Bridging::Status>(Paths::bridgingStatus);
   std::string document = Orb::macAddrSmPStoreDocument(*status);
   if (!macStorePath_.empty()) Hotup::writeStoreFile(macStorePath_, document);
   macAddrSm_.reset();
   nonAgingSm_.reset();
-  // What the MAC agent owns goes with it; the chip and its learned table stay.
+  // What the MAC agent owns goes with it; the chip and its learned table
+  // stay. A hitless restart keeps the remote rows, whose entries the chip
+  // still holds, for the new machine to recover from; the remote reference
+  // counts are rebuilt either way, from the recovered rows or as entries
+  // are programmed again.
   status->fdbStatusDelAll();
-  status->remoteStatusTableDelAll();
+  if (!hitless) status->remoteStatusTableDelAll();
+  auto rmacInfo = hive_->mount<Orb::VXLAN::RemoteMacInfoDir>(MacPaths::remoteMacInfo);
+  rmacInfo->nextHopRefCountDelAll();
+  rmacInfo->vlanRefCountDelAll();
   hive_->mount<L2Rib::HostInput>(MacPaths::l2RibHostInput)->hostDelAll();
   std::size_t restored = restoreMacTable(document, false);
+  ocsd_->operationalModeIs(hitless ? Orb::HwOperationalMode::hwModeHitlessRestart
+                                   : Orb::HwOperationalMode::hwModeNormal);
+  // The control plane sends every remote host again after a hitless
+  // restart, and says so (`evpn remote-macs-ready`).
+  if (hitless) hive_->mount<Bridging::RemoteMacTable>(MacPaths::remoteMacTable)->remoteMacsReadyIs(false);
   startMacAddrSm();
   return restored;
 }
@@ -52,12 +64,16 @@ void Agent::registerMacStoreCommands() {
                      out << Orb::macAddrSmPStoreDocument(*hive_->mount<Bridging::Status>(Paths::bridgingStatus))
                          << "\n";
                    });
-  shell_.commandIs("restart mac", "",
-                   "restart the MAC agent: save the learned table, start again from it while the chip forwards",
+  shell_.commandIs("restart mac", "[hitless]",
+                   "restart the MAC agent: save the learned table, start again from it while the chip forwards; "
+                   "hitless keeps the remote entries until the control plane has sent them again",
                    [this](const Args& args, std::ostream& out) {
-                     expectArgs(args, 0, 0, "restart mac");
-                     std::size_t restored = restartMac();
-                     out << fmt::format("MAC agent restarted: {} learned hosts restored{}\n", restored,
+                     expectArgs(args, 0, 1, "restart mac [hitless]");
+                     if (args.size() == 1 && args[0] != "hitless") throw CommandError("usage: restart mac [hitless]");
+                     bool hitless = args.size() == 1;
+                     std::size_t restored = restartMac(hitless);
+                     out << fmt::format("MAC agent restarted{}: {} learned hosts restored{}\n",
+                                        hitless ? " hitless" : "", restored,
                                         macStorePath_.empty() ? "" : " from " + macStorePath_);
                    });
 }

@@ -276,6 +276,7 @@ TEST(MacInputCommands, BadInputIsRefusedWithAReason) {
       {"chip fdb learning sometimes", "usage: chip fdb"},
       {"show mac sources 0000.0000.0001 vlan", "usage: show mac sources"},
       {"show mac pending now", "usage: show mac pending [json]"},
+      {"restart mac later", "usage: restart mac [hitless]"},
   };
   for (const auto& [line, reason] : cases) {
     std::string what = error(agent, line);
