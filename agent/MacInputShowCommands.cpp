@@ -376,6 +376,38 @@ void Agent::registerMacInputShowCommands() {
                      }
                      out << fmt::format("{} hosts\n", rows.size());
                    });
+
+  shell_.commandIs("show mac non-aging", "[json]", "the addresses that never age, with how many owners hold each",
+                   [this, nonAging](Args args, std::ostream& out) {
+                     bool json = takeJsonFlag(args);
+                     expectArgs(args, 0, 0, "show mac non-aging [json]");
+                     std::vector<OrbTypes::MacAddressTableEntry> rows;
+                     for (const auto& [key, row] : nonAging->macEntries()) rows.push_back(row);
+                     std::sort(rows.begin(), rows.end(),
+                               [](const auto& a, const auto& b) { return a.macVlanPair < b.macVlanPair; });
+                     auto owners = [this](const Bridging::MacVlanPair& key) {
+                       return nonAgingSm_ ? nonAgingSm_->macEntriesRef(key) : 0u;
+                     };
+                     if (json) {
+                       printJson(out, [&](JsonWriter& w) {
+                         w.StartArray();
+                         for (const auto& row : rows) {
+                           w.StartObject();
+                           writeMacRowJson(w, row);
+                           w.Key("owners");
+                           w.Uint(owners(row.macVlanPair));
+                           w.EndObject();
+                         }
+                         w.EndArray();
+                       });
+                       return;
+                     }
+                     for (const auto& row : rows) {
+                       out << fmt::format("{:<5} {:<18} {} owners {}\n", row.macVlanPair.vlanId.value(),
+                                          row.macVlanPair.addr.stringValue(), rowText(row), owners(row.macVlanPair));
+                     }
+                     out << fmt::format("{} non-aging addresses\n", rows.size());
+                   });
 }
 
 }  // namespace Agent
