@@ -149,7 +149,7 @@ void Agent::registerMacCommands() {
                      }
                      flushRequests->requestIs(fmt::format("cli-{}", ++flushRequestCount_), request);
                    });
-  shell_.commandIs("show mac dynamic-hosts", "", "how many learned hosts, per interface and per VLAN",
+  shell_.commandIs("show mac dynamic-hosts", "[json]", "how many learned hosts, per interface and per VLAN",
                    [this](Args args, std::ostream& out) {
                      bool json = takeJsonFlag(args);
                      expectArgs(args, 0, 0, "show mac dynamic-hosts [json]");
@@ -187,7 +187,7 @@ void Agent::registerMacCommands() {
                      for (const auto& [vlanId, count] : byVlan)
                        out << fmt::format("  vlan {:<21} {}\n", vlanId.value(), count);
                    });
-  shell_.commandIs("show mac flush-requests", "", "flush requests and whether they were answered",
+  shell_.commandIs("show mac flush-requests", "[json]", "flush requests and whether they were answered",
                    [flushRequests, flushReplies](Args args, std::ostream& out) {
                      bool json = takeJsonFlag(args);
                      expectArgs(args, 0, 0, "show mac flush-requests [json]");
