@@ -1,6 +1,7 @@
 #include "agent/Agent.h"
 
 #include "Orb/OrbTrace.h"
+#include "agent/JsonOutput.h"
 #include "platform/blip/Blip.h"
 #include "platform/hotup/HotupPStoreHelper.h"
 
@@ -58,6 +59,8 @@ Agent::Agent(const Options& options) {
   registerStpCommands();
   registerMacCommands();
   registerMacStoreCommands();
+  registerMacInputCommands();
+  registerMacInputShowCommands();
 }
 
 Agent::~Agent() {
@@ -142,13 +145,41 @@ void Agent::registerCoreCommands() {
     expectArgs(args, 0, 0, "quit");
     shell_.quitIs(true);
   });
-  shell_.commandIs("show version", "", "the agent's version", [](const Args& args, std::ostream& out) {
-    expectArgs(args, 0, 0, "show version");
-    out << "orb-agent " << ORB_VERSION << " (libOrb " << ORB_VERSION << ", soft chip)\n";
+  shell_.commandIs("show version", "[json]", "the agent's version", [](Args args, std::ostream& out) {
+    bool json = takeJsonFlag(args);
+    expectArgs(args, 0, 0, "show version [json]");
+    if (!json) {
+      out << "orb-agent " << ORB_VERSION << " (libOrb " << ORB_VERSION << ", soft chip)\n";
+      return;
+    }
+    printJson(out, [](JsonWriter& w) {
+      w.StartObject();
+      w.Key("agent");
+      w.String("orb-agent");
+      w.Key("version");
+      w.String(ORB_VERSION);
+      w.Key("libOrb");
+      w.String(ORB_VERSION);
+      w.Key("chip");
+      w.String("soft chip");
+      w.EndObject();
+    });
   });
-  shell_.commandIs("show time", "", "the event loop's current time", [this](const Args& args, std::ostream& out) {
-    expectArgs(args, 0, 0, "show time");
-    out << fmt::format("{:.3f}\n", loop_->now());
+  shell_.commandIs("show time", "[json]", "the event loop's current time", [this](Args args, std::ostream& out) {
+    bool json = takeJsonFlag(args);
+    expectArgs(args, 0, 0, "show time [json]");
+    if (!json) {
+      out << fmt::format("{:.3f}\n", loop_->now());
+      return;
+    }
+    printJson(out, [this](JsonWriter& w) {
+      w.StartObject();
+      w.Key("time");
+      w.Double(loop_->now());
+      w.Key("simulated");
+      w.Bool(loop_->simulatedTime());
+      w.EndObject();
+    });
   });
   shell_.commandIs("advance", "SECONDS", "move simulated time forward, firing what falls due",
                    [this](const Args& args, std::ostream&) {
@@ -157,9 +188,11 @@ void Agent::registerCoreCommands() {
                      if (!loop_->simulatedTime()) throw CommandError("advance needs simulated time (not --real-time)");
                      loop_->advance(seconds);
                    });
-  shell_.commandIs("show chip", "", "everything the soft chip holds, as JSON",
-                   [this](const Args& args, std::ostream& out) {
-                     expectArgs(args, 0, 0, "show chip");
+  shell_.commandIs("show chip", "[json]", "everything the soft chip holds, as JSON",
+                   [this](Args args, std::ostream& out) {
+                     // The dump is JSON already: `json` changes nothing.
+                     takeJsonFlag(args);
+                     expectArgs(args, 0, 0, "show chip [json]");
                      out << chip_->json() << "\n";
                    });
   shell_.commandIs("trace", "MODULE LEVEL", "set a module's trace level (0 off to 9), or 'all'",
@@ -175,15 +208,34 @@ void Agent::registerCoreCommands() {
                      if (it == handles.end()) throw CommandError("unknown trace module '" + args[0] + "'");
                      it->second->levelIs(level);
                    });
-  shell_.commandIs("show trace", "[LINES]", "trace levels and the latest trace lines (default 20)",
-                   [](const Args& args, std::ostream& out) {
-                     expectArgs(args, 0, 1, "show trace [LINES]");
+  shell_.commandIs("show trace", "[LINES] [json]", "trace levels and the latest trace lines (default 20)",
+                   [](Args args, std::ostream& out) {
+                     bool json = takeJsonFlag(args);
+                     expectArgs(args, 0, 1, "show trace [LINES] [json]");
                      std::size_t count = args.empty() ? 20 : static_cast<std::size_t>(parseInteger(args[0], 0, 100000));
+                     const auto& lines = Blip::ring().lines();
+                     std::size_t first = lines.size() > count ? lines.size() - count : 0;
+                     if (json) {
+                       printJson(out, [&](JsonWriter& w) {
+                         w.StartObject();
+                         w.Key("levels");
+                         w.StartObject();
+                         for (const auto& [name, handle] : Blip::handles()) {
+                           w.Key(name.c_str());
+                           w.Uint(handle->level());
+                         }
+                         w.EndObject();
+                         w.Key("lines");
+                         w.StartArray();
+                         for (std::size_t i = first; i < lines.size(); ++i) w.String(Blip::format(lines[i]).c_str());
+                         w.EndArray();
+                         w.EndObject();
+                       });
+                       return;
+                     }
                      out << "Module                 Level\n";
                      for (const auto& [name, handle] : Blip::handles())
                        out << fmt::format("{:<22} {}\n", name, handle->level());
-                     const auto& lines = Blip::ring().lines();
-                     std::size_t first = lines.size() > count ? lines.size() - count : 0;
                      for (std::size_t i = first; i < lines.size(); ++i) out << Blip::format(lines[i]) << "\n";
                    });
   shell_.commandIs("echo", "TEXT...", "print a line (for scenario files)", [](const Args& args, std::ostream& out) {

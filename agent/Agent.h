@@ -109,6 +109,11 @@ class Agent {
   void registerStpCommands();
   void registerMacCommands();
   void registerMacStoreCommands();
+  void registerMacInputCommands();
+  void registerMacSourceCommands();
+  void registerMacRemoteCommands();
+  void registerMacLearningCommands();
+  void registerMacInputShowCommands();
   void startMacAddrSm();
   // Fills `fdbStatus` from a saved document. The soft chip lives in this
   // process, so it stands for a chip that kept forwarding across the
@@ -116,8 +121,9 @@ class Agent {
   // hardware would still hold them. Returns the hosts restored.
   std::size_t restoreMacTable(const std::string& document, bool chipKeptTable);
   // The MAC agent's restart: save, drop the machines and what they own,
-  // restore, start again.
-  std::size_t restartMac();
+  // restore, start again; hitless, in the hitless-restart mode with the
+  // remote entries kept for recovery.
+  std::size_t restartMac(bool hitless);
 
   std::unique_ptr<Vex::EventLoop> loop_;
   std::shared_ptr<RecentLogSink> logSink_ = std::make_shared<RecentLogSink>();

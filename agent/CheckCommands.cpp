@@ -69,7 +69,7 @@ void Agent::registerCheckCommands() {
                    expectation(true, "expect COMMAND... ~ TEXT..."));
   shell_.commandIs("expect-not", "COMMAND... ~ TEXT...", "fail when the command's output holds the text",
                    expectation(false, "expect-not COMMAND... ~ TEXT..."));
-  shell_.commandIs("show logging", "", "the log events raised since the start, oldest first",
+  shell_.commandIs("show logging", "[json]", "the log events raised since the start, oldest first",
                    [this](Args args, std::ostream& out) {
                      bool json = takeJsonFlag(args);
                      expectArgs(args, 0, 0, "show logging [json]");

@@ -3,6 +3,9 @@
 // a person.
 #include "agent/Agent.h"
 #include "agent/IntfRange.h"
+#include "agent/MacArgs.h"
+#include "agent/MacJson.h"
+#include "agent/MacPaths.h"
 
 #include <fmt/format.h>
 
@@ -11,57 +14,31 @@
 
 namespace Agent {
 
-namespace {
-
-Nexo::EthAddr macArg(const std::string& text) {
-  try {
-    return Nexo::EthAddr(text);
-  } catch (const std::exception&) {
-    throw CommandError("bad MAC address '" + text + "'");
-  }
-}
-
-Bridging::VlanId vlanArg(const std::string& text) {
-  return Bridging::VlanId(static_cast<std::uint32_t>(parseInteger(text, 1, 4094)));
-}
-
-Nexo::IntfId oneIntf(const std::string& text) {
-  auto ids = parseIntfRange(text);
-  if (ids.size() != 1) throw CommandError("one interface expected, not '" + text + "'");
-  return ids[0];
-}
-
-// "MAC vlan V" at args[at].
-Bridging::MacVlanPair keyArgs(const Args& args, std::size_t at, const std::string& usage) {
-  if (args.size() < at + 3 || args[at + 1] != "vlan") throw CommandError("usage: " + usage);
-  return Bridging::MacVlanPair{macArg(args[at]), vlanArg(args[at + 2])};
-}
-
-}  // namespace
-
 void Agent::startMacAddrSm() {
   auto macTable = hive_->mount<OrbTypes::MacTable>(Paths::macTable);
   macAddrSm_ = Orb::macAddrSmFactory(
       ocsd_, Vex::make<Orb::OrbCommonMulticastData>("ocmd"), macTable,
       hive_->mount<OrbTypes::MacTable>(Paths::routerMacTable), hive_->mount<Bridging::Status>(Paths::bridgingStatus),
-      hive_->mount<Bridging::HostTableFlushRequestDir>("bridging/flush/request"),
-      hive_->mount<Bridging::HostTableFlushReplyDir>("bridging/flush/reply"),
+      hive_->mount<Bridging::HostTableFlushRequestDir>(MacPaths::flushRequest),
+      hive_->mount<Bridging::HostTableFlushReplyDir>(MacPaths::flushReply),
       hive_->mount<Bridging::Config>(Paths::bridgingConfig),
-      hive_->mount<Interface::EthPhyIntfConfigDir>("interface/config/eth/phy"),
-      hive_->mount<Interface::EthPhyIntfStatusDir>("interface/status/eth/phy"), vlanHelper_,
-      hive_->mount<Mlag::HostTable>("mlag/hostTable"), hive_->mount<Mlag::Status>(Orb::LagMounter::mlagStatusPath),
-      fdbHelper_, hive_->mount<FastServerFailover::Status>("fsf/status"),
-      hive_->mount<Vxlan::VxlanConfigDir>("vxlan/config"),
-      hive_->mount<Orb::VXLAN::RemoteMacInfoDir>("vxlan/remoteMacInfo"),
-      hive_->mount<Bridging::RemoteMacTable>("bridging/remoteMacTable"),
-      hive_->mount<Dot1x::HostTable>("dot1x/hostTable"), hive_->mount<Dot1x::Status>("dot1x/status"),
-      Vex::make<OrbHelper::OrbHelperDot1x>(), hive_->mount<L2Rib::HostInput>("l2rib/hostInput"),
-      hive_->mount<L2Rib::HostOutput>("l2rib/hostOutput"), hive_->mount<L2Rib::LoadBalanceOutput>("l2rib/lbOutput"),
-      hive_->mount<L2Rib::DestOutput>("l2rib/destOutput"),
-      hive_->mount<Orb::SwTunnelGroupIdMap>("vxlan/swTunnelGroupIdMap"),
-      hive_->mount<Orb::ObjTupleToHwId>("l2rib/objTupleToHwId"));
-  auto nonAgingStatus = hive_->mount<Orb::NonAgingStatus>("bridging/nonAging/status");
-  nonAgingSm_ = Orb::nonAgingConfigDirSmFactory(ocsd_, hive_->mount<Orb::NonAgingConfigDir>("bridging/nonAging/config"),
+      hive_->mount<Interface::EthPhyIntfConfigDir>(MacPaths::ethPhyIntfConfig),
+      hive_->mount<Interface::EthPhyIntfStatusDir>(MacPaths::ethPhyIntfStatus), vlanHelper_,
+      hive_->mount<Mlag::HostTable>(MacPaths::mlagHostTable),
+      hive_->mount<Mlag::Status>(Orb::LagMounter::mlagStatusPath), fdbHelper_,
+      hive_->mount<FastServerFailover::Status>(MacPaths::fsfStatus),
+      hive_->mount<Vxlan::VxlanConfigDir>(MacPaths::vxlanConfig),
+      hive_->mount<Orb::VXLAN::RemoteMacInfoDir>(MacPaths::remoteMacInfo),
+      hive_->mount<Bridging::RemoteMacTable>(MacPaths::remoteMacTable),
+      hive_->mount<Dot1x::HostTable>(MacPaths::dot1xHostTable), hive_->mount<Dot1x::Status>(MacPaths::dot1xStatus),
+      Vex::make<OrbHelper::OrbHelperDot1x>(), hive_->mount<L2Rib::HostInput>(MacPaths::l2RibHostInput),
+      hive_->mount<L2Rib::HostOutput>(MacPaths::l2RibHostOutput),
+      hive_->mount<L2Rib::LoadBalanceOutput>(MacPaths::l2RibLbOutput),
+      hive_->mount<L2Rib::DestOutput>(MacPaths::l2RibDestOutput),
+      hive_->mount<Orb::SwTunnelGroupIdMap>(MacPaths::swTunnelGroupIdMap),
+      hive_->mount<Orb::ObjTupleToHwId>(MacPaths::objTupleToHwId));
+  auto nonAgingStatus = hive_->mount<Orb::NonAgingStatus>(MacPaths::nonAgingStatus);
+  nonAgingSm_ = Orb::nonAgingConfigDirSmFactory(ocsd_, hive_->mount<Orb::NonAgingConfigDir>(MacPaths::nonAgingConfig),
                                                 nonAgingStatus);
   macAddrSm_->nonAgingMacStatusIs(nonAgingStatus);
   macAddrSm_->dynamicHostStatusIs(hive_->mount<Bridging::DynamicHostStatus>(Paths::dynamicHostStatus));
@@ -98,27 +75,35 @@ void Agent::registerMacCommands() {
     expectArgs(args, 0, 0, "chip age-sweep");
     out << fmt::format("{} entries aged\n", fdbHelper_->ageSweep());
   });
-  shell_.commandIs("chip fdb", "capacity N | busy|full|fail next N | mode direct|indirect",
-                   "soft chip forwarding database: size and planned answers", [this](const Args& args, std::ostream&) {
-                     const std::string usage =
-                         "chip fdb capacity N | chip fdb busy|full|fail next N | chip fdb mode direct|indirect";
-                     expectArgs(args, 2, 3, usage);
-                     const char* table = SoftChip::SoftFdbTable::tableName;
-                     if (args[0] == "mode" && args.size() == 2 && (args[1] == "direct" || args[1] == "indirect")) {
-                       fdbHelper_->modeIs(args[1] == "direct" ? SoftChip::SoftFdbHelper::Mode::direct
-                                                              : SoftChip::SoftFdbHelper::Mode::indirect);
-                       return;
-                     }
-                     if (args[0] == "capacity" && args.size() == 2) {
-                       chip_->capacityIs(table, static_cast<std::size_t>(parseInteger(args[1], 0, 100000000)));
-                       return;
-                     }
-                     SoftChip::Fault fault = SoftChip::faultFromName(args[0] == "fail" ? "failed" : args[0]);
-                     if (fault == SoftChip::Fault::none || args.size() != 3 || args[1] != "next") {
-                       throw CommandError("usage: " + usage);
-                     }
-                     chip_->faultIs(table, fault, static_cast<std::uint32_t>(parseInteger(args[2], 1, 1000000)));
-                   });
+  shell_.commandIs(
+      "chip fdb", "capacity N | busy|full|fail next N | mode direct|indirect | learning hardware|software",
+      "soft chip forwarding database: size, planned answers, programming and who learns",
+      [this](const Args& args, std::ostream&) {
+        const std::string usage =
+            "chip fdb capacity N | chip fdb busy|full|fail next N | chip fdb mode direct|indirect | "
+            "chip fdb learning hardware|software";
+        expectArgs(args, 2, 3, usage);
+        const char* table = SoftChip::SoftFdbTable::tableName;
+        if (args[0] == "learning" && args.size() == 2 && (args[1] == "hardware" || args[1] == "software")) {
+          fdbHelper_->learningIs(args[1] == "hardware" ? SoftChip::SoftFdbHelper::Learning::hardware
+                                                       : SoftChip::SoftFdbHelper::Learning::software);
+          return;
+        }
+        if (args[0] == "mode" && args.size() == 2 && (args[1] == "direct" || args[1] == "indirect")) {
+          fdbHelper_->modeIs(args[1] == "direct" ? SoftChip::SoftFdbHelper::Mode::direct
+                                                 : SoftChip::SoftFdbHelper::Mode::indirect);
+          return;
+        }
+        if (args[0] == "capacity" && args.size() == 2) {
+          chip_->capacityIs(table, static_cast<std::size_t>(parseInteger(args[1], 0, 100000000)));
+          return;
+        }
+        SoftChip::Fault fault = SoftChip::faultFromName(args[0] == "fail" ? "failed" : args[0]);
+        if (fault == SoftChip::Fault::none || args.size() != 3 || args[1] != "next") {
+          throw CommandError("usage: " + usage);
+        }
+        chip_->faultIs(table, fault, static_cast<std::uint32_t>(parseInteger(args[2], 1, 1000000)));
+      });
   shell_.commandIs(
       "mac static", "MAC vlan V INTF", "configure a static entry", [config](const Args& args, std::ostream&) {
         const std::string usage = "mac static MAC vlan V INTF";
@@ -143,8 +128,8 @@ void Agent::registerMacCommands() {
                      if (seconds > 1000000) throw CommandError("aging time is at most 1000000 seconds");
                      config->hostAgingTimeIs(seconds);
                    });
-  auto flushRequests = hive_->mount<Bridging::HostTableFlushRequestDir>("bridging/flush/request");
-  auto flushReplies = hive_->mount<Bridging::HostTableFlushReplyDir>("bridging/flush/reply");
+  auto flushRequests = hive_->mount<Bridging::HostTableFlushRequestDir>(MacPaths::flushRequest);
+  auto flushReplies = hive_->mount<Bridging::HostTableFlushReplyDir>(MacPaths::flushReply);
   shell_.commandIs("clear mac address-table", "[vlan V] [interface I] [address MAC]",
                    "flush learned addresses (a flush request, answered by the MAC machine)",
                    [this, flushRequests](const Args& args, std::ostream&) {
@@ -164,34 +149,87 @@ void Agent::registerMacCommands() {
                      }
                      flushRequests->requestIs(fmt::format("cli-{}", ++flushRequestCount_), request);
                    });
-  shell_.commandIs("show mac dynamic-hosts", "", "how many learned hosts, per interface and per VLAN",
-                   [this](const Args& args, std::ostream& out) {
-                     expectArgs(args, 0, 0, "show mac dynamic-hosts");
+  shell_.commandIs("show mac dynamic-hosts", "[json]", "how many learned hosts, per interface and per VLAN",
+                   [this](Args args, std::ostream& out) {
+                     bool json = takeJsonFlag(args);
+                     expectArgs(args, 0, 0, "show mac dynamic-hosts [json]");
                      auto counts = hive_->mount<Bridging::DynamicHostStatus>(Paths::dynamicHostStatus);
-                     out << fmt::format("Dynamic hosts: {}\n", counts->hostCount());
                      std::map<Nexo::IntfId, std::uint32_t> byIntf(counts->hostCountOnIntf().begin(),
                                                                   counts->hostCountOnIntf().end());
-                     for (const auto& [intf, count] : byIntf)
-                       out << fmt::format("  interface {:<16} {}\n", intf.stringValue(), count);
                      std::map<Bridging::VlanId, std::uint32_t> byVlan(counts->hostCountInVlan().begin(),
                                                                       counts->hostCountInVlan().end());
+                     if (json) {
+                       printJson(out, [&](JsonWriter& w) {
+                         w.StartObject();
+                         w.Key("hosts");
+                         w.Uint(counts->hostCount());
+                         w.Key("interfaces");
+                         w.StartObject();
+                         for (const auto& [intf, count] : byIntf) {
+                           w.Key(intf.stringValue().c_str());
+                           w.Uint(count);
+                         }
+                         w.EndObject();
+                         w.Key("vlans");
+                         w.StartObject();
+                         for (const auto& [vlanId, count] : byVlan) {
+                           w.Key(std::to_string(vlanId.value()).c_str());
+                           w.Uint(count);
+                         }
+                         w.EndObject();
+                         w.EndObject();
+                       });
+                       return;
+                     }
+                     out << fmt::format("Dynamic hosts: {}\n", counts->hostCount());
+                     for (const auto& [intf, count] : byIntf)
+                       out << fmt::format("  interface {:<16} {}\n", intf.stringValue(), count);
                      for (const auto& [vlanId, count] : byVlan)
                        out << fmt::format("  vlan {:<21} {}\n", vlanId.value(), count);
                    });
-  shell_.commandIs("show mac flush-requests", "", "flush requests and whether they were answered",
-                   [flushRequests, flushReplies](const Args& args, std::ostream& out) {
-                     expectArgs(args, 0, 0, "show mac flush-requests");
+  shell_.commandIs("show mac flush-requests", "[json]", "flush requests and whether they were answered",
+                   [flushRequests, flushReplies](Args args, std::ostream& out) {
+                     bool json = takeJsonFlag(args);
+                     expectArgs(args, 0, 0, "show mac flush-requests [json]");
+                     auto answered = [&](const std::string& name, const Bridging::HostTableFlushRequest& request) {
+                       return flushReplies->replyHas(name) && flushReplies->reply(name).request == request;
+                     };
+                     if (json) {
+                       printJson(out, [&](JsonWriter& w) {
+                         w.StartArray();
+                         for (const auto& [name, request] : flushRequests->request()) {
+                           w.StartObject();
+                           w.Key("name");
+                           w.String(name.c_str());
+                           w.Key("vlan");
+                           w.Uint(request.vlanId);
+                           w.Key("interface");
+                           w.String(request.intf.empty() ? "" : request.intf.stringValue().c_str());
+                           w.Key("mac");
+                           w.String(request.addr.isZero() ? "" : request.addr.stringValue().c_str());
+                           w.Key("answered");
+                           w.Bool(answered(name, request));
+                           if (answered(name, request)) {
+                             w.Key("time");
+                             w.Double(flushReplies->reply(name).time);
+                           }
+                           w.EndObject();
+                         }
+                         w.EndArray();
+                       });
+                       return;
+                     }
                      for (const auto& [name, request] : flushRequests->request()) {
-                       bool answered = flushReplies->replyHas(name) && flushReplies->reply(name).request == request;
+                       bool done = answered(name, request);
                        out << fmt::format(
                            "{:<8} vlan {:<4} interface {:<14} address {:<17} {}\n", name,
                            request.vlanId ? std::to_string(request.vlanId) : "all",
                            request.intf.empty() ? "all" : request.intf.stringValue(),
                            request.addr.isZero() ? "all" : request.addr.stringValue(),
-                           answered ? fmt::format("done at {:.3f}", flushReplies->reply(name).time) : "pending");
+                           done ? fmt::format("done at {:.3f}", flushReplies->reply(name).time) : "pending");
                      }
                    });
-  auto nonAging = hive_->mount<Orb::NonAgingConfigDir>("bridging/nonAging/config");
+  auto nonAging = hive_->mount<Orb::NonAgingConfigDir>(MacPaths::nonAgingConfig);
   shell_.commandIs("mac non-aging", "OWNER MAC vlan V INTF", "an address that never ages, held for OWNER",
                    [nonAging](const Args& args, std::ostream&) {
                      const std::string usage = "mac non-aging OWNER MAC vlan V INTF";
@@ -211,9 +249,10 @@ void Agent::registerMacCommands() {
                      config->macEntriesDel(key);
                    });
   shell_.commandIs(
-      "show mac address-table", "[vlan V] [interface I] [count]", "programmed entries with type and moves",
-      [status](const Args& args, std::ostream& out) {
-        const std::string usage = "show mac address-table [vlan V] [interface I] [count]";
+      "show mac address-table", "[vlan V] [interface I] [count] [json]", "programmed entries with type and moves",
+      [status](Args args, std::ostream& out) {
+        bool json = takeJsonFlag(args);
+        const std::string usage = "show mac address-table [vlan V] [interface I] [count] [json]";
         std::optional<Bridging::VlanId> vlan;
         std::optional<Nexo::IntfId> intf;
         bool countOnly = false;
@@ -245,14 +284,35 @@ void Agent::registerMacCommands() {
         for (const auto& [key, row] : status->remoteStatusTable()) {
           if (wanted(key, row.intf)) rows.push_back(row);
         }
-        if (countOnly) {
-          out << fmt::format("Total Mac Addresses: {}\n", rows.size());
-          return;
-        }
         std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) {
           return std::tie(a.macVlanPair.vlanId, a.macVlanPair.addr) <
                  std::tie(b.macVlanPair.vlanId, b.macVlanPair.addr);
         });
+        if (json) {
+          printJson(out, [&](JsonWriter& w) {
+            w.StartObject();
+            w.Key("total");
+            w.Uint64(rows.size());
+            if (!countOnly) {
+              w.Key("entries");
+              w.StartArray();
+              for (const auto& row : rows) {
+                w.StartObject();
+                writeMacEntryJson(w, row);
+                w.Key("remote");
+                w.Bool(Orb::isRemoteEntryType(row.entryType));
+                w.EndObject();
+              }
+              w.EndArray();
+            }
+            w.EndObject();
+          });
+          return;
+        }
+        if (countOnly) {
+          out << fmt::format("Total Mac Addresses: {}\n", rows.size());
+          return;
+        }
         out << fmt::format("{:<5} {:<18} {:<20} {:<16} {:>5}  {}\n", "Vlan", "Mac Address", "Type", "Ports", "Moves",
                            "Last Move");
         for (const auto& row : rows) {
@@ -264,17 +324,54 @@ void Agent::registerMacCommands() {
         out << fmt::format("Total Mac Addresses for this criterion: {}\n", rows.size());
       });
   shell_.commandIs(
-      "show mac hardware", "", "the soft chip's forwarding database", [this](const Args& args, std::ostream& out) {
-        expectArgs(args, 0, 0, "show mac hardware");
+      "show mac hardware", "[json]", "the soft chip's forwarding database", [this](Args args, std::ostream& out) {
+        bool json = takeJsonFlag(args);
+        expectArgs(args, 0, 0, "show mac hardware [json]");
         std::vector<std::pair<Bridging::MacVlanPair, SoftChip::HwFdbEntry>> rows(fdbHelper_->table().entries.begin(),
                                                                                  fdbHelper_->table().entries.end());
         std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+        std::size_t reported = fdbHelper_->reportedLearns().size();
+        if (json) {
+          printJson(out, [&](JsonWriter& w) {
+            w.StartObject();
+            w.Key("agingTime");
+            w.Uint(fdbHelper_->agingTime());
+            w.Key("learning");
+            w.String(fdbHelper_->learning() == SoftChip::SoftFdbHelper::Learning::software ? "software" : "hardware");
+            w.Key("reportedLearns");
+            w.Uint64(reported);
+            w.Key("entries");
+            w.StartArray();
+            for (const auto& [key, entry] : rows) {
+              w.StartObject();
+              writeMacKeyJson(w, key);
+              w.Key("interface");
+              w.String(entry.intf.stringValue().c_str());
+              w.Key("type");
+              w.String(entryTypeText(entry.entryType));
+              w.Key("learned");
+              w.Bool(entry.learned);
+              w.Key("remote");
+              w.Bool(entry.remote);
+              if (entry.remote) {
+                w.Key("nextHop");
+                w.Uint64(entry.nextHopId);
+              }
+              w.EndObject();
+            }
+            w.EndArray();
+            w.EndObject();
+          });
+          return;
+        }
         for (const auto& [key, entry] : rows) {
           const char* word = Bridging::entryTypeWord(entry.entryType);
-          out << fmt::format("{:<5} {:<18} {:<20} {}{}\n", key.vlanId.value(), key.addr.stringValue(),
-                             word ? word : "other", entry.intf.stringValue(), entry.learned ? "  (learned)" : "");
+          out << fmt::format("{:<5} {:<18} {:<20} {}{}{}\n", key.vlanId.value(), key.addr.stringValue(),
+                             word ? word : "other", entry.intf.stringValue(), entry.learned ? "  (learned)" : "",
+                             entry.remote ? fmt::format("  next hop {}", entry.nextHopId) : "");
         }
         out << fmt::format("{} entries, aging time {} s\n", rows.size(), fdbHelper_->agingTime());
+        if (reported) out << fmt::format("{} learns reported to software, not in the table yet\n", reported);
       });
 }
 

@@ -56,9 +56,9 @@ bool SoftFdbHelper::learn(const Bridging::MacVlanPair& key, const Nexo::IntfId& 
   if (it != table_.entries.end()) {
     // Static and remote entries do not move on a learn.
     if (it->second.entryType != Bridging::EntryType::entryDynamic || it->second.remote) return false;
-  } else if (!chip_->hasRoom(SoftFdbTable::tableName)) {
-    return false;
   }
+  if (learning_ == Learning::software) return reportLearn(key, intf);
+  if (it == table_.entries.end() && !chip_->hasRoom(SoftFdbTable::tableName)) return false;
   auto& entry = table_.entries[key];
   entry.intf = intf;
   entry.entryType = Bridging::EntryType::entryDynamic;
@@ -69,9 +69,25 @@ bool SoftFdbHelper::learn(const Bridging::MacVlanPair& key, const Nexo::IntfId& 
   return true;
 }
 
+bool SoftFdbHelper::reportLearn(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf) {
+  auto it = table_.entries.find(key);
+  if (it != table_.entries.end() && it->second.intf == intf) {
+    // Already programmed where it is: the frame only keeps it from aging.
+    it->second.lastSeen = Vex::now();
+    return true;
+  }
+  auto& reported = reported_[key];
+  reported.intf = intf;
+  reported.lastSeen = Vex::now();
+  reported.learned = true;
+  macTable_->macEntryIs(key, OrbTypes::MacAddressTableEntry{key, intf, Bridging::EntryType::entryDynamic, {}, 0.0});
+  return true;
+}
+
 void SoftFdbHelper::touch(const Bridging::MacVlanPair& key) {
   auto it = table_.entries.find(key);
   if (it != table_.entries.end()) it->second.lastSeen = Vex::now();
+  if (auto reported = reported_.find(key); reported != reported_.end()) reported->second.lastSeen = Vex::now();
 }
 
 std::uint32_t SoftFdbHelper::addStatus(const Bridging::MacVlanPair& key) {
@@ -99,6 +115,7 @@ std::uint32_t SoftFdbHelper::addHost(const Bridging::MacVlanPair& key, const Nex
   }
   std::uint32_t status = addStatus(key);
   if (status != OrbTypes::tableAddSuccess) return status;
+  reported_.erase(key);
   auto& entry = table_.entries[key];
   bool moved = entry.intf != intf;
   entry.intf = intf;
@@ -124,6 +141,7 @@ std::uint32_t SoftFdbHelper::removeHost(const Bridging::MacVlanPair& key, Bridgi
   ++operations_;
   if (chip_->nextFault(SoftFdbTable::tableName) != Fault::none) return 3;
   table_.entries.erase(key);
+  reported_.erase(key);
   // A removed entry is gone from what the chip reports too.
   macTable_->macEntryDel(key);
   return 0;
@@ -155,6 +173,13 @@ std::size_t SoftFdbHelper::flushDynamic(Match match) {
     if (entry.entryType != Bridging::EntryType::entryDynamic || entry.remote || !match(key, entry)) continue;
     gone.push_back(key);
     table_.entries.erase(at);
+  }
+  // Reported learns not programmed yet go the same way.
+  for (auto it = reported_.begin(); it != reported_.end();) {
+    auto at = it++;
+    if (!match(at->first, at->second)) continue;
+    gone.push_back(at->first);
+    reported_.erase(at);
   }
   Vex::forEachLookingAhead(
       gone, [&](const auto& key) { Vex::lookAhead(macTable_->macEntry(), key); },
@@ -250,6 +275,7 @@ Orb::MacProgramStatus SoftFdbHelper::applyCommand(const Orb::IndirectAccessMacCm
   const auto& key = cmd.key().key;
   if (cmd.value() == 0) {
     table_.entries.erase(key);
+    reported_.erase(key);
     macTable_->macEntryDel(key);
     return Orb::MacProgramStatus::macProgramSuccess;
   }
@@ -258,6 +284,7 @@ Orb::MacProgramStatus SoftFdbHelper::applyCommand(const Orb::IndirectAccessMacCm
     table_.entries.erase(it);
     return Orb::MacProgramStatus::macProgramFull;
   }
+  reported_.erase(key);
   auto& entry = it->second;
   if (entry.intf != cmd.intf() || entry.lastSeen == 0) entry.lastSeen = now;
   entry.intf = cmd.intf();

@@ -7,6 +7,12 @@
 // the MAC table the forwarding layer watches (moving it if the address sat
 // on another port). An aging sweep takes out dynamic entries idle for the
 // configured aging time, from both tables.
+//
+// In software learning mode the chip, like those that send learns to the
+// CPU, only reports a learn (the MAC table row) and the entry goes into its
+// table when the forwarding layer programs it; a full table then refuses
+// the add, and the learn waits in the forwarding layer's queue instead of
+// being dropped by the chip.
 #pragma once
 
 #include "Orb/OrbChipProgrammer.h"
@@ -70,6 +76,14 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   Mode mode() const { return mode_; }
   void modeIs(Mode mode) { mode_ = mode; }
   SoftMacProgrammer& programmer() { return *programmer_; }
+  // Who puts a learned address into the table: the chip itself, or the
+  // forwarding layer when it programs the reported learn.
+  enum class Learning { hardware, software };
+  Learning learning() const { return learning_; }
+  void learningIs(Learning learning) { learning_ = learning; }
+  // Learns reported in software learning mode and not programmed yet; they
+  // age and flush like table entries.
+  const Vex::HashMap<Bridging::MacVlanPair, HwFdbEntry>& reportedLearns() const { return reported_; }
 
   SoftFdbHelper(const Vex::Ptr<SoftChip>& chip, const Vex::Ptr<OrbTypes::MacTable>& macTable);
   ~SoftFdbHelper() override;
@@ -78,6 +92,8 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   std::uint32_t agingTime() const { return agingTime_; }
   bool learningOn(const Nexo::IntfId& intf) const { return !learningOffPort_.contains(intf); }
   bool learningOn(Bridging::VlanId vlanId) const { return !learningOffVlan_.contains(vlanId); }
+  const Vex::HashSet<Nexo::IntfId>& learningOffPorts() const { return learningOffPort_; }
+  const Vex::HashSet<Bridging::VlanId>& learningOffVlans() const { return learningOffVlan_; }
   std::uint64_t operations() const { return operations_; }
   void reserve(std::size_t entries) {
     table_.entries.reserve(entries);
@@ -85,7 +101,8 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   }
 
   // A frame from `key.addr` arrived on `intf`: learn it (or refresh it).
-  // False when the chip did not learn it (learning off, or no room).
+  // False when the chip did not learn it (learning off, or no room). In
+  // software learning mode true means reported.
   bool learn(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf);
   // Traffic from a known address keeps it from aging.
   void touch(const Bridging::MacVlanPair& key);
@@ -131,6 +148,7 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   // every VLAN when `vlan` is negative).
   void flushNow(Orb::IndirectAccessMacCmdType type, const Nexo::IntfId& intf, std::int64_t vlan);
   void armAging();
+  bool reportLearn(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf);
 
   Vex::Ptr<SoftChip> chip_;
   Vex::Ptr<OrbTypes::MacTable> macTable_;
@@ -141,6 +159,8 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   Vex::Ptr<Vex::Clock> agingClock_;
   std::uint64_t operations_ = 0;
   Mode mode_ = Mode::direct;
+  Learning learning_ = Learning::hardware;
+  Vex::HashMap<Bridging::MacVlanPair, HwFdbEntry> reported_;
   Vex::Ptr<SoftMacProgrammer> programmer_;
 };
 

@@ -1,5 +1,6 @@
 // orb-agent: scenario replay and the shell's handling of bad input.
 #include "agent/Agent.h"
+#include "platform/json/Json.h"
 
 #include <gtest/gtest.h>
 
@@ -64,7 +65,7 @@ TEST(AgentShell, ReportsErrorsAndGoesOn) {
             "% unknown command 'frobnicate' (try 'help')\n"
             "% usage: advance SECONDS\n"
             "% bad number of seconds '-1'\n"
-            "% usage: show version\n");
+            "% usage: show version [json]\n");
   EXPECT_EQ(out.str(), "1.000\n");
 }
 
@@ -83,6 +84,36 @@ TEST(AgentShell, ShowChipIsJson) {
   agent.execute("show chip", out);
   EXPECT_EQ(out.str().front(), '{');
   EXPECT_NE(out.str().find("\"tables\""), std::string::npos);
+}
+
+// Each core show prints one JSON document with a trailing `json`.
+TEST(AgentShell, CoreShowsTakeJson) {
+  Agent::Agent agent(Agent::Options{});
+  std::ostringstream ignored;
+  agent.execute("advance 2.5", ignored);
+  agent.execute("trace OrbMacAddrSm 9", ignored);
+  agent.execute("chip learn 0000.0000.0001 vlan 10 Ethernet1", ignored);
+  auto parse = [&](const std::string& line) {
+    std::ostringstream out;
+    agent.execute(line, out);
+    rapidjson::Document document;
+    document.Parse(out.str().c_str());
+    EXPECT_FALSE(document.HasParseError()) << line << ": " << out.str();
+    return document;
+  };
+  auto version = parse("show version json");
+  EXPECT_STREQ(version["version"].GetString(), ORB_VERSION);
+  auto time = parse("show time json");
+  EXPECT_EQ(time["time"].GetDouble(), 2.5);
+  EXPECT_TRUE(time["simulated"].GetBool());
+  auto trace = parse("show trace 3 json");
+  EXPECT_EQ(trace["levels"]["OrbMacAddrSm"].GetUint(), 9u);
+  ASSERT_EQ(trace["lines"].Size(), 3u);
+  EXPECT_NE(std::string(trace["lines"][2].GetString()).find("OrbMacAddrSm"), std::string::npos);
+  EXPECT_TRUE(parse("show chip json").HasMember("tables"));
+  std::ostringstream out;
+  EXPECT_THROW(agent.execute("show time jason", out), Agent::CommandError);
+  EXPECT_THROW(agent.execute("show trace json 3", out), Agent::CommandError);
 }
 
 TEST(AgentShell, AdvanceRefusedOnRealTime) {

@@ -93,4 +93,82 @@ TEST_F(SoftFdbTest, FlushesTakeOutDynamicEntries) {
   EXPECT_EQ(macTable->macEntrySize(), 0u);
 }
 
+// Software learning: the chip reports learns and the table takes an entry
+// only when software programs it.
+class SoftFdbSoftwareLearningTest : public SoftFdbTest {
+ protected:
+  void SetUp() override { fdb->learningIs(SoftChip::SoftFdbHelper::Learning::software); }
+};
+
+TEST_F(SoftFdbSoftwareLearningTest, ALearnIsReportedEvenWhenFullAndGoesInWhenProgrammed) {
+  chip->capacityIs("fdb", 0);
+  EXPECT_TRUE(fdb->learn(a, IntfId("Ethernet1")));
+  EXPECT_EQ(macTable->macEntry(a).intf, IntfId("Ethernet1"));
+  EXPECT_FALSE(fdb->table().entry(a));
+  EXPECT_EQ(fdb->reportedLearns().size(), 1u);
+  // Software's add meets the full table and the report stays.
+  EXPECT_EQ(fdb->addHost(a, IntfId("Ethernet1"), 0, false, EntryType::entryDynamic), 2u);
+  EXPECT_EQ(fdb->reportedLearns().size(), 1u);
+  chip->capacityIs("fdb", 1);
+  EXPECT_EQ(fdb->addHost(a, IntfId("Ethernet1"), 0, false, EntryType::entryDynamic), 0u);
+  EXPECT_FALSE(fdb->table().entry(a)->learned);
+  EXPECT_TRUE(fdb->reportedLearns().empty());
+  EXPECT_EQ(macTable->macEntry(a).intf, IntfId("Ethernet1"));
+}
+
+TEST_F(SoftFdbSoftwareLearningTest, AKnownAddressRefreshesAndAMoveIsReportedNotDone) {
+  fdb->learn(a, IntfId("Ethernet1"));
+  fdb->addHost(a, IntfId("Ethernet1"), 0, false, EntryType::entryDynamic);
+  EXPECT_TRUE(fdb->learn(a, IntfId("Ethernet1")));
+  EXPECT_TRUE(fdb->reportedLearns().empty());
+  EXPECT_TRUE(fdb->learn(a, IntfId("Ethernet2")));
+  EXPECT_EQ(macTable->macEntry(a).intf, IntfId("Ethernet2"));
+  EXPECT_EQ(fdb->table().entry(a)->intf, IntfId("Ethernet1"));  // until software moves it
+  EXPECT_EQ(fdb->reportedLearns().at(a).intf, IntfId("Ethernet2"));
+  fdb->addHost(a, IntfId("Ethernet2"), 0, false, EntryType::entryDynamic);
+  EXPECT_EQ(fdb->table().entry(a)->intf, IntfId("Ethernet2"));
+  EXPECT_TRUE(fdb->reportedLearns().empty());
+}
+
+TEST_F(SoftFdbSoftwareLearningTest, LearningOffAndStaticEntriesReportNothing) {
+  fdb->enableLearning(IntfId("Ethernet1"), false);
+  EXPECT_FALSE(fdb->learn(a, IntfId("Ethernet1")));
+  fdb->enableLearningOnVlan(Bridging::VlanId(10), false);
+  EXPECT_FALSE(fdb->learn(b, IntfId("Ethernet2")));
+  fdb->enableLearningOnVlan(Bridging::VlanId(10), true);
+  fdb->addHost(b, IntfId("Ethernet3"), 0, false, EntryType::entryStatic);
+  EXPECT_FALSE(fdb->learn(b, IntfId("Ethernet2")));
+  EXPECT_TRUE(fdb->reportedLearns().empty());
+  EXPECT_EQ(macTable->macEntrySize(), 0u);
+}
+
+TEST_F(SoftFdbSoftwareLearningTest, UnprogrammedLearnsAgeAndFlushLikeEntries) {
+  chip->capacityIs("fdb", 0);
+  fdb->configureAgingTime(20);
+  fdb->learn(a, IntfId("Ethernet1"));
+  fdb->learn(b, IntfId("Ethernet2"));
+  loop.advance(15);
+  fdb->touch(a);
+  loop.advance(15);
+  EXPECT_TRUE(macTable->macEntryHas(a));  // refreshed at 15 s
+  EXPECT_FALSE(macTable->macEntryHas(b));
+  EXPECT_EQ(fdb->reportedLearns().size(), 1u);
+  fdb->flushVlanPort(-1, IntfId("Ethernet1"));
+  EXPECT_FALSE(macTable->macEntryHas(a));
+  EXPECT_TRUE(fdb->reportedLearns().empty());
+}
+
+TEST_F(SoftFdbSoftwareLearningTest, TheCommandPipelineProgramsAReportedLearn) {
+  chip->capacityIs("fdb", 0);
+  fdb->learn(a, IntfId("Ethernet1"));
+  auto add = Orb::indirectAccessMacCmdFactory(Orb::IndirectAccessMacCmdType::addrOp, {a}, IntfId("Ethernet1"),
+                                              EntryType::entryDynamic, 1, 1);
+  EXPECT_EQ(fdb->applyCommand(*add, 0), Orb::MacProgramStatus::macProgramFull);
+  EXPECT_EQ(fdb->reportedLearns().size(), 1u);
+  chip->capacityIs("fdb", 1);
+  EXPECT_EQ(fdb->applyCommand(*add, 0), Orb::MacProgramStatus::macProgramSuccess);
+  EXPECT_TRUE(fdb->reportedLearns().empty());
+  EXPECT_EQ(fdb->table().entry(a)->intf, IntfId("Ethernet1"));
+}
+
 }  // namespace
