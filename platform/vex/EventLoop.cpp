@@ -80,8 +80,12 @@ std::size_t EventLoop::fireDue(Seconds t) {
     // An earlier handler of this batch may have re-armed or disarmed it.
     if (!clock->collected_) continue;
     clock->collected_ = false;
+    if (!clock->active_ && !clock->zombie_) {
+      clock->heldWhileMuted_ = true;
+      continue;
+    }
     clock->timeMin_ = never;
-    if (!clock->active_ || clock->zombie_ || !clock->handler_) continue;
+    if (clock->zombie_ || !clock->handler_) continue;
     ++fired;
     clock->handler_();
   }
@@ -131,8 +135,16 @@ Clock::~Clock() {
 
 void Clock::timeMinIs(Seconds t) {
   if (t == timeMin_ && !collected_) return;
+  heldWhileMuted_ = false;
   timeMin_ = t;
   if (loop_) loop_->arm(this);
+}
+
+void Clock::hasNotificationActiveIs(bool active) {
+  active_ = active;
+  if (!active_ || !heldWhileMuted_) return;
+  heldWhileMuted_ = false;
+  if (loop_) loop_->arm(this);  // its wake time has passed: the next turn
 }
 
 Ptr<Clock> clockFactory(Clock::Handler handler) { return make<Clock>(std::move(handler)); }

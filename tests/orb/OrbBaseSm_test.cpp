@@ -127,6 +127,19 @@ TEST_F(OrbBaseSmTest, ChangedTimeoutApplies) {
   EXPECT_EQ(sm->timeouts, 1);
 }
 
+TEST_F(OrbBaseSmTest, MutedMachineTimesOutOnceUnmuted) {
+  auto sm = Vex::make<ProbeAsyncSm>(ocsd);
+  sm->start();
+  sm->hasNotificationActiveIs(false);
+  loop.advance(90);
+  EXPECT_EQ(sm->timeouts, 0);
+  sm->hasNotificationActiveIs(true);
+  loop.runUntilIdle();
+  EXPECT_EQ(sm->timeouts, 1);
+  EXPECT_DOUBLE_EQ(sm->timedOutAt, 90.0);
+  EXPECT_EQ(sm->asyncState(), Orb::AsyncOperationState::asyncNone);
+}
+
 TEST_F(OrbBaseSmTest, ResultBeforeTimeoutCompletesAndCancels) {
   auto sm = Vex::make<ProbeAsyncSm>(ocsd);
   auto helper = Orb::orbAsyncBaseHelperFactory();

@@ -96,6 +96,31 @@ TEST_F(ClockTest, MutedAndZombieClocksDoNotFire) {
   EXPECT_TRUE(fired.empty());
 }
 
+TEST_F(ClockTest, ClockDueWhileMutedFiresOnceUnmuted) {
+  auto a = clock("a"), b = clock("b");
+  a->timeMinIs(1.0);
+  b->timeMinIs(1.0);
+  a->hasNotificationActiveIs(false);
+  b->hasNotificationActiveIs(false);
+  loop.advance(3.0);
+  EXPECT_TRUE(fired.empty());
+  a->hasNotificationActiveIs(true);
+  EXPECT_TRUE(fired.empty());  // not from inside the unmuting call
+  loop.runUntilIdle();
+  EXPECT_EQ(fired, std::vector<std::string>{"a@3.000000"});
+  // Disarming a held clock cancels it; muting again holds it again.
+  b->timeMinIs(Vex::never);
+  b->hasNotificationActiveIs(true);
+  loop.advance(1.0);
+  EXPECT_EQ(fired.size(), 1u);
+  a->timeMinIs(5.0);
+  a->hasNotificationActiveIs(false);
+  a->hasNotificationActiveIs(true);
+  loop.advance(1.0);
+  EXPECT_EQ(fired.back(), "a@5.000000");
+  EXPECT_EQ(fired.size(), 2u);
+}
+
 TEST_F(ClockTest, HandlerMayDisarmAnotherClockOfTheSameTurn) {
   auto b = clock("b");
   auto a = Vex::clockFactory([&] { b->timeMinIs(Vex::never); });
