@@ -147,6 +147,9 @@ void LagSm::handleLagStatus(const IntfId& lag) {
   if (status) {
     auto& reactor = vexStatus_[lag];
     if (!reactor || reactor->notifier() != status) reactor = std::make_unique<VexStatus>(this, status);
+    // The LAG is an interface of the switch like any port: VLANs and other
+    // features take it once the shared context knows it.
+    ocsd()->intfIs(lag, true);
     handleIntf(lag);
     handleDeviceName(lag);
     return;
@@ -158,6 +161,7 @@ void LagSm::handleLagStatus(const IntfId& lag) {
     return;
   }
   doCleanupLag(lag);
+  ocsd()->intfDel(lag);
   BLIP(trace(), 5, "Removing deviceName input for {}", lag.stringValue());
   lagInputIntfDeviceNameDir_->deviceNameDel(lag);
 }

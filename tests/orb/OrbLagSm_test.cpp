@@ -125,12 +125,16 @@ TEST_F(LagSmTest, StatusGoneCleansUpUnlessRestarting) {
   start();
   dir->intfStatusIs(pc1)->memberIs(e1);
   dir->intfStatusIs(pc2)->memberIs(e2);
+  EXPECT_TRUE(ocsd->intfHas(pc1));
+  EXPECT_TRUE(ocsd->intfHas(pc2));
   sm->disableCleanupOnRestartIs(true);
   dir->intfStatusDel(pc1);
   EXPECT_TRUE(ocsd->lagToPortHas(pc1));
   EXPECT_TRUE(helper->lags.count(pc1));
+  EXPECT_TRUE(ocsd->intfHas(pc1));
   sm->disableCleanupOnRestartIs(false);
   dir->intfStatusDel(pc2);
+  EXPECT_FALSE(ocsd->intfHas(pc2));
   EXPECT_FALSE(ocsd->lagToPortHas(pc2));
   EXPECT_FALSE(helper->lags.count(pc2));
   EXPECT_FALSE(names->deviceNameHas(pc2));
