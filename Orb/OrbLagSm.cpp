@@ -220,9 +220,18 @@ void LagSm::doUpdatePortList(const IntfId& lag, const OrbLagPortList& list) {
 
 void LagSm::doScrubMember(const IntfId& lag, const IntfId& member) {
   const IntfId& other = ocsd()->portToLag(member);
-  if (other.empty() || other == lag || !vexStatus_.count(other)) return;
-  BLIP(trace(), 3, "{} duplicate lag found {} for {}", lag.stringValue(), other.stringValue(), member.stringValue());
+  if (other.empty() || other == lag) return;
   IntfId previous = other;  // doUpdateMember rewrites portToLag
+  if (vexStatus_.count(previous)) {
+    BLIP(trace(), 3, "{} duplicate lag found {} for {}", lag.stringValue(), previous.stringValue(),
+         member.stringValue());
+  } else {
+    // A LAG kept across a restart has no status to say the port left it, so
+    // it must give the port up here: a port is in one LAG only, in the
+    // shared maps as in hardware.
+    if (!ocsd()->lagToPort(previous).ports.count(member)) return;
+    BLIP(trace(), 3, "{} takes {} from kept lag {}", lag.stringValue(), member.stringValue(), previous.stringValue());
+  }
   doUpdateMember(previous, member, false);
 }
 

@@ -4,7 +4,10 @@
 // the MLAG peer link's members while its peer still carries it.
 //
 // A port belongs to one LAG only: the LAG that claims it last wins, and the
-// port leaves its old LAG before the new LAG's list is applied.
+// port leaves its old LAG before the new LAG's list is applied. That holds
+// for a LAG kept across an agent restart (`disableCleanupOnRestart`) too:
+// though its status is gone, it gives up a port another LAG claims, and is
+// destroyed once it has none left.
 #pragma once
 
 #include "Orb/OrbBaseHelper.h"

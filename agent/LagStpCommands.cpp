@@ -2,6 +2,7 @@
 // publishes it, chip knobs, `show port-channel` and `show spanning-tree`.
 #include "agent/Agent.h"
 #include "agent/IntfRange.h"
+#include "agent/JsonOutput.h"
 
 #include <fmt/format.h>
 
@@ -47,6 +48,12 @@ std::string stateName(Orb::PortState state) {
   return "unknown";
 }
 
+std::string intfsText(const std::set<Nexo::IntfId>& intfs) {
+  std::string text;
+  for (const auto& intf : intfs) text += (text.empty() ? "" : " ") + intf.stringValue();
+  return text.empty() ? "-" : text;
+}
+
 std::vector<Bridging::VlanId> vlanRange(const std::string& text) {
   std::vector<Bridging::VlanId> vlans;
   std::size_t start = 0;
@@ -61,6 +68,40 @@ std::vector<Bridging::VlanId> vlanRange(const std::string& text) {
     for (long v = first; v <= last; ++v) vlans.emplace_back(static_cast<std::uint32_t>(v));
   }
   return vlans;
+}
+
+// The LAGs of `show port-channel json`: shared-context members and what the
+// chip holds.
+void lagsJson(JsonWriter& w, const std::set<Nexo::IntfId>& lags, const Orb::OrbCommonSmData& ocsd,
+              const SoftChip::SoftLagHelper& lagHelper, const Orb::LagSm& lagSm) {
+  auto intfArray = [&w](const std::set<Nexo::IntfId>& intfs) {
+    w.StartArray();
+    for (const auto& intf : intfs) w.String(intf.stringValue().c_str());
+    w.EndArray();
+  };
+  w.StartObject();
+  w.Key("cleanupOnRestart");
+  w.Bool(!lagSm.disableCleanupOnRestart());
+  w.Key("lags");
+  w.StartObject();
+  for (const auto& lag : lags) {
+    w.Key(lag.stringValue().c_str());
+    w.StartObject();
+    std::set<Nexo::IntfId> members;
+    for (const auto& [port, state] : ocsd.lagToPort(lag).ports) members.insert(port);
+    w.Key("members");
+    intfArray(members);
+    const auto* hw = lagHelper.table().lag(lag);
+    w.Key("inHardware");
+    w.Bool(hw != nullptr);
+    w.Key("hardwareMembers");
+    intfArray(hw ? hw->members : std::set<Nexo::IntfId>{});
+    w.Key("sharesPeerLink");
+    w.String(hw ? hw->sharedPeerLink.stringValue().c_str() : "");
+    w.EndObject();
+  }
+  w.EndObject();
+  w.EndObject();
 }
 
 }  // namespace
@@ -83,6 +124,19 @@ void Agent::registerLagCommands() {
                      }
                      for (const auto& member : stale) status->memberDel(member);
                      for (const auto& member : wanted) status->memberIs(member);
+                   });
+  shell_.commandIs("port-channel cleanup-on-restart", "on|off",
+                   "off: a LAG whose status goes keeps its hardware and shared state (the agent restarts)",
+                   [this](const Args& args, std::ostream&) {
+                     expectArgs(args, 1, 1, "port-channel cleanup-on-restart on|off");
+                     if (args[0] != "on" && args[0] != "off")
+                       throw CommandError("usage: port-channel cleanup-on-restart on|off");
+                     lagSm_->disableCleanupOnRestartIs(args[0] == "off");
+                   });
+  shell_.commandIs("port-channel device-name", "N NAME", "the kernel device name the LAG status publishes",
+                   [lagDir](const Args& args, std::ostream&) {
+                     expectArgs(args, 2, 2, "port-channel device-name N NAME");
+                     lagDir->intfStatusIs(lagArg(args[0]))->deviceNameIs(args[1]);
                    });
   shell_.commandIs("no port-channel", "N", "remove a LAG", [lagDir](const Args& args, std::ostream&) {
     expectArgs(args, 1, 1, "no port-channel N");
@@ -119,31 +173,30 @@ void Agent::registerLagCommands() {
                        throw CommandError("usage: chip lag capacity N | chip lag max-members N");
                      }
                    });
-  shell_.commandIs("show port-channel", "", "LAG members in the shared context and in hardware",
-                   [this](const Args& args, std::ostream& out) {
-                     expectArgs(args, 0, 0, "show port-channel");
+  shell_.commandIs("show port-channel", "[N] [json]", "LAG members in the shared context and in hardware",
+                   [this](Args args, std::ostream& out) {
+                     bool json = takeJsonFlag(args);
+                     expectArgs(args, 0, 1, "show port-channel [N] [json]");
                      std::set<Nexo::IntfId> lags;
                      for (const auto& [lag, list] : ocsd_->lagToPort()) lags.insert(lag);
                      for (const auto& [lag, hw] : lagHelper_->table().lags) lags.insert(lag);
+                     if (!args.empty()) {
+                       Nexo::IntfId only = lagArg(args[0]);
+                       lags = lags.count(only) ? std::set<Nexo::IntfId>{only} : std::set<Nexo::IntfId>{};
+                     }
+                     if (json) {
+                       printJson(out, [&](JsonWriter& w) { lagsJson(w, lags, *ocsd_, *lagHelper_, *lagSm_); });
+                       return;
+                     }
                      for (const auto& lag : lags) {
-                       std::string members, hwMembers = "-";
-                       for (const auto& [port, state] : ocsd_->lagToPort(lag).ports) {
-                         if (!members.empty()) members += ' ';
-                         members += port.stringValue();
-                       }
                        std::string shared;
-                       if (const auto* hw = lagHelper_->table().lag(lag)) {
-                         hwMembers.clear();
-                         for (const auto& port : hw->members) {
-                           if (!hwMembers.empty()) hwMembers += ' ';
-                           hwMembers += port.stringValue();
-                         }
-                         if (hwMembers.empty()) hwMembers = "-";
-                         if (!hw->sharedPeerLink.empty()) shared = "  shares " + hw->sharedPeerLink.stringValue();
-                       }
+                       const auto* hw = lagHelper_->table().lag(lag);
+                       if (hw && !hw->sharedPeerLink.empty()) shared = "  shares " + hw->sharedPeerLink.stringValue();
+                       std::set<Nexo::IntfId> members;
+                       for (const auto& [port, state] : ocsd_->lagToPort(lag).ports) members.insert(port);
                        out << lag.stringValue() << shared << "\n";
-                       out << "  members:  " << (members.empty() ? "-" : members) << "\n";
-                       out << "  hardware: " << hwMembers << "\n";
+                       out << "  members:  " << intfsText(members) << "\n";
+                       out << "  hardware: " << (hw ? intfsText(hw->members) : "-") << "\n";
                      }
                    });
 }
