@@ -131,10 +131,42 @@ void VlanTopoHelper::addVlanToTopo(const std::string& topoName, std::uint16_t vl
 void VlanTopoHelper::delVlanFromTopo(const std::string& topoName, std::uint16_t vlan) {
   VlanId vlanId(vlan);
   topoToVlanMap_[topoName].vlanDel(vlanId);
+  // Out of the topology, the VLAN's ports are no longer held by its states.
+  if (vlanHelper_) {
+    for (const auto& [intf, state] : topoPortState_[topoName]) {
+      if (!isForwarding(state)) vlanHelper_->doHandlePortState(intf, vlanId, true);
+    }
+  }
   auto pending = topoPendingVlans_.find(topoName);
   if (pending == topoPendingVlans_.end() || !pending->second.erase(vlanId)) return;
   // The topology no longer waits for a VLAN it does not have.
   if (pending->second.empty() && stpSm()) setStpStateDoneTopoName(topoName);
+}
+
+void VlanTopoHelper::topoPortStateDel(const std::string& topoName, const IntfId& intf) {
+  auto states = topoPortState_.find(topoName);
+  if (states == topoPortState_.end()) return;
+  auto it = states->second.find(intf);
+  if (it == states->second.end()) return;
+  bool blocked = !isForwarding(it->second);
+  states->second.erase(it);
+  BLIP(trace(), 5, "topo {} forgets state of {}", topoName, intf.stringValue());
+  if (!blocked || !vlanHelper_) return;
+  auto& pending = topoPendingVlans_[topoName];
+  bool scheduled = false;
+  for (VlanId vlanId : mappedVlan(topoName).vlan) {
+    std::uint64_t genId = vlanHelper_->doHandlePortState(intf, vlanId, true);
+    if (!genId) continue;
+    pending[vlanId] = genId;
+    scheduled = true;
+  }
+  if (scheduled && stpSm()) stpSm()->setStpStatePendingTopoName(topoName);
+}
+
+void VlanTopoHelper::topoStateDelAll(const std::string& topoName) {
+  topoPortState_.erase(topoName);
+  topoPendingVlans_.erase(topoName);
+  topoToVlanMap_.erase(topoName);
 }
 
 void VlanTopoHelper::completedVlanUpdateStatusIs(const Vex::Ptr<VlanHwUpdateStatus::Status>& status) {
@@ -231,7 +263,10 @@ void TopoSm::handleInitialized() {
 
 void TopoSm::handleTopoPortChange(const IntfId& intf) {
   if (!config_->intfStateHas(intf)) {
-    if (topoPortSm_.erase(intf)) BLIP(trace(), 5, "Deleting topoPortSm for {} in {}", intf.stringValue(), name_);
+    if (topoPortSm_.erase(intf)) {
+      BLIP(trace(), 5, "Deleting topoPortSm for {} in {}", intf.stringValue(), name_);
+      releasePort(intf);
+    }
     return;
   }
   auto& port = topoPortSm_[intf];
@@ -259,6 +294,16 @@ void TopoSm::doSetStpState(const IntfId& port, PortState state) {
   topoHelper().setStpState(topoId_, name_, port, state);
 }
 
+void TopoSm::releasePort(const IntfId& port) {
+  auto* vlanBased = dynamic_cast<VlanTopoHelper*>(&topoHelper());
+  if (!vlanBased || ocsd()->portToLagHas(port)) return;
+  if (ocsd()->lagToPortHas(port)) {
+    for (const auto& [member, lagPort] : ocsd()->lagToPort(port).ports) vlanBased->topoPortStateDel(name_, member);
+    return;
+  }
+  vlanBased->topoPortStateDel(name_, port);
+}
+
 void TopoSm::handlePortToLag(const IntfId& port) {
   const IntfId& lag = ocsd()->portToLag(port);
   if (!lag.empty()) {
@@ -273,7 +318,10 @@ void TopoSm::handlePortToLag(const IntfId& port) {
   if (config_->intfStateHas(port)) {
     BLIP(trace(), 5, "{} leaving lag", port.stringValue());
     topoHelper().setStpState(topoId_, name_, port, config_->intfState(port));
+    return;
   }
+  // Out of its LAG, the port has no state of its own in this topology.
+  if (auto* vlanBased = dynamic_cast<VlanTopoHelper*>(&topoHelper())) vlanBased->topoPortStateDel(name_, port);
 }
 
 void TopoSm::handleFdbFlush(const IntfId& port) {
@@ -396,6 +444,7 @@ void StpSm::deleteTopo(const std::string& name) {
   }
   topoToVlanMap_.erase(name);
   topoSm_.erase(it);
+  if (auto* vlanBased = dynamic_cast<VlanTopoHelper*>(topoHelper_.get())) vlanBased->topoStateDelAll(name);
   topoHelper_->freeTopo(name);
   usedTopoIds_.erase(topoId);
   topoStatus_->topoInstStatusDel(name);
@@ -490,6 +539,7 @@ void StpSm::cleanupTapAgg() {
   for (VlanId vlanId : topoToVlanMap_[tapAggTopoName].vlan)
     topoHelper_->delVlanFromTopo(tapAggTopoName, vlanId.value());
   topoToVlanMap_.erase(tapAggTopoName);
+  if (auto* vlanBased = dynamic_cast<VlanTopoHelper*>(topoHelper_.get())) vlanBased->topoStateDelAll(tapAggTopoName);
   topoHelper_->freeTopo(tapAggTopoName);
   usedTopoIds_.erase(tapAggTopoId_);
   tapAggTopoId_ = -1;

@@ -12,6 +12,11 @@
 // LAG members follow their LAG: a member's own state is ignored, and the
 // LAG's state is applied to every member.
 //
+// Spanning tree holds a port out of a VLAN only while a topology gives it a
+// blocking state: a port that leaves its topology, and the ports of a VLAN
+// that leaves its topology or of a topology that goes, forward again. A
+// topology created again starts from the states it is given now.
+//
 // In tap-aggregation mode there is no spanning tree: every VLAN goes into
 // one tap topology ("TapAggTopo") and tap/tool ports forward permanently.
 #pragma once
@@ -78,6 +83,12 @@ class VlanTopoHelper : public TopoHelper {
   void addVlanToTopo(const std::string& topoName, std::uint16_t vlan) override;
   void delVlanFromTopo(const std::string& topoName, std::uint16_t vlan) override;
 
+  // The topology no longer gives the port a state: a port it blocked
+  // forwards again in the topology's VLANs.
+  void topoPortStateDel(const std::string& topoName, const IntfId& intf);
+  // The topology is gone: forget its ports' states and what it waited for.
+  void topoStateDelAll(const std::string& topoName);
+
   virtual void handleVlanUpdateCompletion(VlanId vlanId, std::uint64_t genId);
   virtual void completedVlanUpdateStatusDel(VlanId vlanId);
   virtual void completedVlanUpdateStatusIs(const Vex::Ptr<VlanHwUpdateStatus::Status>& status);
@@ -143,6 +154,9 @@ class TopoSm : public OrbBaseSm {
  private:
   class ConfigReactor;
   class OcsdReactor;
+
+  // The port (a LAG: its members) has no state in this topology any more.
+  void releasePort(const IntfId& port);
 
   StpSm* stpSm_;
   std::string name_;

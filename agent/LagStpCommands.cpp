@@ -238,6 +238,18 @@ void Agent::registerStpCommands() {
                      auto state = portStateArg(args[2]);
                      for (const auto& port : ports) topo->intfStateIs(port, state);
                    });
+  shell_.commandIs("no spanning-tree", "NAME INTFS", "take ports out of a topology (it no longer gives them a state)",
+                   [config](const Args& args, std::ostream&) {
+                     expectArgs(args, 2, 2, "no spanning-tree NAME INTFS");
+                     auto topo = config->topoConfig(args[0]);
+                     if (!topo) throw CommandError("no topology '" + args[0] + "'");
+                     auto ports = parseIntfRange(args[1]);
+                     for (const auto& port : ports) {
+                       if (!topo->intfStateHas(port))
+                         throw CommandError(port.stringValue() + " has no state in topology '" + args[0] + "'");
+                     }
+                     for (const auto& port : ports) topo->intfStateDel(port);
+                   });
   shell_.commandIs("tap-agg", "INTFS on|off", "ports in tap/tool mode forward permanently in tap aggregation mode",
                    [this](const Args& args, std::ostream&) {
                      expectArgs(args, 2, 2, "tap-agg INTFS on|off");

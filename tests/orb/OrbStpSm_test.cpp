@@ -145,6 +145,24 @@ TEST_F(StpSmTest, LagMembersFollowTheirLag) {
   EXPECT_EQ(helper->states.back(), std::make_pair(e3, PortState::portStateForwarding));
 }
 
+// A port that leaves a blocked LAG and has no state of its own in the
+// topology is no longer held by it, nor is it when the VLAN joins later.
+TEST_F(StpSmTest, PortLeavingABlockedLagForwardsAgain) {
+  topo("MST1", {10});
+  Orb::OrbLagPortList members;
+  members.portIs(e3, {true, true});
+  ocsd->lagToPortIs(pc1, members);
+  ocsd->portToLagIs(e3, pc1);
+  start();
+  config->topoConfig("MST1")->intfStateIs(pc1, PortState::portStateDiscarding);
+  EXPECT_FALSE(vlans->portForwarding(VlanId(10))->forwarding(e3));
+  ocsd->lagToPortDel(pc1);
+  ocsd->portToLagDel(e3);
+  EXPECT_TRUE(vlans->portForwarding(VlanId(10))->forwarding(e3));
+  config->vidToTopoMapIs(VlanId(20), "MST1");
+  EXPECT_FALSE(vlans->portForwarding(VlanId(20)) && vlans->portForwarding(VlanId(20))->forwardingHas(e3));
+}
+
 TEST_F(StpSmTest, VlanJoiningATopologyTakesItsPortStates) {
   topo("MST1", {10});
   start();
