@@ -104,6 +104,44 @@ void lagsJson(JsonWriter& w, const std::set<Nexo::IntfId>& lags, const Orb::OrbC
   w.EndObject();
 }
 
+// The topologies of `show spanning-tree json`: id, whether the state took
+// effect, the VLANs still waited for, the topology's VLANs and port states.
+void topologiesJson(JsonWriter& w, const Bridging::Topology::Config& config, const Bridging::Topology::Status& status,
+                    const Orb::VlanTopoHelper& topoHelper) {
+  w.SetFormatOptions(rapidjson::kFormatSingleLineArray);
+  w.StartObject();
+  w.Key("topologies");
+  w.StartObject();
+  for (const auto& [name, inst] : status.topoInstStatus()) {
+    w.Key(name.c_str());
+    w.StartObject();
+    w.Key("id");
+    w.Int(inst.topoId);
+    w.Key("stateSet");
+    w.Bool(inst.stateSet);
+    w.Key("pendingVlans");
+    w.StartArray();
+    for (const auto& [vlanId, genId] : topoHelper.topoPendingVlans(name)) w.Uint(vlanId.value());
+    w.EndArray();
+    w.Key("vlans");
+    w.StartArray();
+    for (const auto& vlanId : topoHelper.mappedVlan(name).vlan) w.Uint(vlanId.value());
+    w.EndArray();
+    w.Key("ports");
+    w.StartObject();
+    if (auto topo = config.topoConfig(name)) {
+      for (const auto& [port, state] : topo->intfState()) {
+        w.Key(port.stringValue().c_str());
+        w.String(stateName(state).c_str());
+      }
+    }
+    w.EndObject();
+    w.EndObject();
+  }
+  w.EndObject();
+  w.EndObject();
+}
+
 }  // namespace
 
 void Agent::registerLagCommands() {
@@ -267,26 +305,30 @@ void Agent::registerStpCommands() {
                        throw CommandError("usage: hardware mode normal|tap-agg");
                      }
                    });
-  shell_.commandIs("show spanning-tree", "", "topologies, their VLANs and port states, and whether they took effect",
-                   [this, config, status](const Args& args, std::ostream& out) {
-                     expectArgs(args, 0, 0, "show spanning-tree");
-                     for (const auto& [name, inst] : status->topoInstStatus()) {
-                       const auto& pending = topoHelper_->topoPendingVlans(name);
-                       out << fmt::format(
-                           "Topology {}  id {}  {}\n", name, inst.topoId,
-                           inst.stateSet ? "state set" : fmt::format("pending ({} vlans)", pending.size()));
-                       const auto& vlans = topoHelper_->mappedVlan(name).vlan;
-                       out << "  vlans: " << vlans.size();
-                       if (!vlans.empty())
-                         out << " (" << vlans.begin()->value() << "-" << vlans.rbegin()->value() << ")";
-                       out << "\n";
-                       if (auto topo = config->topoConfig(name)) {
-                         for (const auto& [port, state] : topo->intfState()) {
-                           out << fmt::format("  {:<16} {}\n", port.stringValue(), stateName(state));
-                         }
-                       }
-                     }
-                   });
+  shell_.commandIs(
+      "show spanning-tree", "[json]", "topologies, their VLANs and port states, and whether they took effect",
+      [this, config, status](Args args, std::ostream& out) {
+        bool json = takeJsonFlag(args);
+        expectArgs(args, 0, 0, "show spanning-tree [json]");
+        if (json) {
+          printJson(out, [&](JsonWriter& w) { topologiesJson(w, *config, *status, *topoHelper_); });
+          return;
+        }
+        for (const auto& [name, inst] : status->topoInstStatus()) {
+          const auto& pending = topoHelper_->topoPendingVlans(name);
+          out << fmt::format("Topology {}  id {}  {}\n", name, inst.topoId,
+                             inst.stateSet ? "state set" : fmt::format("pending ({} vlans)", pending.size()));
+          const auto& vlans = topoHelper_->mappedVlan(name).vlan;
+          out << "  vlans: " << vlans.size();
+          if (!vlans.empty()) out << " (" << vlans.begin()->value() << "-" << vlans.rbegin()->value() << ")";
+          out << "\n";
+          if (auto topo = config->topoConfig(name)) {
+            for (const auto& [port, state] : topo->intfState()) {
+              out << fmt::format("  {:<16} {}\n", port.stringValue(), stateName(state));
+            }
+          }
+        }
+      });
 }
 
 }  // namespace Agent
