@@ -101,6 +101,29 @@ TEST_F(LagSmTest, PortMovingToAnotherLagLeavesTheOldOneFirst) {
   EXPECT_EQ(helper->calls[2], "update Port-Channel2 Ethernet2");
 }
 
+// Whether a port is in a LAG, as every feature asks the shared context,
+// follows the LAG statuses: joining, moving, leaving, and a LAG kept across
+// a restart keeping its ports.
+TEST_F(LagSmTest, InLagFollowsTheLagStatuses) {
+  start();
+  EXPECT_FALSE(ocsd->inLag(e1));
+  dir->intfStatusIs(pc1)->memberIs(e1);
+  dir->intfStatus(pc1)->memberIs(e2);
+  EXPECT_TRUE(ocsd->inLag(e1));
+  EXPECT_FALSE(ocsd->inLag(e3));
+  dir->intfStatusIs(pc2)->memberIs(e2);
+  EXPECT_TRUE(ocsd->inLag(e2));
+  EXPECT_EQ(ocsd->portToLag(e2), pc2);
+  dir->intfStatus(pc2)->memberDel(e2);
+  EXPECT_FALSE(ocsd->inLag(e2));
+  sm->disableCleanupOnRestartIs(true);
+  dir->intfStatusDel(pc1);
+  EXPECT_TRUE(ocsd->inLag(e1));
+  sm->disableCleanupOnRestartIs(false);
+  dir->intfStatusIs(pc1);
+  EXPECT_FALSE(ocsd->inLag(e1));
+}
+
 TEST_F(LagSmTest, UnmanagedInterfacesNeverJoinUnlessTheChipSaysSo) {
   start();
   dir->intfStatusIs(pc1)->memberIs(IntfId("Ethernet40"));
