@@ -167,9 +167,11 @@ void LagSm::handleLagStatus(const IntfId& lag) {
 }
 
 void LagSm::handleIntf(const IntfId& lag, const IntfId& member) {
-  if (!isIntfManaged(member)) return;
+  // The MLAG peer's ports carry the LAG on the peer switch, not here.
+  if (member.isPeerEthernet() || !isIntfManaged(member)) return;
   auto status = ethLagIntfStatusDir_->intfStatus(lag);
   doUpdateMember(lag, member, status && status->member(member));
+  if (verifyRetry_.pending()) doRequestVerify();
 }
 
 void LagSm::handleIntf(const IntfId& lag) {
@@ -341,6 +343,24 @@ void LagSm::handleMlagFastMacRedirection() {
 
 void LagSm::handleVerify(VerifyReport& report) {
   orbHelper_->handleVerify();
+  compareLagTables(report);
+  verifyRetry_.pendingIs(!report.lines().empty());
+}
+
+void LagSm::doRequestVerify() {
+  BLIP(trace(), 7, "LagSm::doRequestVerify renews the pending retry");
+  verifyRetry_.renew();
+}
+
+void LagSm::handleRetryVerify() {
+  BLIP(trace(), 5, "LagSm::handleRetryVerify");
+  orbHelper_->handleRetryVerify();
+  VerifyReport report;
+  compareLagTables(report);
+  if (auto verifyData = ocsd()->verifyData()) verifyData->outputIs(verifyName(), report.lines());
+}
+
+void LagSm::compareLagTables(VerifyReport& report) {
   for (const auto& [lag, status] : ethLagIntfStatusDir_->intfStatus()) {
     std::string name = lag.stringValue();
     bool anyManaged = false;

@@ -14,6 +14,7 @@
 #include "Orb/OrbCommon.h"
 #include "Orb/OrbHelper.h"
 #include "Orb/OrbVerify.h"
+#include "Orb/OrbVerifyRetry.h"
 #include "platform/hive/Hive.h"
 #include "platform/model/LagStatus.h"
 #include "platform/model/MlagStatus.h"
@@ -63,13 +64,23 @@ class LagSm : public OrbBaseSm, public Verifiable {
   void handleMlagFastMacRedirection();
 
   std::string verifyName() const override { return "LagSm"; }
+  // A run that finds differences is repeated (handleRetryVerify) once the
+  // LAGs stop changing; every member change renews it (doRequestVerify).
   void handleVerify(VerifyReport& report) override;
+  void handleRetryVerify();
+  void doRequestVerify();
+  bool verifyRetryPending() const { return verifyRetry_.pending(); }
+  Vex::Seconds verifyRetryInterval() const { return verifyRetry_.interval(); }
+  void verifyRetryIntervalIs(Vex::Seconds seconds) { verifyRetry_.intervalIs(seconds); }
 
  private:
   class VexStatus;
   class DirReactor;
   class MlagReactor;
   class OcsdReactor;
+
+  // The comparison of a verification run, without the chip layer's part.
+  void compareLagTables(VerifyReport& report);
 
   Vex::Ptr<OrbHelper::OrbHelperLagSm> orbHelper_;
   Vex::Ptr<Interface::EthLagIntfStatusDir> ethLagIntfStatusDir_;
@@ -85,6 +96,7 @@ class LagSm : public OrbBaseSm, public Verifiable {
   std::unique_ptr<DirReactor> dirReactor_;
   std::unique_ptr<MlagReactor> mlagReactor_;
   std::unique_ptr<OcsdReactor> ocsdReactor_;
+  VerifyRetry verifyRetry_{[this] { handleRetryVerify(); }};
 };
 
 Vex::Ptr<LagSm> lagSmFactory(const Vex::Ptr<OrbCommonSmData>& ocsd,

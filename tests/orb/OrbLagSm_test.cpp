@@ -34,6 +34,8 @@ class RecordingLagHelper : public OrbHelper::OrbHelperLagSm {
   }
   bool intfManagedCheckOverride() override { return override; }
   bool isIntfManaged(const IntfId& intf) override { return managed.count(intf) != 0; }
+  void handleVerify() override { calls.push_back("verify"); }
+  void handleRetryVerify() override { calls.push_back("retry verify"); }
   void maybeShareLagMembership(const IntfId& lag, const IntfId& peerLink, bool share) override {
     calls.push_back((share ? "share " : "unshare ") + lag.stringValue() + " " + peerLink.stringValue());
   }
@@ -230,6 +232,51 @@ TEST_F(LagSmTest, VerifyReportsInconsistenciesAndClearsStaleDeviceNames) {
   EXPECT_TRUE(has("Lag Port-Channel2, member Ethernet1 is missing in lagToPort collection\n"));
   EXPECT_TRUE(has("Lag Port-Channel9 is in lagInputIntfDeviceNameDir but missing in ethLagIntfStatusDir collection\n"));
   EXPECT_FALSE(names->deviceNameHas(IntfId("Port-Channel9")));
+}
+
+// The MLAG peer's Ethernet ports appear in an MLAG LAG's status but are
+// never members here, even when the chip layer says it manages them.
+TEST_F(LagSmTest, PeerEthernetPortsNeverBecomeMembers) {
+  IntfId peerPort("PeerEthernet1");
+  helper->override = true;
+  helper->managed = {e1, peerPort};
+  start();
+  auto status = dir->intfStatusIs(pc1);
+  status->memberIs(peerPort);
+  EXPECT_FALSE(ocsd->lagToPortHas(pc1));
+  status->memberIs(e1);
+  EXPECT_EQ(ocsd->lagToPort(pc1).ports.size(), 1u);
+  EXPECT_FALSE(ocsd->portToLagHas(peerPort));
+  EXPECT_EQ(helper->lags.at(pc1).ports.count(peerPort), 0u);
+  status->memberDel(peerPort);
+  EXPECT_EQ(ocsd->lagToPort(pc1).ports.size(), 1u);
+}
+
+// Differences found while LAGs are still changing are looked at again once
+// the changes stop: each member change pushes the retry out, and the retry
+// rewrites the report.
+TEST_F(LagSmTest, VerifyDifferencesAreRetriedOnceMemberChangesStop) {
+  start();
+  dir->intfStatusIs(pc1)->memberIs(e1);
+  ocsd->portToLagIs(e1, pc2);  // a difference, until the next change of Port-Channel1
+  helper->calls.clear();
+  ocsd->verifyData()->requestIdInc();
+  EXPECT_EQ(ocsd->verifyData()->output("LagSm").size(), 3u);
+  EXPECT_TRUE(sm->verifyRetryPending());
+  loop.advance(0.6);
+  dir->intfStatus(pc1)->memberIs(e2);  // heals portToLag, and renews the retry
+  loop.advance(0.6);
+  EXPECT_EQ(ocsd->verifyData()->output("LagSm").size(), 3u);
+  EXPECT_EQ(std::count(helper->calls.begin(), helper->calls.end(), "retry verify"), 0);
+  loop.advance(0.5);
+  EXPECT_TRUE(ocsd->verifyData()->output("LagSm").empty());
+  EXPECT_EQ(std::count(helper->calls.begin(), helper->calls.end(), "retry verify"), 1);
+  EXPECT_FALSE(sm->verifyRetryPending());
+  // A clean run leaves nothing to retry, and changes then renew nothing.
+  ocsd->verifyData()->requestIdInc();
+  dir->intfStatus(pc1)->memberIs(e3);
+  loop.advance(5);
+  EXPECT_EQ(std::count(helper->calls.begin(), helper->calls.end(), "retry verify"), 1);
 }
 
 TEST_F(LagSmTest, MissingHardwareInputsAreABrokenInvariant) {
