@@ -106,13 +106,14 @@ void lagsJson(JsonWriter& w, const std::set<Nexo::IntfId>& lags, const Orb::OrbC
 
 // The topologies of `show spanning-tree json`: id, whether the state took
 // effect, the VLANs still waited for, the topology's VLANs and port states.
-void topologiesJson(JsonWriter& w, const Bridging::Topology::Config& config, const Bridging::Topology::Status& status,
-                    const Orb::VlanTopoHelper& topoHelper) {
+void topologiesJson(JsonWriter& w, const std::vector<std::string>& names, const Bridging::Topology::Config& config,
+                    const Bridging::Topology::Status& status, const Orb::VlanTopoHelper& topoHelper) {
   w.SetFormatOptions(rapidjson::kFormatSingleLineArray);
   w.StartObject();
   w.Key("topologies");
   w.StartObject();
-  for (const auto& [name, inst] : status.topoInstStatus()) {
+  for (const auto& name : names) {
+    const auto& inst = status.topoInstStatus(name);
     w.Key(name.c_str());
     w.StartObject();
     w.Key("id");
@@ -255,6 +256,8 @@ void Agent::registerStpCommands() {
                    [config](const Args& args, std::ostream&) {
                      expectArgs(args, 1, 1, "no spanning-tree topology NAME");
                      if (!config->topoConfigHas(args[0])) throw CommandError("no topology '" + args[0] + "'");
+                     if (args[0] == DefaultTopology::name)
+                       throw CommandError("the default topology holds every VLAN no other topology has; it stays");
                      std::vector<Bridging::VlanId> mapped;
                      for (const auto& [vlanId, name] : config->vidToTopoMap()) {
                        if (name == args[0]) mapped.push_back(vlanId);
@@ -305,30 +308,38 @@ void Agent::registerStpCommands() {
                        throw CommandError("usage: hardware mode normal|tap-agg");
                      }
                    });
-  shell_.commandIs(
-      "show spanning-tree", "[json]", "topologies, their VLANs and port states, and whether they took effect",
-      [this, config, status](Args args, std::ostream& out) {
-        bool json = takeJsonFlag(args);
-        expectArgs(args, 0, 0, "show spanning-tree [json]");
-        if (json) {
-          printJson(out, [&](JsonWriter& w) { topologiesJson(w, *config, *status, *topoHelper_); });
-          return;
-        }
-        for (const auto& [name, inst] : status->topoInstStatus()) {
-          const auto& pending = topoHelper_->topoPendingVlans(name);
-          out << fmt::format("Topology {}  id {}  {}\n", name, inst.topoId,
-                             inst.stateSet ? "state set" : fmt::format("pending ({} vlans)", pending.size()));
-          const auto& vlans = topoHelper_->mappedVlan(name).vlan;
-          out << "  vlans: " << vlans.size();
-          if (!vlans.empty()) out << " (" << vlans.begin()->value() << "-" << vlans.rbegin()->value() << ")";
-          out << "\n";
-          if (auto topo = config->topoConfig(name)) {
-            for (const auto& [port, state] : topo->intfState()) {
-              out << fmt::format("  {:<16} {}\n", port.stringValue(), stateName(state));
-            }
-          }
-        }
-      });
+  shell_.commandIs("show spanning-tree", "[NAME] [json]",
+                   "topologies (or one), their VLANs and port states, and whether they took effect",
+                   [this, config, status](Args args, std::ostream& out) {
+                     bool json = takeJsonFlag(args);
+                     expectArgs(args, 0, 1, "show spanning-tree [NAME] [json]");
+                     std::vector<std::string> names;
+                     for (const auto& [name, inst] : status->topoInstStatus()) {
+                       if (args.empty() || args[0] == name) names.push_back(name);
+                     }
+                     if (!args.empty() && names.empty()) throw CommandError("no topology '" + args[0] + "'");
+                     if (json) {
+                       printJson(out, [&](JsonWriter& w) { topologiesJson(w, names, *config, *status, *topoHelper_); });
+                       return;
+                     }
+                     for (const auto& name : names) {
+                       const auto& inst = status->topoInstStatus(name);
+                       const auto& pending = topoHelper_->topoPendingVlans(name);
+                       out << fmt::format(
+                           "Topology {}  id {}  {}\n", name, inst.topoId,
+                           inst.stateSet ? "state set" : fmt::format("pending ({} vlans)", pending.size()));
+                       const auto& vlans = topoHelper_->mappedVlan(name).vlan;
+                       out << "  vlans: " << vlans.size();
+                       if (!vlans.empty())
+                         out << " (" << vlans.begin()->value() << "-" << vlans.rbegin()->value() << ")";
+                       out << "\n";
+                       if (auto topo = config->topoConfig(name)) {
+                         for (const auto& [port, state] : topo->intfState()) {
+                           out << fmt::format("  {:<16} {}\n", port.stringValue(), stateName(state));
+                         }
+                       }
+                     }
+                   });
 }
 
 }  // namespace Agent

@@ -55,10 +55,10 @@ TEST(StpCommands, TopologyStateTakesEffectWithTheVlanAcks) {
   run(agent, "chip vlan ack-delay 1");
   run(agent, "spanning-tree topology MST1 vlans 10-12");
   run(agent, "spanning-tree MST1 Ethernet1 blocking");
-  EXPECT_NE(run(agent, "show spanning-tree").find("pending (3 vlans)"), std::string::npos);
+  EXPECT_NE(run(agent, "show spanning-tree MST1").find("pending (3 vlans)"), std::string::npos);
   run(agent, "advance 1");
-  std::string shown = run(agent, "show spanning-tree");
-  EXPECT_NE(shown.find("Topology MST1  id 0  state set"), std::string::npos) << shown;
+  std::string shown = run(agent, "show spanning-tree MST1");
+  EXPECT_NE(shown.find("Topology MST1  id 1  state set"), std::string::npos) << shown;
   EXPECT_NE(shown.find("Ethernet1        blocking"), std::string::npos) << shown;
   EXPECT_EQ(error(agent, "spanning-tree MST9 Ethernet1 blocking"), "no topology 'MST9'");
   EXPECT_NE(error(agent, "spanning-tree MST1 Ethernet1 sleeping").find("port state is"), std::string::npos);
@@ -67,14 +67,34 @@ TEST(StpCommands, TopologyStateTakesEffectWithTheVlanAcks) {
 
 TEST(StpCommands, ShowSpanningTreeJsonIsOneDocument) {
   Agent::Agent agent(Agent::Options{});
-  EXPECT_EQ(run(agent, "show spanning-tree json"), "{\n  \"topologies\": {}\n}\n");
   run(agent, "spanning-tree topology MST1 vlans 10");
   run(agent, "spanning-tree MST1 Ethernet2 learning");
-  EXPECT_EQ(run(agent, "show spanning-tree json"),
-            "{\n  \"topologies\": {\n    \"MST1\": {\n      \"id\": 0,\n      \"stateSet\": true,\n"
+  EXPECT_EQ(run(agent, "show spanning-tree MST1 json"),
+            "{\n  \"topologies\": {\n    \"MST1\": {\n      \"id\": 1,\n      \"stateSet\": true,\n"
             "      \"pendingVlans\": [],\n      \"vlans\": [10],\n      \"ports\": {\n"
             "        \"Ethernet2\": \"learning\"\n      }\n    }\n  }\n}\n");
-  EXPECT_EQ(error(agent, "show spanning-tree MST1 json"), "usage: show spanning-tree [json]");
+  EXPECT_NE(run(agent, "show spanning-tree json").find("\"Default\": {"), std::string::npos);
+  EXPECT_EQ(error(agent, "show spanning-tree MST9 json"), "no topology 'MST9'");
+  EXPECT_EQ(error(agent, "show spanning-tree MST1 extra json"), "usage: show spanning-tree [NAME] [json]");
+}
+
+// Every VLAN no other topology claims, and every port of the switch, are in
+// the default topology, forwarding; it cannot be removed.
+TEST(StpCommands, DefaultTopologyHoldsEveryOtherVlanAndEveryPort) {
+  Agent::Agent agent(Agent::Options{});
+  std::string shown = run(agent, "show spanning-tree Default");
+  EXPECT_NE(shown.find("Topology Default  id 0  state set\n  vlans: 4094 (1-4094)"), std::string::npos) << shown;
+  EXPECT_NE(shown.find("Ethernet48       forwarding"), std::string::npos) << shown;
+  run(agent, "spanning-tree topology MST1 vlans 10-19");
+  EXPECT_NE(run(agent, "show spanning-tree Default").find("vlans: 4084"), std::string::npos);
+  run(agent, "no spanning-tree topology MST1");
+  EXPECT_NE(run(agent, "show spanning-tree Default").find("vlans: 4094"), std::string::npos);
+  run(agent, "port-channel 3 members Ethernet7");
+  EXPECT_NE(run(agent, "show spanning-tree Default").find("Port-Channel3    forwarding"), std::string::npos);
+  run(agent, "no port-channel 3");
+  EXPECT_EQ(run(agent, "show spanning-tree Default").find("Port-Channel3"), std::string::npos);
+  EXPECT_EQ(error(agent, "no spanning-tree topology Default"),
+            "the default topology holds every VLAN no other topology has; it stays");
 }
 
 }  // namespace
