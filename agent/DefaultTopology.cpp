@@ -16,6 +16,7 @@ class DefaultTopology::OcsdReactor : public Orb::OrbCommonSmData::Notifiee {
  public:
   OcsdReactor(DefaultTopology* owner, const Vex::Ptr<Orb::OrbCommonSmData>& ocsd) : Notifiee(ocsd), owner_(owner) {}
   void handleIntf(const Nexo::IntfId& intf) override { owner_->handleIntf(intf); }
+  void handleCpuIntf(const Nexo::IntfId& intf) override { owner_->handleIntf(intf); }
 
  private:
   DefaultTopology* owner_;
@@ -29,6 +30,7 @@ DefaultTopology::DefaultTopology(const Vex::Ptr<Bridging::Topology::Config>& con
   topo_ = config_->topoConfigIs(name);
   for (std::uint32_t v = 1; v <= 4094; ++v) handleVidToTopoMap(Bridging::VlanId(v));
   for (const auto& [intf, known] : ocsd_->intf()) handleIntf(intf);
+  for (const auto& [intf, known] : ocsd_->cpuIntf()) handleIntf(intf);
   configReactor_ = std::make_unique<ConfigReactor>(this, config_);
   ocsdReactor_ = std::make_unique<OcsdReactor>(this, ocsd_);
 }
@@ -40,8 +42,10 @@ void DefaultTopology::handleVidToTopoMap(Bridging::VlanId vlanId) {
 }
 
 void DefaultTopology::handleIntf(const Nexo::IntfId& intf) {
-  if (!(intf.isEthernet() || intf.isLag()) || intf.isSubIntf()) return;
-  if (!ocsd_->intfHas(intf)) {
+  // Sub-interfaces and VLAN interfaces are not VLAN members; the CPU port
+  // is, and, running no spanning tree, always forwards.
+  if (intf.isSubIntf() || intf.isVlan()) return;
+  if (!ocsd_->intfHas(intf) && !ocsd_->cpuIntfHas(intf)) {
     topo_->intfStateDel(intf);
   } else if (!topo_->intfStateHas(intf)) {
     topo_->intfStateIs(intf, Bridging::Topology::PortState::portStateForwarding);
