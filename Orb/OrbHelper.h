@@ -63,7 +63,7 @@ class OrbHelperMacAddrSm : public Orb::OrbBaseHelper {
   virtual void flushAll() { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, flushAll); }
   virtual void removeLag(const Nexo::IntfId&) { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, removeLag); }
   virtual void configureAgingTime(std::uint32_t) { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, configureAgingTime); }
-  virtual void configureSourceCheckCPUMac(bool) {}
+  virtual void configureSourceCheckCPUMac(bool) { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, configureSourceCheckCPUMac); }
   virtual void configureSourceMacInvalid(bool) {}
   virtual void enableLearning(const Nexo::IntfId&, bool) { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, enableLearning); }
   virtual void enableLearningOnVlan(Bridging::VlanId, bool) {}
@@ -71,7 +71,9 @@ class OrbHelperMacAddrSm : public Orb::OrbBaseHelper {
   virtual void showL2TableAll(unsigned) { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, showL2TableAll); }
   virtual void handleVerify() { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, handleVerify); }
   virtual void verifyLearning(const Nexo::IntfId&, bool) { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, verifyLearning); }
-  virtual void verifyLearningOnVlan(Bridging::VlanId, bool) {}
+  virtual void verifyLearningOnVlan(Bridging::VlanId, bool) {
+    ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, verifyLearningOnVlan);
+  }
   virtual void verifyRemoteHost(const MacVlanPair&, std::uint64_t) {
     ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, verifyRemoteHost);
   }

@@ -147,6 +147,9 @@ void LagSm::handleLagStatus(const IntfId& lag) {
   if (status) {
     auto& reactor = vexStatus_[lag];
     if (!reactor || reactor->notifier() != status) reactor = std::make_unique<VexStatus>(this, status);
+    // The LAG is an interface of the switch like any port: VLANs and other
+    // features take it once the shared context knows it.
+    ocsd()->intfIs(lag, true);
     handleIntf(lag);
     handleDeviceName(lag);
     return;
@@ -158,14 +161,17 @@ void LagSm::handleLagStatus(const IntfId& lag) {
     return;
   }
   doCleanupLag(lag);
+  ocsd()->intfDel(lag);
   BLIP(trace(), 5, "Removing deviceName input for {}", lag.stringValue());
   lagInputIntfDeviceNameDir_->deviceNameDel(lag);
 }
 
 void LagSm::handleIntf(const IntfId& lag, const IntfId& member) {
-  if (!isIntfManaged(member)) return;
+  // The MLAG peer's ports carry the LAG on the peer switch, not here.
+  if (member.isPeerEthernet() || !isIntfManaged(member)) return;
   auto status = ethLagIntfStatusDir_->intfStatus(lag);
   doUpdateMember(lag, member, status && status->member(member));
+  if (verifyRetry_.pending()) doRequestVerify();
 }
 
 void LagSm::handleIntf(const IntfId& lag) {
@@ -216,9 +222,18 @@ void LagSm::doUpdatePortList(const IntfId& lag, const OrbLagPortList& list) {
 
 void LagSm::doScrubMember(const IntfId& lag, const IntfId& member) {
   const IntfId& other = ocsd()->portToLag(member);
-  if (other.empty() || other == lag || !vexStatus_.count(other)) return;
-  BLIP(trace(), 3, "{} duplicate lag found {} for {}", lag.stringValue(), other.stringValue(), member.stringValue());
+  if (other.empty() || other == lag) return;
   IntfId previous = other;  // doUpdateMember rewrites portToLag
+  if (vexStatus_.count(previous)) {
+    BLIP(trace(), 3, "{} duplicate lag found {} for {}", lag.stringValue(), previous.stringValue(),
+         member.stringValue());
+  } else {
+    // A LAG kept across a restart has no status to say the port left it, so
+    // it must give the port up here: a port is in one LAG only, in the
+    // shared maps as in hardware.
+    if (!ocsd()->lagToPort(previous).ports.count(member)) return;
+    BLIP(trace(), 3, "{} takes {} from kept lag {}", lag.stringValue(), member.stringValue(), previous.stringValue());
+  }
   doUpdateMember(previous, member, false);
 }
 
@@ -328,6 +343,24 @@ void LagSm::handleMlagFastMacRedirection() {
 
 void LagSm::handleVerify(VerifyReport& report) {
   orbHelper_->handleVerify();
+  compareLagTables(report);
+  verifyRetry_.pendingIs(!report.lines().empty());
+}
+
+void LagSm::doRequestVerify() {
+  BLIP(trace(), 7, "LagSm::doRequestVerify renews the pending retry");
+  verifyRetry_.renew();
+}
+
+void LagSm::handleRetryVerify() {
+  BLIP(trace(), 5, "LagSm::handleRetryVerify");
+  orbHelper_->handleRetryVerify();
+  VerifyReport report;
+  compareLagTables(report);
+  if (auto verifyData = ocsd()->verifyData()) verifyData->outputIs(verifyName(), report.lines());
+}
+
+void LagSm::compareLagTables(VerifyReport& report) {
   for (const auto& [lag, status] : ethLagIntfStatusDir_->intfStatus()) {
     std::string name = lag.stringValue();
     bool anyManaged = false;

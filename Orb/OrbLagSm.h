@@ -4,13 +4,17 @@
 // the MLAG peer link's members while its peer still carries it.
 //
 // A port belongs to one LAG only: the LAG that claims it last wins, and the
-// port leaves its old LAG before the new LAG's list is applied.
+// port leaves its old LAG before the new LAG's list is applied. That holds
+// for a LAG kept across an agent restart (`disableCleanupOnRestart`) too:
+// though its status is gone, it gives up a port another LAG claims, and is
+// destroyed once it has none left.
 #pragma once
 
 #include "Orb/OrbBaseHelper.h"
 #include "Orb/OrbCommon.h"
 #include "Orb/OrbHelper.h"
 #include "Orb/OrbVerify.h"
+#include "Orb/OrbVerifyRetry.h"
 #include "platform/hive/Hive.h"
 #include "platform/model/LagStatus.h"
 #include "platform/model/MlagStatus.h"
@@ -60,13 +64,23 @@ class LagSm : public OrbBaseSm, public Verifiable {
   void handleMlagFastMacRedirection();
 
   std::string verifyName() const override { return "LagSm"; }
+  // A run that finds differences is repeated (handleRetryVerify) once the
+  // LAGs stop changing; every member change renews it (doRequestVerify).
   void handleVerify(VerifyReport& report) override;
+  void handleRetryVerify();
+  void doRequestVerify();
+  bool verifyRetryPending() const { return verifyRetry_.pending(); }
+  Vex::Seconds verifyRetryInterval() const { return verifyRetry_.interval(); }
+  void verifyRetryIntervalIs(Vex::Seconds seconds) { verifyRetry_.intervalIs(seconds); }
 
  private:
   class VexStatus;
   class DirReactor;
   class MlagReactor;
   class OcsdReactor;
+
+  // The comparison of a verification run, without the chip layer's part.
+  void compareLagTables(VerifyReport& report);
 
   Vex::Ptr<OrbHelper::OrbHelperLagSm> orbHelper_;
   Vex::Ptr<Interface::EthLagIntfStatusDir> ethLagIntfStatusDir_;
@@ -82,6 +96,7 @@ class LagSm : public OrbBaseSm, public Verifiable {
   std::unique_ptr<DirReactor> dirReactor_;
   std::unique_ptr<MlagReactor> mlagReactor_;
   std::unique_ptr<OcsdReactor> ocsdReactor_;
+  VerifyRetry verifyRetry_{[this] { handleRetryVerify(); }};
 };
 
 Vex::Ptr<LagSm> lagSmFactory(const Vex::Ptr<OrbCommonSmData>& ocsd,

@@ -80,6 +80,20 @@ const MappedVlan& VlanTopoHelper::mappedVlan(const std::string& topoName) const 
   return it == topoToVlanMap_.end() ? Vex::emptyValue<MappedVlan>() : it->second;
 }
 
+const std::map<IntfId, PortState>& VlanTopoHelper::topoPortState(const std::string& topoName) const {
+  auto it = topoPortState_.find(topoName);
+  return it == topoPortState_.end() ? Vex::emptyValue<std::map<IntfId, PortState>>() : it->second;
+}
+
+std::set<VlanId> VlanTopoHelper::knownVlans() const {
+  std::set<VlanId> vlans;
+  if (!vlanHelper_) return vlans;
+  for (const auto& [vlanId, cache] : vlanHelper_->vlanCache()) {
+    if (!cache->add().empty()) vlans.insert(vlanId);
+  }
+  return vlans;
+}
+
 const std::map<VlanId, std::uint64_t>& VlanTopoHelper::topoPendingVlans(const std::string& topoName) const {
   auto it = topoPendingVlans_.find(topoName);
   return it == topoPendingVlans_.end() ? Vex::emptyValue<std::map<VlanId, std::uint64_t>>() : it->second;
@@ -131,15 +145,49 @@ void VlanTopoHelper::addVlanToTopo(const std::string& topoName, std::uint16_t vl
 void VlanTopoHelper::delVlanFromTopo(const std::string& topoName, std::uint16_t vlan) {
   VlanId vlanId(vlan);
   topoToVlanMap_[topoName].vlanDel(vlanId);
+  // Out of the topology, the VLAN's ports are no longer held by its states.
+  if (vlanHelper_) {
+    for (const auto& [intf, state] : topoPortState_[topoName]) {
+      if (!isForwarding(state)) vlanHelper_->doHandlePortState(intf, vlanId, true);
+    }
+  }
   auto pending = topoPendingVlans_.find(topoName);
   if (pending == topoPendingVlans_.end() || !pending->second.erase(vlanId)) return;
   // The topology no longer waits for a VLAN it does not have.
   if (pending->second.empty() && stpSm()) setStpStateDoneTopoName(topoName);
 }
 
+void VlanTopoHelper::topoPortStateDel(const std::string& topoName, const IntfId& intf) {
+  auto states = topoPortState_.find(topoName);
+  if (states == topoPortState_.end()) return;
+  auto it = states->second.find(intf);
+  if (it == states->second.end()) return;
+  bool blocked = !isForwarding(it->second);
+  states->second.erase(it);
+  BLIP(trace(), 5, "topo {} forgets state of {}", topoName, intf.stringValue());
+  if (!blocked || !vlanHelper_) return;
+  auto& pending = topoPendingVlans_[topoName];
+  bool scheduled = false;
+  for (VlanId vlanId : mappedVlan(topoName).vlan) {
+    std::uint64_t genId = vlanHelper_->doHandlePortState(intf, vlanId, true);
+    if (!genId) continue;
+    pending[vlanId] = genId;
+    scheduled = true;
+  }
+  if (scheduled && stpSm()) stpSm()->setStpStatePendingTopoName(topoName);
+}
+
+void VlanTopoHelper::topoStateDelAll(const std::string& topoName) {
+  topoPortState_.erase(topoName);
+  topoPendingVlans_.erase(topoName);
+  topoToVlanMap_.erase(topoName);
+}
+
 void VlanTopoHelper::completedVlanUpdateStatusIs(const Vex::Ptr<VlanHwUpdateStatus::Status>& status) {
   completedVlanUpdateStatus_[status->vlanId()] = status;
   handleVlanUpdateCompletion(status->vlanId(), status->genId());
+  // A VLAN programmed for the first time may be one the tap topology lacks.
+  if (stpSm()) stpSm()->handleVlanKnown(status->vlanId());
 }
 
 void VlanTopoHelper::completedVlanUpdateStatusDel(VlanId vlanId) { completedVlanUpdateStatus_.erase(vlanId); }
@@ -231,7 +279,10 @@ void TopoSm::handleInitialized() {
 
 void TopoSm::handleTopoPortChange(const IntfId& intf) {
   if (!config_->intfStateHas(intf)) {
-    if (topoPortSm_.erase(intf)) BLIP(trace(), 5, "Deleting topoPortSm for {} in {}", intf.stringValue(), name_);
+    if (topoPortSm_.erase(intf)) {
+      BLIP(trace(), 5, "Deleting topoPortSm for {} in {}", intf.stringValue(), name_);
+      releasePort(intf);
+    }
     return;
   }
   auto& port = topoPortSm_[intf];
@@ -247,16 +298,29 @@ void TopoSm::doSetStpState(const IntfId& port, PortState state) {
     BLIP(trace(), 5, "TopoSm::doSetStpState port {} part of a LAG, not updating", port.stringValue());
     return;
   }
-  if (port.isLag()) {
+  // A LAG is what the shared context has a member list for; a Port-Channel
+  // without one is a port like any other.
+  if (ocsd()->lagToPortHas(port)) {
     const auto& members = ocsd()->lagToPort(port).ports;
     if (members.empty()) BLIP(trace(), 5, "TopoSm::doSetStpState lag {} none ", port.stringValue());
     for (const auto& [member, lagPort] : members) {
       BLIP(trace(), 6, "TopoSm::doSetStpState lag {} member {}", port.stringValue(), member.stringValue());
       topoHelper().setStpState(topoId_, name_, member, state);
     }
+  } else {
+    topoHelper().setStpState(topoId_, name_, port, state);
+  }
+  if (stpSm_->verifyRetryPending()) stpSm_->doRequestVerify();
+}
+
+void TopoSm::releasePort(const IntfId& port) {
+  auto* vlanBased = dynamic_cast<VlanTopoHelper*>(&topoHelper());
+  if (!vlanBased || ocsd()->portToLagHas(port)) return;
+  if (ocsd()->lagToPortHas(port)) {
+    for (const auto& [member, lagPort] : ocsd()->lagToPort(port).ports) vlanBased->topoPortStateDel(name_, member);
     return;
   }
-  topoHelper().setStpState(topoId_, name_, port, state);
+  vlanBased->topoPortStateDel(name_, port);
 }
 
 void TopoSm::handlePortToLag(const IntfId& port) {
@@ -273,7 +337,10 @@ void TopoSm::handlePortToLag(const IntfId& port) {
   if (config_->intfStateHas(port)) {
     BLIP(trace(), 5, "{} leaving lag", port.stringValue());
     topoHelper().setStpState(topoId_, name_, port, config_->intfState(port));
+    return;
   }
+  // Out of its LAG, the port has no state of its own in this topology.
+  if (auto* vlanBased = dynamic_cast<VlanTopoHelper*>(&topoHelper())) vlanBased->topoPortStateDel(name_, port);
 }
 
 void TopoSm::handleFdbFlush(const IntfId& port) {
@@ -319,11 +386,13 @@ StpSm::StpSm(const Vex::Ptr<OrbCommonSmData>& ocsd, const Vex::Ptr<Bridging::Top
   topoHelper_->stpSmIs(this);
   configReactor_ = std::make_unique<ConfigReactor>(this, topoConfig_);
   ocsdReactor_ = std::make_unique<OcsdReactor>(this, ocsd);
+  if (auto verify = ocsd->verifySm()) verify->verifiableIs(this);
   initializedIs(true);
 }
 
 StpSm::~StpSm() {
   vexDoZombieReactors(true);
+  if (ocsd() && ocsd()->verifySm()) ocsd()->verifySm()->verifiableDel(this);
   configReactor_.reset();
   ocsdReactor_.reset();
   topoSm_.clear();
@@ -396,6 +465,7 @@ void StpSm::deleteTopo(const std::string& name) {
   }
   topoToVlanMap_.erase(name);
   topoSm_.erase(it);
+  if (auto* vlanBased = dynamic_cast<VlanTopoHelper*>(topoHelper_.get())) vlanBased->topoStateDelAll(name);
   topoHelper_->freeTopo(name);
   usedTopoIds_.erase(topoId);
   topoStatus_->topoInstStatusDel(name);
@@ -479,6 +549,9 @@ void StpSm::configureTapAgg() {
   statusIs(tapAggTopoName, tapAggTopoId_, true);
   BLIP(trace(), 5, "configure all vlan into TapAggTopo");
   for (const auto& [vlanId, name] : topoConfig_->vidToTopoMap()) handleVidToTopoMap(vlanId);
+  if (auto* vlanBased = dynamic_cast<VlanTopoHelper*>(topoHelper_.get())) {
+    for (VlanId vlanId : vlanBased->knownVlans()) handleVlanKnown(vlanId);
+  }
   for (const auto& intf : tapAggIntf_) {
     BLIP(trace(), 5, "{} is in tap/tool mode so it's perma-forwarding", intf.stringValue());
     topoHelper_->setStpState(tapAggTopoId_, tapAggTopoName, intf, PortState::portStateForwarding);
@@ -490,10 +563,65 @@ void StpSm::cleanupTapAgg() {
   for (VlanId vlanId : topoToVlanMap_[tapAggTopoName].vlan)
     topoHelper_->delVlanFromTopo(tapAggTopoName, vlanId.value());
   topoToVlanMap_.erase(tapAggTopoName);
+  if (auto* vlanBased = dynamic_cast<VlanTopoHelper*>(topoHelper_.get())) vlanBased->topoStateDelAll(tapAggTopoName);
   topoHelper_->freeTopo(tapAggTopoName);
   usedTopoIds_.erase(tapAggTopoId_);
   tapAggTopoId_ = -1;
   topoStatus_->topoInstStatusDel(tapAggTopoName);
+}
+
+void StpSm::handleVlanKnown(VlanId vlanId) {
+  if (!tapMode() || topoToVlanMap_[tapAggTopoName].vlan.count(vlanId)) return;
+  BLIP(trace(), 5, "vlan {} is not in a topo. Add to TapAggTopo", vlanId.value());
+  topoHelper_->addVlanToTopo(tapAggTopoName, vlanId.value());
+  topoToVlanMap_[tapAggTopoName].vlanIs(vlanId);
+}
+
+// --- verification ---
+
+void StpSm::handleVerify(VerifyReport& report) {
+  topoHelper_->verify();
+  compareTopologies(report);
+  verifyRetry_.pendingIs(!report.lines().empty());
+}
+
+void StpSm::doRequestVerify() {
+  BLIP(trace(), 7, "StpSm::doRequestVerify renews the pending retry");
+  verifyRetry_.renew();
+}
+
+void StpSm::handleRetryVerify() {
+  BLIP(trace(), 5, "StpSm::handleRetryVerify");
+  VerifyReport report;
+  compareTopologies(report);
+  if (auto verifyData = ocsd()->verifyData()) verifyData->outputIs(verifyName(), report.lines());
+}
+
+void StpSm::compareTopologies(VerifyReport& report) {
+  auto* vlanBased = dynamic_cast<VlanTopoHelper*>(topoHelper_.get());
+  if (!vlanBased || !vlanBased->vlanHelper()) return;
+  const auto& vlanHelper = *vlanBased->vlanHelper();
+  for (const auto& [name, inst] : topoStatus_->topoInstStatus()) {
+    std::size_t waiting = vlanBased->topoPendingVlans(name).size();
+    if (inst.stateSet == (waiting != 0)) {
+      report.mismatch(fmt::format("Topo {} state set: {} while waiting for {} vlans\n", name, inst.stateSet, waiting));
+    }
+    for (const auto& [port, state] : vlanBased->topoPortState(name)) {
+      auto inHardware = vlanHelper.portVlanMembership(port);
+      for (VlanId vlanId : vlanBased->mappedVlan(name).vlan) {
+        bool member = inHardware && (inHardware->taggedVlan(vlanId) || inHardware->untaggedVlan(vlanId));
+        auto cache = vlanHelper.vlanCache(vlanId);
+        bool configured = cache && cache->addHas(port);
+        if (!isForwarding(state) && member) {
+          report.mismatch(fmt::format("Topo {}, port {} is {} but in hardware of vlan {}\n", name, port.stringValue(),
+                                      Vex::valueToStrep(state), vlanId.value()));
+        } else if (isForwarding(state) && configured && !member) {
+          report.mismatch(fmt::format("Topo {}, port {} is {} but missing in hardware of vlan {}\n", name,
+                                      port.stringValue(), Vex::valueToStrep(state), vlanId.value()));
+        }
+      }
+    }
+  }
 }
 
 void StpSm::handleBpduTrapping() { unimplementedOperation("StpSm", "handleBpduTrapping"); }

@@ -12,12 +12,19 @@
 // LAG members follow their LAG: a member's own state is ignored, and the
 // LAG's state is applied to every member.
 //
+// Spanning tree holds a port out of a VLAN only while a topology gives it a
+// blocking state: a port that leaves its topology, and the ports of a VLAN
+// that leaves its topology or of a topology that goes, forward again. A
+// topology created again starts from the states it is given now.
+//
 // In tap-aggregation mode there is no spanning tree: every VLAN goes into
 // one tap topology ("TapAggTopo") and tap/tool ports forward permanently.
 #pragma once
 
 #include "Orb/OrbBaseHelper.h"
 #include "Orb/OrbCommon.h"
+#include "Orb/OrbVerify.h"
+#include "Orb/OrbVerifyRetry.h"
 #include "Orb/OrbVlanHelper.h"
 #include "platform/model/Topology.h"
 
@@ -78,11 +85,21 @@ class VlanTopoHelper : public TopoHelper {
   void addVlanToTopo(const std::string& topoName, std::uint16_t vlan) override;
   void delVlanFromTopo(const std::string& topoName, std::uint16_t vlan) override;
 
+  // The topology no longer gives the port a state: a port it blocked
+  // forwards again in the topology's VLANs.
+  void topoPortStateDel(const std::string& topoName, const IntfId& intf);
+  // The topology is gone: forget its ports' states and what it waited for.
+  void topoStateDelAll(const std::string& topoName);
+
   virtual void handleVlanUpdateCompletion(VlanId vlanId, std::uint64_t genId);
   virtual void completedVlanUpdateStatusDel(VlanId vlanId);
   virtual void completedVlanUpdateStatusIs(const Vex::Ptr<VlanHwUpdateStatus::Status>& status);
 
   const MappedVlan& mappedVlan(const std::string& topoName) const;
+  // The state last applied to each port of the topology.
+  const std::map<IntfId, PortState>& topoPortState(const std::string& topoName) const;
+  // The VLANs the switch has members configured in.
+  std::set<VlanId> knownVlans() const;
   // VLAN to the generation the topology waits for.
   const std::map<VlanId, std::uint64_t>& topoPendingVlans(const std::string& topoName) const;
   const std::map<VlanId, Vex::Ptr<VlanHwUpdateStatus::Status>>& completedVlanUpdateStatus() const {
@@ -144,6 +161,9 @@ class TopoSm : public OrbBaseSm {
   class ConfigReactor;
   class OcsdReactor;
 
+  // The port (a LAG: its members) has no state in this topology any more.
+  void releasePort(const IntfId& port);
+
   StpSm* stpSm_;
   std::string name_;
   std::int32_t topoId_;
@@ -153,7 +173,7 @@ class TopoSm : public OrbBaseSm {
   std::unique_ptr<OcsdReactor> ocsdReactor_;
 };
 
-class StpSm : public OrbBaseSm {
+class StpSm : public OrbBaseSm, public Verifiable {
  public:
   static constexpr const char* tapAggTopoName = "TapAggTopo";
 
@@ -183,6 +203,18 @@ class StpSm : public OrbBaseSm {
   // A port in tap/tool mode: it forwards in the tap topology, always.
   void tapAggIntfIs(const IntfId& intf, bool tap);
 
+  // A VLAN the switch has: in tap/tool mode it goes into the tap topology.
+  void handleVlanKnown(VlanId vlanId);
+
+  std::string verifyName() const override { return "StpSm"; }
+  // Compares the topologies' states with what hardware holds. A run that
+  // finds differences is repeated (handleRetryVerify) once the states stop
+  // changing; every state applied renews it (doRequestVerify).
+  void handleVerify(VerifyReport& report) override;
+  void handleRetryVerify();
+  void doRequestVerify();
+  bool verifyRetryPending() const { return verifyRetry_.pending(); }
+
   // A topology's state request started, or took effect.
   void setStpStatePendingTopoName(const std::string& name);
   void setStpStateDoneTopoName(const std::string& name);
@@ -201,6 +233,7 @@ class StpSm : public OrbBaseSm {
   void configureTapAgg();
   void cleanupTapAgg();
   void statusIs(const std::string& name, std::int32_t topoId, bool stateSet);
+  void compareTopologies(VerifyReport& report);
 
   Vex::Ptr<Bridging::Topology::Config> topoConfig_;
   Vex::Ptr<Bridging::Topology::Status> topoStatus_;
@@ -214,6 +247,7 @@ class StpSm : public OrbBaseSm {
   std::int32_t tapAggTopoId_ = -1;
   std::unique_ptr<ConfigReactor> configReactor_;
   std::unique_ptr<OcsdReactor> ocsdReactor_;
+  VerifyRetry verifyRetry_{[this] { handleRetryVerify(); }};
 };
 
 Vex::Ptr<StpSm> stpSmFactory(const Vex::Ptr<OrbCommonSmData>& ocsd,

@@ -3,11 +3,14 @@
 
 #include "platform/blip/Blip.h"
 
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace Orb {
 
 class OrbCommonSmData;
+struct BlipLevels;
 
 // The trace handle of a module ("OrbVlanHelper").
 Blip::Handle& orbTraceHandle(const std::string& module);
@@ -25,5 +28,14 @@ void initializeOrbL3BlipHandle(Blip::Handle*& handle, const std::string& name, s
 void initializeOrbL3BlipHandleUniqueName(Blip::Handle*& handle, const std::string& name, std::size_t size, bool flag);
 // The file name the unique variant uses.
 std::string orbL3BlipUniqueName(const std::string& name);
+
+// The level the layer-3 machine of a module writes at, as `levels` (the
+// shared context's `blipLevels`) gives it: "OrbSubIntfSm" takes
+// `orbSubIntfSm`, and a per-process handle ("OrbArpSm-Orb-Agent") its
+// machine's level. None for a module that is not a layer-3 machine.
+std::optional<unsigned> orbL3BlipLevel(const BlipLevels& levels, std::string_view module);
+// Every open layer-3 handle takes its level from the shared context; other
+// handles keep theirs.
+void orbL3BlipLevelsIs(const OrbCommonSmData& ocsd);
 
 }  // namespace Orb

@@ -46,6 +46,12 @@ Agent::Agent(const Options& options) {
   topoHelper_ = Vex::make<SoftChip::SoftTopoHelper>(chip_, vlanHelper_);
   stpSm_ = Orb::stpSmFactory(ocsd_, hive_->mount<Bridging::Topology::Config>(Paths::topologyConfig),
                              hive_->mount<Bridging::Topology::Status>(Paths::topologyStatus), topoHelper_);
+  // A port joins a VLAN in hardware only while spanning tree says it
+  // forwards, so that no membership change re-adds a blocked port; the
+  // default topology gives every port of every VLAN its state.
+  vlanHelper_->checkPortStateIs(true);
+  defaultTopology_ =
+      std::make_unique<DefaultTopology>(hive_->mount<Bridging::Topology::Config>(Paths::topologyConfig), ocsd_);
   macStorePath_ = options.macStorePath;
   fdbHelper_ = Vex::make<SoftChip::SoftFdbHelper>(chip_, hive_->mount<OrbTypes::MacTable>(Paths::macTable));
   if (!macStorePath_.empty()) {

@@ -10,6 +10,7 @@
 #include "Orb/OrbStpSm.h"
 #include "Orb/OrbVlanPhyIntfSm.h"
 #include "agent/CommandShell.h"
+#include "agent/DefaultTopology.h"
 #include "chip/softchip/SoftChip.h"
 #include "chip/softchip/SoftFdb.h"
 #include "chip/softchip/SoftLag.h"
@@ -137,6 +138,7 @@ class Agent {
   Vex::Ptr<Orb::LagSm> lagSm_;
   Vex::Ptr<SoftChip::SoftTopoHelper> topoHelper_;
   Vex::Ptr<Orb::StpSm> stpSm_;
+  std::unique_ptr<DefaultTopology> defaultTopology_;
   Vex::Ptr<SoftChip::SoftFdbHelper> fdbHelper_;
   Vex::Ptr<Orb::MacAddrSm> macAddrSm_;
   Vex::Ptr<Orb::NonAgingConfigDirSm> nonAgingSm_;

@@ -2,6 +2,7 @@
 // publishes it, chip knobs, `show port-channel` and `show spanning-tree`.
 #include "agent/Agent.h"
 #include "agent/IntfRange.h"
+#include "agent/JsonOutput.h"
 
 #include <fmt/format.h>
 
@@ -47,6 +48,12 @@ std::string stateName(Orb::PortState state) {
   return "unknown";
 }
 
+std::string intfsText(const std::set<Nexo::IntfId>& intfs) {
+  std::string text;
+  for (const auto& intf : intfs) text += (text.empty() ? "" : " ") + intf.stringValue();
+  return text.empty() ? "-" : text;
+}
+
 std::vector<Bridging::VlanId> vlanRange(const std::string& text) {
   std::vector<Bridging::VlanId> vlans;
   std::size_t start = 0;
@@ -61,6 +68,79 @@ std::vector<Bridging::VlanId> vlanRange(const std::string& text) {
     for (long v = first; v <= last; ++v) vlans.emplace_back(static_cast<std::uint32_t>(v));
   }
   return vlans;
+}
+
+// The LAGs of `show port-channel json`: shared-context members and what the
+// chip holds.
+void lagsJson(JsonWriter& w, const std::set<Nexo::IntfId>& lags, const Orb::OrbCommonSmData& ocsd,
+              const SoftChip::SoftLagHelper& lagHelper, const Orb::LagSm& lagSm) {
+  auto intfArray = [&w](const std::set<Nexo::IntfId>& intfs) {
+    w.StartArray();
+    for (const auto& intf : intfs) w.String(intf.stringValue().c_str());
+    w.EndArray();
+  };
+  w.StartObject();
+  w.Key("cleanupOnRestart");
+  w.Bool(!lagSm.disableCleanupOnRestart());
+  w.Key("lags");
+  w.StartObject();
+  for (const auto& lag : lags) {
+    w.Key(lag.stringValue().c_str());
+    w.StartObject();
+    std::set<Nexo::IntfId> members;
+    for (const auto& [port, state] : ocsd.lagToPort(lag).ports) members.insert(port);
+    w.Key("members");
+    intfArray(members);
+    const auto* hw = lagHelper.table().lag(lag);
+    w.Key("inHardware");
+    w.Bool(hw != nullptr);
+    w.Key("hardwareMembers");
+    intfArray(hw ? hw->members : std::set<Nexo::IntfId>{});
+    w.Key("sharesPeerLink");
+    w.String(hw ? hw->sharedPeerLink.stringValue().c_str() : "");
+    w.EndObject();
+  }
+  w.EndObject();
+  w.EndObject();
+}
+
+// The topologies of `show spanning-tree json`: id, whether the state took
+// effect, the VLANs still waited for, the topology's VLANs and port states.
+void topologiesJson(JsonWriter& w, const std::vector<std::string>& names, const Bridging::Topology::Config& config,
+                    const Bridging::Topology::Status& status, const Orb::VlanTopoHelper& topoHelper) {
+  w.SetFormatOptions(rapidjson::kFormatSingleLineArray);
+  w.StartObject();
+  w.Key("topologies");
+  w.StartObject();
+  for (const auto& name : names) {
+    const auto& inst = status.topoInstStatus(name);
+    w.Key(name.c_str());
+    w.StartObject();
+    w.Key("id");
+    w.Int(inst.topoId);
+    w.Key("stateSet");
+    w.Bool(inst.stateSet);
+    w.Key("pendingVlans");
+    w.StartArray();
+    for (const auto& [vlanId, genId] : topoHelper.topoPendingVlans(name)) w.Uint(vlanId.value());
+    w.EndArray();
+    w.Key("vlans");
+    w.StartArray();
+    for (const auto& vlanId : topoHelper.mappedVlan(name).vlan) w.Uint(vlanId.value());
+    w.EndArray();
+    w.Key("ports");
+    w.StartObject();
+    if (auto topo = config.topoConfig(name)) {
+      for (const auto& [port, state] : topo->intfState()) {
+        w.Key(port.stringValue().c_str());
+        w.String(stateName(state).c_str());
+      }
+    }
+    w.EndObject();
+    w.EndObject();
+  }
+  w.EndObject();
+  w.EndObject();
 }
 
 }  // namespace
@@ -83,6 +163,19 @@ void Agent::registerLagCommands() {
                      }
                      for (const auto& member : stale) status->memberDel(member);
                      for (const auto& member : wanted) status->memberIs(member);
+                   });
+  shell_.commandIs("port-channel cleanup-on-restart", "on|off",
+                   "off: a LAG whose status goes keeps its hardware and shared state (the agent restarts)",
+                   [this](const Args& args, std::ostream&) {
+                     expectArgs(args, 1, 1, "port-channel cleanup-on-restart on|off");
+                     if (args[0] != "on" && args[0] != "off")
+                       throw CommandError("usage: port-channel cleanup-on-restart on|off");
+                     lagSm_->disableCleanupOnRestartIs(args[0] == "off");
+                   });
+  shell_.commandIs("port-channel device-name", "N NAME", "the kernel device name the LAG status publishes",
+                   [lagDir](const Args& args, std::ostream&) {
+                     expectArgs(args, 2, 2, "port-channel device-name N NAME");
+                     lagDir->intfStatusIs(lagArg(args[0]))->deviceNameIs(args[1]);
                    });
   shell_.commandIs("no port-channel", "N", "remove a LAG", [lagDir](const Args& args, std::ostream&) {
     expectArgs(args, 1, 1, "no port-channel N");
@@ -119,31 +212,30 @@ void Agent::registerLagCommands() {
                        throw CommandError("usage: chip lag capacity N | chip lag max-members N");
                      }
                    });
-  shell_.commandIs("show port-channel", "", "LAG members in the shared context and in hardware",
-                   [this](const Args& args, std::ostream& out) {
-                     expectArgs(args, 0, 0, "show port-channel");
+  shell_.commandIs("show port-channel", "[N] [json]", "LAG members in the shared context and in hardware",
+                   [this](Args args, std::ostream& out) {
+                     bool json = takeJsonFlag(args);
+                     expectArgs(args, 0, 1, "show port-channel [N] [json]");
                      std::set<Nexo::IntfId> lags;
                      for (const auto& [lag, list] : ocsd_->lagToPort()) lags.insert(lag);
                      for (const auto& [lag, hw] : lagHelper_->table().lags) lags.insert(lag);
+                     if (!args.empty()) {
+                       Nexo::IntfId only = lagArg(args[0]);
+                       lags = lags.count(only) ? std::set<Nexo::IntfId>{only} : std::set<Nexo::IntfId>{};
+                     }
+                     if (json) {
+                       printJson(out, [&](JsonWriter& w) { lagsJson(w, lags, *ocsd_, *lagHelper_, *lagSm_); });
+                       return;
+                     }
                      for (const auto& lag : lags) {
-                       std::string members, hwMembers = "-";
-                       for (const auto& [port, state] : ocsd_->lagToPort(lag).ports) {
-                         if (!members.empty()) members += ' ';
-                         members += port.stringValue();
-                       }
                        std::string shared;
-                       if (const auto* hw = lagHelper_->table().lag(lag)) {
-                         hwMembers.clear();
-                         for (const auto& port : hw->members) {
-                           if (!hwMembers.empty()) hwMembers += ' ';
-                           hwMembers += port.stringValue();
-                         }
-                         if (hwMembers.empty()) hwMembers = "-";
-                         if (!hw->sharedPeerLink.empty()) shared = "  shares " + hw->sharedPeerLink.stringValue();
-                       }
+                       const auto* hw = lagHelper_->table().lag(lag);
+                       if (hw && !hw->sharedPeerLink.empty()) shared = "  shares " + hw->sharedPeerLink.stringValue();
+                       std::set<Nexo::IntfId> members;
+                       for (const auto& [port, state] : ocsd_->lagToPort(lag).ports) members.insert(port);
                        out << lag.stringValue() << shared << "\n";
-                       out << "  members:  " << (members.empty() ? "-" : members) << "\n";
-                       out << "  hardware: " << hwMembers << "\n";
+                       out << "  members:  " << intfsText(members) << "\n";
+                       out << "  hardware: " << (hw ? intfsText(hw->members) : "-") << "\n";
                      }
                    });
 }
@@ -164,6 +256,8 @@ void Agent::registerStpCommands() {
                    [config](const Args& args, std::ostream&) {
                      expectArgs(args, 1, 1, "no spanning-tree topology NAME");
                      if (!config->topoConfigHas(args[0])) throw CommandError("no topology '" + args[0] + "'");
+                     if (args[0] == DefaultTopology::name)
+                       throw CommandError("the default topology holds every VLAN no other topology has; it stays");
                      std::vector<Bridging::VlanId> mapped;
                      for (const auto& [vlanId, name] : config->vidToTopoMap()) {
                        if (name == args[0]) mapped.push_back(vlanId);
@@ -185,6 +279,18 @@ void Agent::registerStpCommands() {
                      auto state = portStateArg(args[2]);
                      for (const auto& port : ports) topo->intfStateIs(port, state);
                    });
+  shell_.commandIs("no spanning-tree", "NAME INTFS", "take ports out of a topology (it no longer gives them a state)",
+                   [config](const Args& args, std::ostream&) {
+                     expectArgs(args, 2, 2, "no spanning-tree NAME INTFS");
+                     auto topo = config->topoConfig(args[0]);
+                     if (!topo) throw CommandError("no topology '" + args[0] + "'");
+                     auto ports = parseIntfRange(args[1]);
+                     for (const auto& port : ports) {
+                       if (!topo->intfStateHas(port))
+                         throw CommandError(port.stringValue() + " has no state in topology '" + args[0] + "'");
+                     }
+                     for (const auto& port : ports) topo->intfStateDel(port);
+                   });
   shell_.commandIs("tap-agg", "INTFS on|off", "ports in tap/tool mode forward permanently in tap aggregation mode",
                    [this](const Args& args, std::ostream&) {
                      expectArgs(args, 2, 2, "tap-agg INTFS on|off");
@@ -202,10 +308,22 @@ void Agent::registerStpCommands() {
                        throw CommandError("usage: hardware mode normal|tap-agg");
                      }
                    });
-  shell_.commandIs("show spanning-tree", "", "topologies, their VLANs and port states, and whether they took effect",
-                   [this, config, status](const Args& args, std::ostream& out) {
-                     expectArgs(args, 0, 0, "show spanning-tree");
+  shell_.commandIs("show spanning-tree", "[NAME] [json]",
+                   "topologies (or one), their VLANs and port states, and whether they took effect",
+                   [this, config, status](Args args, std::ostream& out) {
+                     bool json = takeJsonFlag(args);
+                     expectArgs(args, 0, 1, "show spanning-tree [NAME] [json]");
+                     std::vector<std::string> names;
                      for (const auto& [name, inst] : status->topoInstStatus()) {
+                       if (args.empty() || args[0] == name) names.push_back(name);
+                     }
+                     if (!args.empty() && names.empty()) throw CommandError("no topology '" + args[0] + "'");
+                     if (json) {
+                       printJson(out, [&](JsonWriter& w) { topologiesJson(w, names, *config, *status, *topoHelper_); });
+                       return;
+                     }
+                     for (const auto& name : names) {
+                       const auto& inst = status->topoInstStatus(name);
                        const auto& pending = topoHelper_->topoPendingVlans(name);
                        out << fmt::format(
                            "Topology {}  id {}  {}\n", name, inst.topoId,

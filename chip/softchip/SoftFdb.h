@@ -127,6 +127,9 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   void showL2TableAll(unsigned) override {}
   void handleVerify() override {}
   void verifyLearning(const Nexo::IntfId&, bool) override {}
+  void verifyLearningOnVlan(Bridging::VlanId, bool) override {}
+  // The soft chip has no source-MAC check to switch.
+  void configureSourceCheckCPUMac(bool) override {}
   void verifyRemoteHost(const Bridging::MacVlanPair&, std::uint64_t) override {}
   void verifyNumRemoteHost(std::uint32_t) override {}
   std::uint32_t getMaxRemoteMacs() override;

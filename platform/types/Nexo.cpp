@@ -28,6 +28,7 @@ constexpr KindName kindNames[] = {
     {IntfId::Kind::recircChannel, "Recirc-Channel", true, false, false},
     {IntfId::Kind::vxlan, "Vxlan", true, false, false},
     {IntfId::Kind::tunnel, "Tunnel", true, false, false},
+    {IntfId::Kind::peerEthernet, "PeerEthernet", true, true, false},
 };
 
 const KindName& kindName(IntfId::Kind kind) {

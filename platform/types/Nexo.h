@@ -15,13 +15,14 @@ namespace Nexo {
 // Held in 64 bits (kind and up to three numbers, plus a sub-interface number)
 // so that it is a cheap map key hashed as one integer; parsed from and
 // printed as its name: Ethernet1, Ethernet1/2, Ethernet1/2/3, Port-Channel10,
-// Vlan100, Cpu, Loopback0, Management1, Recirc-Channel1, Vxlan1, Tunnel1, and
+// Vlan100, Cpu, Loopback0, Management1, Recirc-Channel1, Vxlan1, Tunnel1,
+// PeerEthernet1 (a port of the MLAG peer switch), and
 // the sub-interfaces Ethernet1.100 and Port-Channel10.5. The default is the
 // empty id (printed '').
 //
 // Names are exact: the kind is case-sensitive and unabbreviated, numbers are
 // decimal without sign or leading zeros (the first 0 to 65534, the others 0
-// to 4094), only Ethernet and Management take slashes, only Ethernet and
+// to 4094), only Ethernet, PeerEthernet and Management take slashes, only Ethernet and
 // Port-Channel take sub-interfaces, numbered 1 to 65534 ("Ethernet1.0" is
 // refused), Vlan takes 1 to 4094 and Cpu no number. Anything else throws
 // Vex::ParseError.
@@ -42,6 +43,7 @@ class IntfId {
     recircChannel,
     vxlan,
     tunnel,
+    peerEthernet,
   };
 
   IntfId() = default;
@@ -58,6 +60,8 @@ class IntfId {
   bool isLag() const { return kind() == Kind::portChannel; }
   bool isVlan() const { return kind() == Kind::vlan; }
   bool isCpu() const { return kind() == Kind::cpu; }
+  // A port of the MLAG peer switch, as an MLAG LAG's status may list it.
+  bool isPeerEthernet() const { return kind() == Kind::peerEthernet; }
   bool isSubIntf() const { return subIntfNumber() != 0; }
   // An Ethernet or Port-Channel that may carry sub-interfaces.
   bool isSubIntfParent() const { return (isEthernet() || isLag()) && !isSubIntf(); }

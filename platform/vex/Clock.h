@@ -27,7 +27,9 @@ class Clock : public PtrInterface {
   void timeMinIs(Seconds t);
 
   bool hasNotificationActive() const { return active_; }
-  void hasNotificationActiveIs(bool active) { active_ = active; }
+  // A muted clock that falls due is held, not dropped: it fires on the
+  // loop's next turn after it is unmuted, so a muted machine still times out.
+  void hasNotificationActiveIs(bool active);
   bool isZombie() const { return zombie_; }
   void vexDoZombieReactors(bool zombie) { zombie_ = zombie; }
 
@@ -49,7 +51,8 @@ class Clock : public PtrInterface {
   std::size_t position_ = 0;
   std::uint64_t sequence_ = 0;
   bool collected_ = false;
-  std::size_t loopIndex_ = 0;  // position in the loop's list of clocks
+  bool heldWhileMuted_ = false;  // fell due while muted; timeMin_ keeps the wake time
+  std::size_t loopIndex_ = 0;    // position in the loop's list of clocks
 };
 
 Ptr<Clock> clockFactory(Clock::Handler handler);

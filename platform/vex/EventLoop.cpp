@@ -76,14 +76,33 @@ std::size_t EventLoop::fireDue(Seconds t) {
   wheel_.collectDue(t, batch);
   for (auto& clock : batch) clock->collected_ = true;
   std::size_t fired = 0;
-  for (auto& clock : batch) {
-    // An earlier handler of this batch may have re-armed or disarmed it.
-    if (!clock->collected_) continue;
-    clock->collected_ = false;
-    clock->timeMin_ = never;
-    if (!clock->active_ || clock->zombie_ || !clock->handler_) continue;
-    ++fired;
-    clock->handler_();
+  std::size_t next = 0;
+  try {
+    while (next < batch.size()) {
+      Clock* clock = batch[next++].get();
+      // An earlier handler of this batch may have re-armed or disarmed it.
+      if (!clock->collected_) continue;
+      clock->collected_ = false;
+      if (!clock->active_ && !clock->zombie_) {
+        clock->heldWhileMuted_ = true;
+        continue;
+      }
+      clock->timeMin_ = never;
+      if (clock->zombie_ || !clock->handler_) continue;
+      ++fired;
+      clock->handler_();
+    }
+  } catch (...) {
+    // The clocks collected after the failed one are off the wheel: put them
+    // back (their wake time has passed, so they fire on the next turn)
+    // rather than lose them.
+    for (; next < batch.size(); ++next) {
+      Clock* clock = batch[next].get();
+      if (clock->collected_) arm(clock);
+    }
+    batch.clear();
+    batch_.swap(batch);
+    throw;
   }
   batch.clear();
   batch_.swap(batch);
@@ -131,8 +150,16 @@ Clock::~Clock() {
 
 void Clock::timeMinIs(Seconds t) {
   if (t == timeMin_ && !collected_) return;
+  heldWhileMuted_ = false;
   timeMin_ = t;
   if (loop_) loop_->arm(this);
+}
+
+void Clock::hasNotificationActiveIs(bool active) {
+  active_ = active;
+  if (!active_ || !heldWhileMuted_) return;
+  heldWhileMuted_ = false;
+  if (loop_) loop_->arm(this);  // its wake time has passed: the next turn
 }
 
 Ptr<Clock> clockFactory(Clock::Handler handler) { return make<Clock>(std::move(handler)); }

@@ -127,6 +127,19 @@ TEST_F(OrbBaseSmTest, ChangedTimeoutApplies) {
   EXPECT_EQ(sm->timeouts, 1);
 }
 
+TEST_F(OrbBaseSmTest, MutedMachineTimesOutOnceUnmuted) {
+  auto sm = Vex::make<ProbeAsyncSm>(ocsd);
+  sm->start();
+  sm->hasNotificationActiveIs(false);
+  loop.advance(90);
+  EXPECT_EQ(sm->timeouts, 0);
+  sm->hasNotificationActiveIs(true);
+  loop.runUntilIdle();
+  EXPECT_EQ(sm->timeouts, 1);
+  EXPECT_DOUBLE_EQ(sm->timedOutAt, 90.0);
+  EXPECT_EQ(sm->asyncState(), Orb::AsyncOperationState::asyncNone);
+}
+
 TEST_F(OrbBaseSmTest, ResultBeforeTimeoutCompletesAndCancels) {
   auto sm = Vex::make<ProbeAsyncSm>(ocsd);
   auto helper = Orb::orbAsyncBaseHelperFactory();
@@ -216,6 +229,29 @@ TEST(HelperPattern, NoopAgentReturnsEmptyResults) {
   EXPECT_EQ(helper.doProgram(1), 0u);
   EXPECT_FALSE(helper.doCheck());
   helper.doClear();
+  unsetenv("ORB_NOOP_AGENT");
+}
+
+// A chip layer may leave out only the MAC helper's optional operations;
+// every other one must be provided or stops the process naming itself.
+TEST(HelperPatternDeathTest, MacHelperOperationsAChipMustProvide) {
+  unsetenv("ORB_NOOP_AGENT");
+  OrbHelper::OrbHelperMacAddrSm helper;
+  Bridging::MacVlanPair key{Nexo::EthAddr(1), Bridging::VlanId(10)};
+  helper.hwInit();
+  helper.addLearntLocalAndRemoveRemoteHost(key, Nexo::IntfId("Ethernet1"), Bridging::EntryType{});
+  helper.handleLinkStateAtInit();
+  helper.configureSourceMacInvalid(true);
+  helper.enableLearningOnVlan(Bridging::VlanId(10), true);
+  helper.handleVlanDelete(Bridging::VlanId(10));
+  helper.handleParityEvent(Orb::ParityEvent::Key{});
+  EXPECT_DEATH(helper.configureSourceCheckCPUMac(true),
+               "Call to unimplemented function OrbMacAddrSmHelper::configureSourceCheckCPUMac");
+  EXPECT_DEATH(helper.verifyLearningOnVlan(Bridging::VlanId(10), false),
+               "Call to unimplemented function OrbMacAddrSmHelper::verifyLearningOnVlan");
+  setenv("ORB_NOOP_AGENT", "1", 1);
+  helper.configureSourceCheckCPUMac(true);
+  helper.verifyLearningOnVlan(Bridging::VlanId(10), false);
   unsetenv("ORB_NOOP_AGENT");
 }
 

@@ -55,15 +55,6 @@ TEST_F(OrbCommonTest, RewritingAValueNotifiesNobody) {
   EXPECT_EQ(watcher.portToLag, 1);
 }
 
-TEST_F(OrbCommonTest, InLagFollowsPortToLag) {
-  IntfId port("Ethernet3");
-  EXPECT_FALSE(ocsd->inLag(port));
-  ocsd->portToLagIs(port, IntfId("Port-Channel7"));
-  EXPECT_TRUE(ocsd->inLag(port));
-  ocsd->portToLagDel(port);
-  EXPECT_FALSE(ocsd->inLag(port));
-}
-
 TEST_F(OrbCommonTest, ReadersOfMissingKeysYieldEmptyValuesWithoutCreating) {
   IntfId lag("Port-Channel9");
   EXPECT_FALSE(ocsd->lagToPort(lag));

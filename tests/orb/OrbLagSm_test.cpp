@@ -34,6 +34,8 @@ class RecordingLagHelper : public OrbHelper::OrbHelperLagSm {
   }
   bool intfManagedCheckOverride() override { return override; }
   bool isIntfManaged(const IntfId& intf) override { return managed.count(intf) != 0; }
+  void handleVerify() override { calls.push_back("verify"); }
+  void handleRetryVerify() override { calls.push_back("retry verify"); }
   void maybeShareLagMembership(const IntfId& lag, const IntfId& peerLink, bool share) override {
     calls.push_back((share ? "share " : "unshare ") + lag.stringValue() + " " + peerLink.stringValue());
   }
@@ -101,6 +103,29 @@ TEST_F(LagSmTest, PortMovingToAnotherLagLeavesTheOldOneFirst) {
   EXPECT_EQ(helper->calls[2], "update Port-Channel2 Ethernet2");
 }
 
+// Whether a port is in a LAG, as every feature asks the shared context,
+// follows the LAG statuses: joining, moving, leaving, and a LAG kept across
+// a restart keeping its ports.
+TEST_F(LagSmTest, InLagFollowsTheLagStatuses) {
+  start();
+  EXPECT_FALSE(ocsd->inLag(e1));
+  dir->intfStatusIs(pc1)->memberIs(e1);
+  dir->intfStatus(pc1)->memberIs(e2);
+  EXPECT_TRUE(ocsd->inLag(e1));
+  EXPECT_FALSE(ocsd->inLag(e3));
+  dir->intfStatusIs(pc2)->memberIs(e2);
+  EXPECT_TRUE(ocsd->inLag(e2));
+  EXPECT_EQ(ocsd->portToLag(e2), pc2);
+  dir->intfStatus(pc2)->memberDel(e2);
+  EXPECT_FALSE(ocsd->inLag(e2));
+  sm->disableCleanupOnRestartIs(true);
+  dir->intfStatusDel(pc1);
+  EXPECT_TRUE(ocsd->inLag(e1));
+  sm->disableCleanupOnRestartIs(false);
+  dir->intfStatusIs(pc1);
+  EXPECT_FALSE(ocsd->inLag(e1));
+}
+
 TEST_F(LagSmTest, UnmanagedInterfacesNeverJoinUnlessTheChipSaysSo) {
   start();
   dir->intfStatusIs(pc1)->memberIs(IntfId("Ethernet40"));
@@ -125,12 +150,16 @@ TEST_F(LagSmTest, StatusGoneCleansUpUnlessRestarting) {
   start();
   dir->intfStatusIs(pc1)->memberIs(e1);
   dir->intfStatusIs(pc2)->memberIs(e2);
+  EXPECT_TRUE(ocsd->intfHas(pc1));
+  EXPECT_TRUE(ocsd->intfHas(pc2));
   sm->disableCleanupOnRestartIs(true);
   dir->intfStatusDel(pc1);
   EXPECT_TRUE(ocsd->lagToPortHas(pc1));
   EXPECT_TRUE(helper->lags.count(pc1));
+  EXPECT_TRUE(ocsd->intfHas(pc1));
   sm->disableCleanupOnRestartIs(false);
   dir->intfStatusDel(pc2);
+  EXPECT_FALSE(ocsd->intfHas(pc2));
   EXPECT_FALSE(ocsd->lagToPortHas(pc2));
   EXPECT_FALSE(helper->lags.count(pc2));
   EXPECT_FALSE(names->deviceNameHas(pc2));
@@ -203,6 +232,51 @@ TEST_F(LagSmTest, VerifyReportsInconsistenciesAndClearsStaleDeviceNames) {
   EXPECT_TRUE(has("Lag Port-Channel2, member Ethernet1 is missing in lagToPort collection\n"));
   EXPECT_TRUE(has("Lag Port-Channel9 is in lagInputIntfDeviceNameDir but missing in ethLagIntfStatusDir collection\n"));
   EXPECT_FALSE(names->deviceNameHas(IntfId("Port-Channel9")));
+}
+
+// The MLAG peer's Ethernet ports appear in an MLAG LAG's status but are
+// never members here, even when the chip layer says it manages them.
+TEST_F(LagSmTest, PeerEthernetPortsNeverBecomeMembers) {
+  IntfId peerPort("PeerEthernet1");
+  helper->override = true;
+  helper->managed = {e1, peerPort};
+  start();
+  auto status = dir->intfStatusIs(pc1);
+  status->memberIs(peerPort);
+  EXPECT_FALSE(ocsd->lagToPortHas(pc1));
+  status->memberIs(e1);
+  EXPECT_EQ(ocsd->lagToPort(pc1).ports.size(), 1u);
+  EXPECT_FALSE(ocsd->portToLagHas(peerPort));
+  EXPECT_EQ(helper->lags.at(pc1).ports.count(peerPort), 0u);
+  status->memberDel(peerPort);
+  EXPECT_EQ(ocsd->lagToPort(pc1).ports.size(), 1u);
+}
+
+// Differences found while LAGs are still changing are looked at again once
+// the changes stop: each member change pushes the retry out, and the retry
+// rewrites the report.
+TEST_F(LagSmTest, VerifyDifferencesAreRetriedOnceMemberChangesStop) {
+  start();
+  dir->intfStatusIs(pc1)->memberIs(e1);
+  ocsd->portToLagIs(e1, pc2);  // a difference, until the next change of Port-Channel1
+  helper->calls.clear();
+  ocsd->verifyData()->requestIdInc();
+  EXPECT_EQ(ocsd->verifyData()->output("LagSm").size(), 3u);
+  EXPECT_TRUE(sm->verifyRetryPending());
+  loop.advance(0.6);
+  dir->intfStatus(pc1)->memberIs(e2);  // heals portToLag, and renews the retry
+  loop.advance(0.6);
+  EXPECT_EQ(ocsd->verifyData()->output("LagSm").size(), 3u);
+  EXPECT_EQ(std::count(helper->calls.begin(), helper->calls.end(), "retry verify"), 0);
+  loop.advance(0.5);
+  EXPECT_TRUE(ocsd->verifyData()->output("LagSm").empty());
+  EXPECT_EQ(std::count(helper->calls.begin(), helper->calls.end(), "retry verify"), 1);
+  EXPECT_FALSE(sm->verifyRetryPending());
+  // A clean run leaves nothing to retry, and changes then renew nothing.
+  ocsd->verifyData()->requestIdInc();
+  dir->intfStatus(pc1)->memberIs(e3);
+  loop.advance(5);
+  EXPECT_EQ(std::count(helper->calls.begin(), helper->calls.end(), "retry verify"), 1);
 }
 
 TEST_F(LagSmTest, MissingHardwareInputsAreABrokenInvariant) {

@@ -110,15 +110,23 @@ TEST_F(StpSmTest, OnlyTheLaterGenerationsAreWaitedFor) {
   EXPECT_TRUE(stateSet("MST1"));
 }
 
-TEST_F(StpSmTest, OlderCompletionDoesNotCompleteTheTopology) {
+// The VLAN's update that was already in hardware when the state was asked
+// for is answered first, through the VLAN helper; it is older than what the
+// topology waits for and leaves it pending until the later one completes.
+TEST_F(StpSmTest, CompletionOfAnEarlierVlanUpdateDoesNotCompleteTheTopology) {
   topo("MST1", {10});
   start();
+  vlans->doAddPortToVlan(e3, VlanId(10), false, true, true);
+  settle();  // the membership change is in flight
   config->topoConfig("MST1")->intfStateIs(e1, PortState::portStateDiscarding);
-  std::uint64_t pending = helper->topoPendingVlans("MST1").at(VlanId(10));
-  helper->handleVlanUpdateCompletion(VlanId(10), pending - 1);
+  std::uint64_t waited = helper->topoPendingVlans("MST1").at(VlanId(10));
+  vlans->ack(VlanId(10));
   EXPECT_FALSE(stateSet("MST1"));
-  helper->handleVlanUpdateCompletion(VlanId(10), pending);
+  EXPECT_EQ(helper->topoPendingVlans("MST1").at(VlanId(10)), waited);
+  settle();
+  vlans->ack(VlanId(10));
   EXPECT_TRUE(stateSet("MST1"));
+  EXPECT_TRUE(helper->topoPendingVlans("MST1").empty());
 }
 
 TEST_F(StpSmTest, LagMembersFollowTheirLag) {
@@ -143,6 +151,24 @@ TEST_F(StpSmTest, LagMembersFollowTheirLag) {
   EXPECT_EQ(helper->states.back(), std::make_pair(e3, PortState::portStateDiscarding));
   ocsd->portToLagDel(e3);
   EXPECT_EQ(helper->states.back(), std::make_pair(e3, PortState::portStateForwarding));
+}
+
+// A port that leaves a blocked LAG and has no state of its own in the
+// topology is no longer held by it, nor is it when the VLAN joins later.
+TEST_F(StpSmTest, PortLeavingABlockedLagForwardsAgain) {
+  topo("MST1", {10});
+  Orb::OrbLagPortList members;
+  members.portIs(e3, {true, true});
+  ocsd->lagToPortIs(pc1, members);
+  ocsd->portToLagIs(e3, pc1);
+  start();
+  config->topoConfig("MST1")->intfStateIs(pc1, PortState::portStateDiscarding);
+  EXPECT_FALSE(vlans->portForwarding(VlanId(10))->forwarding(e3));
+  ocsd->lagToPortDel(pc1);
+  ocsd->portToLagDel(e3);
+  EXPECT_TRUE(vlans->portForwarding(VlanId(10))->forwarding(e3));
+  config->vidToTopoMapIs(VlanId(20), "MST1");
+  EXPECT_FALSE(vlans->portForwarding(VlanId(20)) && vlans->portForwarding(VlanId(20))->forwardingHas(e3));
 }
 
 TEST_F(StpSmTest, VlanJoiningATopologyTakesItsPortStates) {
@@ -203,6 +229,74 @@ TEST_F(StpSmTest, TapAggregationModeForwardsTapPortsInOneTopology) {
   EXPECT_FALSE(status->topoInstStatusHas(Orb::StpSm::tapAggTopoName));
   EXPECT_TRUE(sm->topoSm().count("MST1"));
   EXPECT_TRUE(helper->mappedVlan("MST1").vlan.count(VlanId(10)));
+}
+
+// A Port-Channel the shared context has no member list for is a port like
+// any other: it takes its own state. Once it has members, they take it.
+TEST_F(StpSmTest, APortChannelWithoutAMemberListTakesItsOwnState) {
+  topo("MST1", {});
+  start();
+  auto topoConfig = config->topoConfig("MST1");
+  topoConfig->intfStateIs(pc1, PortState::portStateDiscarding);
+  ASSERT_EQ(helper->states.size(), 1u);
+  EXPECT_EQ(helper->states[0], std::make_pair(pc1, PortState::portStateDiscarding));
+  Orb::OrbLagPortList members;
+  members.portIs(e1, {true, true});
+  ocsd->lagToPortIs(pc1, members);
+  ocsd->portToLagIs(e1, pc1);
+  topoConfig->intfStateIs(pc1, PortState::portStateForwarding);
+  EXPECT_EQ(helper->states.back(), std::make_pair(e1, PortState::portStateForwarding));
+}
+
+// Verification compares the states with what hardware holds; differences
+// found while states are still being applied are looked at again once the
+// state changes stop, each change pushing the retry out.
+TEST_F(StpSmTest, VerifyDifferencesAreRetriedOnceStateChangesStop) {
+  topo("MST1", {10});
+  start();
+  vlans->doAddPortToVlan(e1, VlanId(10), false, true, true);
+  vlans->doAddPortToVlan(e2, VlanId(10), false, true, true);
+  settle();
+  vlans->ackAll();
+  auto topoConfig = config->topoConfig("MST1");
+  topoConfig->intfStateIs(e1, PortState::portStateDiscarding);
+  ocsd->verifyData()->requestIdInc();
+  EXPECT_EQ(
+      ocsd->verifyData()->output("StpSm"),
+      (std::vector<std::string>{"Topo MST1, port Ethernet1 is portStateDiscarding but in hardware of vlan 10\n"}));
+  EXPECT_TRUE(sm->verifyRetryPending());
+  loop.advance(0.6);
+  topoConfig->intfStateIs(e2, PortState::portStateDiscarding);  // renews the retry
+  settle();
+  vlans->ackAll();
+  settle();
+  vlans->ackAll();
+  ASSERT_TRUE(stateSet("MST1"));
+  loop.advance(0.6);
+  EXPECT_EQ(ocsd->verifyData()->output("StpSm").size(), 1u);
+  loop.advance(0.5);
+  EXPECT_TRUE(ocsd->verifyData()->output("StpSm").empty());
+  EXPECT_FALSE(sm->verifyRetryPending());
+}
+
+// In tap aggregation mode every VLAN the switch has goes into the tap
+// topology, mapped to a topology or not, so tap ports forward in all.
+TEST_F(StpSmTest, TapAggregationTakesEveryVlanNotOnlyMappedOnes) {
+  topo("MST1", {10});
+  vlans->doAddPortToVlan(e2, VlanId(20), false, true, true);
+  start();
+  sm->tapAggIntfIs(e1, true);
+  ocsd->operationalModeIs(Orb::HwOperationalMode::hwModeTapAgg);
+  const auto& tapVlans = helper->mappedVlan(Orb::StpSm::tapAggTopoName).vlan;
+  EXPECT_TRUE(tapVlans.count(VlanId(10)));
+  EXPECT_TRUE(tapVlans.count(VlanId(20)));
+  EXPECT_TRUE(vlans->portForwarding(VlanId(20))->forwarding(e1));
+  // A VLAN the switch gets while in tap mode joins too.
+  vlans->doAddPortToVlan(e2, VlanId(30), false, true, true);
+  settle();
+  vlans->ackAll();
+  EXPECT_TRUE(helper->mappedVlan(Orb::StpSm::tapAggTopoName).vlan.count(VlanId(30)));
+  EXPECT_TRUE(vlans->portForwarding(VlanId(30))->forwarding(e1));
 }
 
 TEST(TopoHelperDeathTest, DefaultsNameTheirOperation) {

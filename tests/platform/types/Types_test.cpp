@@ -44,8 +44,8 @@ void expectRangeError(std::uint32_t value, const char* text) {
 
 TEST(IntfId, ParsesAndPrintsEveryKind) {
   for (const char* name : {"Ethernet1", "Ethernet1/2", "Ethernet3/1/4", "Port-Channel10", "Vlan100", "Cpu", "Loopback0",
-                           "Management1", "Management1/1", "Recirc-Channel1", "Vxlan1", "Tunnel7", "Ethernet1.100",
-                           "Ethernet2/1.7", "Port-Channel10.5"}) {
+                           "Management1", "Management1/1", "Recirc-Channel1", "Vxlan1", "Tunnel7", "PeerEthernet3/1",
+                           "Ethernet1.100", "Ethernet2/1.7", "Port-Channel10.5"}) {
     IntfId id(name);
     EXPECT_EQ(id.stringValue(), name);
     expectRoundTrip(id);

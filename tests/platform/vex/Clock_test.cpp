@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -96,6 +97,31 @@ TEST_F(ClockTest, MutedAndZombieClocksDoNotFire) {
   EXPECT_TRUE(fired.empty());
 }
 
+TEST_F(ClockTest, ClockDueWhileMutedFiresOnceUnmuted) {
+  auto a = clock("a"), b = clock("b");
+  a->timeMinIs(1.0);
+  b->timeMinIs(1.0);
+  a->hasNotificationActiveIs(false);
+  b->hasNotificationActiveIs(false);
+  loop.advance(3.0);
+  EXPECT_TRUE(fired.empty());
+  a->hasNotificationActiveIs(true);
+  EXPECT_TRUE(fired.empty());  // not from inside the unmuting call
+  loop.runUntilIdle();
+  EXPECT_EQ(fired, std::vector<std::string>{"a@3.000000"});
+  // Disarming a held clock cancels it; muting again holds it again.
+  b->timeMinIs(Vex::never);
+  b->hasNotificationActiveIs(true);
+  loop.advance(1.0);
+  EXPECT_EQ(fired.size(), 1u);
+  a->timeMinIs(5.0);
+  a->hasNotificationActiveIs(false);
+  a->hasNotificationActiveIs(true);
+  loop.advance(1.0);
+  EXPECT_EQ(fired.back(), "a@5.000000");
+  EXPECT_EQ(fired.size(), 2u);
+}
+
 TEST_F(ClockTest, HandlerMayDisarmAnotherClockOfTheSameTurn) {
   auto b = clock("b");
   auto a = Vex::clockFactory([&] { b->timeMinIs(Vex::never); });
@@ -103,6 +129,31 @@ TEST_F(ClockTest, HandlerMayDisarmAnotherClockOfTheSameTurn) {
   b->timeMinIs(1.0);
   loop.advance(1.0);
   EXPECT_TRUE(fired.empty());
+}
+
+// A handler that throws loses nothing of its batch: the clocks collected
+// with it still fire on a later turn, and the thrower is not fired again.
+TEST_F(ClockTest, ThrowingHandlerKeepsTheRestOfItsBatch) {
+  auto a = clock("a"), c = clock("c");
+  int thrown = 0;
+  auto b = Vex::clockFactory([&thrown] {
+    ++thrown;
+    throw std::runtime_error("handler failed");
+  });
+  a->timeMinIs(1.0);
+  b->timeMinIs(1.0);
+  c->timeMinIs(1.0);
+  EXPECT_THROW(loop.advance(1.0), std::runtime_error);
+  EXPECT_EQ(fired, (std::vector<std::string>{"a@1.000000"}));
+  EXPECT_EQ(loop.armedClocks(), 1u);
+  EXPECT_DOUBLE_EQ(loop.nextWakeTime(), 1.0);
+  loop.runUntilIdle();
+  EXPECT_EQ(fired, (std::vector<std::string>{"a@1.000000", "c@1.000000"}));
+  EXPECT_EQ(thrown, 1);
+  // The clock left behind can be armed again as usual.
+  c->timeMinIs(2.0);
+  loop.advance(1.0);
+  EXPECT_EQ(fired.back(), "c@2.000000");
 }
 
 TEST_F(ClockTest, DestroyedClockIsForgotten) {
