@@ -540,9 +540,22 @@ void MacAddrSm::evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry
                               double time) {
   BLIP(trace(), 7, "Evaluating MAC entry: {}, learned in hardware: {}, aged in hardware: {}", keyText(key),
        hardware != nullptr, agedInHardware);
-  if (hardware && checkIgnoreEvent(*hardware)) hardware = nullptr;
   auto configured = configuredEntry(key);
   auto current = currentEntry(key);
+  // An ignored row did not happen: what the machine programmed from the
+  // hardware before stands, and the row is looked at again once whatever
+  // made it ignored changes.
+  std::optional<MacAddressTableEntry> stood;
+  if (hardware && checkIgnoreEvent(*hardware)) {
+    ignoredRows_.insert(key);
+    hardware = nullptr;
+    if (current && current->entryType == EntryType::entryDynamic) {
+      stood = toRow(*current);
+      hardware = &*stood;
+    }
+  } else if (hardware && !ignoredRows_.empty()) {
+    ignoredRows_.erase(key);
+  }
   if (configured) BLIP(trace(), 8, "Configured entry is {}", configured->intf.stringValue());
   if (current) BLIP(trace(), 8, "Current entry is {}", current->intf.stringValue());
 
@@ -943,6 +956,7 @@ void MacAddrSm::handleMacEntry(const MacVlanPair& key) {
   // The hardware dropped an entry this machine holds nothing for (a
   // flushed one, say): nothing to review.
   if (!macTable_->macEntryHas(key)) {
+    if (!ignoredRows_.empty()) ignoredRows_.erase(key);
     if (flushingInChip_ ? !flushKept_.contains(key) && !(!updateList_.empty() && updateList_.contains(key))
                         : !wantedElsewhere(key) && !currentEntry(key)) {
       return;
@@ -962,6 +976,22 @@ void MacAddrSm::handleMacEntry(const MacVlanPair& key) {
     updateOrder_.reserve(reservedFor_);
   }
   if (macTableTimer_->timeMin() == Vex::never) macTableTimer_->timeMinIs(Vex::now());
+}
+
+void MacAddrSm::queueReview(const MacVlanPair& key) {
+  if (macTableUpdateList_.push(key) && macTableTimer_->timeMin() == Vex::never) macTableTimer_->timeMinIs(Vex::now());
+}
+
+void MacAddrSm::reviewIgnoredRows() {
+  // Few rows are ever ignored (a chip does not learn where learning is
+  // off): all of them are looked at again, in the review's slices.
+  for (const auto& key : ignoredRows_) queueReview(key);
+}
+
+void MacAddrSm::withdrawLearn(const MacVlanPair& key) {
+  // The hardware's row no longer counts; it waits as an ignored one.
+  if (macTable_->macEntryHas(key)) ignoredRows_.insert(key);
+  evaluateEntry(key, nullptr, true, Vex::now());
 }
 
 void MacAddrSm::handleMacTableUpdate() {
@@ -1023,22 +1053,33 @@ void MacAddrSm::handleL2RibLb(std::uint64_t id) {
   for (const auto& key : l2RibObjCache_.dependantHosts(lb)) reevaluateEntry(key);
 }
 
-void MacAddrSm::reevaluateKeysOnIntf(const IntfId& intf) {
+void MacAddrSm::reevaluateKeysOnIntf(const IntfId& intf, bool withdraw) {
   std::vector<MacVlanPair> keys;
   bridgingStatus_->forEachLearnedHost([&](const MacVlanPair& key, const Bridging::LearnedHost& host) {
     if (host.intf == intf) keys.push_back(key);
   });
-  for (const auto& key : keys) reevaluateEntry(key);
+  for (const auto& key : keys) {
+    if (withdraw) {
+      withdrawLearn(key);
+    } else {
+      reevaluateEntry(key);
+    }
+  }
 }
 
 void MacAddrSm::handleIntf(const IntfId& intf) {
   configureMacLearningOnPort(intf);
-  // Entries on an interface that is gone go with it.
-  if (!ocsd()->intfHas(intf)) reevaluateKeysOnIntf(intf);
+  // Entries on an interface that is gone go with it; rows reported on it
+  // meanwhile count once it is back.
+  if (!ocsd()->intfHas(intf)) {
+    reevaluateKeysOnIntf(intf, true);
+  } else {
+    reviewIgnoredRows();
+  }
 }
 
 void MacAddrSm::handleEthIntfStatus(const IntfId& intf) {
-  if (ethPhyIntfStatusDir_ && !ethPhyIntfStatusDir_->linkUp(intf)) reevaluateKeysOnIntf(intf);
+  if (ethPhyIntfStatusDir_ && !ethPhyIntfStatusDir_->linkUp(intf)) reevaluateKeysOnIntf(intf, false);
 }
 
 void MacAddrSm::handleTunnelLearnEvent() { reevaluateRemoteEntries(); }
@@ -1095,7 +1136,15 @@ void MacAddrSm::reevaluateKeysOfAddress(const Nexo::EthAddr& addr) {
   }
   std::sort(keys.begin(), keys.end());
   keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
-  for (const auto& key : keys) reevaluateEntry(key);
+  // A failed server's learns stop counting; once it is back its rows do.
+  bool failed = fsfStatus_ && fsfStatus_->failedServer(addr);
+  for (const auto& key : keys) {
+    if (failed) {
+      withdrawLearn(key);
+    } else {
+      reevaluateEntry(key);
+    }
+  }
 }
 
 void MacAddrSm::handleDot1xHostTableEntry(const Nexo::EthAddr& addr) {
@@ -1121,7 +1170,9 @@ void MacAddrSm::handleEthIntfConfig(const IntfId& intf) {
 }
 
 void MacAddrSm::handleVlanLearning(VlanId vlanId) {
-  orbHelper_->enableLearningOnVlan(vlanId, !bridgingConfig_->macLearningDisabledVlan(vlanId));
+  bool enabled = !bridgingConfig_->macLearningDisabledVlan(vlanId);
+  orbHelper_->enableLearningOnVlan(vlanId, enabled);
+  if (enabled) reviewIgnoredRows();
 }
 
 void MacAddrSm::handleLagToPort(const IntfId& lag) {
@@ -1572,6 +1623,7 @@ void MacAddrSm::configureMacLearningOnPort(const IntfId& intf) {
   auto [it, inserted] = learningOnPort_.try_emplace(intf, enabled);
   if (!inserted && it->second == enabled) return;
   it->second = enabled;
+  if (enabled) reviewIgnoredRows();
   // Learning is on by default: a port that starts with it on needs no call.
   if (inserted && enabled) return;
   BLIP(trace(), 5, "{} Mac learning on {}", enabled ? "Enabling" : "Disabling", intf.stringValue());

@@ -316,7 +316,15 @@ class MacAddrSm : public OrbBaseSm {
   void dropFlushedQueuedLearns(std::optional<std::uint16_t> vlanId, const IntfId* intf, bool mayBeWanted);
   template <class Flush>
   void flushInChip(Flush flush);
-  void reevaluateKeysOnIntf(const IntfId& intf);
+  // `withdraw`: the interface is gone and its learns with it.
+  void reevaluateKeysOnIntf(const IntfId& intf, bool withdraw);
+  void queueReview(const MacVlanPair& key);
+  // Rows checkIgnoreEvent turned down are reviewed again when what turned
+  // them down may have changed.
+  void reviewIgnoredRows();
+  // The hardware's learn of the key stops counting (its port is gone, its
+  // server failed over): the entry goes unless another source wants it.
+  void withdrawLearn(const MacVlanPair& key);
   void reevaluateRemoteEntries();
   void reevaluateKeysOfAddress(const Nexo::EthAddr& addr);
   void maybeUpdateMoveCount(RemoteMacAddressTableEntry& wanted, const RemoteMacAddressTableEntry* current, double time);
@@ -377,6 +385,7 @@ class MacAddrSm : public OrbBaseSm {
   Vex::Ptr<Vex::Clock> macTableTimer_;
   IntfId currentPeerLink_;
   Vex::HashMap<IntfId, bool> learningOnPort_;
+  Vex::HashSet<MacVlanPair> ignoredRows_;
   std::uint32_t collidingStaticEntryWithRouterMacEntry_ = 0;
   Vex::Ptr<Dot1x::HostTable> dot1xLocalHostTable_;
   Vex::Ptr<Bridging::DynamicHostStatus> dynamicHostStatus_;
