@@ -197,6 +197,15 @@ class ConfigReactor : public ConfigReactorBase {
   }
 };
 
+MAC_REACTOR(VlanHelperReactorBase, VlanHelperBase);
+class VlanHelperReactor : public VlanHelperReactorBase {
+ public:
+  using VlanHelperReactorBase::VlanHelperReactorBase;
+  void handleVlansProgrammed() override {
+    if (sm_->reacting()) sm_->handleVlanMembership();
+  }
+};
+
 MAC_KEY_REACTOR(IntfConfigReactor, Interface::EthPhyIntfConfigDir, handleMacLearningDisabled, IntfId,
                 handleEthIntfConfig);
 
@@ -341,6 +350,7 @@ MacAddrSm::MacAddrSm(
   reactors_->add<RouterMacReactor>(routerMacTable_);
   reactors_->add<ConfigReactor>(bridgingConfig_);
   reactors_->add<IntfConfigReactor>(ethPhyIntfConfigDir_);
+  reactors_->add<VlanHelperReactor>(vlanHelper_);
   reactors_->add<MlagHostReactor>(mlagHostTable_);
   reactors_->add<MlagStatusReactor>(mlagStatus_);
   reactors_->add<FsfReactor>(fsfStatus_);
@@ -504,12 +514,38 @@ bool MacAddrSm::checkIgnoreEvent(const MacAddressTableEntry& learned) {
     why = ": learning off on port";
   } else if (bridgingConfig_->macLearningDisabledVlan(learned.macVlanPair.vlanId)) {
     why = ": learning off on vlan";
+  } else if (!vlanMember(intf, learned.macVlanPair.vlanId)) {
+    why = ": not a member of the vlan";
   } else if (fsfStatus_ && fsfStatus_->failedServer(learned.macVlanPair.addr)) {
     why = ": failed fast-failover server";
   }
   if (!why) return false;
   BLIP(trace(), 6, "Ignoring event for mac entry {} on {}{}", keyText(learned.macVlanPair), intf.stringValue(), why);
   return true;
+}
+
+bool MacAddrSm::vlanMember(const IntfId& intf, VlanId vlanId) const {
+  // Without a VLAN helper there is no membership to go by.
+  if (!vlanHelper_ || ocsd()->cpuIntfHas(intf)) return true;
+  auto member = [&](const IntfId& port) {
+    const auto& pvm = vlanHelper_->portVlanMembership(port);
+    return pvm && pvm->ingressVlan(vlanId) && (pvm->untaggedVlan(vlanId) || pvm->taggedVlan(vlanId));
+  };
+  if (member(intf)) return true;
+  // A LAG and its member ports share their VLANs, whichever of them the
+  // VLAN helper names.
+  auto portsOf = [&](const IntfId& lag) {
+    const auto& ports = ocsd()->lagToPort(lag).ports;
+    return std::any_of(ports.begin(), ports.end(), [&](const auto& port) { return member(port.first); });
+  };
+  if (ocsd()->lagToPortHas(intf)) return portsOf(intf);
+  const IntfId& lag = ocsd()->portToLag(intf);
+  return !lag.empty() && (member(lag) || portsOf(lag));
+}
+
+void MacAddrSm::handleVlanMembership() {
+  // A port may have joined the VLAN of a row turned down before.
+  if (!ignoredRows_.empty()) reviewIgnoredRows();
 }
 
 void MacAddrSm::maybeUpdateMoveCount(RemoteMacAddressTableEntry& wanted, const RemoteMacAddressTableEntry* current,

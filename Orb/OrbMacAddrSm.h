@@ -212,6 +212,9 @@ class MacAddrSm : public OrbBaseSm {
   void reevaluateEntry(const MacVlanPair& key);
   void evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry* hardware, bool agedInHardware, double time);
   bool checkIgnoreEvent(const MacAddressTableEntry& learned);
+  // Whether hardware lets frames of the VLAN in on the interface (or on
+  // the LAG it belongs to), as the VLAN helper has it confirmed.
+  bool vlanMember(const IntfId& intf, VlanId vlanId) const;
   void addToUpdateList(const RemoteMacAddressTableEntry& entry, EntryEvaluationAction action, bool movedToLocal,
                        bool movedToRemote);
   void updateQueuedAddresses();
@@ -246,6 +249,8 @@ class MacAddrSm : public OrbBaseSm {
   void handleDot1xHostTableEntry(const Nexo::EthAddr& addr);
   void handleDot1xIntfStatus(const IntfId& intf);
   void handleEthIntfConfig(const IntfId& intf);
+  // The VLAN helper completed a VLAN update: membership may have changed.
+  void handleVlanMembership();
   void handleVlanLearning(VlanId vlanId);
   void handleLagToPort(const IntfId& lag);
   void handleMlagStateOrPeerLinkIntf();
