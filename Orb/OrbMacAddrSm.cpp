@@ -474,14 +474,21 @@ std::optional<RemoteMacAddressTableEntry> MacAddrSm::configuredEntry(const MacVl
     if (remoteHostTable_->receivedHostHas(key)) offer(remoteHostTable_->receivedHost(key), "evpnMacTable");
     if (remoteHostTable_->configuredHostHas(key)) offer(remoteHostTable_->configuredHost(key), "evpnMacTable");
   }
+  // Colliding keys are kept, not counted per look, so that the count says
+  // how many static entries are set aside now.
+  bool colliding = false;
   if (bridgingConfig_->fdbConfigHas(key)) {
     if (routerMacTable_ && routerMacTable_->macEntryHas(key)) {
-      ++collidingStaticEntryWithRouterMacEntry_;
-      BLIP(trace(), 3, "collision of static entry {} with router mac entry", keyText(key));
+      colliding = true;
+      if (collidingStaticEntryWithRouterMacEntry_.insert(key).second) {
+        BLIP(trace(), 3, "collision of static entry {} with router mac entry", keyText(key));
+      }
     } else {
       offer(fromRow(bridgingConfig_->fdbConfig(key)), "fdbConfig");
     }
   }
+  if (!colliding && !collidingStaticEntryWithRouterMacEntry_.empty())
+    collidingStaticEntryWithRouterMacEntry_.erase(key);
   if (nonAgingReactor_ && nonAgingReactor_->notifier()->macEntriesHas(key)) {
     offer(fromRow(nonAgingReactor_->notifier()->macEntries(key)), "fdbConfig");
   }

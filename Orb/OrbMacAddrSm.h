@@ -200,7 +200,11 @@ class MacAddrSm : public OrbBaseSm {
   Vex::Ptr<ModifyMacEntry> queuedChange(const MacVlanPair& key) const;
   std::optional<MacVlanPair> updateBookmark() const;
   std::size_t macTableUpdateListSize() const { return macTableUpdateList_.size(); }
-  std::uint32_t collidingStaticEntryWithRouterMacEntry() const { return collidingStaticEntryWithRouterMacEntry_; }
+  // How many configured static entries a router MAC of the same key sets
+  // aside now.
+  std::uint32_t collidingStaticEntryWithRouterMacEntry() const {
+    return static_cast<std::uint32_t>(collidingStaticEntryWithRouterMacEntry_.size());
+  }
   // The longest single slice of the update queue so far, in seconds.
   Vex::Seconds longestSlice() const { return longestSlice_; }
   std::uint64_t slices() const { return slices_; }
@@ -391,7 +395,7 @@ class MacAddrSm : public OrbBaseSm {
   IntfId currentPeerLink_;
   Vex::HashMap<IntfId, bool> learningOnPort_;
   Vex::HashSet<MacVlanPair> ignoredRows_;
-  std::uint32_t collidingStaticEntryWithRouterMacEntry_ = 0;
+  Vex::HashSet<MacVlanPair> collidingStaticEntryWithRouterMacEntry_;
   Vex::Ptr<Dot1x::HostTable> dot1xLocalHostTable_;
   Vex::Ptr<Bridging::DynamicHostStatus> dynamicHostStatus_;
   L2RibObjCache l2RibObjCache_;

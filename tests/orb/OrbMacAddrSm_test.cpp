@@ -379,13 +379,32 @@ TEST_F(MacAddrSmTest, PeerHostsOfAnMlagInterfaceAreReviewedInSlicesWhenItComesAn
   EXPECT_EQ(status->learnedHost(key(1))->intf, IntfId("Port-Channel100"));
 }
 
-TEST_F(MacAddrSmTest, StaticEntryCollidingWithRouterMacIsNotUsed) {
+TEST_F(MacAddrSmTest, StaticEntriesCollidingWithRouterMacsAreSetAsideAndCountedOnce) {
   routerMac->macEntryIs(key(4), row(key(4), "Cpu"));
   start();
   config->fdbConfigIs(key(4), row(key(4), "Ethernet1", EntryType::entryStatic));
   settle();
   EXPECT_FALSE(status->learnedHost(key(4)));
-  EXPECT_GE(sm->collidingStaticEntryWithRouterMacEntry(), 1u);
+  EXPECT_EQ(sm->collidingStaticEntryWithRouterMacEntry(), 1u);
+  // Looked at again and again, it is still one colliding entry.
+  sm->reevaluateEntry(key(4));
+  config->fdbConfigIs(key(4), row(key(4), "Ethernet2", EntryType::entryStatic));
+  settle();
+  EXPECT_EQ(sm->collidingStaticEntryWithRouterMacEntry(), 1u);
+  routerMac->macEntryIs(key(5), row(key(5), "Cpu"));
+  config->fdbConfigIs(key(5), row(key(5), "Ethernet1", EntryType::entryStatic));
+  settle();
+  EXPECT_EQ(sm->collidingStaticEntryWithRouterMacEntry(), 2u);
+  // The static entry goes: one fewer.
+  config->fdbConfigDel(key(5));
+  settle();
+  EXPECT_EQ(sm->collidingStaticEntryWithRouterMacEntry(), 1u);
+  // The router MAC goes: the static entry is programmed, nothing collides.
+  routerMac->macEntryDel(key(4));
+  settle();
+  EXPECT_EQ(sm->collidingStaticEntryWithRouterMacEntry(), 0u);
+  ASSERT_TRUE(status->learnedHost(key(4)));
+  EXPECT_EQ(status->learnedHost(key(4))->intf, IntfId("Ethernet2"));
 }
 
 TEST_F(MacAddrSmTest, CandidatesOfAllSourcesResolveInOrderOnAFullTie) {
