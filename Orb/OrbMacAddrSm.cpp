@@ -206,6 +206,8 @@ class VlanHelperReactor : public VlanHelperReactorBase {
   }
 };
 
+MAC_KEY_REACTOR(VxlanConfigReactor, Vxlan::VxlanConfigDir, handleVlanToVni, VlanId, handleVlanToVni);
+
 MAC_KEY_REACTOR(IntfConfigReactor, Interface::EthPhyIntfConfigDir, handleMacLearningDisabled, IntfId,
                 handleEthIntfConfig);
 
@@ -335,7 +337,15 @@ MacAddrSm::MacAddrSm(
       objTupleToHwId_(objTupleToHwId) {
   bankFullEvent();
   dynamicHostStatusIs(nullptr);
-  updateMacEntryClock_ = Vex::clockFactory([this] { updateQueuedAddresses(); });
+  updateMacEntryClock_ = Vex::clockFactory([this] {
+    try {
+      updateQueuedAddresses();
+    } catch (const Vex::RangeError& e) {
+      // The change that could not be programmed left the queue, and the
+      // clock is armed for the rest: the error stops here.
+      BLIP(trace(), 1, "ERROR: queued change dropped: {}", e.what());
+    }
+  });
   macTableTimer_ = Vex::clockFactory([this] { handleMacTableUpdate(); });
   flushReqTimer_ = Vex::clockFactory([this] { handleFlushReqTimer(); });
   mlagHostTableTimer_ = Vex::clockFactory([this] { handleMlagHostTableWalk(); });
@@ -351,6 +361,7 @@ MacAddrSm::MacAddrSm(
   reactors_->add<ConfigReactor>(bridgingConfig_);
   reactors_->add<IntfConfigReactor>(ethPhyIntfConfigDir_);
   reactors_->add<VlanHelperReactor>(vlanHelper_);
+  reactors_->add<VxlanConfigReactor>(vxlanConfigDir_);
   reactors_->add<MlagHostReactor>(mlagHostTable_);
   reactors_->add<MlagStatusReactor>(mlagStatus_);
   reactors_->add<FsfReactor>(fsfStatus_);
@@ -515,7 +526,10 @@ std::optional<RemoteMacAddressTableEntry> MacAddrSm::currentEntry(const MacVlanP
 bool MacAddrSm::checkIgnoreEvent(const MacAddressTableEntry& learned) {
   const IntfId& intf = learned.intf;
   const char* why = nullptr;
-  if (!ocsd()->intfHas(intf) && !ocsd()->lagToPortHas(intf) && !ocsd()->cpuIntfHas(intf)) {
+  auto vlan = learned.macVlanPair.vlanId.value();
+  if (vlan < 1 || vlan > 4094) {
+    why = ": vlan out of range";
+  } else if (!ocsd()->intfHas(intf) && !ocsd()->lagToPortHas(intf) && !ocsd()->cpuIntfHas(intf)) {
     why = intf.isLag() ? ": unknown LAG" : ": unknown intf";
   } else if (!macLearningStatusOnPort(intf)) {
     why = ": learning off on port";
@@ -575,8 +589,12 @@ void MacAddrSm::maybeUpdateMoveCount(RemoteMacAddressTableEntry& wanted, const R
 void MacAddrSm::reevaluateEntry(const MacVlanPair& key) {
   const MacAddressTableEntry* hardware = macTable_->macEntryHas(key) ? &macTable_->macEntry(key) : nullptr;
   auto current = currentEntry(key);
-  bool aged = !hardware && current && learnedHere(current->entryType) && !isStaticEntryType(current->entryType);
-  evaluateEntry(key, hardware, aged, Vex::now());
+  // A learned entry whose row the hardware dropped was aged out by it.
+  if (!hardware && current && learnedHere(current->entryType) && !isStaticEntryType(current->entryType)) {
+    handleAddressAged(key);
+    return;
+  }
+  evaluateEntry(key, hardware, false, Vex::now());
 }
 
 void MacAddrSm::evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry* hardware, bool agedInHardware,
@@ -659,6 +677,13 @@ void MacAddrSm::evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry
   }
   if (action == EntryEvaluationAction::none) {
     // Nothing to program, but a change still queued for the key is stale.
+    if (updateList_.contains(key)) updateList_.erase(key);
+    return;
+  }
+  if (action == EntryEvaluationAction::addOrModify && !hasVni(*wanted)) {
+    // Set aside, not queued: it is looked at again when the VLAN gets one.
+    BLIP(trace(), 3, "ERROR: no mapping for vni of vlan {}: {} waits for one", key.vlanId.value(), keyText(key));
+    waitForVni(key);
     if (updateList_.contains(key)) updateList_.erase(key);
     return;
   }
@@ -767,7 +792,10 @@ bool MacAddrSm::programChange(ModifyMacEntry& change) {
   (void)vlanId;
   switch (change.action) {
     case EntryEvaluationAction::addOrModify:
-      return isRemoteEntryType(change.entryType()) ? programRemote(change) : programLocal(change);
+      // A remote entry on a port of this switch (an EVPN host received on
+      // a local port) is a local entry to the chip: no tunnel, no VNI.
+      return isRemoteEntryType(change.entryType()) && !isLocalIntf(change.intf()) ? programRemote(change)
+                                                                                  : programLocal(change);
     case EntryEvaluationAction::remoteToLocal:
       return programRemoteToLocal(change);
     case EntryEvaluationAction::remove:
@@ -776,6 +804,26 @@ bool MacAddrSm::programChange(ModifyMacEntry& change) {
       BLIP(trace(), 1, "ERROR: Unknown action {}", static_cast<int>(change.action));
       return true;
   }
+}
+
+bool MacAddrSm::hasVni(const RemoteMacAddressTableEntry& entry) const {
+  if (!isRemoteEntryType(entry.entryType) || isLocalIntf(entry.intf) || !vxlanConfigDir_) return true;
+  return vxlanConfigDir_->vlanToVniHas(entry.macVlanPair.vlanId);
+}
+
+void MacAddrSm::waitForVni(const MacVlanPair& key) { waitingForVni_[key.vlanId].insert(key); }
+
+void MacAddrSm::handleVlanToVni(VlanId vlanId) {
+  if (!vxlanConfigDir_->vlanToVniHas(vlanId)) return;
+  auto waiting = waitingForVni_.find(vlanId);
+  if (waiting == waitingForVni_.end()) return;
+  BLIP(trace(), 5, "vlan {} has a vni: {} remote entries looked at again", vlanId.value(), waiting->second.size());
+  for (const auto& key : waiting->second) queueReview(key);
+  waitingForVni_.erase(waiting);
+}
+
+bool MacAddrSm::isLocalIntf(const IntfId& intf) const {
+  return ocsd()->intfHas(intf) || ocsd()->lagToPortHas(intf) || ocsd()->cpuIntfHas(intf);
 }
 
 bool MacAddrSm::skipHwProgInHitlessRestartMode(const ModifyMacEntry& change) const {
@@ -814,8 +862,10 @@ bool MacAddrSm::handleAddStatus(ModifyMacEntry& change, std::uint32_t status) {
 bool MacAddrSm::programLocal(ModifyMacEntry& change) {
   const MacVlanPair& key = change.macVlanPair();
   if (skipHwProgInHitlessRestartMode(change)) return true;
-  BLIP(trace(), 6, " Programming MAC entry: {} {} {}", keyText(key), change.intf().stringValue(),
-       macEntryTypeWord(change.entryType()));
+  BLIP(trace(), 6, "{}{} {} {}",
+       isRemoteEntryType(change.entryType()) ? " Programming evpn received mac as local mac: "
+                                             : " Programming MAC entry: ",
+       keyText(key), change.intf().stringValue(), macEntryTypeWord(change.entryType()));
   std::uint32_t status = orbHelper_->addHost(key, change.intf(), 0, false, change.entryType());
   if (status == OrbHelper::OrbHelperMacAddrSm::addAccepted) return addAccepted(change);
   if (status != OrbTypes::tableAddSuccess) return handleAddStatus(change, status);
@@ -887,8 +937,9 @@ std::uint64_t MacAddrSm::nextHopId(const RemoteMacAddressTableEntry& entry) cons
 
 bool MacAddrSm::programRemote(ModifyMacEntry& change) {
   const MacVlanPair& key = change.macVlanPair();
-  if (vxlanConfigDir_ && !vxlanConfigDir_->vlanToVniHas(key.vlanId)) {
+  if (!hasVni(change.entry())) {
     BLIP(trace(), 3, "No vlan-vni mapping for vlan {}", key.vlanId.value());
+    waitForVni(key);
     return true;
   }
   if (skipHwProgInHitlessRestartMode(change)) return true;
@@ -1058,6 +1109,7 @@ void MacAddrSm::handleAddressLearnt(const MacAddressTableEntry& entry) {
 }
 
 void MacAddrSm::handleAddressAged(const MacVlanPair& key) {
+  BLIP(trace(), 6, " address aged - {}", keyText(key));
   auto current = currentEntry(key);
   evaluateEntry(key, nullptr, current && !isStaticEntryType(current->entryType), Vex::now());
 }

@@ -255,6 +255,8 @@ class MacAddrSm : public OrbBaseSm {
   void handleEthIntfConfig(const IntfId& intf);
   // The VLAN helper completed a VLAN update: membership may have changed.
   void handleVlanMembership();
+  // A VLAN got (or lost) its VNI: remote entries set aside for it go in.
+  void handleVlanToVni(VlanId vlanId);
   void handleVlanLearning(VlanId vlanId);
   void handleLagToPort(const IntfId& lag);
   void handleMlagStateOrPeerLinkIntf();
@@ -355,6 +357,12 @@ class MacAddrSm : public OrbBaseSm {
   void delFromFdbStatus(const MacVlanPair& key);
   void decRemoteRefcounts(const MacVlanPair& key);
   std::uint64_t nextHopId(const RemoteMacAddressTableEntry& entry) const;
+  // A port, LAG or CPU interface of this switch, as opposed to a tunnel.
+  bool isLocalIntf(const IntfId& intf) const;
+  // Whether the entry can be programmed as far as VNIs go: a remote entry
+  // behind a tunnel needs its VLAN mapped to one.
+  bool hasVni(const RemoteMacAddressTableEntry& entry) const;
+  void waitForVni(const MacVlanPair& key);
   bool skipHwProgInHitlessRestartMode(const ModifyMacEntry& change) const;
   bool remoteMacRecoveryInProgress() const;
 
@@ -395,6 +403,8 @@ class MacAddrSm : public OrbBaseSm {
   IntfId currentPeerLink_;
   Vex::HashMap<IntfId, bool> learningOnPort_;
   Vex::HashSet<MacVlanPair> ignoredRows_;
+  // Remote entries set aside until their VLAN has a VNI.
+  std::map<VlanId, Vex::HashSet<MacVlanPair>> waitingForVni_;
   Vex::HashSet<MacVlanPair> collidingStaticEntryWithRouterMacEntry_;
   Vex::Ptr<Dot1x::HostTable> dot1xLocalHostTable_;
   Vex::Ptr<Bridging::DynamicHostStatus> dynamicHostStatus_;

@@ -285,6 +285,25 @@ TEST_F(MacAddrSmTest, QueuedChangeForAnInvalidVlanFails) {
   }
 }
 
+// A row the chip layer writes with a VLAN outside 1..4094 is bad input: it
+// is set aside with a trace, the clocks go on, and other learns with them.
+TEST_F(MacAddrSmTest, HardwareRowWithAnInvalidVlanIsSetAside) {
+  auto traces = std::make_shared<Blip::CaptureSink>();
+  Blip::sinkIs(traces);
+  Orb::orbTraceHandle("OrbMacAddrSm").levelIs(6);
+  start();
+  MacVlanPair bad{EthAddr(1), VlanId()};
+  macTable->macEntryIs(bad, MacAddressTableEntry{bad, IntfId("Ethernet1"), EntryType::entryDynamic, {}, 0});
+  learn(key(2), "Ethernet1");
+  EXPECT_NO_THROW(settle());
+  EXPECT_EQ(helper->calls, std::vector<std::string>{"add 00:00:00:00:00:02 Ethernet1 -> 0"});
+  EXPECT_EQ(sm->updateListSize(), 0u);
+  EXPECT_EQ(sm->macTableUpdateListSize(), 0u);
+  EXPECT_TRUE(traces->contains("vlan out of range"));
+  Orb::orbTraceHandle("OrbMacAddrSm").levelIs(0);
+  Blip::sinkIs(nullptr);
+}
+
 TEST_F(MacAddrSmTest, LearningControlPerPortAndVlan) {
   start();
   intfConfig->macLearningDisabledIs(IntfId("Ethernet2"));
