@@ -197,14 +197,7 @@ class ConfigReactor : public ConfigReactorBase {
   }
 };
 
-MAC_REACTOR(VlanHelperReactorBase, VlanHelperBase);
-class VlanHelperReactor : public VlanHelperReactorBase {
- public:
-  using VlanHelperReactorBase::VlanHelperReactorBase;
-  void handleVlansProgrammed() override {
-    if (sm_->reacting()) sm_->handleVlanMembership();
-  }
-};
+MAC_KEY_REACTOR(VlanDoneReactor, VlanHwUpdateStatus, handleHwStatus, VlanId, handleVlanUpdateDone);
 
 MAC_KEY_REACTOR(VxlanConfigReactor, Vxlan::VxlanConfigDir, handleVlanToVni, VlanId, handleVlanToVni);
 
@@ -360,7 +353,7 @@ MacAddrSm::MacAddrSm(
   reactors_->add<RouterMacReactor>(routerMacTable_);
   reactors_->add<ConfigReactor>(bridgingConfig_);
   reactors_->add<IntfConfigReactor>(ethPhyIntfConfigDir_);
-  reactors_->add<VlanHelperReactor>(vlanHelper_);
+  if (vlanHelper_) reactors_->add<VlanDoneReactor>(vlanHelper_->lastCompletedUpdateStatus());
   reactors_->add<VxlanConfigReactor>(vxlanConfigDir_);
   reactors_->add<MlagHostReactor>(mlagHostTable_);
   reactors_->add<MlagStatusReactor>(mlagStatus_);
@@ -427,11 +420,15 @@ void MacAddrSm::handleInitialized() {
   if (routerMacTable_) {
     for (const auto& [key, row] : routerMacTable_->macEntry()) reevaluateEntry(key);
   }
+  walkVlanConfiguration();
   if (l2RibOutput_) {
     for (const auto& [key, entry] : l2RibOutput_->host()) handleL2RibHost(key);
   }
   if (lbOutput_) {
     for (const auto& [id, members] : lbOutput_->lb()) handleL2RibLb(id);
+  }
+  if (destOutput_) {
+    for (const auto& [id, dest] : destOutput_->dest()) handleL2RibDest(id);
   }
   for (const auto& [key, row] : macTable_->macEntry()) handleMacEntry(key);
   // Hosts restored from before a restart are reconciled with the hardware
@@ -564,9 +561,38 @@ bool MacAddrSm::vlanMember(const IntfId& intf, VlanId vlanId) const {
   return !lag.empty() && (member(lag) || portsOf(lag));
 }
 
-void MacAddrSm::handleVlanMembership() {
+bool MacAddrSm::vlanHasMembers(VlanId vlanId) const {
+  auto cache = vlanHelper_->vlanCache(vlanId);
+  return cache && !cache->add().empty();
+}
+
+void MacAddrSm::handleVlanUpdateDone(VlanId vlanId) {
+  if (vlanHasMembers(vlanId)) {
+    vlansWithMembers_.insert(vlanId);
+  } else if (vlansWithMembers_.erase(vlanId)) {
+    BLIP(trace(), 5, "vlan {} deleted", vlanId.value());
+    orbHelper_->handleVlanDelete(vlanId);
+  }
   // A port may have joined the VLAN of a row turned down before.
   if (!ignoredRows_.empty()) reviewIgnoredRows();
+}
+
+void MacAddrSm::walkVlanConfiguration() {
+  if (!vlanHelper_) return;
+  std::vector<VlanId> gone;
+  for (const auto& [vlanId, cache] : vlanHelper_->vlanCache()) {
+    if (vlanHasMembers(vlanId)) {
+      vlansWithMembers_.insert(vlanId);
+    } else {
+      gone.push_back(vlanId);
+    }
+  }
+  // Deleted while this machine was not there to hear it.
+  std::sort(gone.begin(), gone.end());
+  for (auto vlanId : gone) {
+    BLIP(trace(), 5, "vlan {} deleted", vlanId.value());
+    orbHelper_->handleVlanDelete(vlanId);
+  }
 }
 
 void MacAddrSm::maybeUpdateMoveCount(RemoteMacAddressTableEntry& wanted, const RemoteMacAddressTableEntry* current,
@@ -1135,7 +1161,9 @@ void MacAddrSm::handleL2RibHost(const MacVlanPair& key) {
 }
 
 void MacAddrSm::handleL2RibDest(std::uint64_t id) {
-  for (const auto& key : l2RibObjCache_.dependantHosts({L2Rib::objTypeDest, id})) reevaluateEntry(key);
+  const auto& hosts = l2RibObjCache_.dependantHosts({L2Rib::objTypeDest, id});
+  BLIP(trace(), 7, "L2 RIB dest {}: {} hosts", id, hosts.size());
+  for (const auto& key : hosts) reevaluateEntry(key);
 }
 
 void MacAddrSm::handleL2RibLb(std::uint64_t id) {

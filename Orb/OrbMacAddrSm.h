@@ -253,8 +253,9 @@ class MacAddrSm : public OrbBaseSm {
   void handleDot1xHostTableEntry(const Nexo::EthAddr& addr);
   void handleDot1xIntfStatus(const IntfId& intf);
   void handleEthIntfConfig(const IntfId& intf);
-  // The VLAN helper completed a VLAN update: membership may have changed.
-  void handleVlanMembership();
+  // The VLAN helper completed an update of the VLAN: its membership may
+  // have changed, and a VLAN that lost its last member is deleted.
+  void handleVlanUpdateDone(VlanId vlanId);
   // A VLAN got (or lost) its VNI: remote entries set aside for it go in.
   void handleVlanToVni(VlanId vlanId);
   void handleVlanLearning(VlanId vlanId);
@@ -315,6 +316,9 @@ class MacAddrSm : public OrbBaseSm {
   class Reactors;
 
   void doClearRemoteMacsFromFdbStatus();
+  bool vlanHasMembers(VlanId vlanId) const;
+  // At start: the VLANs there are, and those deleted meanwhile.
+  void walkVlanConfiguration();
   // Whether a source other than the hardware wants the key, or a change for
   // it waits in the queue.
   bool wantedElsewhere(const MacVlanPair& key) const;
@@ -403,6 +407,7 @@ class MacAddrSm : public OrbBaseSm {
   IntfId currentPeerLink_;
   Vex::HashMap<IntfId, bool> learningOnPort_;
   Vex::HashSet<MacVlanPair> ignoredRows_;
+  Vex::HashSet<VlanId> vlansWithMembers_;
   // Remote entries set aside until their VLAN has a VNI.
   std::map<VlanId, Vex::HashSet<MacVlanPair>> waitingForVni_;
   Vex::HashSet<MacVlanPair> collidingStaticEntryWithRouterMacEntry_;

@@ -128,6 +128,8 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   void configureAgingTime(std::uint32_t seconds) override;
   void enableLearning(const Nexo::IntfId& intf, bool enable) override;
   void enableLearningOnVlan(Bridging::VlanId vlanId, bool enable) override;
+  // A deleted VLAN's learned entries go, as a flush of the VLAN takes them.
+  void handleVlanDelete(Bridging::VlanId vlanId) override { flushVlan(vlanId); }
   void showL2TableAll(unsigned) override {}
   void handleVerify() override {}
   void verifyLearning(const Nexo::IntfId&, bool) override {}
