@@ -343,6 +343,8 @@ MacAddrSm::MacAddrSm(
   flushReqTimer_ = Vex::clockFactory([this] { handleFlushReqTimer(); });
   mlagHostTableTimer_ = Vex::clockFactory([this] { handleMlagHostTableWalk(); });
   mlagIntfHostTableTimer_ = Vex::clockFactory([this] { handleMlagIntfHostTableWalk(); });
+  intfHostWalkTimer_ = Vex::clockFactory([this] { handleIntfHostWalk(); });
+  clockIs(intfHostWalkTimer_);
   clockIs(mlagIntfHostTableTimer_);
   clockIs(mlagHostTableTimer_);
   clockIs(updateMacEntryClock_);
@@ -385,6 +387,7 @@ MacAddrSm::~MacAddrSm() {
   flushReqTimer_->timeMinIs(Vex::never);
   mlagHostTableTimer_->timeMinIs(Vex::never);
   mlagIntfHostTableTimer_->timeMinIs(Vex::never);
+  intfHostWalkTimer_->timeMinIs(Vex::never);
   if (nonAgingReactor_) reactorDel(nonAgingReactor_.get());
   nonAgingReactor_.reset();
   remoteMacRecoveryHelperSm_.reset();
@@ -636,7 +639,8 @@ void MacAddrSm::evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry
   if (hardware && checkIgnoreEvent(*hardware)) {
     ignoredRows_.insert(key);
     hardware = nullptr;
-    if (current && current->entryType == EntryType::entryDynamic) {
+    // An entry on an interface that is gone goes with it.
+    if (current && current->entryType == EntryType::entryDynamic && isLocalIntf(current->intf)) {
       stood = toRow(*current);
       hardware = &*stood;
     }
@@ -1176,18 +1180,54 @@ void MacAddrSm::handleL2RibLb(std::uint64_t id) {
   for (const auto& key : l2RibObjCache_.dependantHosts(lb)) reevaluateEntry(key);
 }
 
-void MacAddrSm::reevaluateKeysOnIntf(const IntfId& intf, bool withdraw) {
-  std::vector<MacVlanPair> keys;
-  bridgingStatus_->forEachLearnedHost([&](const MacVlanPair& key, const Bridging::LearnedHost& host) {
-    if (host.intf == intf) keys.push_back(key);
-  });
-  for (const auto& key : keys) {
-    if (withdraw) {
-      withdrawLearn(key);
-    } else {
-      reevaluateEntry(key);
+void MacAddrSm::reevaluateKeysOnIntf(const IntfId& intf) {
+  // Hosts are kept by VLAN, not by interface: every VLAN's hosts are looked
+  // through, in slices, and those on the interface go to the review.
+  IntfHostWalk walk;
+  walk.intf = intf;
+  for (const auto& [fid, fdb] : bridgingStatus_->fdbStatus()) walk.fids.push_back(fid);
+  if (walk.fids.empty()) return;
+  intfHostWalks_.push_back(std::move(walk));
+  if (intfHostWalkTimer_->timeMin() == Vex::never) intfHostWalkTimer_->timeMinIs(Vex::now());
+}
+
+void MacAddrSm::handleIntfHostWalk() {
+  Vex::Seconds start = Vex::now();
+  ++intfHostWalkSlices_;
+  std::size_t visited = 0;
+  auto timeUp = [&] { return ++visited % 64 == 0 && Vex::now() - start > macTableReviewQuanta; };
+  while (!intfHostWalks_.empty()) {
+    auto& walk = intfHostWalks_.front();
+    while (!walk.fids.empty()) {
+      const auto& fdb = bridgingStatus_->fdbStatus(walk.fids.back());
+      auto vlanId = Bridging::Status::vlanOf(walk.fids.back());
+      if (fdb && vlanId) {
+        const auto& hosts = fdb->learnedHost();
+        auto it = hosts.begin();
+        // Resume where the last slice stopped unless the table was rebuilt
+        // meanwhile; then from its start again (a host reviewed twice is
+        // harmless).
+        if (walk.next && hosts.bucket_count() == walk.buckets) {
+          if (auto at = hosts.find(*walk.next); at != hosts.end()) it = at;
+        }
+        for (; it != hosts.end(); ++it) {
+          if (it->second.intf == walk.intf) queueReview(MacVlanPair{it->first, *vlanId});
+          if (!timeUp()) continue;
+          if (auto next = std::next(it); next != hosts.end()) {
+            walk.next = next->first;
+            walk.buckets = hosts.bucket_count();
+            longestSlice_ = std::max(longestSlice_, Vex::now() - start);
+            intfHostWalkTimer_->timeMinIs(Vex::now());
+            return;
+          }
+        }
+      }
+      walk.fids.pop_back();
+      walk.next.reset();
     }
+    intfHostWalks_.pop_front();
   }
+  longestSlice_ = std::max(longestSlice_, Vex::now() - start);
 }
 
 void MacAddrSm::handleIntf(const IntfId& intf) {
@@ -1195,14 +1235,14 @@ void MacAddrSm::handleIntf(const IntfId& intf) {
   // Entries on an interface that is gone go with it; rows reported on it
   // meanwhile count once it is back.
   if (!ocsd()->intfHas(intf)) {
-    reevaluateKeysOnIntf(intf, true);
+    reevaluateKeysOnIntf(intf);
   } else {
     reviewIgnoredRows();
   }
 }
 
 void MacAddrSm::handleEthIntfStatus(const IntfId& intf) {
-  if (ethPhyIntfStatusDir_ && !ethPhyIntfStatusDir_->linkUp(intf)) reevaluateKeysOnIntf(intf, false);
+  if (ethPhyIntfStatusDir_ && !ethPhyIntfStatusDir_->linkUp(intf)) reevaluateKeysOnIntf(intf);
 }
 
 void MacAddrSm::handleTunnelLearnEvent() { reevaluateRemoteEntries(); }
@@ -1249,16 +1289,13 @@ void MacAddrSm::handleObjTupleToHwIdMap(const L2Rib::ObjTuple& tuple) {
 }
 
 void MacAddrSm::reevaluateKeysOfAddress(const Nexo::EthAddr& addr) {
+  // An address has at most one key per VLAN: those are looked up, never
+  // the whole hardware table walked.
   std::vector<MacVlanPair> keys;
-  for (const auto& [key, row] : macTable_->macEntry()) {
-    if (key.addr == addr) keys.push_back(key);
+  for (std::uint16_t vlan = 1; vlan <= 4094; ++vlan) {
+    MacVlanPair key{addr, VlanId(vlan)};
+    if (macTable_->macEntryHas(key) || bridgingStatus_->learnedHost(key)) keys.push_back(key);
   }
-  for (const auto& [fid, fdb] : bridgingStatus_->fdbStatus()) {
-    auto vlanId = Bridging::Status::vlanOf(fid);
-    if (vlanId && fdb->learnedHostHas(addr)) keys.push_back(MacVlanPair{addr, *vlanId});
-  }
-  std::sort(keys.begin(), keys.end());
-  keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
   // A failed server's learns stop counting; once it is back its rows do.
   bool failed = fsfStatus_ && fsfStatus_->failedServer(addr);
   for (const auto& key : keys) {

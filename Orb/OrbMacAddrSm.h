@@ -272,6 +272,11 @@ class MacAddrSm : public OrbBaseSm {
   void handleMlagIntfHostTableWalk();
   std::optional<MacVlanPair> lagToHostBookmark(const IntfId& lag) const;
   void handleFsfFailedServer(const Nexo::EthAddr& addr);
+  // One slice of the walks over the learned hosts for those of an
+  // interface (a link went down, a port went away).
+  void handleIntfHostWalk();
+  bool intfHostWalkPending() const { return !intfHostWalks_.empty(); }
+  std::uint64_t intfHostWalkSlices() const { return intfHostWalkSlices_; }
   void handleHostAgingTime();
 
   // Flushing: requests are gathered into `fr` and carried out on the flush
@@ -331,8 +336,8 @@ class MacAddrSm : public OrbBaseSm {
   void dropFlushedQueuedLearns(std::optional<std::uint16_t> vlanId, const IntfId* intf, bool mayBeWanted);
   template <class Flush>
   void flushInChip(Flush flush);
-  // `withdraw`: the interface is gone and its learns with it.
-  void reevaluateKeysOnIntf(const IntfId& intf, bool withdraw);
+  // Starts a walk that sends the hosts on the interface to the review.
+  void reevaluateKeysOnIntf(const IntfId& intf);
   void queueReview(const MacVlanPair& key);
   // Rows checkIgnoreEvent turned down are reviewed again when what turned
   // them down may have changed.
@@ -408,6 +413,15 @@ class MacAddrSm : public OrbBaseSm {
   Vex::HashMap<IntfId, bool> learningOnPort_;
   Vex::HashSet<MacVlanPair> ignoredRows_;
   Vex::HashSet<VlanId> vlansWithMembers_;
+  struct IntfHostWalk {
+    IntfId intf;
+    std::vector<Bridging::Fid> fids;    // left to walk, the last one first
+    std::optional<Nexo::EthAddr> next;  // where the last one's walk resumes
+    std::size_t buckets = 0;            // its table's size when it stopped
+  };
+  std::deque<IntfHostWalk> intfHostWalks_;
+  Vex::Ptr<Vex::Clock> intfHostWalkTimer_;
+  std::uint64_t intfHostWalkSlices_ = 0;
   // Remote entries set aside until their VLAN has a VNI.
   std::map<VlanId, Vex::HashSet<MacVlanPair>> waitingForVni_;
   Vex::HashSet<MacVlanPair> collidingStaticEntryWithRouterMacEntry_;

@@ -105,6 +105,7 @@ class MacAddrSmTest : public ::testing::Test {
   Vex::Ptr<Bridging::Status> status = Vex::make<Bridging::Status>("status");
   Vex::Ptr<Bridging::Config> config = Vex::make<Bridging::Config>("config");
   Vex::Ptr<Interface::EthPhyIntfConfigDir> intfConfig = Vex::make<Interface::EthPhyIntfConfigDir>("ic");
+  Vex::Ptr<Interface::EthPhyIntfStatusDir> intfStatus = Vex::make<Interface::EthPhyIntfStatusDir>("is");
   Vex::Ptr<Mlag::HostTable> mlagHosts = Vex::make<Mlag::HostTable>("mlagHosts");
   Vex::Ptr<Mlag::Status> mlag = Vex::make<Mlag::Status>("mlag");
   Vex::Ptr<RecordingMacHelper> helper = Vex::make<RecordingMacHelper>();
@@ -132,11 +133,11 @@ class MacAddrSmTest : public ::testing::Test {
     Log::sinkIs(nullptr);
   }
   void start() {
-    sm = Orb::macAddrSmFactory(
-        ocsd, Vex::make<Orb::OrbCommonMulticastData>("ocmd"), macTable, routerMac, status, flushes, replies, config,
-        intfConfig, Vex::make<Interface::EthPhyIntfStatusDir>("is"), nullptr, mlagHosts, mlag, helper, fsf, vxlan, rmac,
-        remote, dot1xHosts, dot1x, Vex::make<OrbHelper::OrbHelperDot1x>(), l2RibInput, l2Rib,
-        Vex::make<L2Rib::LoadBalanceOutput>("lb"), Vex::make<L2Rib::DestOutput>("dest"), tunnels, hwIds);
+    sm = Orb::macAddrSmFactory(ocsd, Vex::make<Orb::OrbCommonMulticastData>("ocmd"), macTable, routerMac, status,
+                               flushes, replies, config, intfConfig, intfStatus, nullptr, mlagHosts, mlag, helper, fsf,
+                               vxlan, rmac, remote, dot1xHosts, dot1x, Vex::make<OrbHelper::OrbHelperDot1x>(),
+                               l2RibInput, l2Rib, Vex::make<L2Rib::LoadBalanceOutput>("lb"),
+                               Vex::make<L2Rib::DestOutput>("dest"), tunnels, hwIds);
     helper->calls.clear();
   }
   void settle() { loop.runUntilIdle(); }
@@ -253,6 +254,36 @@ TEST_F(MacAddrSmTest, OtherStatusMeansNotProgrammed) {
   learn(key(1), "Ethernet2");
   settle();
   EXPECT_FALSE(status->learnedHost(key(1)));
+  EXPECT_EQ(sm->updateListSize(), 0u);
+}
+
+// A link going down or a port going away reviews the hosts on it without
+// holding the thread: the walk over the learned hosts goes in slices.
+TEST_F(MacAddrSmTest, WalksOverTheHostsOfAnInterfaceGoInSlices) {
+  start();
+  constexpr int perPort = 20000;
+  for (int i = 0; i < 2 * perPort; ++i) {
+    learn(key(0x10000 + i, 1 + i % 50), i % 2 ? "Ethernet2" : "Ethernet1");
+  }
+  settle();
+  ASSERT_EQ(status->learnedHostCount(), static_cast<std::size_t>(2 * perPort));
+  loop.simulatedTime()->stepIs(0.0001);  // every reading of the time costs 0.1 ms
+  intfStatus->linkUpIs(IntfId("Ethernet2"), false);
+  EXPECT_TRUE(sm->intfHostWalkPending());  // the reaction only started it
+  ocsd->intfDel(IntfId("Ethernet1"));
+  settle();
+  loop.simulatedTime()->stepIs(0);
+  EXPECT_FALSE(sm->intfHostWalkPending());
+  EXPECT_GT(sm->intfHostWalkSlices(), 10u);
+  EXPECT_LE(sm->longestSlice(), sm->macTableReviewQuanta + 0.01);
+  // The gone port's hosts went; those on the port whose link is down stay
+  // while the chip holds them.
+  std::size_t onEthernet1 = 0, onEthernet2 = 0;
+  status->forEachLearnedHost([&](const MacVlanPair&, const Bridging::LearnedHost& host) {
+    ++(host.intf == IntfId("Ethernet1") ? onEthernet1 : onEthernet2);
+  });
+  EXPECT_EQ(onEthernet1, 0u);
+  EXPECT_EQ(onEthernet2, static_cast<std::size_t>(perPort));
   EXPECT_EQ(sm->updateListSize(), 0u);
 }
 
