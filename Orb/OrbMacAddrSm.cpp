@@ -519,8 +519,15 @@ std::optional<RemoteMacAddressTableEntry> MacAddrSm::configuredEntry(const MacVl
 
 std::optional<RemoteMacAddressTableEntry> MacAddrSm::currentEntry(const MacVlanPair& key) const {
   if (bridgingStatus_->remoteStatusTableHas(key)) return bridgingStatus_->remoteStatusTable(key);
-  if (const auto* host = bridgingStatus_->learnedHost(key)) return fromHost(key, *host);
-  return std::nullopt;
+  const auto* host = bridgingStatus_->learnedHost(key);
+  if (!host) return std::nullopt;
+  // What the hardware holds is the row this machine wrote into the MAC
+  // table. Once the chip's report of a move or an age has taken that row's
+  // place, what is programmed until the change is made is what `fdbStatus`
+  // published with it.
+  auto row = macTable_->macEntry().find(key);
+  if (row != macTable_->macEntry().end() && isProgrammedRow(row->second)) return fromRow(row->second);
+  return fromHost(key, *host);
 }
 
 bool MacAddrSm::checkIgnoreEvent(const MacAddressTableEntry& learned) {
@@ -617,6 +624,9 @@ void MacAddrSm::maybeUpdateMoveCount(RemoteMacAddressTableEntry& wanted, const R
 
 void MacAddrSm::reevaluateEntry(const MacVlanPair& key) {
   const MacAddressTableEntry* hardware = macTable_->macEntryHas(key) ? &macTable_->macEntry(key) : nullptr;
+  // The row this machine wrote for a static, peer or other configured entry
+  // is not a learn: what it holds stands only while its source wants it.
+  if (hardware && hardware->entryType != EntryType::entryDynamic && isProgrammedRow(*hardware)) hardware = nullptr;
   auto current = currentEntry(key);
   // A learned entry whose row the hardware dropped was aged out by it.
   if (!hardware && current && learnedHere(current->entryType) && !isStaticEntryType(current->entryType)) {
@@ -1010,6 +1020,14 @@ bool MacAddrSm::programRemove(ModifyMacEntry& change) {
   const MacVlanPair& key = change.macVlanPair();
   BLIP(trace(), 6, " Removing MAC entry: {}", keyText(key));
   std::uint32_t status = orbHelper_->removeHost(key, change.entryType());
+  // The row this machine wrote for the entry goes with it; a row the chip
+  // wrote since (a learn to review) stays.
+  auto row = macTable_->macEntry().find(key);
+  if (row != macTable_->macEntry().end() && isProgrammedRow(row->second)) {
+    writingMacTable_ = true;
+    macTable_->macEntryDel(key);
+    writingMacTable_ = false;
+  }
   if (status == 0) {
     BLIP(trace(), 7, "Remove successful");
   } else {
@@ -1033,6 +1051,24 @@ void MacAddrSm::addToFdbStatus(const ModifyMacEntry& change) {
   countDynamicHost(key, host, +1);
   bridgingStatus_->learnedHostIs(key, host);
   if (l2RibInput_ && learnedHere(change.entryType())) l2RibInput_->hostIs(key, row);
+  writeProgrammedRow(row);
+}
+
+void MacAddrSm::writeProgrammedRow(const MacAddressTableEntry& row) {
+  // The MAC table says what the hardware holds: the entry just programmed,
+  // with its type, moves and time. The write is this machine's own, not a
+  // learn to review.
+  auto it = macTable_->macEntry().find(row.macVlanPair);
+  if (it != macTable_->macEntry().end() && it->second == row) return;
+  writingMacTable_ = true;
+  macTable_->macEntryIs(row.macVlanPair, row);
+  writingMacTable_ = false;
+}
+
+bool MacAddrSm::isProgrammedRow(const MacAddressTableEntry& row) const {
+  const auto* host = bridgingStatus_->learnedHost(row.macVlanPair);
+  return host && host->intf == row.intf && host->entryType == row.entryType && host->moves == row.moves &&
+         host->lastMoveTime == row.lastMoveTime;
 }
 
 void MacAddrSm::delFromFdbStatus(const MacVlanPair& key) {
@@ -1077,6 +1113,7 @@ void MacAddrSm::decRemoteRefcounts(const MacVlanPair& key) {
 // --- reactions ---
 
 void MacAddrSm::handleMacEntry(const MacVlanPair& key) {
+  if (writingMacTable_) return;
   // The hardware dropped an entry this machine holds nothing for (a
   // flushed one, say): nothing to review.
   if (!macTable_->macEntryHas(key)) {

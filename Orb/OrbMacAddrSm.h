@@ -364,6 +364,10 @@ class MacAddrSm : public OrbBaseSm {
   void addToFdbStatus(const ModifyMacEntry& change);
   void countDynamicHost(const MacVlanPair& key, const Bridging::LearnedHost& host, int delta);
   void delFromFdbStatus(const MacVlanPair& key);
+  void writeProgrammedRow(const MacAddressTableEntry& row);
+  // Whether a MAC table row is the one this machine wrote for what it
+  // programmed (and published in `fdbStatus`).
+  bool isProgrammedRow(const MacAddressTableEntry& row) const;
   void decRemoteRefcounts(const MacVlanPair& key);
   std::uint64_t nextHopId(const RemoteMacAddressTableEntry& entry) const;
   // A port, LAG or CPU interface of this switch, as opposed to a tunnel.
@@ -413,6 +417,7 @@ class MacAddrSm : public OrbBaseSm {
   Vex::HashMap<IntfId, bool> learningOnPort_;
   Vex::HashSet<MacVlanPair> ignoredRows_;
   Vex::HashSet<VlanId> vlansWithMembers_;
+  bool writingMacTable_ = false;
   struct IntfHostWalk {
     IntfId intf;
     std::vector<Bridging::Fid> fids;    // left to walk, the last one first
