@@ -5,10 +5,11 @@
 // For a key it gathers the candidates (L2 RIB, EVPN/remote table, static
 // configuration with authenticated 802.1X hosts, the MLAG peer), reduces
 // them with betterEntry in that order, weighs the result against what the
-// hardware learned, and compares the winner with what it last programmed
-// (`fdbStatus` for local entries, `remoteStatusTable` for remote ones). A
-// difference becomes an Orb::ModifyMacEntry on the update queue, drained in
-// slices of `macModifyBacklogQuantum` through the MAC helper.
+// hardware learned, and compares the winner with what the hardware holds
+// (the row it wrote into `macTable` for a local entry, published in
+// `fdbStatus` too; `remoteStatusTable` for a remote one). A difference
+// becomes an Orb::ModifyMacEntry on the update queue, drained in slices of
+// `macModifyBacklogQuantum` through the MAC helper.
 //
 // Choices made here where the rules leave them open:
 // - EntryEvaluationAction values: none 0, addOrModify 1, remove 2,
@@ -17,9 +18,20 @@
 //   kept: a full table frees up as addresses age, and then it goes in.
 // - When every change left in a slice was refused (busy or full), the next
 //   slice waits `retryDelay` rather than spinning on the chip.
-// - checkIgnoreEvent ignores learns on interfaces the switch does not know,
-//   on ports or VLANs whose learning is off, on 802.1X-restricted ports,
-//   and of failed fast-failover servers.
+// - checkIgnoreEvent ignores rows with a VLAN outside 1..4094, learns on
+//   interfaces the switch does not know, on ports or VLANs whose learning
+//   is off, on 802.1X-restricted ports, on ports that are not members of
+//   the VLAN (tagged or untagged, with ingress, as the VLAN helper has it
+//   confirmed; a LAG and its ports share their VLANs), and of failed
+//   fast-failover servers. An ignored row changes nothing programmed; it is
+//   reviewed again when learning, the port, the server or a VLAN's
+//   membership changes. A port that goes away or a server that fails over
+//   takes its programmed learns with it.
+// - A remote entry whose VLAN has no VNI is set aside, not queued, and goes
+//   in once the VLAN gets one. A remote entry on a local port (an EVPN host
+//   received on one) is programmed as a local entry.
+// - A VLAN whose configured membership becomes empty is deleted for the
+//   chip (handleVlanDelete).
 // - Tunnel endpoint lists compare lexicographically, address by address.
 // - Hardware-learned entries present at start are reviewed like new ones,
 //   and so are hosts restored into `fdbStatus` from before a restart: those
