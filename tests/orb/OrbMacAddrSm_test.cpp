@@ -106,6 +106,7 @@ class MacAddrSmTest : public ::testing::Test {
   Vex::Ptr<Bridging::Config> config = Vex::make<Bridging::Config>("config");
   Vex::Ptr<Interface::EthPhyIntfConfigDir> intfConfig = Vex::make<Interface::EthPhyIntfConfigDir>("ic");
   Vex::Ptr<Interface::EthPhyIntfStatusDir> intfStatus = Vex::make<Interface::EthPhyIntfStatusDir>("is");
+  Vex::Ptr<Orb::VlanHelper> vlans;  // none: no membership to go by
   Vex::Ptr<Mlag::HostTable> mlagHosts = Vex::make<Mlag::HostTable>("mlagHosts");
   Vex::Ptr<Mlag::Status> mlag = Vex::make<Mlag::Status>("mlag");
   Vex::Ptr<RecordingMacHelper> helper = Vex::make<RecordingMacHelper>();
@@ -134,7 +135,7 @@ class MacAddrSmTest : public ::testing::Test {
   }
   void start() {
     sm = Orb::macAddrSmFactory(ocsd, Vex::make<Orb::OrbCommonMulticastData>("ocmd"), macTable, routerMac, status,
-                               flushes, replies, config, intfConfig, intfStatus, nullptr, mlagHosts, mlag, helper, fsf,
+                               flushes, replies, config, intfConfig, intfStatus, vlans, mlagHosts, mlag, helper, fsf,
                                vxlan, rmac, remote, dot1xHosts, dot1x, Vex::make<OrbHelper::OrbHelperDot1x>(),
                                l2RibInput, l2Rib, Vex::make<L2Rib::LoadBalanceOutput>("lb"),
                                Vex::make<L2Rib::DestOutput>("dest"), tunnels, hwIds);
@@ -333,6 +334,42 @@ TEST_F(MacAddrSmTest, HardwareRowWithAnInvalidVlanIsSetAside) {
   EXPECT_TRUE(traces->contains("vlan out of range"));
   Orb::orbTraceHandle("OrbMacAddrSm").levelIs(0);
   Blip::sinkIs(nullptr);
+}
+
+// Learns count only on ports that hardware lets the VLAN's frames in on; a
+// LAG and its member ports share their VLANs. A row turned down is looked
+// at again when a VLAN update completes.
+TEST_F(MacAddrSmTest, LearnsCountOnlyOnVlanMembers) {
+  vlans = Vex::make<Orb::VlanHelper>();
+  auto member = [&](const char* intf, bool tagged, bool ingress) {
+    auto pvm = vlans->getPortVlanMembership(IntfId(intf));
+    if (tagged) {
+      pvm->taggedVlanIs(VlanId(10));
+    } else {
+      pvm->untaggedVlanIs(VlanId(10));
+    }
+    if (ingress) pvm->ingressVlanIs(VlanId(10));
+  };
+  member("Ethernet1", false, true);
+  member("Ethernet2", false, false);  // egress only
+  member("Port-Channel1", true, true);
+  ocsd->lagToPortIs(IntfId("Port-Channel1"), Orb::OrbLagPortList{{{IntfId("Ethernet3"), {true, true}}}});
+  ocsd->portToLagIs(IntfId("Ethernet3"), IntfId("Port-Channel1"));
+  start();
+  learn(key(1), "Ethernet1");
+  learn(key(2), "Ethernet2");
+  learn(key(3), "Ethernet3");
+  learn(key(4, 20), "Ethernet1");
+  settle();
+  EXPECT_TRUE(status->learnedHost(key(1)));
+  EXPECT_FALSE(status->learnedHost(key(2)));
+  EXPECT_TRUE(status->learnedHost(key(3)));
+  EXPECT_FALSE(status->learnedHost(key(4, 20)));
+  EXPECT_EQ(sm->updateListSize(), 0u);
+  member("Ethernet2", false, true);
+  vlans->lastCompletedUpdateStatus()->hwStatusIs(VlanId(10), Vex::make<Orb::VlanHwUpdateStatus::Status>(VlanId(10)));
+  settle();
+  EXPECT_TRUE(status->learnedHost(key(2)));
 }
 
 TEST_F(MacAddrSmTest, LearningControlPerPortAndVlan) {
