@@ -584,7 +584,9 @@ void MacAddrSm::handleVlanUpdateDone(VlanId vlanId) {
     orbHelper_->handleVlanDelete(vlanId);
   }
   // A port may have joined the VLAN of a row turned down before.
-  if (!ignoredRows_.empty()) reviewIgnoredRows();
+  for (const auto& key : ignoredRows_) {
+    if (key.vlanId == vlanId) queueReview(key);
+  }
 }
 
 void MacAddrSm::walkVlanConfiguration() {
