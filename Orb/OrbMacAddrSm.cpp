@@ -197,6 +197,10 @@ class ConfigReactor : public ConfigReactorBase {
   }
 };
 
+MAC_KEY_REACTOR(VlanDoneReactor, VlanHwUpdateStatus, handleHwStatus, VlanId, handleVlanUpdateDone);
+
+MAC_KEY_REACTOR(VxlanConfigReactor, Vxlan::VxlanConfigDir, handleVlanToVni, VlanId, handleVlanToVni);
+
 MAC_KEY_REACTOR(IntfConfigReactor, Interface::EthPhyIntfConfigDir, handleMacLearningDisabled, IntfId,
                 handleEthIntfConfig);
 
@@ -326,11 +330,21 @@ MacAddrSm::MacAddrSm(
       objTupleToHwId_(objTupleToHwId) {
   bankFullEvent();
   dynamicHostStatusIs(nullptr);
-  updateMacEntryClock_ = Vex::clockFactory([this] { updateQueuedAddresses(); });
+  updateMacEntryClock_ = Vex::clockFactory([this] {
+    try {
+      updateQueuedAddresses();
+    } catch (const Vex::RangeError& e) {
+      // The change that could not be programmed left the queue, and the
+      // clock is armed for the rest: the error stops here.
+      BLIP(trace(), 1, "ERROR: queued change dropped: {}", e.what());
+    }
+  });
   macTableTimer_ = Vex::clockFactory([this] { handleMacTableUpdate(); });
   flushReqTimer_ = Vex::clockFactory([this] { handleFlushReqTimer(); });
   mlagHostTableTimer_ = Vex::clockFactory([this] { handleMlagHostTableWalk(); });
   mlagIntfHostTableTimer_ = Vex::clockFactory([this] { handleMlagIntfHostTableWalk(); });
+  intfHostWalkTimer_ = Vex::clockFactory([this] { handleIntfHostWalk(); });
+  clockIs(intfHostWalkTimer_);
   clockIs(mlagIntfHostTableTimer_);
   clockIs(mlagHostTableTimer_);
   clockIs(updateMacEntryClock_);
@@ -341,6 +355,8 @@ MacAddrSm::MacAddrSm(
   reactors_->add<RouterMacReactor>(routerMacTable_);
   reactors_->add<ConfigReactor>(bridgingConfig_);
   reactors_->add<IntfConfigReactor>(ethPhyIntfConfigDir_);
+  if (vlanHelper_) reactors_->add<VlanDoneReactor>(vlanHelper_->lastCompletedUpdateStatus());
+  reactors_->add<VxlanConfigReactor>(vxlanConfigDir_);
   reactors_->add<MlagHostReactor>(mlagHostTable_);
   reactors_->add<MlagStatusReactor>(mlagStatus_);
   reactors_->add<FsfReactor>(fsfStatus_);
@@ -371,6 +387,7 @@ MacAddrSm::~MacAddrSm() {
   flushReqTimer_->timeMinIs(Vex::never);
   mlagHostTableTimer_->timeMinIs(Vex::never);
   mlagIntfHostTableTimer_->timeMinIs(Vex::never);
+  intfHostWalkTimer_->timeMinIs(Vex::never);
   if (nonAgingReactor_) reactorDel(nonAgingReactor_.get());
   nonAgingReactor_.reset();
   remoteMacRecoveryHelperSm_.reset();
@@ -406,11 +423,15 @@ void MacAddrSm::handleInitialized() {
   if (routerMacTable_) {
     for (const auto& [key, row] : routerMacTable_->macEntry()) reevaluateEntry(key);
   }
+  walkVlanConfiguration();
   if (l2RibOutput_) {
     for (const auto& [key, entry] : l2RibOutput_->host()) handleL2RibHost(key);
   }
   if (lbOutput_) {
     for (const auto& [id, members] : lbOutput_->lb()) handleL2RibLb(id);
+  }
+  if (destOutput_) {
+    for (const auto& [id, dest] : destOutput_->dest()) handleL2RibDest(id);
   }
   for (const auto& [key, row] : macTable_->macEntry()) handleMacEntry(key);
   // Hosts restored from before a restart are reconciled with the hardware
@@ -464,14 +485,21 @@ std::optional<RemoteMacAddressTableEntry> MacAddrSm::configuredEntry(const MacVl
     if (remoteHostTable_->receivedHostHas(key)) offer(remoteHostTable_->receivedHost(key), "evpnMacTable");
     if (remoteHostTable_->configuredHostHas(key)) offer(remoteHostTable_->configuredHost(key), "evpnMacTable");
   }
+  // Colliding keys are kept, not counted per look, so that the count says
+  // how many static entries are set aside now.
+  bool colliding = false;
   if (bridgingConfig_->fdbConfigHas(key)) {
     if (routerMacTable_ && routerMacTable_->macEntryHas(key)) {
-      ++collidingStaticEntryWithRouterMacEntry_;
-      BLIP(trace(), 3, "collision of static entry {} with router mac entry", keyText(key));
+      colliding = true;
+      if (collidingStaticEntryWithRouterMacEntry_.insert(key).second) {
+        BLIP(trace(), 3, "collision of static entry {} with router mac entry", keyText(key));
+      }
     } else {
       offer(fromRow(bridgingConfig_->fdbConfig(key)), "fdbConfig");
     }
   }
+  if (!colliding && !collidingStaticEntryWithRouterMacEntry_.empty())
+    collidingStaticEntryWithRouterMacEntry_.erase(key);
   if (nonAgingReactor_ && nonAgingReactor_->notifier()->macEntriesHas(key)) {
     offer(fromRow(nonAgingReactor_->notifier()->macEntries(key)), "fdbConfig");
   }
@@ -491,25 +519,92 @@ std::optional<RemoteMacAddressTableEntry> MacAddrSm::configuredEntry(const MacVl
 
 std::optional<RemoteMacAddressTableEntry> MacAddrSm::currentEntry(const MacVlanPair& key) const {
   if (bridgingStatus_->remoteStatusTableHas(key)) return bridgingStatus_->remoteStatusTable(key);
-  if (const auto* host = bridgingStatus_->learnedHost(key)) return fromHost(key, *host);
-  return std::nullopt;
+  const auto* host = bridgingStatus_->learnedHost(key);
+  if (!host) return std::nullopt;
+  // What the hardware holds is the row this machine wrote into the MAC
+  // table. Once the chip's report of a move or an age has taken that row's
+  // place, what is programmed until the change is made is what `fdbStatus`
+  // published with it.
+  auto row = macTable_->macEntry().find(key);
+  if (row != macTable_->macEntry().end() && isProgrammedRow(row->second)) return fromRow(row->second);
+  return fromHost(key, *host);
 }
 
 bool MacAddrSm::checkIgnoreEvent(const MacAddressTableEntry& learned) {
   const IntfId& intf = learned.intf;
   const char* why = nullptr;
-  if (!ocsd()->intfHas(intf) && !ocsd()->lagToPortHas(intf) && !ocsd()->cpuIntfHas(intf)) {
+  auto vlan = learned.macVlanPair.vlanId.value();
+  if (vlan < 1 || vlan > 4094) {
+    why = ": vlan out of range";
+  } else if (!ocsd()->intfHas(intf) && !ocsd()->lagToPortHas(intf) && !ocsd()->cpuIntfHas(intf)) {
     why = intf.isLag() ? ": unknown LAG" : ": unknown intf";
   } else if (!macLearningStatusOnPort(intf)) {
     why = ": learning off on port";
   } else if (bridgingConfig_->macLearningDisabledVlan(learned.macVlanPair.vlanId)) {
     why = ": learning off on vlan";
+  } else if (!vlanMember(intf, learned.macVlanPair.vlanId)) {
+    why = ": not a member of the vlan";
   } else if (fsfStatus_ && fsfStatus_->failedServer(learned.macVlanPair.addr)) {
     why = ": failed fast-failover server";
   }
   if (!why) return false;
   BLIP(trace(), 6, "Ignoring event for mac entry {} on {}{}", keyText(learned.macVlanPair), intf.stringValue(), why);
   return true;
+}
+
+bool MacAddrSm::vlanMember(const IntfId& intf, VlanId vlanId) const {
+  // Without a VLAN helper there is no membership to go by.
+  if (!vlanHelper_ || ocsd()->cpuIntfHas(intf)) return true;
+  auto member = [&](const IntfId& port) {
+    const auto& pvm = vlanHelper_->portVlanMembership(port);
+    return pvm && pvm->ingressVlan(vlanId) && (pvm->untaggedVlan(vlanId) || pvm->taggedVlan(vlanId));
+  };
+  if (member(intf)) return true;
+  // A LAG and its member ports share their VLANs, whichever of them the
+  // VLAN helper names.
+  auto portsOf = [&](const IntfId& lag) {
+    const auto& ports = ocsd()->lagToPort(lag).ports;
+    return std::any_of(ports.begin(), ports.end(), [&](const auto& port) { return member(port.first); });
+  };
+  if (ocsd()->lagToPortHas(intf)) return portsOf(intf);
+  const IntfId& lag = ocsd()->portToLag(intf);
+  return !lag.empty() && (member(lag) || portsOf(lag));
+}
+
+bool MacAddrSm::vlanHasMembers(VlanId vlanId) const {
+  auto cache = vlanHelper_->vlanCache(vlanId);
+  return cache && !cache->add().empty();
+}
+
+void MacAddrSm::handleVlanUpdateDone(VlanId vlanId) {
+  if (vlanHasMembers(vlanId)) {
+    vlansWithMembers_.insert(vlanId);
+  } else if (vlansWithMembers_.erase(vlanId)) {
+    BLIP(trace(), 5, "vlan {} deleted", vlanId.value());
+    orbHelper_->handleVlanDelete(vlanId);
+  }
+  // A port may have joined the VLAN of a row turned down before.
+  for (const auto& key : ignoredRows_) {
+    if (key.vlanId == vlanId) queueReview(key);
+  }
+}
+
+void MacAddrSm::walkVlanConfiguration() {
+  if (!vlanHelper_) return;
+  std::vector<VlanId> gone;
+  for (const auto& [vlanId, cache] : vlanHelper_->vlanCache()) {
+    if (vlanHasMembers(vlanId)) {
+      vlansWithMembers_.insert(vlanId);
+    } else {
+      gone.push_back(vlanId);
+    }
+  }
+  // Deleted while this machine was not there to hear it.
+  std::sort(gone.begin(), gone.end());
+  for (auto vlanId : gone) {
+    BLIP(trace(), 5, "vlan {} deleted", vlanId.value());
+    orbHelper_->handleVlanDelete(vlanId);
+  }
 }
 
 void MacAddrSm::maybeUpdateMoveCount(RemoteMacAddressTableEntry& wanted, const RemoteMacAddressTableEntry* current,
@@ -531,18 +626,39 @@ void MacAddrSm::maybeUpdateMoveCount(RemoteMacAddressTableEntry& wanted, const R
 
 void MacAddrSm::reevaluateEntry(const MacVlanPair& key) {
   const MacAddressTableEntry* hardware = macTable_->macEntryHas(key) ? &macTable_->macEntry(key) : nullptr;
+  // The row this machine wrote for a static, peer or other configured entry
+  // is not a learn: what it holds stands only while its source wants it.
+  if (hardware && hardware->entryType != EntryType::entryDynamic && isProgrammedRow(*hardware)) hardware = nullptr;
   auto current = currentEntry(key);
-  bool aged = !hardware && current && learnedHere(current->entryType) && !isStaticEntryType(current->entryType);
-  evaluateEntry(key, hardware, aged, Vex::now());
+  // A learned entry whose row the hardware dropped was aged out by it.
+  if (!hardware && current && learnedHere(current->entryType) && !isStaticEntryType(current->entryType)) {
+    handleAddressAged(key);
+    return;
+  }
+  evaluateEntry(key, hardware, false, Vex::now());
 }
 
 void MacAddrSm::evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry* hardware, bool agedInHardware,
                               double time) {
   BLIP(trace(), 7, "Evaluating MAC entry: {}, learned in hardware: {}, aged in hardware: {}", keyText(key),
        hardware != nullptr, agedInHardware);
-  if (hardware && checkIgnoreEvent(*hardware)) hardware = nullptr;
   auto configured = configuredEntry(key);
   auto current = currentEntry(key);
+  // An ignored row did not happen: what the machine programmed from the
+  // hardware before stands, and the row is looked at again once whatever
+  // made it ignored changes.
+  std::optional<MacAddressTableEntry> stood;
+  if (hardware && checkIgnoreEvent(*hardware)) {
+    ignoredRows_.insert(key);
+    hardware = nullptr;
+    // An entry on an interface that is gone goes with it.
+    if (current && current->entryType == EntryType::entryDynamic && isLocalIntf(current->intf)) {
+      stood = toRow(*current);
+      hardware = &*stood;
+    }
+  } else if (hardware && !ignoredRows_.empty()) {
+    ignoredRows_.erase(key);
+  }
   if (configured) BLIP(trace(), 8, "Configured entry is {}", configured->intf.stringValue());
   if (current) BLIP(trace(), 8, "Current entry is {}", current->intf.stringValue());
 
@@ -603,6 +719,13 @@ void MacAddrSm::evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry
   }
   if (action == EntryEvaluationAction::none) {
     // Nothing to program, but a change still queued for the key is stale.
+    if (updateList_.contains(key)) updateList_.erase(key);
+    return;
+  }
+  if (action == EntryEvaluationAction::addOrModify && !hasVni(*wanted)) {
+    // Set aside, not queued: it is looked at again when the VLAN gets one.
+    BLIP(trace(), 3, "ERROR: no mapping for vni of vlan {}: {} waits for one", key.vlanId.value(), keyText(key));
+    waitForVni(key);
     if (updateList_.contains(key)) updateList_.erase(key);
     return;
   }
@@ -711,7 +834,10 @@ bool MacAddrSm::programChange(ModifyMacEntry& change) {
   (void)vlanId;
   switch (change.action) {
     case EntryEvaluationAction::addOrModify:
-      return isRemoteEntryType(change.entryType()) ? programRemote(change) : programLocal(change);
+      // A remote entry on a port of this switch (an EVPN host received on
+      // a local port) is a local entry to the chip: no tunnel, no VNI.
+      return isRemoteEntryType(change.entryType()) && !isLocalIntf(change.intf()) ? programRemote(change)
+                                                                                  : programLocal(change);
     case EntryEvaluationAction::remoteToLocal:
       return programRemoteToLocal(change);
     case EntryEvaluationAction::remove:
@@ -720,6 +846,26 @@ bool MacAddrSm::programChange(ModifyMacEntry& change) {
       BLIP(trace(), 1, "ERROR: Unknown action {}", static_cast<int>(change.action));
       return true;
   }
+}
+
+bool MacAddrSm::hasVni(const RemoteMacAddressTableEntry& entry) const {
+  if (!isRemoteEntryType(entry.entryType) || isLocalIntf(entry.intf) || !vxlanConfigDir_) return true;
+  return vxlanConfigDir_->vlanToVniHas(entry.macVlanPair.vlanId);
+}
+
+void MacAddrSm::waitForVni(const MacVlanPair& key) { waitingForVni_[key.vlanId].insert(key); }
+
+void MacAddrSm::handleVlanToVni(VlanId vlanId) {
+  if (!vxlanConfigDir_->vlanToVniHas(vlanId)) return;
+  auto waiting = waitingForVni_.find(vlanId);
+  if (waiting == waitingForVni_.end()) return;
+  BLIP(trace(), 5, "vlan {} has a vni: {} remote entries looked at again", vlanId.value(), waiting->second.size());
+  for (const auto& key : waiting->second) queueReview(key);
+  waitingForVni_.erase(waiting);
+}
+
+bool MacAddrSm::isLocalIntf(const IntfId& intf) const {
+  return ocsd()->intfHas(intf) || ocsd()->lagToPortHas(intf) || ocsd()->cpuIntfHas(intf);
 }
 
 bool MacAddrSm::skipHwProgInHitlessRestartMode(const ModifyMacEntry& change) const {
@@ -758,8 +904,10 @@ bool MacAddrSm::handleAddStatus(ModifyMacEntry& change, std::uint32_t status) {
 bool MacAddrSm::programLocal(ModifyMacEntry& change) {
   const MacVlanPair& key = change.macVlanPair();
   if (skipHwProgInHitlessRestartMode(change)) return true;
-  BLIP(trace(), 6, " Programming MAC entry: {} {} {}", keyText(key), change.intf().stringValue(),
-       macEntryTypeWord(change.entryType()));
+  BLIP(trace(), 6, "{}{} {} {}",
+       isRemoteEntryType(change.entryType()) ? " Programming evpn received mac as local mac: "
+                                             : " Programming MAC entry: ",
+       keyText(key), change.intf().stringValue(), macEntryTypeWord(change.entryType()));
   std::uint32_t status = orbHelper_->addHost(key, change.intf(), 0, false, change.entryType());
   if (status == OrbHelper::OrbHelperMacAddrSm::addAccepted) return addAccepted(change);
   if (status != OrbTypes::tableAddSuccess) return handleAddStatus(change, status);
@@ -831,8 +979,9 @@ std::uint64_t MacAddrSm::nextHopId(const RemoteMacAddressTableEntry& entry) cons
 
 bool MacAddrSm::programRemote(ModifyMacEntry& change) {
   const MacVlanPair& key = change.macVlanPair();
-  if (vxlanConfigDir_ && !vxlanConfigDir_->vlanToVniHas(key.vlanId)) {
+  if (!hasVni(change.entry())) {
     BLIP(trace(), 3, "No vlan-vni mapping for vlan {}", key.vlanId.value());
+    waitForVni(key);
     return true;
   }
   if (skipHwProgInHitlessRestartMode(change)) return true;
@@ -873,6 +1022,14 @@ bool MacAddrSm::programRemove(ModifyMacEntry& change) {
   const MacVlanPair& key = change.macVlanPair();
   BLIP(trace(), 6, " Removing MAC entry: {}", keyText(key));
   std::uint32_t status = orbHelper_->removeHost(key, change.entryType());
+  // The row this machine wrote for the entry goes with it; a row the chip
+  // wrote since (a learn to review) stays.
+  auto row = macTable_->macEntry().find(key);
+  if (row != macTable_->macEntry().end() && isProgrammedRow(row->second)) {
+    writingMacTable_ = true;
+    macTable_->macEntryDel(key);
+    writingMacTable_ = false;
+  }
   if (status == 0) {
     BLIP(trace(), 7, "Remove successful");
   } else {
@@ -896,6 +1053,24 @@ void MacAddrSm::addToFdbStatus(const ModifyMacEntry& change) {
   countDynamicHost(key, host, +1);
   bridgingStatus_->learnedHostIs(key, host);
   if (l2RibInput_ && learnedHere(change.entryType())) l2RibInput_->hostIs(key, row);
+  writeProgrammedRow(row);
+}
+
+void MacAddrSm::writeProgrammedRow(const MacAddressTableEntry& row) {
+  // The MAC table says what the hardware holds: the entry just programmed,
+  // with its type, moves and time. The write is this machine's own, not a
+  // learn to review.
+  auto it = macTable_->macEntry().find(row.macVlanPair);
+  if (it != macTable_->macEntry().end() && it->second == row) return;
+  writingMacTable_ = true;
+  macTable_->macEntryIs(row.macVlanPair, row);
+  writingMacTable_ = false;
+}
+
+bool MacAddrSm::isProgrammedRow(const MacAddressTableEntry& row) const {
+  const auto* host = bridgingStatus_->learnedHost(row.macVlanPair);
+  return host && host->intf == row.intf && host->entryType == row.entryType && host->moves == row.moves &&
+         host->lastMoveTime == row.lastMoveTime;
 }
 
 void MacAddrSm::delFromFdbStatus(const MacVlanPair& key) {
@@ -940,9 +1115,11 @@ void MacAddrSm::decRemoteRefcounts(const MacVlanPair& key) {
 // --- reactions ---
 
 void MacAddrSm::handleMacEntry(const MacVlanPair& key) {
+  if (writingMacTable_) return;
   // The hardware dropped an entry this machine holds nothing for (a
   // flushed one, say): nothing to review.
   if (!macTable_->macEntryHas(key)) {
+    if (!ignoredRows_.empty()) ignoredRows_.erase(key);
     if (flushingInChip_ ? !flushKept_.contains(key) && !(!updateList_.empty() && updateList_.contains(key))
                         : !wantedElsewhere(key) && !currentEntry(key)) {
       return;
@@ -962,6 +1139,22 @@ void MacAddrSm::handleMacEntry(const MacVlanPair& key) {
     updateOrder_.reserve(reservedFor_);
   }
   if (macTableTimer_->timeMin() == Vex::never) macTableTimer_->timeMinIs(Vex::now());
+}
+
+void MacAddrSm::queueReview(const MacVlanPair& key) {
+  if (macTableUpdateList_.push(key) && macTableTimer_->timeMin() == Vex::never) macTableTimer_->timeMinIs(Vex::now());
+}
+
+void MacAddrSm::reviewIgnoredRows() {
+  // Few rows are ever ignored (a chip does not learn where learning is
+  // off): all of them are looked at again, in the review's slices.
+  for (const auto& key : ignoredRows_) queueReview(key);
+}
+
+void MacAddrSm::withdrawLearn(const MacVlanPair& key) {
+  // The hardware's row no longer counts; it waits as an ignored one.
+  if (macTable_->macEntryHas(key)) ignoredRows_.insert(key);
+  evaluateEntry(key, nullptr, true, Vex::now());
 }
 
 void MacAddrSm::handleMacTableUpdate() {
@@ -985,6 +1178,7 @@ void MacAddrSm::handleAddressLearnt(const MacAddressTableEntry& entry) {
 }
 
 void MacAddrSm::handleAddressAged(const MacVlanPair& key) {
+  BLIP(trace(), 6, " address aged - {}", keyText(key));
   auto current = currentEntry(key);
   evaluateEntry(key, nullptr, current && !isStaticEntryType(current->entryType), Vex::now());
 }
@@ -1010,7 +1204,9 @@ void MacAddrSm::handleL2RibHost(const MacVlanPair& key) {
 }
 
 void MacAddrSm::handleL2RibDest(std::uint64_t id) {
-  for (const auto& key : l2RibObjCache_.dependantHosts({L2Rib::objTypeDest, id})) reevaluateEntry(key);
+  const auto& hosts = l2RibObjCache_.dependantHosts({L2Rib::objTypeDest, id});
+  BLIP(trace(), 7, "L2 RIB dest {}: {} hosts", id, hosts.size());
+  for (const auto& key : hosts) reevaluateEntry(key);
 }
 
 void MacAddrSm::handleL2RibLb(std::uint64_t id) {
@@ -1024,17 +1220,64 @@ void MacAddrSm::handleL2RibLb(std::uint64_t id) {
 }
 
 void MacAddrSm::reevaluateKeysOnIntf(const IntfId& intf) {
-  std::vector<MacVlanPair> keys;
-  bridgingStatus_->forEachLearnedHost([&](const MacVlanPair& key, const Bridging::LearnedHost& host) {
-    if (host.intf == intf) keys.push_back(key);
-  });
-  for (const auto& key : keys) reevaluateEntry(key);
+  // Hosts are kept by VLAN, not by interface: every VLAN's hosts are looked
+  // through, in slices, and those on the interface go to the review.
+  IntfHostWalk walk;
+  walk.intf = intf;
+  for (const auto& [fid, fdb] : bridgingStatus_->fdbStatus()) walk.fids.push_back(fid);
+  if (walk.fids.empty()) return;
+  intfHostWalks_.push_back(std::move(walk));
+  if (intfHostWalkTimer_->timeMin() == Vex::never) intfHostWalkTimer_->timeMinIs(Vex::now());
+}
+
+void MacAddrSm::handleIntfHostWalk() {
+  Vex::Seconds start = Vex::now();
+  ++intfHostWalkSlices_;
+  std::size_t visited = 0;
+  auto timeUp = [&] { return ++visited % 64 == 0 && Vex::now() - start > macTableReviewQuanta; };
+  while (!intfHostWalks_.empty()) {
+    auto& walk = intfHostWalks_.front();
+    while (!walk.fids.empty()) {
+      const auto& fdb = bridgingStatus_->fdbStatus(walk.fids.back());
+      auto vlanId = Bridging::Status::vlanOf(walk.fids.back());
+      if (fdb && vlanId) {
+        const auto& hosts = fdb->learnedHost();
+        auto it = hosts.begin();
+        // Resume where the last slice stopped unless the table was rebuilt
+        // meanwhile; then from its start again (a host reviewed twice is
+        // harmless).
+        if (walk.next && hosts.bucket_count() == walk.buckets) {
+          if (auto at = hosts.find(*walk.next); at != hosts.end()) it = at;
+        }
+        for (; it != hosts.end(); ++it) {
+          if (it->second.intf == walk.intf) queueReview(MacVlanPair{it->first, *vlanId});
+          if (!timeUp()) continue;
+          if (auto next = std::next(it); next != hosts.end()) {
+            walk.next = next->first;
+            walk.buckets = hosts.bucket_count();
+            longestSlice_ = std::max(longestSlice_, Vex::now() - start);
+            intfHostWalkTimer_->timeMinIs(Vex::now());
+            return;
+          }
+        }
+      }
+      walk.fids.pop_back();
+      walk.next.reset();
+    }
+    intfHostWalks_.pop_front();
+  }
+  longestSlice_ = std::max(longestSlice_, Vex::now() - start);
 }
 
 void MacAddrSm::handleIntf(const IntfId& intf) {
   configureMacLearningOnPort(intf);
-  // Entries on an interface that is gone go with it.
-  if (!ocsd()->intfHas(intf)) reevaluateKeysOnIntf(intf);
+  // Entries on an interface that is gone go with it; rows reported on it
+  // meanwhile count once it is back.
+  if (!ocsd()->intfHas(intf)) {
+    reevaluateKeysOnIntf(intf);
+  } else {
+    reviewIgnoredRows();
+  }
 }
 
 void MacAddrSm::handleEthIntfStatus(const IntfId& intf) {
@@ -1085,17 +1328,22 @@ void MacAddrSm::handleObjTupleToHwIdMap(const L2Rib::ObjTuple& tuple) {
 }
 
 void MacAddrSm::reevaluateKeysOfAddress(const Nexo::EthAddr& addr) {
+  // An address has at most one key per VLAN: those are looked up, never
+  // the whole hardware table walked.
   std::vector<MacVlanPair> keys;
-  for (const auto& [key, row] : macTable_->macEntry()) {
-    if (key.addr == addr) keys.push_back(key);
+  for (std::uint16_t vlan = 1; vlan <= 4094; ++vlan) {
+    MacVlanPair key{addr, VlanId(vlan)};
+    if (macTable_->macEntryHas(key) || bridgingStatus_->learnedHost(key)) keys.push_back(key);
   }
-  for (const auto& [fid, fdb] : bridgingStatus_->fdbStatus()) {
-    auto vlanId = Bridging::Status::vlanOf(fid);
-    if (vlanId && fdb->learnedHostHas(addr)) keys.push_back(MacVlanPair{addr, *vlanId});
+  // A failed server's learns stop counting; once it is back its rows do.
+  bool failed = fsfStatus_ && fsfStatus_->failedServer(addr);
+  for (const auto& key : keys) {
+    if (failed) {
+      withdrawLearn(key);
+    } else {
+      reevaluateEntry(key);
+    }
   }
-  std::sort(keys.begin(), keys.end());
-  keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
-  for (const auto& key : keys) reevaluateEntry(key);
 }
 
 void MacAddrSm::handleDot1xHostTableEntry(const Nexo::EthAddr& addr) {
@@ -1121,7 +1369,9 @@ void MacAddrSm::handleEthIntfConfig(const IntfId& intf) {
 }
 
 void MacAddrSm::handleVlanLearning(VlanId vlanId) {
-  orbHelper_->enableLearningOnVlan(vlanId, !bridgingConfig_->macLearningDisabledVlan(vlanId));
+  bool enabled = !bridgingConfig_->macLearningDisabledVlan(vlanId);
+  orbHelper_->enableLearningOnVlan(vlanId, enabled);
+  if (enabled) reviewIgnoredRows();
 }
 
 void MacAddrSm::handleLagToPort(const IntfId& lag) {
@@ -1572,6 +1822,7 @@ void MacAddrSm::configureMacLearningOnPort(const IntfId& intf) {
   auto [it, inserted] = learningOnPort_.try_emplace(intf, enabled);
   if (!inserted && it->second == enabled) return;
   it->second = enabled;
+  if (enabled) reviewIgnoredRows();
   // Learning is on by default: a port that starts with it on needs no call.
   if (inserted && enabled) return;
   BLIP(trace(), 5, "{} Mac learning on {}", enabled ? "Enabling" : "Disabling", intf.stringValue());

@@ -5,10 +5,11 @@
 // For a key it gathers the candidates (L2 RIB, EVPN/remote table, static
 // configuration with authenticated 802.1X hosts, the MLAG peer), reduces
 // them with betterEntry in that order, weighs the result against what the
-// hardware learned, and compares the winner with what it last programmed
-// (`fdbStatus` for local entries, `remoteStatusTable` for remote ones). A
-// difference becomes an Orb::ModifyMacEntry on the update queue, drained in
-// slices of `macModifyBacklogQuantum` through the MAC helper.
+// hardware learned, and compares the winner with what the hardware holds
+// (the row it wrote into `macTable` for a local entry, published in
+// `fdbStatus` too; `remoteStatusTable` for a remote one). A difference
+// becomes an Orb::ModifyMacEntry on the update queue, drained in slices of
+// `macModifyBacklogQuantum` through the MAC helper.
 //
 // Choices made here where the rules leave them open:
 // - EntryEvaluationAction values: none 0, addOrModify 1, remove 2,
@@ -17,9 +18,20 @@
 //   kept: a full table frees up as addresses age, and then it goes in.
 // - When every change left in a slice was refused (busy or full), the next
 //   slice waits `retryDelay` rather than spinning on the chip.
-// - checkIgnoreEvent ignores learns on interfaces the switch does not know,
-//   on ports or VLANs whose learning is off, on 802.1X-restricted ports,
-//   and of failed fast-failover servers.
+// - checkIgnoreEvent ignores rows with a VLAN outside 1..4094, learns on
+//   interfaces the switch does not know, on ports or VLANs whose learning
+//   is off, on 802.1X-restricted ports, on ports that are not members of
+//   the VLAN (tagged or untagged, with ingress, as the VLAN helper has it
+//   confirmed; a LAG and its ports share their VLANs), and of failed
+//   fast-failover servers. An ignored row changes nothing programmed; it is
+//   reviewed again when learning, the port, the server or a VLAN's
+//   membership changes. A port that goes away or a server that fails over
+//   takes its programmed learns with it.
+// - A remote entry whose VLAN has no VNI is set aside, not queued, and goes
+//   in once the VLAN gets one. A remote entry on a local port (an EVPN host
+//   received on one) is programmed as a local entry.
+// - A VLAN whose configured membership becomes empty is deleted for the
+//   chip (handleVlanDelete).
 // - Tunnel endpoint lists compare lexicographically, address by address.
 // - Hardware-learned entries present at start are reviewed like new ones,
 //   and so are hosts restored into `fdbStatus` from before a restart: those
@@ -200,7 +212,11 @@ class MacAddrSm : public OrbBaseSm {
   Vex::Ptr<ModifyMacEntry> queuedChange(const MacVlanPair& key) const;
   std::optional<MacVlanPair> updateBookmark() const;
   std::size_t macTableUpdateListSize() const { return macTableUpdateList_.size(); }
-  std::uint32_t collidingStaticEntryWithRouterMacEntry() const { return collidingStaticEntryWithRouterMacEntry_; }
+  // How many configured static entries a router MAC of the same key sets
+  // aside now.
+  std::uint32_t collidingStaticEntryWithRouterMacEntry() const {
+    return static_cast<std::uint32_t>(collidingStaticEntryWithRouterMacEntry_.size());
+  }
   // The longest single slice of the update queue so far, in seconds.
   Vex::Seconds longestSlice() const { return longestSlice_; }
   std::uint64_t slices() const { return slices_; }
@@ -212,6 +228,9 @@ class MacAddrSm : public OrbBaseSm {
   void reevaluateEntry(const MacVlanPair& key);
   void evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry* hardware, bool agedInHardware, double time);
   bool checkIgnoreEvent(const MacAddressTableEntry& learned);
+  // Whether hardware lets frames of the VLAN in on the interface (or on
+  // the LAG it belongs to), as the VLAN helper has it confirmed.
+  bool vlanMember(const IntfId& intf, VlanId vlanId) const;
   void addToUpdateList(const RemoteMacAddressTableEntry& entry, EntryEvaluationAction action, bool movedToLocal,
                        bool movedToRemote);
   void updateQueuedAddresses();
@@ -246,6 +265,11 @@ class MacAddrSm : public OrbBaseSm {
   void handleDot1xHostTableEntry(const Nexo::EthAddr& addr);
   void handleDot1xIntfStatus(const IntfId& intf);
   void handleEthIntfConfig(const IntfId& intf);
+  // The VLAN helper completed an update of the VLAN: its membership may
+  // have changed, and a VLAN that lost its last member is deleted.
+  void handleVlanUpdateDone(VlanId vlanId);
+  // A VLAN got (or lost) its VNI: remote entries set aside for it go in.
+  void handleVlanToVni(VlanId vlanId);
   void handleVlanLearning(VlanId vlanId);
   void handleLagToPort(const IntfId& lag);
   void handleMlagStateOrPeerLinkIntf();
@@ -260,6 +284,11 @@ class MacAddrSm : public OrbBaseSm {
   void handleMlagIntfHostTableWalk();
   std::optional<MacVlanPair> lagToHostBookmark(const IntfId& lag) const;
   void handleFsfFailedServer(const Nexo::EthAddr& addr);
+  // One slice of the walks over the learned hosts for those of an
+  // interface (a link went down, a port went away).
+  void handleIntfHostWalk();
+  bool intfHostWalkPending() const { return !intfHostWalks_.empty(); }
+  std::uint64_t intfHostWalkSlices() const { return intfHostWalkSlices_; }
   void handleHostAgingTime();
 
   // Flushing: requests are gathered into `fr` and carried out on the flush
@@ -304,6 +333,9 @@ class MacAddrSm : public OrbBaseSm {
   class Reactors;
 
   void doClearRemoteMacsFromFdbStatus();
+  bool vlanHasMembers(VlanId vlanId) const;
+  // At start: the VLANs there are, and those deleted meanwhile.
+  void walkVlanConfiguration();
   // Whether a source other than the hardware wants the key, or a change for
   // it waits in the queue.
   bool wantedElsewhere(const MacVlanPair& key) const;
@@ -316,7 +348,15 @@ class MacAddrSm : public OrbBaseSm {
   void dropFlushedQueuedLearns(std::optional<std::uint16_t> vlanId, const IntfId* intf, bool mayBeWanted);
   template <class Flush>
   void flushInChip(Flush flush);
+  // Starts a walk that sends the hosts on the interface to the review.
   void reevaluateKeysOnIntf(const IntfId& intf);
+  void queueReview(const MacVlanPair& key);
+  // Rows checkIgnoreEvent turned down are reviewed again when what turned
+  // them down may have changed.
+  void reviewIgnoredRows();
+  // The hardware's learn of the key stops counting (its port is gone, its
+  // server failed over): the entry goes unless another source wants it.
+  void withdrawLearn(const MacVlanPair& key);
   void reevaluateRemoteEntries();
   void reevaluateKeysOfAddress(const Nexo::EthAddr& addr);
   void maybeUpdateMoveCount(RemoteMacAddressTableEntry& wanted, const RemoteMacAddressTableEntry* current, double time);
@@ -336,8 +376,18 @@ class MacAddrSm : public OrbBaseSm {
   void addToFdbStatus(const ModifyMacEntry& change);
   void countDynamicHost(const MacVlanPair& key, const Bridging::LearnedHost& host, int delta);
   void delFromFdbStatus(const MacVlanPair& key);
+  void writeProgrammedRow(const MacAddressTableEntry& row);
+  // Whether a MAC table row is the one this machine wrote for what it
+  // programmed (and published in `fdbStatus`).
+  bool isProgrammedRow(const MacAddressTableEntry& row) const;
   void decRemoteRefcounts(const MacVlanPair& key);
   std::uint64_t nextHopId(const RemoteMacAddressTableEntry& entry) const;
+  // A port, LAG or CPU interface of this switch, as opposed to a tunnel.
+  bool isLocalIntf(const IntfId& intf) const;
+  // Whether the entry can be programmed as far as VNIs go: a remote entry
+  // behind a tunnel needs its VLAN mapped to one.
+  bool hasVni(const RemoteMacAddressTableEntry& entry) const;
+  void waitForVni(const MacVlanPair& key);
   bool skipHwProgInHitlessRestartMode(const ModifyMacEntry& change) const;
   bool remoteMacRecoveryInProgress() const;
 
@@ -377,7 +427,21 @@ class MacAddrSm : public OrbBaseSm {
   Vex::Ptr<Vex::Clock> macTableTimer_;
   IntfId currentPeerLink_;
   Vex::HashMap<IntfId, bool> learningOnPort_;
-  std::uint32_t collidingStaticEntryWithRouterMacEntry_ = 0;
+  Vex::HashSet<MacVlanPair> ignoredRows_;
+  Vex::HashSet<VlanId> vlansWithMembers_;
+  bool writingMacTable_ = false;
+  struct IntfHostWalk {
+    IntfId intf;
+    std::vector<Bridging::Fid> fids;    // left to walk, the last one first
+    std::optional<Nexo::EthAddr> next;  // where the last one's walk resumes
+    std::size_t buckets = 0;            // its table's size when it stopped
+  };
+  std::deque<IntfHostWalk> intfHostWalks_;
+  Vex::Ptr<Vex::Clock> intfHostWalkTimer_;
+  std::uint64_t intfHostWalkSlices_ = 0;
+  // Remote entries set aside until their VLAN has a VNI.
+  std::map<VlanId, Vex::HashSet<MacVlanPair>> waitingForVni_;
+  Vex::HashSet<MacVlanPair> collidingStaticEntryWithRouterMacEntry_;
   Vex::Ptr<Dot1x::HostTable> dot1xLocalHostTable_;
   Vex::Ptr<Bridging::DynamicHostStatus> dynamicHostStatus_;
   L2RibObjCache l2RibObjCache_;

@@ -54,7 +54,7 @@ void Agent::registerMacCommands() {
                      expectArgs(args, 4, 4, usage);
                      auto key = keyArgs(args, 0, usage);
                      if (!fdbHelper_->learn(key, oneIntf(args[3])))
-                       out << "not learned (learning off, table full or a static entry)\n";
+                       out << "not learned (learning off, not a VLAN member, table full or a static entry)\n";
                    });
   shell_.commandIs("chip learn-range", "MAC COUNT vlan V INTF", "the chip learns COUNT consecutive addresses",
                    [this](const Args& args, std::ostream& out) {

@@ -16,7 +16,7 @@ std::size_t Agent::restoreMacTable(const std::string& document, bool chipKeptTab
   Orb::macAddrSmPStoreHelperFactory(status)->restore(document);
   if (chipKeptTable) {
     status->forEachLearnedHost([&](const Bridging::MacVlanPair& key, const Bridging::LearnedHost& host) {
-      fdbHelper_->learn(key, host.intf);
+      fdbHelper_->holdLearn(key, host.intf);
     });
   }
   return status->learnedHostCount();

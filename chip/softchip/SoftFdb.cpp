@@ -1,5 +1,8 @@
 #include "chip/softchip/SoftFdb.h"
 
+#include "chip/softchip/SoftLag.h"
+#include "chip/softchip/SoftVlan.h"
+
 #include <algorithm>
 #include <vector>
 
@@ -50,8 +53,33 @@ SoftFdbHelper::~SoftFdbHelper() {
   chip_->tableDel(&table_);
 }
 
+bool SoftFdbHelper::takesFrame(Bridging::VlanId vlanId, const Nexo::IntfId& intf) const {
+  const auto* vlans = dynamic_cast<const SoftVlanTable*>(chip_->table(SoftVlanTable::tableName));
+  if (!vlans) return true;
+  const HwVlan* vlan = vlans->vlan(vlanId);
+  if (!vlan) return false;
+  auto member = [&](const Nexo::IntfId& port) {
+    return vlan->ingress.contains(port) && (vlan->untagged.contains(port) || vlan->tagged.contains(port));
+  };
+  if (member(intf)) return true;
+  // A LAG and its member ports share their VLANs, whichever of them the
+  // VLAN table names.
+  const auto* lags = dynamic_cast<const SoftLagTable*>(chip_->table(SoftLagTable::tableName));
+  if (!lags) return false;
+  auto lagMember = [&](const HwLag& lag) { return std::any_of(lag.members.begin(), lag.members.end(), member); };
+  if (const HwLag* lag = lags->lag(intf)) return lagMember(*lag);
+  for (const auto& [id, lag] : lags->lags) {
+    if (lag.members.contains(intf)) return member(id) || lagMember(lag);
+  }
+  return false;
+}
+
 bool SoftFdbHelper::learn(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf) {
-  if (!learningOn(intf) || !learningOn(key.vlanId)) return false;
+  if (!learningOn(intf) || !learningOn(key.vlanId) || !takesFrame(key.vlanId, intf)) return false;
+  return holdLearn(key, intf);
+}
+
+bool SoftFdbHelper::holdLearn(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf) {
   auto it = table_.entries.find(key);
   if (it != table_.entries.end()) {
     // Static and remote entries do not move on a learn.

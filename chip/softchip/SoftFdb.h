@@ -101,9 +101,13 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   }
 
   // A frame from `key.addr` arrived on `intf`: learn it (or refresh it).
-  // False when the chip did not learn it (learning off, or no room). In
-  // software learning mode true means reported.
+  // False when the chip did not learn it (learning off, the port not a
+  // member of the VLAN, or no room). In software learning mode true means
+  // reported.
   bool learn(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf);
+  // An address the chip learned before and kept across a restart of the
+  // agent, whatever its VLAN table holds now.
+  bool holdLearn(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf);
   // Traffic from a known address keeps it from aging.
   void touch(const Bridging::MacVlanPair& key);
   // Takes out dynamic entries idle for the aging time; returns how many.
@@ -124,6 +128,8 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   void configureAgingTime(std::uint32_t seconds) override;
   void enableLearning(const Nexo::IntfId& intf, bool enable) override;
   void enableLearningOnVlan(Bridging::VlanId vlanId, bool enable) override;
+  // A deleted VLAN's learned entries go, as a flush of the VLAN takes them.
+  void handleVlanDelete(Bridging::VlanId vlanId) override { flushVlan(vlanId); }
   void showL2TableAll(unsigned) override {}
   void handleVerify() override {}
   void verifyLearning(const Nexo::IntfId&, bool) override {}
@@ -151,6 +157,10 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   // every VLAN when `vlan` is negative).
   void flushNow(Orb::IndirectAccessMacCmdType type, const Nexo::IntfId& intf, std::int64_t vlan);
   void armAging();
+  // Whether the chip's VLAN table lets a frame of the VLAN in on the port
+  // (or on the LAG the port belongs to); a chip with no VLAN table lets
+  // every frame in.
+  bool takesFrame(Bridging::VlanId vlanId, const Nexo::IntfId& intf) const;
   bool reportLearn(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf);
 
   Vex::Ptr<SoftChip> chip_;

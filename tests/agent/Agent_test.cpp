@@ -90,6 +90,7 @@ TEST(AgentShell, ShowChipIsJson) {
 TEST(AgentShell, CoreShowsTakeJson) {
   Agent::Agent agent(Agent::Options{});
   std::ostringstream ignored;
+  agent.execute("vlan 10 add Ethernet1", ignored);
   agent.execute("advance 2.5", ignored);
   agent.execute("trace OrbMacAddrSm 9", ignored);
   agent.execute("chip learn 0000.0000.0001 vlan 10 Ethernet1", ignored);

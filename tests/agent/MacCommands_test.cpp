@@ -26,6 +26,13 @@ std::string error(Agent::Agent& agent, const std::string& line) {
   return "";
 }
 
+// Every port a member of the VLANs the tests learn in: nothing is learned
+// on a port outside the frame's VLAN.
+void memberOfVlans(Agent::Agent& agent) {
+  run(agent, "vlan 10 add Ethernet1-48");
+  run(agent, "vlan 20 add Ethernet1-48");
+}
+
 rapidjson::Document json(Agent::Agent& agent, const std::string& line) {
   std::string text = run(agent, line);
   rapidjson::Document document;
@@ -40,6 +47,7 @@ namespace {
 
 TEST(MacCommands, LearnMoveStaticAndShow) {
   Agent::Agent agent(Agent::Options{});
+  memberOfVlans(agent);
   run(agent, "chip learn 00:00:00:00:00:01 vlan 10 Ethernet1");
   run(agent, "advance 2");
   run(agent, "chip learn 00:00:00:00:00:01 vlan 10 Ethernet2");
@@ -59,6 +67,7 @@ TEST(MacCommands, LearnMoveStaticAndShow) {
 
 TEST(MacCommands, FullTableRecoversAndBadInputIsRefused) {
   Agent::Agent agent(Agent::Options{});
+  memberOfVlans(agent);
   run(agent, "chip fdb capacity 0");
   run(agent, "mac static 00:00:00:00:00:05 vlan 20 Ethernet1");
   EXPECT_EQ(run(agent, "show mac address-table count"), "Total Mac Addresses: 0\n");
@@ -82,7 +91,10 @@ namespace {
 // the indirect-access command pipeline.
 class MacModes : public ::testing::TestWithParam<const char*> {
  protected:
-  void SetUp() override { run(agent, std::string("chip fdb mode ") + GetParam()); }
+  void SetUp() override {
+    memberOfVlans(agent);
+    run(agent, std::string("chip fdb mode ") + GetParam());
+  }
   Agent::Agent agent{Agent::Options{}};
 };
 
@@ -163,6 +175,7 @@ TEST_P(MacModes, SoftwareLearningIntoAFullTableGoesInOnceThereIsRoom) {
 // shown by `show mac pending` and logged once as a full table.
 TEST(MacCommands, SoftwareLearningIntoAFullTableWaitsInTheQueueLoggedOnce) {
   Agent::Agent agent(Agent::Options{});
+  memberOfVlans(agent);
   run(agent, "chip fdb learning software");
   run(agent, "chip fdb capacity 1");
   run(agent, "chip learn 00:00:00:00:00:01 vlan 10 Ethernet1");
@@ -295,6 +308,7 @@ TEST(MacInputCommands, BadInputIsRefusedWithAReason) {
 // The MAC shows print one JSON document each with a trailing `json`.
 TEST(MacShowCommands, JsonDocuments) {
   Agent::Agent agent(Agent::Options{});
+  memberOfVlans(agent);
   run(agent, "chip learn 00:00:00:00:00:01 vlan 10 Ethernet1");
   run(agent, "vxlan vlan 10 vni 10010");
   run(agent, "evpn mac 00:00:00:00:00:02 vlan 10 tunnel-group 5");

@@ -33,6 +33,8 @@ class MacStoreTest : public ::testing::Test {
 TEST_F(MacStoreTest, CleanShutdownSavesAndTheNextStartRestores) {
   {
     Agent::Agent agent(options());
+    run(agent, "vlan 10 add Ethernet1-48");
+    run(agent, "vlan 20 add Ethernet1-48");
     run(agent, "chip learn 00:00:00:00:00:01 vlan 10 Ethernet1");
     run(agent, "chip learn-range 00:00:00:00:10:00 50 vlan 20 Ethernet2");
     run(agent, "mac static 00:00:00:00:00:09 vlan 10 Ethernet3");
@@ -40,6 +42,9 @@ TEST_F(MacStoreTest, CleanShutdownSavesAndTheNextStartRestores) {
     agent.shutdown();
   }
   Agent::Agent agent(options());
+  // The VLANs come back as configuration.
+  run(agent, "vlan 10 add Ethernet1-48");
+  run(agent, "vlan 20 add Ethernet1-48");
   // Back before anything was learned again, in the status and in the chip
   // that kept forwarding; the static entry is configuration, not saved.
   EXPECT_EQ(run(agent, "show mac address-table count"), "Total Mac Addresses: 51\n");
@@ -65,6 +70,7 @@ TEST_F(MacStoreTest, NoStoreFileIsAFirstStartAndABrokenOneStopsTheStart) {
 
 TEST_F(MacStoreTest, RestartOfTheMacAgentKeepsLearnedAndStaticEntries) {
   Agent::Agent agent(options());
+  run(agent, "vlan 10 add Ethernet1-48");
   run(agent, "chip learn 00:00:00:00:00:01 vlan 10 Ethernet1");
   run(agent, "advance 1");
   run(agent, "chip learn 00:00:00:00:00:01 vlan 10 Ethernet2");

@@ -105,6 +105,8 @@ class MacAddrSmTest : public ::testing::Test {
   Vex::Ptr<Bridging::Status> status = Vex::make<Bridging::Status>("status");
   Vex::Ptr<Bridging::Config> config = Vex::make<Bridging::Config>("config");
   Vex::Ptr<Interface::EthPhyIntfConfigDir> intfConfig = Vex::make<Interface::EthPhyIntfConfigDir>("ic");
+  Vex::Ptr<Interface::EthPhyIntfStatusDir> intfStatus = Vex::make<Interface::EthPhyIntfStatusDir>("is");
+  Vex::Ptr<Orb::VlanHelper> vlans;  // none: no membership to go by
   Vex::Ptr<Mlag::HostTable> mlagHosts = Vex::make<Mlag::HostTable>("mlagHosts");
   Vex::Ptr<Mlag::Status> mlag = Vex::make<Mlag::Status>("mlag");
   Vex::Ptr<RecordingMacHelper> helper = Vex::make<RecordingMacHelper>();
@@ -132,11 +134,11 @@ class MacAddrSmTest : public ::testing::Test {
     Log::sinkIs(nullptr);
   }
   void start() {
-    sm = Orb::macAddrSmFactory(
-        ocsd, Vex::make<Orb::OrbCommonMulticastData>("ocmd"), macTable, routerMac, status, flushes, replies, config,
-        intfConfig, Vex::make<Interface::EthPhyIntfStatusDir>("is"), nullptr, mlagHosts, mlag, helper, fsf, vxlan, rmac,
-        remote, dot1xHosts, dot1x, Vex::make<OrbHelper::OrbHelperDot1x>(), l2RibInput, l2Rib,
-        Vex::make<L2Rib::LoadBalanceOutput>("lb"), Vex::make<L2Rib::DestOutput>("dest"), tunnels, hwIds);
+    sm = Orb::macAddrSmFactory(ocsd, Vex::make<Orb::OrbCommonMulticastData>("ocmd"), macTable, routerMac, status,
+                               flushes, replies, config, intfConfig, intfStatus, vlans, mlagHosts, mlag, helper, fsf,
+                               vxlan, rmac, remote, dot1xHosts, dot1x, Vex::make<OrbHelper::OrbHelperDot1x>(),
+                               l2RibInput, l2Rib, Vex::make<L2Rib::LoadBalanceOutput>("lb"),
+                               Vex::make<L2Rib::DestOutput>("dest"), tunnels, hwIds);
     helper->calls.clear();
   }
   void settle() { loop.runUntilIdle(); }
@@ -256,6 +258,36 @@ TEST_F(MacAddrSmTest, OtherStatusMeansNotProgrammed) {
   EXPECT_EQ(sm->updateListSize(), 0u);
 }
 
+// A link going down or a port going away reviews the hosts on it without
+// holding the thread: the walk over the learned hosts goes in slices.
+TEST_F(MacAddrSmTest, WalksOverTheHostsOfAnInterfaceGoInSlices) {
+  start();
+  constexpr int perPort = 20000;
+  for (int i = 0; i < 2 * perPort; ++i) {
+    learn(key(0x10000 + i, 1 + i % 50), i % 2 ? "Ethernet2" : "Ethernet1");
+  }
+  settle();
+  ASSERT_EQ(status->learnedHostCount(), static_cast<std::size_t>(2 * perPort));
+  loop.simulatedTime()->stepIs(0.0001);  // every reading of the time costs 0.1 ms
+  intfStatus->linkUpIs(IntfId("Ethernet2"), false);
+  EXPECT_TRUE(sm->intfHostWalkPending());  // the reaction only started it
+  ocsd->intfDel(IntfId("Ethernet1"));
+  settle();
+  loop.simulatedTime()->stepIs(0);
+  EXPECT_FALSE(sm->intfHostWalkPending());
+  EXPECT_GT(sm->intfHostWalkSlices(), 10u);
+  EXPECT_LE(sm->longestSlice(), sm->macTableReviewQuanta + 0.01);
+  // The gone port's hosts went; those on the port whose link is down stay
+  // while the chip holds them.
+  std::size_t onEthernet1 = 0, onEthernet2 = 0;
+  status->forEachLearnedHost([&](const MacVlanPair&, const Bridging::LearnedHost& host) {
+    ++(host.intf == IntfId("Ethernet1") ? onEthernet1 : onEthernet2);
+  });
+  EXPECT_EQ(onEthernet1, 0u);
+  EXPECT_EQ(onEthernet2, static_cast<std::size_t>(perPort));
+  EXPECT_EQ(sm->updateListSize(), 0u);
+}
+
 TEST_F(MacAddrSmTest, BacklogDrainsInSlicesBoundedByTheQuantum) {
   start();
   sm->deferMacTableUpdate = false;
@@ -283,6 +315,61 @@ TEST_F(MacAddrSmTest, QueuedChangeForAnInvalidVlanFails) {
   } catch (const Vex::RangeError& e) {
     EXPECT_STREQ(e.what(), "VlanId::value < 1 or > 4094 not allowed");
   }
+}
+
+// A row the chip layer writes with a VLAN outside 1..4094 is bad input: it
+// is set aside with a trace, the clocks go on, and other learns with them.
+TEST_F(MacAddrSmTest, HardwareRowWithAnInvalidVlanIsSetAside) {
+  auto traces = std::make_shared<Blip::CaptureSink>();
+  Blip::sinkIs(traces);
+  Orb::orbTraceHandle("OrbMacAddrSm").levelIs(6);
+  start();
+  MacVlanPair bad{EthAddr(1), VlanId()};
+  macTable->macEntryIs(bad, MacAddressTableEntry{bad, IntfId("Ethernet1"), EntryType::entryDynamic, {}, 0});
+  learn(key(2), "Ethernet1");
+  EXPECT_NO_THROW(settle());
+  EXPECT_EQ(helper->calls, std::vector<std::string>{"add 00:00:00:00:00:02 Ethernet1 -> 0"});
+  EXPECT_EQ(sm->updateListSize(), 0u);
+  EXPECT_EQ(sm->macTableUpdateListSize(), 0u);
+  EXPECT_TRUE(traces->contains("vlan out of range"));
+  Orb::orbTraceHandle("OrbMacAddrSm").levelIs(0);
+  Blip::sinkIs(nullptr);
+}
+
+// Learns count only on ports that hardware lets the VLAN's frames in on; a
+// LAG and its member ports share their VLANs. A row turned down is looked
+// at again when a VLAN update completes.
+TEST_F(MacAddrSmTest, LearnsCountOnlyOnVlanMembers) {
+  vlans = Vex::make<Orb::VlanHelper>();
+  auto member = [&](const char* intf, bool tagged, bool ingress) {
+    auto pvm = vlans->getPortVlanMembership(IntfId(intf));
+    if (tagged) {
+      pvm->taggedVlanIs(VlanId(10));
+    } else {
+      pvm->untaggedVlanIs(VlanId(10));
+    }
+    if (ingress) pvm->ingressVlanIs(VlanId(10));
+  };
+  member("Ethernet1", false, true);
+  member("Ethernet2", false, false);  // egress only
+  member("Port-Channel1", true, true);
+  ocsd->lagToPortIs(IntfId("Port-Channel1"), Orb::OrbLagPortList{{{IntfId("Ethernet3"), {true, true}}}});
+  ocsd->portToLagIs(IntfId("Ethernet3"), IntfId("Port-Channel1"));
+  start();
+  learn(key(1), "Ethernet1");
+  learn(key(2), "Ethernet2");
+  learn(key(3), "Ethernet3");
+  learn(key(4, 20), "Ethernet1");
+  settle();
+  EXPECT_TRUE(status->learnedHost(key(1)));
+  EXPECT_FALSE(status->learnedHost(key(2)));
+  EXPECT_TRUE(status->learnedHost(key(3)));
+  EXPECT_FALSE(status->learnedHost(key(4, 20)));
+  EXPECT_EQ(sm->updateListSize(), 0u);
+  member("Ethernet2", false, true);
+  vlans->lastCompletedUpdateStatus()->hwStatusIs(VlanId(10), Vex::make<Orb::VlanHwUpdateStatus::Status>(VlanId(10)));
+  settle();
+  EXPECT_TRUE(status->learnedHost(key(2)));
 }
 
 TEST_F(MacAddrSmTest, LearningControlPerPortAndVlan) {
@@ -379,13 +466,32 @@ TEST_F(MacAddrSmTest, PeerHostsOfAnMlagInterfaceAreReviewedInSlicesWhenItComesAn
   EXPECT_EQ(status->learnedHost(key(1))->intf, IntfId("Port-Channel100"));
 }
 
-TEST_F(MacAddrSmTest, StaticEntryCollidingWithRouterMacIsNotUsed) {
+TEST_F(MacAddrSmTest, StaticEntriesCollidingWithRouterMacsAreSetAsideAndCountedOnce) {
   routerMac->macEntryIs(key(4), row(key(4), "Cpu"));
   start();
   config->fdbConfigIs(key(4), row(key(4), "Ethernet1", EntryType::entryStatic));
   settle();
   EXPECT_FALSE(status->learnedHost(key(4)));
-  EXPECT_GE(sm->collidingStaticEntryWithRouterMacEntry(), 1u);
+  EXPECT_EQ(sm->collidingStaticEntryWithRouterMacEntry(), 1u);
+  // Looked at again and again, it is still one colliding entry.
+  sm->reevaluateEntry(key(4));
+  config->fdbConfigIs(key(4), row(key(4), "Ethernet2", EntryType::entryStatic));
+  settle();
+  EXPECT_EQ(sm->collidingStaticEntryWithRouterMacEntry(), 1u);
+  routerMac->macEntryIs(key(5), row(key(5), "Cpu"));
+  config->fdbConfigIs(key(5), row(key(5), "Ethernet1", EntryType::entryStatic));
+  settle();
+  EXPECT_EQ(sm->collidingStaticEntryWithRouterMacEntry(), 2u);
+  // The static entry goes: one fewer.
+  config->fdbConfigDel(key(5));
+  settle();
+  EXPECT_EQ(sm->collidingStaticEntryWithRouterMacEntry(), 1u);
+  // The router MAC goes: the static entry is programmed, nothing collides.
+  routerMac->macEntryDel(key(4));
+  settle();
+  EXPECT_EQ(sm->collidingStaticEntryWithRouterMacEntry(), 0u);
+  ASSERT_TRUE(status->learnedHost(key(4)));
+  EXPECT_EQ(status->learnedHost(key(4))->intf, IntfId("Ethernet2"));
 }
 
 TEST_F(MacAddrSmTest, CandidatesOfAllSourcesResolveInOrderOnAFullTie) {
