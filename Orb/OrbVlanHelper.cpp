@@ -97,6 +97,7 @@ VlanUpdater::~VlanUpdater() { clock_->timeMinIs(Vex::never); }
 
 void VlanUpdater::wake() {
   state_->idleIs(false);
+  woken_ = true;
   if (clock_->timeMin() == Vex::never) clock_->timeMinIs(Vex::now());
 }
 
@@ -107,6 +108,8 @@ void VlanUpdater::handleIdle() {
 void VlanUpdater::handleTimeout() {
   Vex::Seconds start = Vex::now();
   auto& updates = helper_->vlanUpdate();
+  // A walk from the first VLAN covers every change made before it began.
+  if (!bookmark_) woken_ = false;
   auto it = bookmark_ ? updates.lower_bound(*bookmark_) : updates.begin();
   bookmark_.reset();
   while (it != updates.end()) {
@@ -122,6 +125,8 @@ void VlanUpdater::handleTimeout() {
       return;
     }
   }
+  // A VLAN that changed behind the walk (below its bookmark) gets a new walk.
+  if (woken_) clock_->timeMinIs(Vex::now());
 }
 
 // --- the helper ---

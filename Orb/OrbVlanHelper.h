@@ -216,7 +216,9 @@ class VlanHelper;
 // creating each VLAN once and handing its update to hardware. With
 // `yieldVlanProcessing` on, a pass stops after `vlanProcessingTime` seconds
 // and the next one (after `deferredTime` seconds) resumes at the VLAN where
-// it stopped. A pass that reaches the end does not reschedule.
+// it stopped. A walk that reaches the end reschedules only when a VLAN
+// changed after the walk began, so that a change below the bookmark is not
+// left behind.
 class VlanUpdater : public VlanUpdaterState::Notifiee {
  public:
   VlanUpdater(const Vex::Ptr<Vex::Clock>& clock, VlanHelper* helper);
@@ -240,6 +242,7 @@ class VlanUpdater : public VlanUpdaterState::Notifiee {
   std::uint32_t deferredTime_ = 0;
   bool initialized_ = false;
   std::optional<VlanId> bookmark_;  // where a yielded pass resumes
+  bool woken_ = false;              // a change came since the walk began
 };
 
 class VlanHelper : public VlanHelperBase {

@@ -37,6 +37,12 @@ FloodsetExpandedVlanPhyIntfSm::~FloodsetExpandedVlanPhyIntfSm() {
   reactor_.notifierIs(nullptr);
 }
 
+void FloodsetExpandedVlanPhyIntfSm::vlanPhyIntfStatusIs(const Vex::Ptr<VlanPhyIntfStatus>& status) {
+  if (status == vlanPhyIntfStatus()) return;
+  reactor_.notifierIs(status);
+  handleInitialized();
+}
+
 void FloodsetExpandedVlanPhyIntfSm::handleInitialized() {
   if (!vlanPhyIntfStatus()) return;
   for (const auto& [intf, entry] : vlanPhyIntfStatus()->intf()) handleIntf(intf);
@@ -149,6 +155,24 @@ class VlanPhyIntfSm::ConfigReactor : public Bridging::Config::Notifiee {
   VlanPhyIntfSm* sm_;
 };
 
+// The interfaces this agent manages, which may become known after a VLAN
+// lists them.
+class VlanPhyIntfSm::IntfReactor : public OrbCommonSmData::Notifiee {
+ public:
+  IntfReactor(VlanPhyIntfSm* sm, const Vex::Ptr<OrbCommonSmData>& ocsd) : Notifiee(ocsd), sm_(sm) {
+    sm_->reactorIs(this);
+  }
+  ~IntfReactor() override { sm_->reactorDel(this); }
+  void handleIntf(const IntfId& intf) override { handle(intf); }
+  void handleCpuIntf(const IntfId& intf) override { handle(intf); }
+
+ private:
+  void handle(const IntfId& intf) {
+    if (sm_->reacting() && sm_->knownIntf(intf)) sm_->handleKnownIntf(intf);
+  }
+  VlanPhyIntfSm* sm_;
+};
+
 class VlanPhyIntfSm::DynamicDirReactor : public DynamicExpVlanDir::Notifiee {
  public:
   DynamicDirReactor(VlanPhyIntfSm* sm, const Vex::Ptr<DynamicExpVlanDir>& dir) : Notifiee(dir), sm_(sm) {
@@ -178,6 +202,7 @@ VlanPhyIntfSm::VlanPhyIntfSm(const Vex::Ptr<OrbCommonSmData>& ocsd, const Vex::P
   dirReactor_ = std::make_unique<DirReactor>(this, vlanPhyIntfStatusDir_);
   if (bridgingConfig_) configReactor_ = std::make_unique<ConfigReactor>(this, bridgingConfig_);
   if (dynamicExpVlanDir_) dynamicDirReactor_ = std::make_unique<DynamicDirReactor>(this, dynamicExpVlanDir_);
+  intfReactor_ = std::make_unique<IntfReactor>(this, ocsd);
   if (auto verify = ocsd->verifySm()) verify->verifiableIs(this);
   initializedIs(true);
 }
@@ -191,6 +216,7 @@ VlanPhyIntfSm::~VlanPhyIntfSm() {
   dirReactor_.reset();
   configReactor_.reset();
   dynamicDirReactor_.reset();
+  intfReactor_.reset();
 }
 
 void VlanPhyIntfSm::handleInitialized() {
@@ -213,22 +239,76 @@ void VlanPhyIntfSm::handleVlanConfig(VlanId vlanId) {
   if (status) {
     auto& reactor = vexStatus_[vlanId];
     if (!reactor || reactor->notifier() != status) reactor = std::make_unique<VexStatus>(this, status);
-    handleIntf(vlanId);
     // Flood-set machines of VLANs expanded into this one now defer to it.
     for (VlanId base : reExpVlanDir_[vlanId].reExpVlan) {
       auto& machine = expVlanDir_[base].floodsetExpVlanPhyIntfSmCol[vlanId];
       if (machine) machine->expVlanPhyIntfStatusIs(status);
     }
+    handleIntf(vlanId);
+    restoreExpansions(vlanId);
     return;
   }
+  handleVlanStatusGone(vlanId);
+}
+
+void VlanPhyIntfSm::handleVlanStatusGone(VlanId vlanId) {
   BLIP(trace(), 5, "vlan {} going away.", vlanId.value());
   vexStatus_.erase(vlanId);
   removeExpansions(vlanId);
-  // Its members leave the VLAN with it.
+  // VLANs expanded into this one keep their ports in its flood set.
+  std::vector<FloodsetExpandedVlanPhyIntfSm*> floodsets;
+  auto reverse = reExpVlanDir_.find(vlanId);
+  if (reverse != reExpVlanDir_.end()) {
+    for (VlanId base : reverse->second.reExpVlan) {
+      auto& machine = expVlanDir_[base].floodsetExpVlanPhyIntfSmCol[vlanId];
+      if (!machine) continue;
+      machine->expVlanPhyIntfStatusIs(nullptr);
+      floodsets.push_back(machine.get());
+    }
+  }
+  // Its own members leave the VLAN with it.
   if (auto cache = vlanHelper_->vlanCache(vlanId)) {
     std::vector<IntfId> ports;
-    for (const auto& [intf, tagged] : cache->add()) ports.push_back(intf);
+    for (const auto& [intf, tagged] : cache->add()) {
+      if (!floodsetProviding(vlanId, intf)) ports.push_back(intf);
+    }
     for (const auto& intf : ports) vlanHelper_->doRemovePortFromVlan(intf, vlanId);
+  }
+  for (auto* machine : floodsets) machine->handleInitialized();
+}
+
+void VlanPhyIntfSm::restoreExpansions(VlanId vlanId) {
+  if (bridgingConfig_) {
+    for (const auto& expansion : bridgingConfig_->staticExpVlan()) {
+      if (expansion.vlanId == vlanId) handleVlanToExpVlanMap(vlanId, expansion.expVlanId, false);
+    }
+  }
+  if (dynamicExpVlanDir_ && dynamicExpVlanDir_->vlanToExpVlanList(vlanId)) dynamicListIs(vlanId);
+}
+
+FloodsetExpandedVlanPhyIntfSm* VlanPhyIntfSm::floodsetProviding(VlanId vlanId, const IntfId& intf) const {
+  auto reverse = reExpVlanDir_.find(vlanId);
+  if (reverse == reExpVlanDir_.end()) return nullptr;
+  for (VlanId base : reverse->second.reExpVlan) {
+    auto dir = expVlanDir_.find(base);
+    if (dir == expVlanDir_.end()) continue;
+    auto machine = dir->second.floodsetExpVlanPhyIntfSmCol.find(vlanId);
+    if (machine == dir->second.floodsetExpVlanPhyIntfSmCol.end()) continue;
+    const auto& status = machine->second->vlanPhyIntfStatus();
+    if (status && status->intfHas(intf)) return machine->second.get();
+  }
+  return nullptr;
+}
+
+void VlanPhyIntfSm::handleKnownIntf(const IntfId& intf) {
+  for (const auto& [vlanId, status] : vlanPhyIntfStatusDir_->vlanPhyIntfStatus()) {
+    if (status->intfHas(intf)) handleIntf(vlanId, intf);
+  }
+  for (auto& [vlanId, dir] : expVlanDir_) {
+    for (auto& [expVlanId, machine] : dir.floodsetExpVlanPhyIntfSmCol) {
+      const auto& status = machine->vlanPhyIntfStatus();
+      if (status && status->intfHas(intf)) machine->handleIntf(intf);
+    }
   }
 }
 
@@ -261,6 +341,10 @@ void VlanPhyIntfSm::handleIntf(VlanId vlanId, const IntfId& intf) {
   if (listed) {
     const auto& entry = status->intf(intf);
     vlanHelper_->doAddPortToVlan(intf, vlanId, entry.tagged, entry.ingress, entry.egress);
+  } else if (auto* floodset = floodsetProviding(vlanId, intf)) {
+    // No longer a member of its own, but still in the flood set of a VLAN
+    // expanded into this one.
+    floodset->handleIntf(intf);
   } else {
     vlanHelper_->doRemovePortFromVlan(intf, vlanId);
   }
@@ -311,7 +395,10 @@ void VlanPhyIntfSm::handleVlanToExpVlanMap(VlanId vlanId, VlanId expVlanId, bool
   reExpVlanDir_[expVlanId].reExpVlan.insert(vlanId);
   currentConfExpVlanId_[vlanId] = expVlanId;
   auto& machine = dir.floodsetExpVlanPhyIntfSmCol[expVlanId];
-  if (machine) return;
+  if (machine) {
+    machine->vlanPhyIntfStatusIs(vlanPhyIntfStatusDir_->vlanPhyIntfStatus(vlanId));
+    return;
+  }
   BLIP(trace(), 5, "VlanPhyIntfSm: creating floodsetExpIntfSm for vlan {} expVlan {}", vlanId.value(),
        expVlanId.value());
   machine = Vex::make<FloodsetExpandedVlanPhyIntfSm>(ocsd(), vlanHelper_, vlanId, expVlanId,

@@ -37,6 +37,8 @@ class FloodsetExpandedVlanPhyIntfSm : public OrbBaseSm {
   VlanId vlanId() const { return vlanId_; }
   VlanId expVlanId() const { return expVlanId_; }
   const Vex::Ptr<VlanPhyIntfStatus>& vlanPhyIntfStatus() const { return reactor_.notifier(); }
+  // The base VLAN's status may come after the mapping, or be made anew.
+  void vlanPhyIntfStatusIs(const Vex::Ptr<VlanPhyIntfStatus>& status);
   const Vex::Ptr<VlanPhyIntfStatus>& expVlanPhyIntfStatus() const { return expVlanPhyIntfStatus_; }
   void expVlanPhyIntfStatusIs(const Vex::Ptr<VlanPhyIntfStatus>& status) { expVlanPhyIntfStatus_ = status; }
   // Ports this machine put into the expanded VLAN.
@@ -112,8 +114,18 @@ class VlanPhyIntfSm : public OrbBaseSm, public Verifiable {
   class DirReactor;
   class ConfigReactor;
   class DynamicDirReactor;
+  class IntfReactor;
 
   bool knownIntf(const IntfId& intf) const;
+  // An interface became known to this agent: the VLANs listing it take it.
+  void handleKnownIntf(const IntfId& intf);
+  // The flood-set machine of a VLAN expanded into `vlanId` whose base VLAN
+  // lists the port, if any: it keeps the port in `vlanId`'s flood set.
+  FloodsetExpandedVlanPhyIntfSm* floodsetProviding(VlanId vlanId, const IntfId& intf) const;
+  void handleVlanStatusGone(VlanId vlanId);
+  // Mappings of a VLAN whose status came (back): they live as long as the
+  // configuration asks for them.
+  void restoreExpansions(VlanId vlanId);
   void dynamicListIs(VlanId vlanId);
   void removeExpansions(VlanId vlanId);
 
@@ -132,6 +144,7 @@ class VlanPhyIntfSm : public OrbBaseSm, public Verifiable {
   std::unique_ptr<DirReactor> dirReactor_;
   std::unique_ptr<ConfigReactor> configReactor_;
   std::unique_ptr<DynamicDirReactor> dynamicDirReactor_;
+  std::unique_ptr<IntfReactor> intfReactor_;
 };
 
 Vex::Ptr<VlanPhyIntfSm> vlanPhyIntfSmFactory(const Vex::Ptr<OrbCommonSmData>& ocsd,

@@ -93,6 +93,33 @@ void Agent::registerCheckCommands() {
                        w.EndArray();
                      });
                    });
+  shell_.commandIs("verify", "[json]", "compare what the machines hold with the chip; one line per difference",
+                   [this](Args args, std::ostream& out) {
+                     bool json = takeJsonFlag(args);
+                     expectArgs(args, 0, 0, "verify [json]");
+                     const auto& data = ocsd_->verifyData();
+                     data->requestIdInc();
+                     loop_->runUntilIdle();
+                     if (json) {
+                       printJson(out, [&](JsonWriter& w) {
+                         w.StartObject();
+                         for (const auto& [check, lines] : data->output()) {
+                           w.Key(check.c_str());
+                           w.StartArray();
+                           for (const auto& line : lines) w.String(line.c_str());
+                           w.EndArray();
+                         }
+                         w.EndObject();
+                       });
+                       return;
+                     }
+                     std::size_t differences = 0;
+                     for (const auto& [check, lines] : data->output()) {
+                       for (const auto& line : lines) out << check << ": " << line << "\n";
+                       differences += lines.size();
+                     }
+                     out << fmt::format("verify: {} difference{}\n", differences, differences == 1 ? "" : "s");
+                   });
   shell_.commandIs("clear logging", "", "forget the log events raised so far", [this](const Args& args, std::ostream&) {
     expectArgs(args, 0, 0, "clear logging");
     logSink_->clear();

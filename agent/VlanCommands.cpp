@@ -2,10 +2,13 @@
 // of the VLAN table, and `show vlan`.
 #include "agent/Agent.h"
 #include "agent/IntfRange.h"
+#include "agent/JsonOutput.h"
 
 #include <fmt/format.h>
 
+#include <optional>
 #include <set>
+#include <vector>
 
 namespace Agent {
 
@@ -24,6 +27,138 @@ std::string portsText(const std::set<Nexo::IntfId>& untagged, const std::set<Nex
     text += port.stringValue() + (tagged.count(port) ? "(t)" : "");
   }
   return text.empty() ? "-" : text;
+}
+
+using Ports = std::set<Nexo::IntfId>;
+
+// One VLAN as configured, as hardware confirmed it to the VLAN helper, and as
+// the soft chip holds it, with the generations of its updates.
+struct VlanView {
+  explicit VlanView(Bridging::VlanId id) : vlanId(id) {}
+  Bridging::VlanId vlanId;
+  std::optional<std::uint16_t> fid;
+  std::uint64_t done = 0;
+  std::optional<std::uint64_t> pending, inFlight, failed;
+  Ports configuredTagged, configuredUntagged;
+  Ports confirmedTagged, confirmedUntagged, confirmedIngress, confirmedEgress;
+  bool inHardware = false;
+  Ports hwTagged, hwUntagged, hwIngress, hwEgress;
+};
+
+VlanView vlanView(Bridging::VlanId vlanId, const VlanPhyIntfStatusLib::VlanPhyIntfStatusDir& statusDir,
+                  const SoftChip::SoftVlanHelper& helper) {
+  VlanView view(vlanId);
+  if (auto status = statusDir.vlanPhyIntfStatus(vlanId)) {
+    for (const auto& [port, entry] : status->intf())
+      (entry.tagged ? view.configuredTagged : view.configuredUntagged).insert(port);
+  }
+  for (const auto& [port, pvm] : helper.portVlanMembership()) {
+    if (pvm->taggedVlan(vlanId)) view.confirmedTagged.insert(port);
+    if (pvm->untaggedVlan(vlanId)) view.confirmedUntagged.insert(port);
+    if (pvm->ingressVlan(vlanId)) view.confirmedIngress.insert(port);
+    if (pvm->egressVlan(vlanId)) view.confirmedEgress.insert(port);
+  }
+  if (const SoftChip::HwVlan* hw = helper.table().vlan(vlanId)) {
+    view.inHardware = true;
+    view.fid = hw->fid.value();
+    view.hwTagged = hw->tagged;
+    view.hwUntagged = hw->untagged;
+    view.hwIngress = hw->ingress;
+    view.hwEgress = hw->egress;
+  }
+  auto pending = helper.vlanUpdate(vlanId);
+  auto request = helper.updateConfig()->vlanUpdate(vlanId);
+  auto answer = helper.updateStatus()->hwStatus(vlanId);
+  auto done = helper.lastCompletedUpdateStatus()->hwStatus(vlanId);
+  if (done) view.done = done->genId();
+  if (pending) view.pending = pending->genId();
+  if (request && !answer) view.inFlight = request->genId();
+  if (answer && answer->programmingStatus() == Orb::VlanProgrammingStatus::programmingFailed)
+    view.failed = answer->genId();
+  return view;
+}
+
+std::string intfsText(const Ports& ports) {
+  std::string text;
+  for (const auto& port : ports) text += (text.empty() ? "" : " ") + port.stringValue();
+  return text.empty() ? "-" : text;
+}
+
+void printVlan(std::ostream& out, const VlanView& view) {
+  std::string generations = fmt::format("done {}", view.done);
+  if (view.pending) generations += fmt::format(", pending {}", *view.pending);
+  if (view.inFlight) generations += fmt::format(", in flight {}", *view.inFlight);
+  if (view.failed) generations += fmt::format(", failed {}", *view.failed);
+  out << fmt::format("VLAN {}  fid {}  generations: {}\n", view.vlanId.value(),
+                     view.fid ? std::to_string(*view.fid) : "-", generations);
+  out << "  configured: " << portsText(view.configuredUntagged, view.configuredTagged) << "\n";
+  out << "  confirmed:  " << portsText(view.confirmedUntagged, view.confirmedTagged)
+      << "  ingress: " << intfsText(view.confirmedIngress) << "  egress: " << intfsText(view.confirmedEgress) << "\n";
+  out << "  hardware:   " << (view.inHardware ? portsText(view.hwUntagged, view.hwTagged) : "-") << "\n";
+}
+
+void vlansJson(JsonWriter& w, const std::vector<VlanView>& views) {
+  w.SetFormatOptions(rapidjson::kFormatSingleLineArray);
+  auto ports = [&w](const char* key, const Ports& set) {
+    w.Key(key);
+    w.StartArray();
+    for (const auto& port : set) w.String(port.stringValue().c_str());
+    w.EndArray();
+  };
+  auto optional = [&w](const char* key, const std::optional<std::uint64_t>& value) {
+    w.Key(key);
+    if (value) {
+      w.Uint64(*value);
+    } else {
+      w.Null();
+    }
+  };
+  w.StartObject();
+  w.Key("vlans");
+  w.StartObject();
+  for (const auto& view : views) {
+    w.Key(std::to_string(view.vlanId.value()).c_str());
+    w.StartObject();
+    w.Key("fid");
+    if (view.fid) {
+      w.Uint(*view.fid);
+    } else {
+      w.Null();
+    }
+    w.Key("generations");
+    w.StartObject();
+    optional("done", view.done);
+    optional("pending", view.pending);
+    optional("inFlight", view.inFlight);
+    optional("failed", view.failed);
+    w.EndObject();
+    w.Key("configured");
+    w.StartObject();
+    ports("tagged", view.configuredTagged);
+    ports("untagged", view.configuredUntagged);
+    w.EndObject();
+    w.Key("confirmed");
+    w.StartObject();
+    ports("tagged", view.confirmedTagged);
+    ports("untagged", view.confirmedUntagged);
+    ports("ingress", view.confirmedIngress);
+    ports("egress", view.confirmedEgress);
+    w.EndObject();
+    w.Key("hardware");
+    if (view.inHardware) {
+      w.StartObject();
+      ports("tagged", view.hwTagged);
+      ports("untagged", view.hwUntagged);
+      ports("ingress", view.hwIngress);
+      ports("egress", view.hwEgress);
+      w.EndObject();
+    } else {
+      w.Null();
+    }
+    w.EndObject();
+  }
+  w.EndObject();
+  w.EndObject();
 }
 
 }  // namespace
@@ -110,9 +245,11 @@ void Agent::registerVlanCommands() {
                        throw CommandError("usage: " + usage);
                      }
                    });
-  shell_.commandIs("show vlan", "[ID]", "configured and hardware members, pending and in-flight generations",
-                   [this, statusDir](const Args& args, std::ostream& out) {
-                     expectArgs(args, 0, 1, "show vlan [ID]");
+  shell_.commandIs("show vlan", "[ID] [json]",
+                   "configured, confirmed and hardware members, pending and in-flight generations",
+                   [this, statusDir](Args args, std::ostream& out) {
+                     bool json = takeJsonFlag(args);
+                     expectArgs(args, 0, 1, "show vlan [ID] [json]");
                      std::set<Bridging::VlanId> vlans;
                      if (!args.empty()) {
                        vlans.insert(vlanArg(args[0]));
@@ -121,28 +258,13 @@ void Agent::registerVlanCommands() {
                        for (const auto& [id, vlan] : vlanHelper_->table().vlans) vlans.insert(id);
                        for (const auto& [id, update] : vlanHelper_->vlanUpdate()) vlans.insert(id);
                      }
-                     for (const auto& vlanId : vlans) {
-                       std::set<Nexo::IntfId> untagged, tagged;
-                       if (auto status = statusDir->vlanPhyIntfStatus(vlanId)) {
-                         for (const auto& [port, entry] : status->intf())
-                           (entry.tagged ? tagged : untagged).insert(port);
-                       }
-                       const SoftChip::HwVlan* hw = vlanHelper_->table().vlan(vlanId);
-                       auto pending = vlanHelper_->vlanUpdate(vlanId);
-                       auto request = vlanHelper_->updateConfig()->vlanUpdate(vlanId);
-                       auto answer = vlanHelper_->updateStatus()->hwStatus(vlanId);
-                       auto done = vlanHelper_->lastCompletedUpdateStatus()->hwStatus(vlanId);
-                       std::string generations = fmt::format("done {}", done ? done->genId() : 0);
-                       if (pending) generations += fmt::format(", pending {}", pending->genId());
-                       if (request && !answer) generations += fmt::format(", in flight {}", request->genId());
-                       if (answer && answer->programmingStatus() == Orb::VlanProgrammingStatus::programmingFailed) {
-                         generations += fmt::format(", failed {}", answer->genId());
-                       }
-                       out << fmt::format("VLAN {}  fid {}  generations: {}\n", vlanId.value(),
-                                          hw ? std::to_string(hw->fid.value()) : "-", generations);
-                       out << "  configured: " << portsText(untagged, tagged) << "\n";
-                       out << "  hardware:   " << (hw ? portsText(hw->untagged, hw->tagged) : "-") << "\n";
+                     std::vector<VlanView> views;
+                     for (const auto& vlanId : vlans) views.push_back(vlanView(vlanId, *statusDir, *vlanHelper_));
+                     if (json) {
+                       printJson(out, [&](JsonWriter& w) { vlansJson(w, views); });
+                       return;
                      }
+                     for (const auto& view : views) printVlan(out, view);
                    });
 }
 

@@ -47,7 +47,8 @@ void SoftVlanHelper::doCreateHwVlan(Bridging::VlanId vlanId) {
   // comes, so the refusal travels back as a failed programming.
   if (!chip_->hasRoom(SoftVlanTable::tableName)) return;
   auto& vlan = table_.vlans[vlanId];
-  vlan.fid = Bridging::Fid(vlanId.value());
+  auto fid = fids_.find(vlanId);
+  vlan.fid = fid != fids_.end() ? fid->second : Bridging::Fid(vlanId.value());
 }
 
 void SoftVlanHelper::doUpdateVlan(Bridging::VlanId vlanId) {
@@ -96,6 +97,8 @@ void SoftVlanHelper::apply(Bridging::VlanId vlanId) {
 }
 
 void SoftVlanHelper::doUpdateVlanFid(Bridging::VlanId vlanId, Bridging::Fid fid) {
+  // Kept for a VLAN the table does not hold yet: it gets its FID when made.
+  fids_[vlanId] = fid;
   auto it = table_.vlans.find(vlanId);
   if (it != table_.vlans.end()) it->second.fid = fid;
 }

@@ -60,6 +60,7 @@ class SoftVlanHelper : public Orb::VlanHelper {
   SoftVlanTable table_;
   std::uint64_t updatesRequested_ = 0;
   std::set<Bridging::VlanId> inFlight_;
+  std::map<Bridging::VlanId, Bridging::Fid> fids_;  // as configured, VLAN or not
 };
 
 }  // namespace SoftChip

@@ -41,6 +41,8 @@ TEST(VlanCommands, MembershipReachesHardware) {
   EXPECT_EQ(run(agent, "show vlan 10"),
             "VLAN 10  fid 10  generations: done 3\n"
             "  configured: Ethernet1 Ethernet2 Ethernet3(t)\n"
+            "  confirmed:  Ethernet1 Ethernet2 Ethernet3(t)  ingress: Ethernet1 Ethernet2 Ethernet3  egress: Ethernet1 "
+            "Ethernet2 Ethernet3\n"
             "  hardware:   Ethernet1 Ethernet2 Ethernet3(t)\n");
   run(agent, "vlan 10 remove Ethernet2");
   run(agent, "vlan 10 fid 5");

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 namespace {
@@ -190,6 +191,26 @@ TEST_F(VlanHelperTest, YieldingPassLeavesWorkForLater) {
   EXPECT_FALSE(helper->vlanUpdater()->state()->idle());
   loop.advance(60);
   EXPECT_EQ(helper->requests.size(), 10u);
+}
+
+TEST_F(VlanHelperTest, ChangeBelowTheBookmarkIsNotLeftBehind) {
+  helper->yieldVlanProcessingIs(true);
+  helper->vlanProcessingTimeIs(0.01);
+  helper->vlanUpdater()->deferredTimeIs(5);
+  for (int v = 1; v <= 10; ++v) helper->doAddPortToVlan(e1, VlanId(v), false, true, true);
+  loop.simulatedTime()->stepIs(0.004);
+  loop.runUntilIdle();
+  loop.simulatedTime()->stepIs(0);
+  ASSERT_LT(helper->requests.size(), 10u);
+  ASSERT_EQ(helper->requests[0].first, VlanId(1));
+  helper->ack(VlanId(1));
+  // VLAN 1 changes again while the yielded pass waits to resume above it.
+  helper->doAddPortToVlan(e2, VlanId(1), false, true, true);
+  loop.advance(60);
+  auto requestsOf1 = std::count_if(helper->requests.begin(), helper->requests.end(),
+                                   [](const auto& request) { return request.first == VlanId(1); });
+  EXPECT_EQ(requestsOf1, 2);
+  EXPECT_TRUE(helper->updateConfig()->vlanUpdate(VlanId(1))->addHas(e2));
 }
 
 TEST_F(VlanHelperTest, UpdaterStatePrintsIdleOrBusy) {
