@@ -218,7 +218,7 @@ void Agent::registerLagCommands() {
                      expectArgs(args, 0, 1, "show port-channel [N] [json]");
                      std::set<Nexo::IntfId> lags;
                      for (const auto& [lag, list] : ocsd_->lagToPort()) lags.insert(lag);
-                     for (const auto& [lag, hw] : lagHelper_->table().lags) lags.insert(lag);
+                     for (const auto& [lag, hw] : lagHelper_->table().entries) lags.insert(lag);
                      if (!args.empty()) {
                        Nexo::IntfId only = lagArg(args[0]);
                        lags = lags.count(only) ? std::set<Nexo::IntfId>{only} : std::set<Nexo::IntfId>{};

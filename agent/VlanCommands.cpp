@@ -255,7 +255,7 @@ void Agent::registerVlanCommands() {
                        vlans.insert(vlanArg(args[0]));
                      } else {
                        for (const auto& [id, status] : statusDir->vlanPhyIntfStatus()) vlans.insert(id);
-                       for (const auto& [id, vlan] : vlanHelper_->table().vlans) vlans.insert(id);
+                       for (const auto& [id, vlan] : vlanHelper_->table().entries) vlans.insert(id);
                        for (const auto& [id, update] : vlanHelper_->vlanUpdate()) vlans.insert(id);
                      }
                      std::vector<VlanView> views;

@@ -8,7 +8,7 @@
 
 namespace SoftChip {
 
-void SoftFdbTable::dump(JsonWriter& writer) const {
+void SoftFdbTable::dumpEntries(JsonWriter& writer) const {
   std::vector<const std::pair<const Bridging::MacVlanPair, HwFdbEntry>*> sorted;
   for (const auto& row : entries) sorted.push_back(&row);
   std::sort(sorted.begin(), sorted.end(), [](auto* a, auto* b) { return a->first < b->first; });
@@ -33,24 +33,21 @@ void SoftFdbTable::dump(JsonWriter& writer) const {
   writer.EndArray();
 }
 
-const HwFdbEntry* SoftFdbTable::entry(const Bridging::MacVlanPair& key) const {
-  auto it = entries.find(key);
-  return it == entries.end() ? nullptr : &it->second;
-}
-
 SoftFdbHelper::SoftFdbHelper(const Vex::Ptr<SoftChip>& chip, const Vex::Ptr<OrbTypes::MacTable>& macTable)
-    : OrbHelperMacAddrSm("SoftFdbHelper"), chip_(chip), macTable_(macTable), agingClock_(Vex::clockFactory([this] {
+    : OrbHelperMacAddrSm("SoftFdbHelper"),
+      chip_(chip),
+      macTable_(macTable),
+      table_(*chip),
+      agingClock_(Vex::clockFactory([this] {
         ageSweep();
         armAging();
       })) {
-  chip_->tableIs(&table_);
-  programmer_ = Vex::make<SoftMacProgrammer>(this, chip_);
+  programmer_ = Vex::make<SoftMacProgrammer>(this);
 }
 
 SoftFdbHelper::~SoftFdbHelper() {
   programmer_->detach();
   agingClock_->timeMinIs(Vex::never);
-  chip_->tableDel(&table_);
 }
 
 bool SoftFdbHelper::takesFrame(Bridging::VlanId vlanId, const Nexo::IntfId& intf) const {
@@ -68,7 +65,7 @@ bool SoftFdbHelper::takesFrame(Bridging::VlanId vlanId, const Nexo::IntfId& intf
   if (!lags) return false;
   auto lagMember = [&](const HwLag& lag) { return std::any_of(lag.members.begin(), lag.members.end(), member); };
   if (const HwLag* lag = lags->lag(intf)) return lagMember(*lag);
-  for (const auto& [id, lag] : lags->lags) {
+  for (const auto& [id, lag] : lags->entries) {
     if (lag.members.contains(intf)) return member(id) || lagMember(lag);
   }
   return false;
@@ -86,7 +83,7 @@ bool SoftFdbHelper::holdLearn(const Bridging::MacVlanPair& key, const Nexo::Intf
     if (it->second.entryType != Bridging::EntryType::entryDynamic || it->second.remote) return false;
   }
   if (learning_ == Learning::software) return reportLearn(key, intf);
-  if (it == table_.entries.end() && !chip_->hasRoom(SoftFdbTable::tableName)) return false;
+  if (it == table_.entries.end() && !table_.hasRoom()) return false;
   auto& entry = table_.entries[key];
   entry.intf = intf;
   entry.entryType = Bridging::EntryType::entryDynamic;
@@ -120,7 +117,7 @@ void SoftFdbHelper::touch(const Bridging::MacVlanPair& key) {
 
 std::uint32_t SoftFdbHelper::addStatus(const Bridging::MacVlanPair& key) {
   ++operations_;
-  switch (chip_->nextFault(SoftFdbTable::tableName)) {
+  switch (table_.nextFault()) {
     case Fault::busy:
       return OrbTypes::tableAddBusy;
     case Fault::full:
@@ -130,7 +127,7 @@ std::uint32_t SoftFdbHelper::addStatus(const Bridging::MacVlanPair& key) {
     case Fault::none:
       break;
   }
-  if (!table_.entries.contains(key) && !chip_->hasRoom(SoftFdbTable::tableName)) return OrbTypes::tableAddFull;
+  if (!table_.entries.contains(key) && !table_.hasRoom()) return OrbTypes::tableAddFull;
   return OrbTypes::tableAddSuccess;
 }
 
@@ -167,7 +164,7 @@ std::uint32_t SoftFdbHelper::removeHost(const Bridging::MacVlanPair& key, Bridgi
     return 0;
   }
   ++operations_;
-  if (chip_->nextFault(SoftFdbTable::tableName) != Fault::none) return 3;
+  if (table_.nextFault() != Fault::none) return 3;
   table_.entries.erase(key);
   reported_.erase(key);
   // A removed entry is gone from what the chip reports too.
@@ -308,7 +305,7 @@ Orb::MacProgramStatus SoftFdbHelper::applyCommand(const Orb::IndirectAccessMacCm
     return Orb::MacProgramStatus::macProgramSuccess;
   }
   auto [it, added] = table_.entries.try_emplace(key);
-  if (added && table_.entries.size() > chip_->capacity(SoftFdbTable::tableName)) {
+  if (added && table_.entries.size() > table_.capacity()) {
     table_.entries.erase(it);
     return Orb::MacProgramStatus::macProgramFull;
   }
@@ -323,14 +320,15 @@ Orb::MacProgramStatus SoftFdbHelper::applyCommand(const Orb::IndirectAccessMacCm
 }
 
 std::uint32_t SoftMacProgrammer::writeToHw(const CmdPtr& cmd) {
-  if (chip_->nextFault(SoftFdbTable::tableName) == Fault::busy) {
+  // A chip whose helper went answers nothing more.
+  if (!fdb_ || fdb_->table().nextFault() == Fault::busy) {
     return static_cast<std::uint32_t>(Orb::MacProgramStatus::macProgramBusy);
   }
   // The chip takes the command; the commands of one pass are answered
   // together after the chip's acknowledgement delay.
   if (answering_.empty()) {
     Vex::Ptr<SoftMacProgrammer> self(this);
-    chip_->ackIs(SoftFdbTable::tableName, [self] { self->answer(); });
+    fdb_->table().ackIs([self] { self->answer(); });
   }
   answering_.push_back(cmd);
   return static_cast<std::uint32_t>(Orb::MacProgramStatus::macProgramInProgress);
@@ -363,7 +361,7 @@ void SoftMacProgrammer::answer() {
 }
 
 std::uint32_t SoftFdbHelper::getMaxRemoteMacs() {
-  std::size_t capacity = chip_->capacity(SoftFdbTable::tableName);
+  std::size_t capacity = table_.capacity();
   return capacity == SoftChip::unlimited ? 0xffffffffu : static_cast<std::uint32_t>(capacity);
 }
 

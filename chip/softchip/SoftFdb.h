@@ -31,15 +31,16 @@ struct HwFdbEntry {
   bool learned = false;  // learned by the chip, not yet programmed by software
 };
 
-class SoftFdbTable : public SoftTable {
+class SoftFdbTable
+    : public SoftTableOf<Bridging::MacVlanPair, HwFdbEntry, Vex::HashMap<Bridging::MacVlanPair, HwFdbEntry>> {
  public:
   static constexpr const char* tableName = "fdb";
-  SoftFdbTable() : SoftTable(tableName) {}
-  std::size_t size() const override { return entries.size(); }
-  void dump(JsonWriter& writer) const override;
-  const HwFdbEntry* entry(const Bridging::MacVlanPair& key) const;
+  explicit SoftFdbTable(SoftChip& chip) : SoftTableOf(chip, tableName) {}
+  const HwFdbEntry* entry(const Bridging::MacVlanPair& key) const { return find(key); }
 
-  Vex::HashMap<Bridging::MacVlanPair, HwFdbEntry> entries;
+ protected:
+  // An array of rows in key order, so that dumps compare.
+  void dumpEntries(JsonWriter& writer) const override;
 };
 
 class SoftFdbHelper;
@@ -52,7 +53,7 @@ class SoftFdbHelper;
 // their place among the others.
 class SoftMacProgrammer : public Orb::OrbMacProgrammer {
  public:
-  SoftMacProgrammer(SoftFdbHelper* fdb, const Vex::Ptr<SoftChip>& chip) : fdb_(fdb), chip_(chip) {}
+  explicit SoftMacProgrammer(SoftFdbHelper* fdb) : fdb_(fdb) {}
   std::uint32_t writeToHw(const CmdPtr& cmd) override;
   void handleCmdDone(const CmdPtr& cmd) override;
   // The helper goes: answers still on their way find nobody to apply them.
@@ -64,7 +65,6 @@ class SoftMacProgrammer : public Orb::OrbMacProgrammer {
   SoftFdbHelper* fdb_;
   std::vector<CmdPtr> answering_;  // written, to be answered together
   std::vector<CmdPtr> answered_;   // the batch being answered; its memory kept
-  Vex::Ptr<SoftChip> chip_;
 };
 
 class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
@@ -89,6 +89,7 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   ~SoftFdbHelper() override;
 
   const SoftFdbTable& table() const { return table_; }
+  SoftFdbTable& table() { return table_; }
   std::uint32_t agingTime() const { return agingTime_; }
   bool learningOn(const Nexo::IntfId& intf) const { return !learningOffPort_.contains(intf); }
   bool learningOn(Bridging::VlanId vlanId) const { return !learningOffVlan_.contains(vlanId); }

@@ -2,64 +2,48 @@
 
 namespace SoftChip {
 
-void SoftLagTable::dump(JsonWriter& writer) const {
+void SoftLagTable::dumpEntry(JsonWriter& writer, const HwLag& lag) const {
   writer.StartObject();
-  for (const auto& [id, lag] : lags) {
-    writer.Key(id.stringValue().c_str());
-    writer.StartObject();
-    writer.Key("members");
-    writer.StartArray();
-    for (const auto& member : lag.members) writer.String(member.stringValue().c_str());
-    writer.EndArray();
-    writer.Key("sharedPeerLink");
-    writer.String(lag.sharedPeerLink.stringValue().c_str());
-    writer.EndObject();
-  }
+  dumpIntfs(writer, "members", lag.members);
+  writer.Key("sharedPeerLink");
+  writer.String(lag.sharedPeerLink.stringValue().c_str());
   writer.EndObject();
 }
 
-const HwLag* SoftLagTable::lag(const Nexo::IntfId& id) const {
-  auto it = lags.find(id);
-  return it == lags.end() ? nullptr : &it->second;
-}
+SoftLagHelper::SoftLagHelper(const Vex::Ptr<SoftChip>& chip)
+    : OrbHelperLagSm("SoftLagHelper"), chip_(chip), table_(*chip) {}
 
-SoftLagHelper::SoftLagHelper(const Vex::Ptr<SoftChip>& chip) : OrbHelperLagSm("SoftLagHelper"), chip_(chip) {
-  chip_->tableIs(&table_);
-}
-
-SoftLagHelper::~SoftLagHelper() { chip_->tableDel(&table_); }
+SoftLagHelper::~SoftLagHelper() = default;
 
 void SoftLagHelper::maybeCreateLag(const Nexo::IntfId& lag) {
-  if (table_.lags.count(lag)) return;
-  if (!chip_->hasRoom(SoftLagTable::tableName) || chip_->nextFault(SoftLagTable::tableName) != Fault::none) {
+  if (table_.entries.count(lag)) return;
+  if (table_.admit(true) != Fault::none) {
     ++refused_;
     return;
   }
-  table_.lags[lag];
+  table_.entries[lag];
 }
 
-void SoftLagHelper::maybeDestroyLag(const Nexo::IntfId& lag) { table_.lags.erase(lag); }
+void SoftLagHelper::maybeDestroyLag(const Nexo::IntfId& lag) { table_.entries.erase(lag); }
 
 void SoftLagHelper::updateLag(const Nexo::IntfId& lag, const Orb::OrbLagPortList& list) {
-  auto it = table_.lags.find(lag);
-  if (it == table_.lags.end()) {
+  HwLag* hw = table_.find(lag);
+  if (!hw) {
     ++refused_;
     return;
   }
-  it->second.members.clear();
+  hw->members.clear();
   for (const auto& [member, state] : list.ports) {
-    if (it->second.members.size() == maxMembers_) {
+    if (hw->members.size() == maxMembers_) {
       ++refused_;
       continue;
     }
-    if (state.collecting || state.distributing) it->second.members.insert(member);
+    if (state.collecting || state.distributing) hw->members.insert(member);
   }
 }
 
 void SoftLagHelper::maybeShareLagMembership(const Nexo::IntfId& lag, const Nexo::IntfId& peerLink, bool share) {
-  auto it = table_.lags.find(lag);
-  if (it == table_.lags.end()) return;
-  it->second.sharedPeerLink = share ? peerLink : Nexo::IntfId();
+  if (HwLag* hw = table_.find(lag)) hw->sharedPeerLink = share ? peerLink : Nexo::IntfId();
 }
 
 }  // namespace SoftChip

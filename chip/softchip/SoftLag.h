@@ -17,15 +17,14 @@ struct HwLag {
   Nexo::IntfId sharedPeerLink;  // empty unless it borrows the peer link's members
 };
 
-class SoftLagTable : public SoftTable {
+class SoftLagTable : public SoftTableOf<Nexo::IntfId, HwLag> {
  public:
   static constexpr const char* tableName = "lag";
-  SoftLagTable() : SoftTable(tableName) {}
-  std::size_t size() const override { return lags.size(); }
-  void dump(JsonWriter& writer) const override;
-  const HwLag* lag(const Nexo::IntfId& id) const;
+  explicit SoftLagTable(SoftChip& chip) : SoftTableOf(chip, tableName) {}
+  const HwLag* lag(const Nexo::IntfId& id) const { return find(id); }
 
-  std::map<Nexo::IntfId, HwLag> lags;
+ protected:
+  void dumpEntry(JsonWriter& writer, const HwLag& lag) const override;
 };
 
 class SoftLagHelper : public OrbHelper::OrbHelperLagSm {

@@ -2,85 +2,73 @@
 
 namespace SoftChip {
 
-void SoftTopologyTable::dump(JsonWriter& writer) const {
+void SoftTopologyTable::dumpEntry(JsonWriter& writer, const HwTopology& topo) const {
   writer.StartObject();
-  for (const auto& [name, topo] : topologies) {
-    writer.Key(name.c_str());
-    writer.StartObject();
-    writer.Key("vlans");
-    writer.StartArray();
-    for (const auto& vlanId : topo.vlans) writer.Uint(vlanId.value());
-    writer.EndArray();
-    writer.Key("portState");
-    writer.StartObject();
-    for (const auto& [port, state] : topo.portState) {
-      writer.Key(port.stringValue().c_str());
-      writer.String(Vex::valueToStrep(state).c_str());
-    }
-    writer.EndObject();
-    writer.Key("flushes");
-    writer.Uint(topo.flushes);
-    writer.Key("vlanFlushes");
-    writer.StartObject();
-    for (const auto& [vlanId, count] : topo.vlanFlushes) {
-      writer.Key(std::to_string(vlanId.value()).c_str());
-      writer.Uint(count);
-    }
-    writer.EndObject();
-    writer.EndObject();
+  writer.Key("vlans");
+  writer.StartArray();
+  for (const auto& vlanId : topo.vlans) writer.Uint(vlanId.value());
+  writer.EndArray();
+  writer.Key("portState");
+  writer.StartObject();
+  for (const auto& [port, state] : topo.portState) {
+    writer.Key(port.stringValue().c_str());
+    writer.String(Vex::valueToStrep(state).c_str());
   }
+  writer.EndObject();
+  writer.Key("flushes");
+  writer.Uint(topo.flushes);
+  writer.Key("vlanFlushes");
+  writer.StartObject();
+  for (const auto& [vlanId, count] : topo.vlanFlushes) {
+    writer.Key(std::to_string(vlanId.value()).c_str());
+    writer.Uint(count);
+  }
+  writer.EndObject();
   writer.EndObject();
 }
 
-const HwTopology* SoftTopologyTable::topology(const std::string& name) const {
-  auto it = topologies.find(name);
-  return it == topologies.end() ? nullptr : &it->second;
-}
-
 SoftTopoHelper::SoftTopoHelper(const Vex::Ptr<SoftChip>& chip, const Vex::Ptr<Orb::VlanHelper>& vlanHelper)
-    : VlanTopoHelper(vlanHelper, "SoftTopoHelper"), chip_(chip) {
-  chip_->tableIs(&table_);
-}
+    : VlanTopoHelper(vlanHelper, "SoftTopoHelper"), chip_(chip), table_(*chip) {}
 
-SoftTopoHelper::~SoftTopoHelper() { chip_->tableDel(&table_); }
+SoftTopoHelper::~SoftTopoHelper() = default;
 
 std::uint32_t SoftTopoHelper::maxTopo() {
-  std::size_t capacity = chip_->capacity(SoftTopologyTable::tableName);
+  std::size_t capacity = table_.capacity();
   return capacity == SoftChip::unlimited ? 64 : static_cast<std::uint32_t>(capacity);
 }
 
-void SoftTopoHelper::allocTopo(const std::string& topoName) { table_.topologies[topoName]; }
+void SoftTopoHelper::allocTopo(const std::string& topoName) { table_.entries[topoName]; }
 
-void SoftTopoHelper::freeTopo(const std::string& topoName) { table_.topologies.erase(topoName); }
+void SoftTopoHelper::freeTopo(const std::string& topoName) { table_.entries.erase(topoName); }
 
 void SoftTopoHelper::setStpState(std::int32_t topoId, const std::string& topoName, const Nexo::IntfId& intf,
                                  Orb::PortState state) {
   idToName_[topoId] = topoName;
-  table_.topologies[topoName].portState[intf] = state;
+  table_.entries[topoName].portState[intf] = state;
   VlanTopoHelper::setStpState(topoId, topoName, intf, state);
 }
 
 void SoftTopoHelper::addVlanToTopo(const std::string& topoName, std::uint16_t vlan) {
-  table_.topologies[topoName].vlans.insert(Bridging::VlanId(vlan));
+  table_.entries[topoName].vlans.insert(Bridging::VlanId(vlan));
   VlanTopoHelper::addVlanToTopo(topoName, vlan);
 }
 
 void SoftTopoHelper::delVlanFromTopo(const std::string& topoName, std::uint16_t vlan) {
-  auto it = table_.topologies.find(topoName);
-  if (it != table_.topologies.end()) it->second.vlans.erase(Bridging::VlanId(vlan));
+  auto it = table_.entries.find(topoName);
+  if (it != table_.entries.end()) it->second.vlans.erase(Bridging::VlanId(vlan));
   VlanTopoHelper::delVlanFromTopo(topoName, vlan);
 }
 
 void SoftTopoHelper::flushTopoPort(std::int32_t topoId, const Nexo::IntfId&) {
   auto name = idToName_.find(topoId);
   if (name == idToName_.end()) return;
-  auto it = table_.topologies.find(name->second);
-  if (it != table_.topologies.end()) ++it->second.flushes;
+  auto it = table_.entries.find(name->second);
+  if (it != table_.entries.end()) ++it->second.flushes;
 }
 
 void SoftTopoHelper::flushTopoPortVlan(const Orb::MappedVlan& vlans, const Nexo::IntfId&) {
   // Per-VLAN flushes land in the topology that holds the VLAN.
-  for (auto& [name, topo] : table_.topologies) {
+  for (auto& [name, topo] : table_.entries) {
     for (const auto& vlanId : vlans.vlan) {
       if (topo.vlans.count(vlanId)) ++topo.vlanFlushes[vlanId];
     }

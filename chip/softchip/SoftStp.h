@@ -19,15 +19,14 @@ struct HwTopology {
   std::map<Bridging::VlanId, std::uint32_t> vlanFlushes;
 };
 
-class SoftTopologyTable : public SoftTable {
+class SoftTopologyTable : public SoftTableOf<std::string, HwTopology> {
  public:
   static constexpr const char* tableName = "topology";
-  SoftTopologyTable() : SoftTable(tableName) {}
-  std::size_t size() const override { return topologies.size(); }
-  void dump(JsonWriter& writer) const override;
-  const HwTopology* topology(const std::string& name) const;
+  explicit SoftTopologyTable(SoftChip& chip) : SoftTableOf(chip, tableName) {}
+  const HwTopology* topology(const std::string& name) const { return find(name); }
 
-  std::map<std::string, HwTopology> topologies;
+ protected:
+  void dumpEntry(JsonWriter& writer, const HwTopology& topo) const override;
 };
 
 class SoftTopoHelper : public Orb::VlanTopoHelper {

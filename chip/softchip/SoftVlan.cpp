@@ -4,49 +4,27 @@
 
 namespace SoftChip {
 
-namespace {
-
-void writeSet(JsonWriter& writer, const char* key, const std::set<Nexo::IntfId>& ports) {
-  writer.Key(key);
-  writer.StartArray();
-  for (const auto& port : ports) writer.String(port.stringValue().c_str());
-  writer.EndArray();
-}
-
-}  // namespace
-
-void SoftVlanTable::dump(JsonWriter& writer) const {
+void SoftVlanTable::dumpEntry(JsonWriter& writer, const HwVlan& vlan) const {
   writer.StartObject();
-  for (const auto& [vlanId, vlan] : vlans) {
-    writer.Key(std::to_string(vlanId.value()).c_str());
-    writer.StartObject();
-    writeSet(writer, "tagged", vlan.tagged);
-    writeSet(writer, "untagged", vlan.untagged);
-    writeSet(writer, "ingress", vlan.ingress);
-    writeSet(writer, "egress", vlan.egress);
-    writer.Key("fid");
-    writer.Uint(vlan.fid.value());
-    writer.EndObject();
-  }
+  dumpIntfs(writer, "tagged", vlan.tagged);
+  dumpIntfs(writer, "untagged", vlan.untagged);
+  dumpIntfs(writer, "ingress", vlan.ingress);
+  dumpIntfs(writer, "egress", vlan.egress);
+  writer.Key("fid");
+  writer.Uint(vlan.fid.value());
   writer.EndObject();
 }
 
-const HwVlan* SoftVlanTable::vlan(Bridging::VlanId vlanId) const {
-  auto it = vlans.find(vlanId);
-  return it == vlans.end() ? nullptr : &it->second;
-}
+SoftVlanHelper::SoftVlanHelper(const Vex::Ptr<SoftChip>& chip)
+    : VlanHelper("SoftVlanHelper"), chip_(chip), table_(*chip) {}
 
-SoftVlanHelper::SoftVlanHelper(const Vex::Ptr<SoftChip>& chip) : VlanHelper("SoftVlanHelper"), chip_(chip) {
-  chip_->tableIs(&table_);
-}
-
-SoftVlanHelper::~SoftVlanHelper() { chip_->tableDel(&table_); }
+SoftVlanHelper::~SoftVlanHelper() = default;
 
 void SoftVlanHelper::doCreateHwVlan(Bridging::VlanId vlanId) {
   // A VLAN beyond the table's capacity is refused when its first update
   // comes, so the refusal travels back as a failed programming.
-  if (!chip_->hasRoom(SoftVlanTable::tableName)) return;
-  auto& vlan = table_.vlans[vlanId];
+  if (!table_.hasRoom()) return;
+  auto& vlan = table_.entries[vlanId];
   auto fid = fids_.find(vlanId);
   vlan.fid = fid != fids_.end() ? fid->second : Bridging::Fid(vlanId.value());
 }
@@ -54,14 +32,14 @@ void SoftVlanHelper::doCreateHwVlan(Bridging::VlanId vlanId) {
 void SoftVlanHelper::doUpdateVlan(Bridging::VlanId vlanId) {
   ++updatesRequested_;
   inFlight_.insert(vlanId);
-  Fault fault = chip_->nextFault(SoftVlanTable::tableName);
-  bool fits = table_.vlans.count(vlanId) || chip_->hasRoom(SoftVlanTable::tableName);
-  if (fits && !table_.vlans.count(vlanId)) doCreateHwVlan(vlanId);
+  Fault fault = table_.nextFault();
+  bool fits = table_.entries.count(vlanId) || table_.hasRoom();
+  if (fits && !table_.entries.count(vlanId)) doCreateHwVlan(vlanId);
   auto status = (fault == Fault::none && fits) ? Orb::VlanProgrammingStatus::programmingSucceeded
                                                : Orb::VlanProgrammingStatus::programmingFailed;
   // The request is read when hardware gets to it: by then a redo may have
   // replaced it, and that is what gets programmed.
-  chip_->ackIs(SoftVlanTable::tableName, [this, vlanId, status] {
+  table_.ackIs([this, vlanId, status] {
     inFlight_.erase(vlanId);
     if (!updateConfig()->vlanUpdate(vlanId)) return;
     if (status == Orb::VlanProgrammingStatus::programmingSucceeded) apply(vlanId);
@@ -71,7 +49,7 @@ void SoftVlanHelper::doUpdateVlan(Bridging::VlanId vlanId) {
 
 void SoftVlanHelper::apply(Bridging::VlanId vlanId) {
   auto request = updateConfig()->vlanUpdate(vlanId);
-  auto& vlan = table_.vlans[vlanId];
+  auto& vlan = table_.entries[vlanId];
   vlan.lastGenId = request->genId();
   for (const auto& [intf, tagged] : request->add()) {
     vlan.tagged.erase(intf);
@@ -99,8 +77,7 @@ void SoftVlanHelper::apply(Bridging::VlanId vlanId) {
 void SoftVlanHelper::doUpdateVlanFid(Bridging::VlanId vlanId, Bridging::Fid fid) {
   // Kept for a VLAN the table does not hold yet: it gets its FID when made.
   fids_[vlanId] = fid;
-  auto it = table_.vlans.find(vlanId);
-  if (it != table_.vlans.end()) it->second.fid = fid;
+  if (HwVlan* vlan = table_.find(vlanId)) vlan->fid = fid;
 }
 
 std::vector<std::string> SoftVlanHelper::verifyLines() const {

@@ -25,15 +25,14 @@ struct HwVlan {
   std::uint64_t lastGenId = 0;
 };
 
-class SoftVlanTable : public SoftTable {
+class SoftVlanTable : public SoftTableOf<Bridging::VlanId, HwVlan> {
  public:
   static constexpr const char* tableName = "vlan";
-  SoftVlanTable() : SoftTable(tableName) {}
-  std::size_t size() const override { return vlans.size(); }
-  void dump(JsonWriter& writer) const override;
-  const HwVlan* vlan(Bridging::VlanId vlanId) const;
+  explicit SoftVlanTable(SoftChip& chip) : SoftTableOf(chip, tableName) {}
+  const HwVlan* vlan(Bridging::VlanId vlanId) const { return find(vlanId); }
 
-  std::map<Bridging::VlanId, HwVlan> vlans;
+ protected:
+  void dumpEntry(JsonWriter& writer, const HwVlan& vlan) const override;
 };
 
 class SoftVlanHelper : public Orb::VlanHelper {

@@ -1,0 +1,139 @@
+// One hardware table of the soft chip, the one kind every object kind
+// (forwarding database, VLANs, LAGs, topologies, and whatever comes next)
+// is built on.
+//
+// A table has a capacity, a fault plan (the next N operations answer busy,
+// full or failed), an acknowledgement delay with its queue of pending
+// acknowledgements on the event loop's timer wheel, and a JSON dump of its
+// settings and entries. SoftTableOf adds the entries themselves, keyed, so
+// that a new object kind is its entry struct, its key and how an entry
+// prints. Tables register with their chip by name for as long as they live,
+// which is how the shell and the chip's dump find them.
+#pragma once
+
+#include "platform/json/Json.h"
+#include "platform/types/Bridging.h"
+#include "platform/types/Nexo.h"
+#include "platform/vex/Clock.h"
+#include "platform/vex/Ptr.h"
+#include "platform/vex/Time.h"
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+
+namespace SoftChip {
+
+class SoftChip;
+using JsonWriter = rapidjson::PrettyWriter<rapidjson::StringBuffer>;
+
+// What the chip answers to one table operation.
+enum class Fault : std::uint8_t { none, busy, full, failed };
+const char* faultName(Fault fault);
+// Parses "busy", "full" or "failed"; none for anything else.
+Fault faultFromName(const std::string& name);
+
+class SoftTable {
+ public:
+  static constexpr std::size_t unlimited = SIZE_MAX;
+
+  SoftTable(SoftChip& chip, std::string name);
+  virtual ~SoftTable();
+  SoftTable(const SoftTable&) = delete;
+  SoftTable& operator=(const SoftTable&) = delete;
+
+  const std::string& name() const { return name_; }
+  virtual std::size_t size() const = 0;
+
+  std::size_t capacity() const { return capacity_; }
+  void capacityIs(std::size_t entries) { capacity_ = entries; }
+  bool hasRoom() const { return size() < capacity_; }
+
+  // The next `count` operations answer `fault`, after those already planned.
+  void faultIs(Fault fault, std::uint32_t count) { faults_.insert(faults_.end(), count, fault); }
+  void faultDelAll() { faults_.clear(); }
+  std::uint32_t plannedFaults() const { return static_cast<std::uint32_t>(faults_.size()); }
+  // Consumes and returns the fault planned for the next operation.
+  Fault nextFault();
+  // The answer to a write: a planned fault first, then full when it would
+  // add an entry to a table with no room.
+  Fault admit(bool addsEntry);
+
+  Vex::Seconds ackDelay() const { return ackDelay_; }
+  void ackDelayIs(Vex::Seconds delay) { ackDelay_ = delay > 0 ? delay : 0; }
+  // Runs `ack` after the acknowledgement delay, never before one scheduled
+  // earlier: a table answers in the order it was asked.
+  void ackIs(std::function<void()> ack);
+  std::size_t pendingAcks() const { return acks_.size(); }
+
+  // Settings, planned faults and entries as one JSON object.
+  void dump(JsonWriter& writer) const;
+
+ protected:
+  // The entries as one JSON value.
+  virtual void dumpEntries(JsonWriter& writer) const = 0;
+
+ private:
+  void runDueAcks();
+
+  SoftChip& chip_;
+  std::string name_;
+  std::size_t capacity_ = unlimited;
+  std::deque<Fault> faults_;
+  Vex::Seconds ackDelay_ = 0;
+  struct PendingAck {
+    Vex::Seconds due;
+    std::function<void()> ack;
+  };
+  std::deque<PendingAck> acks_;  // in the order asked; due times never fall
+  Vex::Ptr<Vex::Clock> ackClock_;
+};
+
+// How table keys name their entries in a dump.
+inline std::string softKeyText(Bridging::VlanId vlanId) { return std::to_string(vlanId.value()); }
+inline std::string softKeyText(const Nexo::IntfId& intf) { return intf.stringValue(); }
+inline std::string softKeyText(const std::string& text) { return text; }
+inline std::string softKeyText(const Bridging::MacVlanPair& key) {
+  return key.addr.stringValue() + " " + std::to_string(key.vlanId.value());
+}
+
+// A table of entries by key. `entries` is the table's content; a dump is an
+// object of dumpEntry() values by key text.
+template <class Key, class Entry, class Map = std::map<Key, Entry>>
+class SoftTableOf : public SoftTable {
+ public:
+  using SoftTable::SoftTable;
+  std::size_t size() const override { return entries.size(); }
+
+  const Entry* find(const Key& key) const {
+    auto it = entries.find(key);
+    return it == entries.end() ? nullptr : &it->second;
+  }
+  Entry* find(const Key& key) {
+    auto it = entries.find(key);
+    return it == entries.end() ? nullptr : &it->second;
+  }
+
+  Map entries;
+
+ protected:
+  // One entry as a JSON value; a table that dumps its entries otherwise
+  // (as an array, say) overrides dumpEntries instead.
+  virtual void dumpEntry(JsonWriter& writer, const Entry&) const { writer.Null(); }
+  void dumpEntries(JsonWriter& writer) const override {
+    writer.StartObject();
+    for (const auto& [key, entry] : entries) {
+      writer.Key(softKeyText(key).c_str());
+      dumpEntry(writer, entry);
+    }
+    writer.EndObject();
+  }
+};
+
+// Writes a set of interfaces as a JSON array under `key`.
+void dumpIntfs(JsonWriter& writer, const char* key, const std::set<Nexo::IntfId>& intfs);
+
+}  // namespace SoftChip
