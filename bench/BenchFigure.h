@@ -1,14 +1,18 @@
 // Figures a benchmark program reports: each names the benchmark it measures
-// and, where there is one, the reference benchmark of the same run that it
-// is compared with. After every benchmark ran, the program prints one line
-// per figure:
+// and, where there is one, the reference benchmark it is compared with.
+// A figure is taken in rounds (--rounds=N, 5 by default): its benchmark
+// alone, then its reference alone, again and again, so that both sides of a
+// round see the same machine. Benchmarks of no figure run once. Then the
+// program prints one line per figure:
 //   RESULT <name> <metric>=<items per second> [extra fields]
-//          [reference_<metric>=<items per second> ratio=<time / reference time>]
-// where the times are CPU times per item, so a ratio of 2 means twice as slow
-// as the reference. A benchmark is named by its function ("BM_Insert", the
-// last of its variants to run) or by its full run name ("BM_Insert/1000").
-// A figure whose benchmark did not run (filtered out, or skipped with an
-// error) prints nothing.
+//          [reference_<metric>=<items per second> ratio=<time / reference time>
+//           ratio_min=<lowest round ratio> ratio_max=<highest round ratio>]
+// where the rates are the medians of the rounds and the ratio is the median
+// of the ratios of each round, of CPU times per item: a ratio of 2 means
+// twice as slow as the reference. A benchmark is named by its function
+// ("BM_Insert", the last of its variants to run) or by its full run name
+// ("BM_Insert/1000"). A figure whose benchmark did not run in any round
+// (filtered out, or skipped with an error) prints no RESULT line.
 #pragma once
 
 #include <functional>
@@ -23,7 +27,9 @@ struct Figure {
   std::string reference;  // empty: no reference, no ratio
   double items = 1;       // items per iteration of `benchmark`
   double referenceItems = 1;
-  // More "name=value" fields for the line, read after the run.
+  // More "name=value" fields for the line, read once after every round ran:
+  // whatever it reports must hold over all of them (a maximum over the
+  // rounds, say, or what the first run measured).
   std::function<std::string()> extra;
 };
 
