@@ -1,12 +1,16 @@
-# Front door: `make demo`, `make test`, `make bench`. Each target installs what
-# it needs (scripts/setup-deps), then configures and builds.
+# Front door: `make demo`, `make test`, `make bench`, `make install`. Each
+# target installs what it needs (scripts/setup-deps), then configures and
+# builds.
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 BUILD_DIR ?= build
 ASAN_DIR ?= build-asan
 RELEASE_DIR ?= build-release
+PREFIX ?= /usr/local
+# What `cmake --install` installs; built alone for an install.
+INSTALL_TARGETS = orbplatform orb softchip
 
-.PHONY: all deps demo test test-normal test-asan bench format clean
+.PHONY: all deps demo test test-normal test-asan test-install install bench format clean
 
 all: test
 
@@ -26,7 +30,7 @@ demo: deps $(RELEASE_DIR)/build.ninja
 	cmake --build $(RELEASE_DIR) -j $(JOBS) --target orb-agent
 	$(RELEASE_DIR)/agent/orb-agent run examples/demo.orb
 
-test: test-normal test-asan
+test: test-normal test-asan test-install
 
 test-normal: deps $(BUILD_DIR)/build.ninja
 	cmake --build $(BUILD_DIR) -j $(JOBS)
@@ -36,6 +40,20 @@ test-asan: deps $(ASAN_DIR)/build.ninja
 	cmake --build $(ASAN_DIR) -j $(JOBS)
 	cd $(ASAN_DIR) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1 \
 	  ctest --output-on-failure -j $(JOBS)
+
+# Installs into a prefix under the build tree and builds a chip layer
+# against the installed package alone (CMake package and pkg-config).
+test-install: deps $(BUILD_DIR)/build.ninja
+	cmake --build $(BUILD_DIR) -j $(JOBS) --target $(INSTALL_TARGETS)
+	JOBS=$(JOBS) scripts/test-install $(BUILD_DIR)
+
+# make install [PREFIX=/usr/local] [DESTDIR=...]: a Release build of the
+# libraries, headers, CMake package and liborb.pc.
+install: deps
+	cmake -S . -B $(RELEASE_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Release -DORB_BUILD_TESTS=OFF \
+	  -DCMAKE_INSTALL_PREFIX=$(PREFIX) $(CMAKE_FLAGS)
+	cmake --build $(RELEASE_DIR) -j $(JOBS) --target $(INSTALL_TARGETS)
+	DESTDIR=$(DESTDIR) cmake --install $(RELEASE_DIR)
 
 bench: deps $(RELEASE_DIR)/build.ninja
 	cmake --build $(RELEASE_DIR) -j $(JOBS) --target bench_all
