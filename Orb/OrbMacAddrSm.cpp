@@ -285,49 +285,7 @@ class OcsdReactor : public OcsdReactorBase {
 
 // --- construction ---
 
-MacAddrSm::MacAddrSm(
-    const Vex::Ptr<OrbCommonSmData>& ocsd, const Vex::Ptr<OrbCommonMulticastData>& ocmd,
-    const Vex::Ptr<OrbTypes::MacTable>& macTable, const Vex::Ptr<OrbTypes::MacTable>& routerMacTable,
-    const Vex::Ptr<Bridging::Status>& bridgingStatus,
-    const Vex::Ptr<Bridging::HostTableFlushRequestDir>& flushRequestDir,
-    const Vex::Ptr<Bridging::HostTableFlushReplyDir>& flushReplyDir, const Vex::Ptr<Bridging::Config>& bridgingConfig,
-    const Vex::Ptr<Interface::EthPhyIntfConfigDir>& ethPhyIntfConfigDir,
-    const Vex::Ptr<Interface::EthPhyIntfStatusDir>& ethPhyIntfStatusDir, const Vex::Ptr<VlanHelper>& vlanHelper,
-    const Vex::Ptr<Mlag::HostTable>& mlagHostTable, const Vex::Ptr<Mlag::Status>& mlagStatus,
-    const Vex::Ptr<OrbHelper::OrbHelperMacAddrSm>& orbHelper, const Vex::Ptr<FastServerFailover::Status>& fsfStatus,
-    const Vex::Ptr<Vxlan::VxlanConfigDir>& vxlanConfigDir, const Vex::Ptr<VXLAN::RemoteMacInfoDir>& rmacInfoDir,
-    const Vex::Ptr<Bridging::RemoteMacTable>& remoteHostTable, const Vex::Ptr<Dot1x::HostTable>& dot1xHostTable,
-    const Vex::Ptr<Dot1x::Status>& dot1xStatus, const Vex::Ptr<OrbHelper::OrbHelperDot1x>& dot1xHelper,
-    const Vex::Ptr<L2Rib::HostInput>& l2RibInput, const Vex::Ptr<L2Rib::HostOutput>& l2RibOutput,
-    const Vex::Ptr<L2Rib::LoadBalanceOutput>& lbOutput, const Vex::Ptr<L2Rib::DestOutput>& destOutput,
-    const Vex::Ptr<SwTunnelGroupIdMap>& swTunnelIdMap, const Vex::Ptr<ObjTupleToHwId>& objTupleToHwId)
-    : OrbBaseSm(ocsd),
-      ocmd_(ocmd),
-      macTable_(macTable),
-      routerMacTable_(routerMacTable),
-      bridgingStatus_(bridgingStatus),
-      flushRequestDir_(flushRequestDir),
-      flushReplyDir_(flushReplyDir),
-      bridgingConfig_(bridgingConfig),
-      ethPhyIntfConfigDir_(ethPhyIntfConfigDir),
-      ethPhyIntfStatusDir_(ethPhyIntfStatusDir),
-      vlanHelper_(vlanHelper),
-      mlagHostTable_(mlagHostTable),
-      mlagStatus_(mlagStatus),
-      orbHelper_(orbHelper),
-      fsfStatus_(fsfStatus),
-      vxlanConfigDir_(vxlanConfigDir),
-      rmacInfoDir_(rmacInfoDir),
-      remoteHostTable_(remoteHostTable),
-      dot1xHostTable_(dot1xHostTable),
-      dot1xStatus_(dot1xStatus),
-      dot1xHelper_(dot1xHelper),
-      l2RibInput_(l2RibInput),
-      l2RibOutput_(l2RibOutput),
-      lbOutput_(lbOutput),
-      destOutput_(destOutput),
-      swTunnelIdMap_(swTunnelIdMap),
-      objTupleToHwId_(objTupleToHwId) {
+MacAddrSm::MacAddrSm(const MacAddrSmInputs& inputs) : OrbBaseSm(inputs.ocsd), in_(inputs) {
   bankFullEvent();
   dynamicHostStatusIs(nullptr);
   updateMacEntryClock_ = Vex::clockFactory([this] {
@@ -351,27 +309,27 @@ MacAddrSm::MacAddrSm(
   clockIs(macTableTimer_);
   clockIs(flushReqTimer_);
   reactors_ = std::make_unique<Reactors>(this);
-  reactors_->add<MacTableReactor>(macTable_);
-  reactors_->add<RouterMacReactor>(routerMacTable_);
-  reactors_->add<ConfigReactor>(bridgingConfig_);
-  reactors_->add<IntfConfigReactor>(ethPhyIntfConfigDir_);
-  if (vlanHelper_) reactors_->add<VlanDoneReactor>(vlanHelper_->lastCompletedUpdateStatus());
-  reactors_->add<VxlanConfigReactor>(vxlanConfigDir_);
-  reactors_->add<MlagHostReactor>(mlagHostTable_);
-  reactors_->add<MlagStatusReactor>(mlagStatus_);
-  reactors_->add<FsfReactor>(fsfStatus_);
-  reactors_->add<RemoteReactor>(remoteHostTable_);
-  reactors_->add<Dot1xHostReactor>(dot1xHostTable_);
-  reactors_->add<Dot1xStatusReactor>(dot1xStatus_);
-  reactors_->add<L2RibReactor>(l2RibOutput_);
-  reactors_->add<HwIdReactor>(objTupleToHwId_);
-  reactors_->add<FlushReactor>(flushRequestDir_);
-  reactors_->add<RemoteFlushReactor>(rmacInfoDir_);
-  reactors_->add<LbReactor>(lbOutput_);
-  reactors_->add<DestReactor>(destOutput_);
-  reactors_->add<IntfStatusReactor>(ethPhyIntfStatusDir_);
-  reactors_->add<OcsdReactor>(ocsd);
-  orbHelper_->hostOutcomeHandlerIs(
+  reactors_->add<MacTableReactor>(in_.macTable);
+  reactors_->add<RouterMacReactor>(in_.routerMacTable);
+  reactors_->add<ConfigReactor>(in_.bridgingConfig);
+  reactors_->add<IntfConfigReactor>(in_.ethPhyIntfConfigDir);
+  if (in_.vlanHelper) reactors_->add<VlanDoneReactor>(in_.vlanHelper->lastCompletedUpdateStatus());
+  reactors_->add<VxlanConfigReactor>(in_.vxlanConfigDir);
+  reactors_->add<MlagHostReactor>(in_.mlagHostTable);
+  reactors_->add<MlagStatusReactor>(in_.mlagStatus);
+  reactors_->add<FsfReactor>(in_.fsfStatus);
+  reactors_->add<RemoteReactor>(in_.remoteHostTable);
+  reactors_->add<Dot1xHostReactor>(in_.dot1xHostTable);
+  reactors_->add<Dot1xStatusReactor>(in_.dot1xStatus);
+  reactors_->add<L2RibReactor>(in_.l2RibOutput);
+  reactors_->add<HwIdReactor>(in_.objTupleToHwId);
+  reactors_->add<FlushReactor>(in_.flushRequestDir);
+  reactors_->add<RemoteFlushReactor>(in_.rmacInfoDir);
+  reactors_->add<LbReactor>(in_.lbOutput);
+  reactors_->add<DestReactor>(in_.destOutput);
+  reactors_->add<IntfStatusReactor>(in_.ethPhyIntfStatusDir);
+  reactors_->add<OcsdReactor>(in_.ocsd);
+  in_.orbHelper->hostOutcomeHandlerIs(
       [this](const MacVlanPair& key, const IntfId& intf, EntryType entryType, std::uint32_t status) {
         if (reacting()) handleHostOutcome(key, intf, entryType, status);
       });
@@ -380,7 +338,7 @@ MacAddrSm::MacAddrSm(
 
 MacAddrSm::~MacAddrSm() {
   vexDoZombieReactors(true);
-  orbHelper_->hostOutcomeHandlerIs(nullptr);
+  in_.orbHelper->hostOutcomeHandlerIs(nullptr);
   reactors_.reset();
   updateMacEntryClock_->timeMinIs(Vex::never);
   macTableTimer_->timeMinIs(Vex::never);
@@ -395,73 +353,73 @@ MacAddrSm::~MacAddrSm() {
 }
 
 void MacAddrSm::handleInitialized() {
-  orbHelper_->hwInit();
+  in_.orbHelper->hwInit();
   doClearRemoteMacsFromFdbStatus();
-  if (mlagHostTable_) {
-    for (const auto& [key, row] : mlagHostTable_->hostEntry()) handleMlagHostTableEntry(key);
+  if (in_.mlagHostTable) {
+    for (const auto& [key, row] : in_.mlagHostTable->hostEntry()) handleMlagHostTableEntry(key);
   }
   handleHostAgingTime();
-  for (const auto& [key, row] : bridgingConfig_->fdbConfig()) reevaluateEntry(key);
-  currentPeerLink_ = mlagStatus_ ? mlagStatus_->peerLinkIntf() : IntfId();
-  for (const auto& vlanId : bridgingConfig_->macLearningDisabledVlan()) handleVlanLearning(vlanId);
-  if ((flushRequestDir_ && !flushRequestDir_->request().empty()) ||
-      (rmacInfoDir_ && !rmacInfoDir_->remoteMacFlushRequest().empty())) {
+  for (const auto& [key, row] : in_.bridgingConfig->fdbConfig()) reevaluateEntry(key);
+  currentPeerLink_ = in_.mlagStatus ? in_.mlagStatus->peerLinkIntf() : IntfId();
+  for (const auto& vlanId : in_.bridgingConfig->macLearningDisabledVlan()) handleVlanLearning(vlanId);
+  if ((in_.flushRequestDir && !in_.flushRequestDir->request().empty()) ||
+      (in_.rmacInfoDir && !in_.rmacInfoDir->remoteMacFlushRequest().empty())) {
     flushReqTimer_->timeMinIs(Vex::now());
   }
   for (const auto& [key, event] : ocsd()->parityEvent()) handleParityEvent(key);
   // Authenticated hosts programmed by this switch.
   dot1xLocalHostTable_ = Vex::make<Dot1x::HostTable>("dot1xLocalHostTable");
-  if (dot1xHostTable_) {
-    for (const auto& [addr, row] : dot1xHostTable_->host()) handleDot1xHostTableEntry(addr);
+  if (in_.dot1xHostTable) {
+    for (const auto& [addr, row] : in_.dot1xHostTable->host()) handleDot1xHostTableEntry(addr);
   }
-  if (remoteHostTable_) {
-    for (const auto& [key, entry] : remoteHostTable_->configuredHost()) reevaluateEntry(key);
-    for (const auto& [key, entry] : remoteHostTable_->receivedHost()) reevaluateEntry(key);
+  if (in_.remoteHostTable) {
+    for (const auto& [key, entry] : in_.remoteHostTable->configuredHost()) reevaluateEntry(key);
+    for (const auto& [key, entry] : in_.remoteHostTable->receivedHost()) reevaluateEntry(key);
   }
-  orbHelper_->handleLinkStateAtInit();
+  in_.orbHelper->handleLinkStateAtInit();
   for (const auto& [intf, known] : ocsd()->intf()) configureMacLearningOnPort(intf);
-  if (routerMacTable_) {
-    for (const auto& [key, row] : routerMacTable_->macEntry()) reevaluateEntry(key);
+  if (in_.routerMacTable) {
+    for (const auto& [key, row] : in_.routerMacTable->macEntry()) reevaluateEntry(key);
   }
   walkVlanConfiguration();
-  if (l2RibOutput_) {
-    for (const auto& [key, entry] : l2RibOutput_->host()) handleL2RibHost(key);
+  if (in_.l2RibOutput) {
+    for (const auto& [key, entry] : in_.l2RibOutput->host()) handleL2RibHost(key);
   }
-  if (lbOutput_) {
-    for (const auto& [id, members] : lbOutput_->lb()) handleL2RibLb(id);
+  if (in_.lbOutput) {
+    for (const auto& [id, members] : in_.lbOutput->lb()) handleL2RibLb(id);
   }
-  if (destOutput_) {
-    for (const auto& [id, dest] : destOutput_->dest()) handleL2RibDest(id);
+  if (in_.destOutput) {
+    for (const auto& [id, dest] : in_.destOutput->dest()) handleL2RibDest(id);
   }
-  for (const auto& [key, row] : macTable_->macEntry()) handleMacEntry(key);
+  for (const auto& [key, row] : in_.macTable->macEntry()) handleMacEntry(key);
   // Hosts restored from before a restart are reconciled with the hardware
   // too: those it no longer holds go.
   std::vector<MacVlanPair> restored;
-  bridgingStatus_->forEachLearnedHost([&](const MacVlanPair& key, const Bridging::LearnedHost&) {
-    if (!macTable_->macEntryHas(key)) restored.push_back(key);
+  in_.bridgingStatus->forEachLearnedHost([&](const MacVlanPair& key, const Bridging::LearnedHost&) {
+    if (!in_.macTable->macEntryHas(key)) restored.push_back(key);
   });
   for (const auto& key : restored) handleMacEntry(key);
   std::vector<MacVlanPair> remote;
-  for (const auto& [key, row] : bridgingStatus_->remoteStatusTable()) remote.push_back(key);
+  for (const auto& [key, row] : in_.bridgingStatus->remoteStatusTable()) remote.push_back(key);
   for (const auto& key : remote) reevaluateEntry(key);
   // Last, the recovery of the remote entries the hardware kept across a
   // hitless restart; after any other start there is nothing to recover.
   remoteMacRecoveryHelperSm_ = Vex::make<RemoteMacRecoveryHelperSm>(
-      bridgingStatus_, rmacInfoDir_, [this](const RemoteMacAddressTableEntry& entry) { return nextHopId(entry); });
+      in_.bridgingStatus, in_.rmacInfoDir, [this](const RemoteMacAddressTableEntry& entry) { return nextHopId(entry); });
   if (ocsd()->operationalMode() != HwOperationalMode::hwModeHitlessRestart) {
     remoteMacRecoveryHelperSm_->completeIs(true);
     return;
   }
   remoteMacRecoveryHelperSm_->recover();
-  for (const auto& [key, row] : bridgingStatus_->remoteStatusTable()) {
+  for (const auto& [key, row] : in_.bridgingStatus->remoteStatusTable()) {
     if (row.hasL2RibObjTuple) l2RibObjCache_.programmedIs(key, row.l2RibObjTuple, nextHopId(row));
   }
-  if (remoteHostTable_ && remoteHostTable_->remoteMacsReady()) handleStageRemoteMacsReady();
+  if (in_.remoteHostTable && in_.remoteHostTable->remoteMacsReady()) handleStageRemoteMacsReady();
 }
 
 void MacAddrSm::doClearRemoteMacsFromFdbStatus() {
   std::vector<MacVlanPair> stale;
-  bridgingStatus_->forEachLearnedHost([&](const MacVlanPair& key, const Bridging::LearnedHost& host) {
+  in_.bridgingStatus->forEachLearnedHost([&](const MacVlanPair& key, const Bridging::LearnedHost& host) {
     if (isRemoteEntryType(host.entryType)) stale.push_back(key);
   });
   for (const auto& key : stale) delFromFdbStatus(key);
@@ -470,32 +428,32 @@ void MacAddrSm::doClearRemoteMacsFromFdbStatus() {
 // --- choosing ---
 
 bool MacAddrSm::peerEntriesAllowed() const {
-  return mlagStatus_ && mlagStatus_->mlagStateValid() && !mlagStatus_->peerLinkIntf().empty();
+  return in_.mlagStatus && in_.mlagStatus->mlagStateValid() && !in_.mlagStatus->peerLinkIntf().empty();
 }
 
 std::optional<RemoteMacAddressTableEntry> MacAddrSm::configuredEntry(const MacVlanPair& key) {
   std::optional<RemoteMacAddressTableEntry> best;
   auto offer = [&](const RemoteMacAddressTableEntry& candidate, const char* source) {
     BLIP(trace(), 8, "candidate from {} {}", source, keyText(key));
-    const auto* winner = betterEntry(best ? &*best : nullptr, &candidate, swTunnelIdMap_.get());
+    const auto* winner = betterEntry(best ? &*best : nullptr, &candidate, in_.swTunnelIdMap.get());
     if (winner == &candidate) best = candidate;
   };
-  if (l2RibOutput_ && l2RibOutput_->hostHas(key)) offer(l2RibOutput_->host(key), "l2Rib");
-  if (remoteHostTable_) {
-    if (remoteHostTable_->receivedHostHas(key)) offer(remoteHostTable_->receivedHost(key), "evpnMacTable");
-    if (remoteHostTable_->configuredHostHas(key)) offer(remoteHostTable_->configuredHost(key), "evpnMacTable");
+  if (in_.l2RibOutput && in_.l2RibOutput->hostHas(key)) offer(in_.l2RibOutput->host(key), "l2Rib");
+  if (in_.remoteHostTable) {
+    if (in_.remoteHostTable->receivedHostHas(key)) offer(in_.remoteHostTable->receivedHost(key), "evpnMacTable");
+    if (in_.remoteHostTable->configuredHostHas(key)) offer(in_.remoteHostTable->configuredHost(key), "evpnMacTable");
   }
   // Colliding keys are kept, not counted per look, so that the count says
   // how many static entries are set aside now.
   bool colliding = false;
-  if (bridgingConfig_->fdbConfigHas(key)) {
-    if (routerMacTable_ && routerMacTable_->macEntryHas(key)) {
+  if (in_.bridgingConfig->fdbConfigHas(key)) {
+    if (in_.routerMacTable && in_.routerMacTable->macEntryHas(key)) {
       colliding = true;
       if (collidingStaticEntryWithRouterMacEntry_.insert(key).second) {
         BLIP(trace(), 3, "collision of static entry {} with router mac entry", keyText(key));
       }
     } else {
-      offer(fromRow(bridgingConfig_->fdbConfig(key)), "fdbConfig");
+      offer(fromRow(in_.bridgingConfig->fdbConfig(key)), "fdbConfig");
     }
   }
   if (!colliding && !collidingStaticEntryWithRouterMacEntry_.empty())
@@ -507,26 +465,26 @@ std::optional<RemoteMacAddressTableEntry> MacAddrSm::configuredEntry(const MacVl
     const auto& row = dot1xLocalHostTable_->host(key.addr);
     if (row.macVlanPair == key) offer(fromRow(row), "fdbConfig");
   }
-  if (mlagHostTable_ && peerEntriesAllowed() && mlagHostTable_->hostEntryHas(key)) {
-    auto peer = fromRow(mlagHostTable_->hostEntry(key));
+  if (in_.mlagHostTable && peerEntriesAllowed() && in_.mlagHostTable->hostEntryHas(key)) {
+    auto peer = fromRow(in_.mlagHostTable->hostEntry(key));
     // The peer's address is reached over the MLAG interface if this switch
     // has it, else over the peer link.
-    if (!ocsd()->lagToPortHas(peer.intf)) peer.intf = mlagStatus_->peerLinkIntf();
+    if (!ocsd()->lagToPortHas(peer.intf)) peer.intf = in_.mlagStatus->peerLinkIntf();
     offer(peer, "mlagHostTable");
   }
   return best;
 }
 
 std::optional<RemoteMacAddressTableEntry> MacAddrSm::currentEntry(const MacVlanPair& key) const {
-  if (bridgingStatus_->remoteStatusTableHas(key)) return bridgingStatus_->remoteStatusTable(key);
-  const auto* host = bridgingStatus_->learnedHost(key);
+  if (in_.bridgingStatus->remoteStatusTableHas(key)) return in_.bridgingStatus->remoteStatusTable(key);
+  const auto* host = in_.bridgingStatus->learnedHost(key);
   if (!host) return std::nullopt;
   // What the hardware holds is the row this machine wrote into the MAC
   // table. Once the chip's report of a move or an age has taken that row's
   // place, what is programmed until the change is made is what `fdbStatus`
   // published with it.
-  auto row = macTable_->macEntry().find(key);
-  if (row != macTable_->macEntry().end() && isProgrammedRow(row->second)) return fromRow(row->second);
+  auto row = in_.macTable->macEntry().find(key);
+  if (row != in_.macTable->macEntry().end() && isProgrammedRow(row->second)) return fromRow(row->second);
   return fromHost(key, *host);
 }
 
@@ -540,11 +498,11 @@ bool MacAddrSm::checkIgnoreEvent(const MacAddressTableEntry& learned) {
     why = intf.isLag() ? ": unknown LAG" : ": unknown intf";
   } else if (!macLearningStatusOnPort(intf)) {
     why = ": learning off on port";
-  } else if (bridgingConfig_->macLearningDisabledVlan(learned.macVlanPair.vlanId)) {
+  } else if (in_.bridgingConfig->macLearningDisabledVlan(learned.macVlanPair.vlanId)) {
     why = ": learning off on vlan";
   } else if (!vlanMember(intf, learned.macVlanPair.vlanId)) {
     why = ": not a member of the vlan";
-  } else if (fsfStatus_ && fsfStatus_->failedServer(learned.macVlanPair.addr)) {
+  } else if (in_.fsfStatus && in_.fsfStatus->failedServer(learned.macVlanPair.addr)) {
     why = ": failed fast-failover server";
   }
   if (!why) return false;
@@ -554,9 +512,9 @@ bool MacAddrSm::checkIgnoreEvent(const MacAddressTableEntry& learned) {
 
 bool MacAddrSm::vlanMember(const IntfId& intf, VlanId vlanId) const {
   // Without a VLAN helper there is no membership to go by.
-  if (!vlanHelper_ || ocsd()->cpuIntfHas(intf)) return true;
+  if (!in_.vlanHelper || ocsd()->cpuIntfHas(intf)) return true;
   auto member = [&](const IntfId& port) {
-    const auto& pvm = vlanHelper_->portVlanMembership(port);
+    const auto& pvm = in_.vlanHelper->portVlanMembership(port);
     return pvm && pvm->ingressVlan(vlanId) && (pvm->untaggedVlan(vlanId) || pvm->taggedVlan(vlanId));
   };
   if (member(intf)) return true;
@@ -572,7 +530,7 @@ bool MacAddrSm::vlanMember(const IntfId& intf, VlanId vlanId) const {
 }
 
 bool MacAddrSm::vlanHasMembers(VlanId vlanId) const {
-  auto cache = vlanHelper_->vlanCache(vlanId);
+  auto cache = in_.vlanHelper->vlanCache(vlanId);
   return cache && !cache->add().empty();
 }
 
@@ -581,7 +539,7 @@ void MacAddrSm::handleVlanUpdateDone(VlanId vlanId) {
     vlansWithMembers_.insert(vlanId);
   } else if (vlansWithMembers_.erase(vlanId)) {
     BLIP(trace(), 5, "vlan {} deleted", vlanId.value());
-    orbHelper_->handleVlanDelete(vlanId);
+    in_.orbHelper->handleVlanDelete(vlanId);
   }
   // A port may have joined the VLAN of a row turned down before.
   for (const auto& key : ignoredRows_) {
@@ -590,9 +548,9 @@ void MacAddrSm::handleVlanUpdateDone(VlanId vlanId) {
 }
 
 void MacAddrSm::walkVlanConfiguration() {
-  if (!vlanHelper_) return;
+  if (!in_.vlanHelper) return;
   std::vector<VlanId> gone;
-  for (const auto& [vlanId, cache] : vlanHelper_->vlanCache()) {
+  for (const auto& [vlanId, cache] : in_.vlanHelper->vlanCache()) {
     if (vlanHasMembers(vlanId)) {
       vlansWithMembers_.insert(vlanId);
     } else {
@@ -603,7 +561,7 @@ void MacAddrSm::walkVlanConfiguration() {
   std::sort(gone.begin(), gone.end());
   for (auto vlanId : gone) {
     BLIP(trace(), 5, "vlan {} deleted", vlanId.value());
-    orbHelper_->handleVlanDelete(vlanId);
+    in_.orbHelper->handleVlanDelete(vlanId);
   }
 }
 
@@ -625,7 +583,7 @@ void MacAddrSm::maybeUpdateMoveCount(RemoteMacAddressTableEntry& wanted, const R
 }
 
 void MacAddrSm::reevaluateEntry(const MacVlanPair& key) {
-  const MacAddressTableEntry* hardware = macTable_->macEntryHas(key) ? &macTable_->macEntry(key) : nullptr;
+  const MacAddressTableEntry* hardware = in_.macTable->macEntryHas(key) ? &in_.macTable->macEntry(key) : nullptr;
   // The row this machine wrote for a static, peer or other configured entry
   // is not a learn: what it holds stands only while its source wants it.
   if (hardware && hardware->entryType != EntryType::entryDynamic && isProgrammedRow(*hardware)) hardware = nullptr;
@@ -683,7 +641,7 @@ void MacAddrSm::evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry
     }
     if (configured) {
       BLIP(trace(), 8, "{}, peer move time is {}", keyText(key), configured->lastMoveTime);
-      const auto* winner = betterEntry(&*configured, &learned, swTunnelIdMap_.get());
+      const auto* winner = betterEntry(&*configured, &learned, in_.swTunnelIdMap.get());
       if (winner == &*configured) BLIP(trace(), 7, "Using peer dynamic entry {}", keyText(key));
       wanted = *winner;
     } else {
@@ -849,14 +807,14 @@ bool MacAddrSm::programChange(ModifyMacEntry& change) {
 }
 
 bool MacAddrSm::hasVni(const RemoteMacAddressTableEntry& entry) const {
-  if (!isRemoteEntryType(entry.entryType) || isLocalIntf(entry.intf) || !vxlanConfigDir_) return true;
-  return vxlanConfigDir_->vlanToVniHas(entry.macVlanPair.vlanId);
+  if (!isRemoteEntryType(entry.entryType) || isLocalIntf(entry.intf) || !in_.vxlanConfigDir) return true;
+  return in_.vxlanConfigDir->vlanToVniHas(entry.macVlanPair.vlanId);
 }
 
 void MacAddrSm::waitForVni(const MacVlanPair& key) { waitingForVni_[key.vlanId].insert(key); }
 
 void MacAddrSm::handleVlanToVni(VlanId vlanId) {
-  if (!vxlanConfigDir_->vlanToVniHas(vlanId)) return;
+  if (!in_.vxlanConfigDir->vlanToVniHas(vlanId)) return;
   auto waiting = waitingForVni_.find(vlanId);
   if (waiting == waitingForVni_.end()) return;
   BLIP(trace(), 5, "vlan {} has a vni: {} remote entries looked at again", vlanId.value(), waiting->second.size());
@@ -890,7 +848,7 @@ bool MacAddrSm::handleAddStatus(ModifyMacEntry& change, std::uint32_t status) {
                 macEntryTypeWord(change.entryType()));
       change.fullLogged = true;
     }
-    double agingTime = bridgingConfig_->hostAgingTime();
+    double agingTime = in_.bridgingConfig->hostAgingTime();
     if (agingTime > 0 && Vex::now() - change.queuedTime > agingTime) {
       BLIP(trace(), 3, "{} has been in updateList for longer than aging time of {}", keyText(key), agingTime);
     }
@@ -908,7 +866,7 @@ bool MacAddrSm::programLocal(ModifyMacEntry& change) {
        isRemoteEntryType(change.entryType()) ? " Programming evpn received mac as local mac: "
                                              : " Programming MAC entry: ",
        keyText(key), change.intf().stringValue(), macEntryTypeWord(change.entryType()));
-  std::uint32_t status = orbHelper_->addHost(key, change.intf(), 0, false, change.entryType());
+  std::uint32_t status = in_.orbHelper->addHost(key, change.intf(), 0, false, change.entryType());
   if (status == OrbHelper::OrbHelperMacAddrSm::addAccepted) return addAccepted(change);
   if (status != OrbTypes::tableAddSuccess) return handleAddStatus(change, status);
   localAddDone(change);
@@ -918,9 +876,9 @@ bool MacAddrSm::programLocal(ModifyMacEntry& change) {
 void MacAddrSm::localAddDone(ModifyMacEntry& change) {
   const MacVlanPair& key = change.macVlanPair();
   BLIP(trace(), 7, "Add successful");
-  if (bridgingStatus_->remoteStatusTableHas(key)) {
+  if (in_.bridgingStatus->remoteStatusTableHas(key)) {
     decRemoteRefcounts(key);
-    bridgingStatus_->remoteStatusTableDel(key);
+    in_.bridgingStatus->remoteStatusTableDel(key);
   }
   addToFdbStatus(change);
 }
@@ -973,7 +931,7 @@ void MacAddrSm::handleHostOutcome(const MacVlanPair& key, const IntfId& intf, En
 }
 
 std::uint64_t MacAddrSm::nextHopId(const RemoteMacAddressTableEntry& entry) const {
-  if (entry.hasL2RibObjTuple && objTupleToHwId_) return objTupleToHwId_->hwId(entry.l2RibObjTuple);
+  if (entry.hasL2RibObjTuple && in_.objTupleToHwId) return in_.objTupleToHwId->hwId(entry.l2RibObjTuple);
   return entry.swTunnelGroupId.value;
 }
 
@@ -989,15 +947,15 @@ bool MacAddrSm::programRemote(ModifyMacEntry& change) {
   std::uint64_t nextHop = nextHopId(entry);
   BLIP(trace(), 6, " Programming remote MAC entry: {} next hop id: {} tunnel id: {}", keyText(key), nextHop,
        change.swTunnelGroupId.value);
-  std::uint32_t status = orbHelper_->addRemoteHost(key, change.intf(), nextHop, change.swTunnelGroupId.value, false,
+  std::uint32_t status = in_.orbHelper->addRemoteHost(key, change.intf(), nextHop, change.swTunnelGroupId.value, false,
                                                    change.entryType(), change.isMplsNextHop);
   if (status != OrbTypes::tableAddSuccess) return handleAddStatus(change, status);
   BLIP(trace(), 7, "Remote add successful");
   decRemoteRefcounts(key);  // what the key held before
-  rmacInfoDir_->nextHopRefCountIs(nextHop, rmacInfoDir_->nextHopRefCount(nextHop) + 1);
-  rmacInfoDir_->vlanRefCountIs(key.vlanId, rmacInfoDir_->vlanRefCount(key.vlanId) + 1);
+  in_.rmacInfoDir->nextHopRefCountIs(nextHop, in_.rmacInfoDir->nextHopRefCount(nextHop) + 1);
+  in_.rmacInfoDir->vlanRefCountIs(key.vlanId, in_.rmacInfoDir->vlanRefCount(key.vlanId) + 1);
   if (entry.hasL2RibObjTuple) l2RibObjCache_.programmedIs(key, entry.l2RibObjTuple, nextHop);
-  bridgingStatus_->remoteStatusTableIs(key, entry);
+  in_.bridgingStatus->remoteStatusTableIs(key, entry);
   delFromFdbStatus(key);
   return true;
 }
@@ -1005,9 +963,9 @@ bool MacAddrSm::programRemote(ModifyMacEntry& change) {
 bool MacAddrSm::programRemoteToLocal(ModifyMacEntry& change) {
   const MacVlanPair& key = change.macVlanPair();
   BLIP(trace(), 6, " Programming local in place of remote entry: {}", keyText(key));
-  std::uint32_t status = orbHelper_->addLearntLocalAndRemoveRemoteHost(key, change.intf(), change.entryType());
+  std::uint32_t status = in_.orbHelper->addLearntLocalAndRemoveRemoteHost(key, change.intf(), change.entryType());
   decRemoteRefcounts(key);
-  bridgingStatus_->remoteStatusTableDel(key);
+  in_.bridgingStatus->remoteStatusTableDel(key);
   if (status == OrbHelper::OrbHelperMacAddrSm::addAccepted) return addAccepted(change);
   if (status != 0) {
     BLIP(trace(), 3, "Remote to local unsuccessful, code is {}", status);
@@ -1021,13 +979,13 @@ bool MacAddrSm::programRemoteToLocal(ModifyMacEntry& change) {
 bool MacAddrSm::programRemove(ModifyMacEntry& change) {
   const MacVlanPair& key = change.macVlanPair();
   BLIP(trace(), 6, " Removing MAC entry: {}", keyText(key));
-  std::uint32_t status = orbHelper_->removeHost(key, change.entryType());
+  std::uint32_t status = in_.orbHelper->removeHost(key, change.entryType());
   // The row this machine wrote for the entry goes with it; a row the chip
   // wrote since (a learn to review) stays.
-  auto row = macTable_->macEntry().find(key);
-  if (row != macTable_->macEntry().end() && isProgrammedRow(row->second)) {
+  auto row = in_.macTable->macEntry().find(key);
+  if (row != in_.macTable->macEntry().end() && isProgrammedRow(row->second)) {
     writingMacTable_ = true;
-    macTable_->macEntryDel(key);
+    in_.macTable->macEntryDel(key);
     writingMacTable_ = false;
   }
   if (status == 0) {
@@ -1037,7 +995,7 @@ bool MacAddrSm::programRemove(ModifyMacEntry& change) {
   }
   delFromFdbStatus(key);
   decRemoteRefcounts(key);
-  bridgingStatus_->remoteStatusTableDel(key);
+  in_.bridgingStatus->remoteStatusTableDel(key);
   return true;
 }
 
@@ -1049,10 +1007,10 @@ void MacAddrSm::addToFdbStatus(const ModifyMacEntry& change) {
   const MacVlanPair& key = change.macVlanPair();
   MacAddressTableEntry row = toRow(change.entry());
   Bridging::LearnedHost host{key.addr, row.intf, row.entryType, row.moves, row.lastMoveTime};
-  if (const auto* old = bridgingStatus_->learnedHost(key)) countDynamicHost(key, *old, -1);
+  if (const auto* old = in_.bridgingStatus->learnedHost(key)) countDynamicHost(key, *old, -1);
   countDynamicHost(key, host, +1);
-  bridgingStatus_->learnedHostIs(key, host);
-  if (l2RibInput_ && learnedHere(change.entryType())) l2RibInput_->hostIs(key, row);
+  in_.bridgingStatus->learnedHostIs(key, host);
+  if (in_.l2RibInput && learnedHere(change.entryType())) in_.l2RibInput->hostIs(key, row);
   writeProgrammedRow(row);
 }
 
@@ -1060,25 +1018,25 @@ void MacAddrSm::writeProgrammedRow(const MacAddressTableEntry& row) {
   // The MAC table says what the hardware holds: the entry just programmed,
   // with its type, moves and time. The write is this machine's own, not a
   // learn to review.
-  auto it = macTable_->macEntry().find(row.macVlanPair);
-  if (it != macTable_->macEntry().end() && it->second == row) return;
+  auto it = in_.macTable->macEntry().find(row.macVlanPair);
+  if (it != in_.macTable->macEntry().end() && it->second == row) return;
   writingMacTable_ = true;
-  macTable_->macEntryIs(row.macVlanPair, row);
+  in_.macTable->macEntryIs(row.macVlanPair, row);
   writingMacTable_ = false;
 }
 
 bool MacAddrSm::isProgrammedRow(const MacAddressTableEntry& row) const {
-  const auto* host = bridgingStatus_->learnedHost(row.macVlanPair);
+  const auto* host = in_.bridgingStatus->learnedHost(row.macVlanPair);
   return host && host->intf == row.intf && host->entryType == row.entryType && host->moves == row.moves &&
          host->lastMoveTime == row.lastMoveTime;
 }
 
 void MacAddrSm::delFromFdbStatus(const MacVlanPair& key) {
-  if (const auto* old = bridgingStatus_->learnedHost(key)) {
+  if (const auto* old = in_.bridgingStatus->learnedHost(key)) {
     countDynamicHost(key, *old, -1);
-    bridgingStatus_->learnedHostDel(key);
+    in_.bridgingStatus->learnedHostDel(key);
   }
-  if (l2RibInput_) l2RibInput_->hostDel(key);
+  if (in_.l2RibInput) in_.l2RibInput->hostDel(key);
 }
 
 void MacAddrSm::dynamicHostStatusIs(const Vex::Ptr<Bridging::DynamicHostStatus>& status) {
@@ -1086,13 +1044,13 @@ void MacAddrSm::dynamicHostStatusIs(const Vex::Ptr<Bridging::DynamicHostStatus>&
   dynamicHostStatus_->hostCountIs(0);
   dynamicHostStatus_->hostCountOnIntfDelAll();
   dynamicHostStatus_->hostCountInVlanDelAll();
-  bridgingStatus_->forEachLearnedHost(
+  in_.bridgingStatus->forEachLearnedHost(
       [&](const MacVlanPair& key, const Bridging::LearnedHost& host) { countDynamicHost(key, host, +1); });
 }
 
 void MacAddrSm::decRemoteRefcounts(const MacVlanPair& key) {
-  if (!bridgingStatus_->remoteStatusTableHas(key)) return;
-  const auto& old = bridgingStatus_->remoteStatusTable(key);
+  if (!in_.bridgingStatus->remoteStatusTableHas(key)) return;
+  const auto& old = in_.bridgingStatus->remoteStatusTable(key);
   // The next hop it was programmed with: the object's hardware id may have
   // changed since.
   std::uint64_t nextHop = l2RibObjCache_.programmedHwId(key).value_or(nextHopId(old));
@@ -1106,9 +1064,9 @@ void MacAddrSm::decRemoteRefcounts(const MacVlanPair& key) {
     }
   };
   using Dir = VXLAN::RemoteMacInfoDir;
-  dec(*rmacInfoDir_, static_cast<const std::uint32_t& (Dir::*)(const std::uint64_t&) const>(&Dir::nextHopRefCount),
+  dec(*in_.rmacInfoDir, static_cast<const std::uint32_t& (Dir::*)(const std::uint64_t&) const>(&Dir::nextHopRefCount),
       &Dir::nextHopRefCountIs, &Dir::nextHopRefCountDel, nextHop);
-  dec(*rmacInfoDir_, static_cast<const std::uint32_t& (Dir::*)(const VlanId&) const>(&Dir::vlanRefCount),
+  dec(*in_.rmacInfoDir, static_cast<const std::uint32_t& (Dir::*)(const VlanId&) const>(&Dir::vlanRefCount),
       &Dir::vlanRefCountIs, &Dir::vlanRefCountDel, old.macVlanPair.vlanId);
 }
 
@@ -1118,7 +1076,7 @@ void MacAddrSm::handleMacEntry(const MacVlanPair& key) {
   if (writingMacTable_) return;
   // The hardware dropped an entry this machine holds nothing for (a
   // flushed one, say): nothing to review.
-  if (!macTable_->macEntryHas(key)) {
+  if (!in_.macTable->macEntryHas(key)) {
     if (!ignoredRows_.empty()) ignoredRows_.erase(key);
     if (flushingInChip_ ? !flushKept_.contains(key) && !(!updateList_.empty() && updateList_.contains(key))
                         : !wantedElsewhere(key) && !currentEntry(key)) {
@@ -1153,7 +1111,7 @@ void MacAddrSm::reviewIgnoredRows() {
 
 void MacAddrSm::withdrawLearn(const MacVlanPair& key) {
   // The hardware's row no longer counts; it waits as an ignored one.
-  if (macTable_->macEntryHas(key)) ignoredRows_.insert(key);
+  if (in_.macTable->macEntryHas(key)) ignoredRows_.insert(key);
   evaluateEntry(key, nullptr, true, Vex::now());
 }
 
@@ -1185,9 +1143,9 @@ void MacAddrSm::handleAddressAged(const MacVlanPair& key) {
 
 void MacAddrSm::reevaluateRemoteEntries() {
   std::vector<MacVlanPair> keys;
-  for (const auto& [key, entry] : bridgingStatus_->remoteStatusTable()) keys.push_back(key);
-  if (l2RibOutput_) {
-    for (const auto& [key, entry] : l2RibOutput_->host()) keys.push_back(key);
+  for (const auto& [key, entry] : in_.bridgingStatus->remoteStatusTable()) keys.push_back(key);
+  if (in_.l2RibOutput) {
+    for (const auto& [key, entry] : in_.l2RibOutput->host()) keys.push_back(key);
   }
   for (const auto& key : keys) reevaluateEntry(key);
 }
@@ -1196,8 +1154,8 @@ void MacAddrSm::reevaluateRemoteEntries() {
 // to: the hosts whose object is `id` are reviewed.
 void MacAddrSm::handleL2RibHost(const MacVlanPair& key) {
   std::optional<L2Rib::ObjTuple> tuple;
-  if (l2RibOutput_ && l2RibOutput_->hostHas(key) && l2RibOutput_->host(key).hasL2RibObjTuple) {
-    tuple = l2RibOutput_->host(key).l2RibObjTuple;
+  if (in_.l2RibOutput && in_.l2RibOutput->hostHas(key) && in_.l2RibOutput->host(key).hasL2RibObjTuple) {
+    tuple = in_.l2RibOutput->host(key).l2RibObjTuple;
   }
   l2RibObjCache_.hostIs(key, tuple);
   reevaluateEntry(key);
@@ -1212,8 +1170,8 @@ void MacAddrSm::handleL2RibDest(std::uint64_t id) {
 void MacAddrSm::handleL2RibLb(std::uint64_t id) {
   L2Rib::ObjTuple lb{L2Rib::objTypeLoadBalance, id};
   std::vector<L2Rib::ObjTuple> members;
-  if (lbOutput_) {
-    for (auto member : lbOutput_->lb(id)) members.push_back({L2Rib::objTypeDest, member});
+  if (in_.lbOutput) {
+    for (auto member : in_.lbOutput->lb(id)) members.push_back({L2Rib::objTypeDest, member});
   }
   l2RibObjCache_.lbIs(lb, members);
   for (const auto& key : l2RibObjCache_.dependantHosts(lb)) reevaluateEntry(key);
@@ -1224,7 +1182,7 @@ void MacAddrSm::reevaluateKeysOnIntf(const IntfId& intf) {
   // through, in slices, and those on the interface go to the review.
   IntfHostWalk walk;
   walk.intf = intf;
-  for (const auto& [fid, fdb] : bridgingStatus_->fdbStatus()) walk.fids.push_back(fid);
+  for (const auto& [fid, fdb] : in_.bridgingStatus->fdbStatus()) walk.fids.push_back(fid);
   if (walk.fids.empty()) return;
   intfHostWalks_.push_back(std::move(walk));
   if (intfHostWalkTimer_->timeMin() == Vex::never) intfHostWalkTimer_->timeMinIs(Vex::now());
@@ -1238,7 +1196,7 @@ void MacAddrSm::handleIntfHostWalk() {
   while (!intfHostWalks_.empty()) {
     auto& walk = intfHostWalks_.front();
     while (!walk.fids.empty()) {
-      const auto& fdb = bridgingStatus_->fdbStatus(walk.fids.back());
+      const auto& fdb = in_.bridgingStatus->fdbStatus(walk.fids.back());
       auto vlanId = Bridging::Status::vlanOf(walk.fids.back());
       if (fdb && vlanId) {
         const auto& hosts = fdb->learnedHost();
@@ -1281,7 +1239,7 @@ void MacAddrSm::handleIntf(const IntfId& intf) {
 }
 
 void MacAddrSm::handleEthIntfStatus(const IntfId& intf) {
-  if (ethPhyIntfStatusDir_ && !ethPhyIntfStatusDir_->linkUp(intf)) reevaluateKeysOnIntf(intf);
+  if (in_.ethPhyIntfStatusDir && !in_.ethPhyIntfStatusDir->linkUp(intf)) reevaluateKeysOnIntf(intf);
 }
 
 void MacAddrSm::handleTunnelLearnEvent() { reevaluateRemoteEntries(); }
@@ -1302,26 +1260,26 @@ bool MacAddrSm::remoteMacRecoveryInProgress() const {
 }
 
 void MacAddrSm::handleVerify() {
-  orbHelper_->handleVerify();
-  for (const auto& [intf, enabled] : learningOnPort_) orbHelper_->verifyLearning(intf, enabled);
-  for (const auto& vlanId : bridgingConfig_->macLearningDisabledVlan()) orbHelper_->verifyLearningOnVlan(vlanId, false);
+  in_.orbHelper->handleVerify();
+  for (const auto& [intf, enabled] : learningOnPort_) in_.orbHelper->verifyLearning(intf, enabled);
+  for (const auto& vlanId : in_.bridgingConfig->macLearningDisabledVlan()) in_.orbHelper->verifyLearningOnVlan(vlanId, false);
   if (!verifyRemoteMac) return;
-  for (const auto& [key, entry] : bridgingStatus_->remoteStatusTable()) {
-    orbHelper_->verifyRemoteHost(key, nextHopId(entry));
+  for (const auto& [key, entry] : in_.bridgingStatus->remoteStatusTable()) {
+    in_.orbHelper->verifyRemoteHost(key, nextHopId(entry));
   }
-  orbHelper_->verifyNumRemoteHost(static_cast<std::uint32_t>(bridgingStatus_->remoteStatusTableSize()));
+  in_.orbHelper->verifyNumRemoteHost(static_cast<std::uint32_t>(in_.bridgingStatus->remoteStatusTableSize()));
 }
 
 void MacAddrSm::handleObjTupleToHwIdMap(const L2Rib::ObjTuple& tuple) {
   // Hosts programmed with another hardware id for the object go again.
   for (const auto& key : l2RibObjCache_.dependantHosts(tuple)) {
     auto programmed = l2RibObjCache_.programmedHwId(key);
-    if (!programmed || !bridgingStatus_->remoteStatusTableHas(key)) {
+    if (!programmed || !in_.bridgingStatus->remoteStatusTableHas(key)) {
       reevaluateEntry(key);
       continue;
     }
-    const auto& entry = bridgingStatus_->remoteStatusTable(key);
-    if (!objTupleToHwId_->hwIdHas(entry.l2RibObjTuple) || nextHopId(entry) == *programmed) continue;
+    const auto& entry = in_.bridgingStatus->remoteStatusTable(key);
+    if (!in_.objTupleToHwId->hwIdHas(entry.l2RibObjTuple) || nextHopId(entry) == *programmed) continue;
     BLIP(trace(), 6, "{}: hardware id of its L2 RIB object changed", keyText(key));
     addToUpdateList(entry, EntryEvaluationAction::addOrModify, false, false);
   }
@@ -1333,10 +1291,10 @@ void MacAddrSm::reevaluateKeysOfAddress(const Nexo::EthAddr& addr) {
   std::vector<MacVlanPair> keys;
   for (std::uint16_t vlan = 1; vlan <= 4094; ++vlan) {
     MacVlanPair key{addr, VlanId(vlan)};
-    if (macTable_->macEntryHas(key) || bridgingStatus_->learnedHost(key)) keys.push_back(key);
+    if (in_.macTable->macEntryHas(key) || in_.bridgingStatus->learnedHost(key)) keys.push_back(key);
   }
   // A failed server's learns stop counting; once it is back its rows do.
-  bool failed = fsfStatus_ && fsfStatus_->failedServer(addr);
+  bool failed = in_.fsfStatus && in_.fsfStatus->failedServer(addr);
   for (const auto& key : keys) {
     if (failed) {
       withdrawLearn(key);
@@ -1349,8 +1307,8 @@ void MacAddrSm::reevaluateKeysOfAddress(const Nexo::EthAddr& addr) {
 void MacAddrSm::handleDot1xHostTableEntry(const Nexo::EthAddr& addr) {
   std::optional<MacVlanPair> oldKey;
   if (dot1xLocalHostTable_->hostHas(addr)) oldKey = dot1xLocalHostTable_->host(addr).macVlanPair;
-  if (dot1xHostTable_->hostHas(addr)) {
-    auto row = dot1xHostTable_->host(addr);
+  if (in_.dot1xHostTable->hostHas(addr)) {
+    auto row = in_.dot1xHostTable->host(addr);
     row.entryType = EntryType::entryAuthenticated;
     dot1xLocalHostTable_->hostIs(addr, row);
     reevaluateEntry(row.macVlanPair);
@@ -1369,15 +1327,15 @@ void MacAddrSm::handleEthIntfConfig(const IntfId& intf) {
 }
 
 void MacAddrSm::handleVlanLearning(VlanId vlanId) {
-  bool enabled = !bridgingConfig_->macLearningDisabledVlan(vlanId);
-  orbHelper_->enableLearningOnVlan(vlanId, enabled);
+  bool enabled = !in_.bridgingConfig->macLearningDisabledVlan(vlanId);
+  in_.orbHelper->enableLearningOnVlan(vlanId, enabled);
   if (enabled) reviewIgnoredRows();
 }
 
 void MacAddrSm::handleLagToPort(const IntfId& lag) {
   if (!ocsd()->lagToPortHas(lag)) {
     BLIP(trace(), 5, "removeLag {}", lag.stringValue());
-    orbHelper_->removeLag(lag);
+    in_.orbHelper->removeLag(lag);
   }
   for (const auto& [port, state] : ocsd()->lagToPort(lag).ports) configureMacLearningOnPort(port);
   // The peer's hosts on this interface are reached over it or over the peer
@@ -1408,7 +1366,7 @@ std::optional<MacVlanPair> MacAddrSm::lagToHostBookmark(const IntfId& lag) const
 
 void MacAddrSm::trackPeerHost(const MacVlanPair& key) {
   auto known = peerHostIntf_.find(key);
-  const IntfId* now = mlagHostTable_->hostEntryHas(key) ? &mlagHostTable_->hostEntry(key).intf : nullptr;
+  const IntfId* now = in_.mlagHostTable->hostEntryHas(key) ? &in_.mlagHostTable->hostEntry(key).intf : nullptr;
   if (known != peerHostIntf_.end()) {
     if (now && known->second == *now) return;
     auto& hosts = peerHostsOnIntf_[known->second];
@@ -1422,15 +1380,15 @@ void MacAddrSm::trackPeerHost(const MacVlanPair& key) {
 }
 
 void MacAddrSm::handleMlagStateOrPeerLinkIntf() {
-  IntfId peerLink = mlagStatus_->peerLinkIntf();
+  IntfId peerLink = in_.mlagStatus->peerLinkIntf();
   IntfId old = currentPeerLink_;
   currentPeerLink_ = peerLink;
   if (!old.empty()) configureMacLearningOnPort(old);
   if (!peerLink.empty()) configureMacLearningOnPort(peerLink);
-  if (!mlagHostTable_) return;
+  if (!in_.mlagHostTable) return;
   // The peer's whole table is reviewed, in slices of mlagHostTableQuantum
   // from a bookmark, so a large table never holds the thread.
-  for (const auto& [key, row] : mlagHostTable_->hostEntry()) mlagHostTableWalk_.push(key);
+  for (const auto& [key, row] : in_.mlagHostTable->hostEntry()) mlagHostTableWalk_.push(key);
   if (mlagHostTableTimer_->timeMin() == Vex::never) mlagHostTableTimer_->timeMinIs(Vex::now());
 }
 
@@ -1446,9 +1404,9 @@ void MacAddrSm::handleMlagHostTableWalk() {
 void MacAddrSm::handleFsfFailedServer(const Nexo::EthAddr& addr) { reevaluateKeysOfAddress(addr); }
 
 void MacAddrSm::handleHostAgingTime() {
-  auto seconds = static_cast<std::uint32_t>(std::lround(std::max(0.0, bridgingConfig_->hostAgingTime())));
+  auto seconds = static_cast<std::uint32_t>(std::lround(std::max(0.0, in_.bridgingConfig->hostAgingTime())));
   BLIP(trace(), 5, "Set host aging time to {} sec", seconds);
-  orbHelper_->configureAgingTime(seconds);
+  in_.orbHelper->configureAgingTime(seconds);
 }
 
 // --- flushing ---
@@ -1456,7 +1414,7 @@ void MacAddrSm::handleHostAgingTime() {
 void MacAddrSm::handleFlushRequestInputDir(const std::string& name) {
   BLIP(trace(), 6, "handleFlushRequestInputDir input {}", name);
   removeStaleFlushReplies();
-  if (flushRequestDir_->requestHas(name) && flushReqTimer_->timeMin() == Vex::never) {
+  if (in_.flushRequestDir->requestHas(name) && flushReqTimer_->timeMin() == Vex::never) {
     flushReqTimer_->timeMinIs(Vex::now());
   }
 }
@@ -1464,21 +1422,21 @@ void MacAddrSm::handleFlushRequestInputDir(const std::string& name) {
 void MacAddrSm::handleRemoteMacFlushRequest(const std::string& name) {
   BLIP(trace(), 6, "handleRemoteMacFlushRequest input {}", name);
   removeStaleFlushReplies();
-  if (rmacInfoDir_->remoteMacFlushRequestHas(name) && flushReqTimer_->timeMin() == Vex::never) {
+  if (in_.rmacInfoDir->remoteMacFlushRequestHas(name) && flushReqTimer_->timeMin() == Vex::never) {
     flushReqTimer_->timeMinIs(Vex::now());
   }
 }
 
 bool MacAddrSm::flushRequestHas(const std::string& name) const {
-  return flushRequestDir_->requestHas(name) || (rmacInfoDir_ && rmacInfoDir_->remoteMacFlushRequestHas(name));
+  return in_.flushRequestDir->requestHas(name) || (in_.rmacInfoDir && in_.rmacInfoDir->remoteMacFlushRequestHas(name));
 }
 
 void MacAddrSm::removeStaleFlushReplies() {
   std::vector<std::string> stale;
-  for (const auto& [name, reply] : flushReplyDir_->reply()) {
+  for (const auto& [name, reply] : in_.flushReplyDir->reply()) {
     if (!flushRequestHas(name)) stale.push_back(name);
   }
-  for (const auto& name : stale) flushReplyDir_->replyDel(name);
+  for (const auto& name : stale) in_.flushReplyDir->replyDel(name);
 }
 
 void MacAddrSm::handleFlushReqTimer() {
@@ -1487,13 +1445,13 @@ void MacAddrSm::handleFlushReqTimer() {
   auto collect = [&](const auto& requests, Requests& into) {
     for (const auto& [name, request] : requests) {
       // A request is pending until a reply answers this very request.
-      if (!flushReplyDir_->replyHas(name) || flushReplyDir_->reply(name).request != request) {
+      if (!in_.flushReplyDir->replyHas(name) || in_.flushReplyDir->reply(name).request != request) {
         into.emplace_back(name, request);
       }
     }
   };
-  collect(flushRequestDir_->request(), pending);
-  if (rmacInfoDir_) collect(rmacInfoDir_->remoteMacFlushRequest(), remotePending);
+  collect(in_.flushRequestDir->request(), pending);
+  if (in_.rmacInfoDir) collect(in_.rmacInfoDir->remoteMacFlushRequest(), remotePending);
   // A bad request is answered with its error traced, once; it stops
   // neither the requests beside it nor those after it.
   auto guarded = [&](const std::string& name, auto process) {
@@ -1512,7 +1470,7 @@ void MacAddrSm::handleFlushReqTimer() {
   execFlush();
   for (const auto* requests : {&pending, &remotePending}) {
     for (const auto& [name, request] : *requests) {
-      flushReplyDir_->replyIs(name, Bridging::HostTableFlushReply{request, Vex::now()});
+      in_.flushReplyDir->replyIs(name, Bridging::HostTableFlushReply{request, Vex::now()});
       BLIP(trace(), 5, "Host table flush request {} has been processed", name);
     }
   }
@@ -1567,7 +1525,7 @@ void MacAddrSm::processRemoteFlushReq(std::uint16_t vlanId, const IntfId& intf, 
   BLIP(trace(), 6, "processRemoteFlushReq vlanId {} intf {} addr {}", vlanId, intf.stringValue(), addr.stringValue());
   if (vlanId) VlanId checked(vlanId);
   std::vector<MacVlanPair> keys;
-  for (const auto& [key, row] : bridgingStatus_->remoteStatusTable()) {
+  for (const auto& [key, row] : in_.bridgingStatus->remoteStatusTable()) {
     if ((vlanId && key.vlanId.value() != vlanId) || (!intf.empty() && row.intf != intf) ||
         (!addr.isZero() && key.addr != addr) || isStaticRemoteEntryType(row.entryType)) {
       continue;
@@ -1576,12 +1534,12 @@ void MacAddrSm::processRemoteFlushReq(std::uint16_t vlanId, const IntfId& intf, 
   }
   std::sort(keys.begin(), keys.end());
   for (const auto& key : keys) {
-    const auto& row = bridgingStatus_->remoteStatusTable(key);
+    const auto& row = in_.bridgingStatus->remoteStatusTable(key);
     BLIP(trace(), 6, " flushing remote mac {}", keyText(key));
-    std::uint32_t code = orbHelper_->removeHost(key, row.entryType);
+    std::uint32_t code = in_.orbHelper->removeHost(key, row.entryType);
     if (code != 0) BLIP(trace(), 3, "Remove unsuccessful, code is {}", code);
     decRemoteRefcounts(key);
-    bridgingStatus_->remoteStatusTableDel(key);
+    in_.bridgingStatus->remoteStatusTableDel(key);
     // A queued change for the key was made against what is gone now.
     if (!updateList_.empty()) updateList_.erase(key);
     // A source that still offers the entry has it programmed again.
@@ -1591,7 +1549,7 @@ void MacAddrSm::processRemoteFlushReq(std::uint16_t vlanId, const IntfId& intf, 
 
 void MacAddrSm::flushAddr(std::uint16_t vlanId, const IntfId& intf, const Nexo::EthAddr& addr) {
   std::vector<MacVlanPair> keys;
-  for (const auto& [fid, fdb] : bridgingStatus_->fdbStatus()) {
+  for (const auto& [fid, fdb] : in_.bridgingStatus->fdbStatus()) {
     auto fidVlan = Bridging::Status::vlanOf(fid);
     if (!fidVlan || (vlanId && fid.value() != vlanId)) continue;
     auto it = fdb->learnedHost().find(addr);
@@ -1605,12 +1563,12 @@ void MacAddrSm::flushAddr(std::uint16_t vlanId, const IntfId& intf, const Nexo::
     if (key.addr == addr && (!vlanId || key.vlanId.value() == vlanId) && (intf.empty() || change->intf() == intf) &&
         change->action != EntryEvaluationAction::remove && change->entryType() == EntryType::entryDynamic) {
       queuedLearns.push_back(change);
-      if (!bridgingStatus_->learnedHost(key)) keys.push_back(key);
+      if (!in_.bridgingStatus->learnedHost(key)) keys.push_back(key);
     }
   }
   for (const auto& key : keys) {
     BLIP(trace(), 6, "Calling evaluateEntry to remove macVlan pair:  {}", keyText(key));
-    macTable_->macEntryDel(key);
+    in_.macTable->macEntryDel(key);
     evaluateEntry(key, nullptr, true, Vex::now());
   }
   for (const auto& learn : queuedLearns) {
@@ -1619,7 +1577,7 @@ void MacAddrSm::flushAddr(std::uint16_t vlanId, const IntfId& intf, const Nexo::
     const MacVlanPair& key = learn->macVlanPair();
     if (updateList_.contains(key) || currentEntry(key)) continue;
     BLIP(trace(), 6, " Removing MAC entry: {}", keyText(key));
-    std::uint32_t code = orbHelper_->removeHost(key, learn->entryType());
+    std::uint32_t code = in_.orbHelper->removeHost(key, learn->entryType());
     if (code != 0) BLIP(trace(), 3, "Remove unsuccessful, code is {}", code);
   }
 }
@@ -1632,21 +1590,21 @@ bool MacAddrSm::wantedElsewhere(const MacVlanPair& key) const {
 }
 
 bool MacAddrSm::wantedBySource(const MacVlanPair& key) const {
-  return (l2RibOutput_ && l2RibOutput_->hostHas(key)) ||
-         (remoteHostTable_ && (remoteHostTable_->receivedHostHas(key) || remoteHostTable_->configuredHostHas(key))) ||
-         bridgingConfig_->fdbConfigHas(key) || (nonAgingReactor_ && nonAgingReactor_->notifier()->macEntriesHas(key)) ||
+  return (in_.l2RibOutput && in_.l2RibOutput->hostHas(key)) ||
+         (in_.remoteHostTable && (in_.remoteHostTable->receivedHostHas(key) || in_.remoteHostTable->configuredHostHas(key))) ||
+         in_.bridgingConfig->fdbConfigHas(key) || (nonAgingReactor_ && nonAgingReactor_->notifier()->macEntriesHas(key)) ||
          (dot1xLocalHostTable_ && dot1xLocalHostTable_->hostHas(key.addr)) ||
-         (mlagHostTable_ && mlagHostTable_->hostEntryHas(key));
+         (in_.mlagHostTable && in_.mlagHostTable->hostEntryHas(key));
 }
 
 bool MacAddrSm::noOtherSource() const {
-  return updateList_.empty() && (!l2RibOutput_ || l2RibOutput_->host().empty()) &&
-         (!remoteHostTable_ ||
-          (remoteHostTable_->receivedHost().empty() && remoteHostTable_->configuredHost().empty())) &&
-         bridgingConfig_->fdbConfig().empty() &&
+  return updateList_.empty() && (!in_.l2RibOutput || in_.l2RibOutput->host().empty()) &&
+         (!in_.remoteHostTable ||
+          (in_.remoteHostTable->receivedHost().empty() && in_.remoteHostTable->configuredHost().empty())) &&
+         in_.bridgingConfig->fdbConfig().empty() &&
          (!nonAgingReactor_ || nonAgingReactor_->notifier()->macEntries().empty()) &&
          (!dot1xLocalHostTable_ || dot1xLocalHostTable_->host().empty()) &&
-         (!mlagHostTable_ || mlagHostTable_->hostEntry().empty());
+         (!in_.mlagHostTable || in_.mlagHostTable->hostEntry().empty());
 }
 
 void MacAddrSm::dropFlushedHosts(std::optional<std::uint16_t> vlanId, const IntfId* intf) {
@@ -1673,24 +1631,24 @@ void MacAddrSm::dropFlushedHosts(std::optional<std::uint16_t> vlanId, const Intf
       return true;
     });
     if (gone.empty()) return;
-    if (l2RibInput_ && !everything) {
-      for (const auto& addr : gone) l2RibInput_->hostDel(MacVlanPair{addr, fidVlan});
+    if (in_.l2RibInput && !everything) {
+      for (const auto& addr : gone) in_.l2RibInput->hostDel(MacVlanPair{addr, fidVlan});
     }
     dynamicHostStatus_->hostCountInVlanAdd(fidVlan, -static_cast<int>(gone.size()));
     dynamicHostStatus_->hostCountIs(dynamicHostStatus_->hostCount() - static_cast<std::uint32_t>(gone.size()));
   };
   if (vlanId) {
-    const auto& fdb = bridgingStatus_->fdbStatus(Bridging::Fid(*vlanId));
+    const auto& fdb = in_.bridgingStatus->fdbStatus(Bridging::Fid(*vlanId));
     if (fdb && *vlanId >= 1 && *vlanId <= 4094) dropFrom(*fdb, VlanId(*vlanId));
   } else {
-    for (const auto& [fid, fdb] : bridgingStatus_->fdbStatus()) {
+    for (const auto& [fid, fdb] : in_.bridgingStatus->fdbStatus()) {
       if (auto fidVlan = Bridging::Status::vlanOf(fid)) dropFrom(*fdb, *fidVlan);
     }
   }
   for (const auto& [at, delta] : goneOnIntf) dynamicHostStatus_->hostCountOnIntfAdd(at, delta);
-  if (everything && l2RibInput_) {
+  if (everything && in_.l2RibInput) {
     // The whole table goes: walked in its own order, not key by key.
-    l2RibInput_->hostDelIf([&](const auto& row) {
+    in_.l2RibInput->hostDelIf([&](const auto& row) {
       const auto& [key, host] = row;
       return host.entryType == EntryType::entryDynamic && !flushKept_.contains(key) &&
              !(mayBeWanted && wantedElsewhere(key));
@@ -1742,20 +1700,20 @@ void MacAddrSm::execFlush() {
   if (fr.all) {
     BLIP(trace(), 5, " flushing all macs ");
     dropFlushedHosts(std::nullopt, nullptr);
-    flushInChip([&] { orbHelper_->flushAll(); });
+    flushInChip([&] { in_.orbHelper->flushAll(); });
   }
   for (auto vlanId : fr.vlan) {
     BLIP(trace(), 5, " flushing vlan {}", vlanId);
     dropFlushedHosts(vlanId, nullptr);
-    flushInChip([&] { orbHelper_->flushVlan(VlanId(vlanId)); });
+    flushInChip([&] { in_.orbHelper->flushVlan(VlanId(vlanId)); });
   }
   auto flushOn = [&](int vlanId, const IntfId& intf, bool lag) {
     dropFlushedHosts(vlanOrAll(vlanId), &intf);
     flushInChip([&] {
       if (lag) {
-        orbHelper_->flushVlanLag(vlanId, intf);
+        in_.orbHelper->flushVlanLag(vlanId, intf);
       } else {
-        orbHelper_->flushVlanPort(vlanId, intf);
+        in_.orbHelper->flushVlanPort(vlanId, intf);
       }
     });
   };
@@ -1800,19 +1758,19 @@ void MacAddrSm::nonAgingMacStatusIs(const Vex::Ptr<NonAgingStatus>& status) {
 }
 
 void MacAddrSm::handleSourceChecks() {
-  orbHelper_->configureSourceCheckCPUMac(bridgingConfig_->sourceCheckCpuMac());
-  orbHelper_->configureSourceMacInvalid(bridgingConfig_->sourceMacInvalid());
+  in_.orbHelper->configureSourceCheckCPUMac(in_.bridgingConfig->sourceCheckCpuMac());
+  in_.orbHelper->configureSourceMacInvalid(in_.bridgingConfig->sourceMacInvalid());
 }
 
 void MacAddrSm::handleParityEvent(const ParityEvent::Key& key) {
-  if (key.table == "mac") orbHelper_->handleParityEvent(key);
+  if (key.table == "mac") in_.orbHelper->handleParityEvent(key);
 }
 
 bool MacAddrSm::macLearningStatusOnPort(const IntfId& intf) const {
-  if (ethPhyIntfConfigDir_ && ethPhyIntfConfigDir_->macLearningDisabled(intf)) return false;
+  if (in_.ethPhyIntfConfigDir && in_.ethPhyIntfConfigDir->macLearningDisabled(intf)) return false;
   const IntfId& lag = ocsd()->portToLag(intf);
-  if (!lag.empty() && ethPhyIntfConfigDir_ && ethPhyIntfConfigDir_->macLearningDisabled(lag)) return false;
-  if (dot1xStatus_ && dot1xStatus_->restrictedIntf(intf)) return false;
+  if (!lag.empty() && in_.ethPhyIntfConfigDir && in_.ethPhyIntfConfigDir->macLearningDisabled(lag)) return false;
+  if (in_.dot1xStatus && in_.dot1xStatus->restrictedIntf(intf)) return false;
   if (!currentPeerLink_.empty() && (intf == currentPeerLink_ || lag == currentPeerLink_)) return false;
   return true;
 }
@@ -1826,30 +1784,9 @@ void MacAddrSm::configureMacLearningOnPort(const IntfId& intf) {
   // Learning is on by default: a port that starts with it on needs no call.
   if (inserted && enabled) return;
   BLIP(trace(), 5, "{} Mac learning on {}", enabled ? "Enabling" : "Disabling", intf.stringValue());
-  orbHelper_->enableLearning(intf, enabled);
+  in_.orbHelper->enableLearning(intf, enabled);
 }
 
-Vex::Ptr<MacAddrSm> macAddrSmFactory(
-    const Vex::Ptr<OrbCommonSmData>& ocsd, const Vex::Ptr<OrbCommonMulticastData>& ocmd,
-    const Vex::Ptr<OrbTypes::MacTable>& macTable, const Vex::Ptr<OrbTypes::MacTable>& routerMacTable,
-    const Vex::Ptr<Bridging::Status>& bridgingStatus,
-    const Vex::Ptr<Bridging::HostTableFlushRequestDir>& flushRequestDir,
-    const Vex::Ptr<Bridging::HostTableFlushReplyDir>& flushReplyDir, const Vex::Ptr<Bridging::Config>& bridgingConfig,
-    const Vex::Ptr<Interface::EthPhyIntfConfigDir>& ethPhyIntfConfigDir,
-    const Vex::Ptr<Interface::EthPhyIntfStatusDir>& ethPhyIntfStatusDir, const Vex::Ptr<VlanHelper>& vlanHelper,
-    const Vex::Ptr<Mlag::HostTable>& mlagHostTable, const Vex::Ptr<Mlag::Status>& mlagStatus,
-    const Vex::Ptr<OrbHelper::OrbHelperMacAddrSm>& orbHelper, const Vex::Ptr<FastServerFailover::Status>& fsfStatus,
-    const Vex::Ptr<Vxlan::VxlanConfigDir>& vxlanConfigDir, const Vex::Ptr<VXLAN::RemoteMacInfoDir>& rmacInfoDir,
-    const Vex::Ptr<Bridging::RemoteMacTable>& remoteHostTable, const Vex::Ptr<Dot1x::HostTable>& dot1xHostTable,
-    const Vex::Ptr<Dot1x::Status>& dot1xStatus, const Vex::Ptr<OrbHelper::OrbHelperDot1x>& dot1xHelper,
-    const Vex::Ptr<L2Rib::HostInput>& l2RibInput, const Vex::Ptr<L2Rib::HostOutput>& l2RibOutput,
-    const Vex::Ptr<L2Rib::LoadBalanceOutput>& lbOutput, const Vex::Ptr<L2Rib::DestOutput>& destOutput,
-    const Vex::Ptr<SwTunnelGroupIdMap>& swTunnelIdMap, const Vex::Ptr<ObjTupleToHwId>& objTupleToHwId) {
-  return Vex::make<MacAddrSm>(ocsd, ocmd, macTable, routerMacTable, bridgingStatus, flushRequestDir, flushReplyDir,
-                              bridgingConfig, ethPhyIntfConfigDir, ethPhyIntfStatusDir, vlanHelper, mlagHostTable,
-                              mlagStatus, orbHelper, fsfStatus, vxlanConfigDir, rmacInfoDir, remoteHostTable,
-                              dot1xHostTable, dot1xStatus, dot1xHelper, l2RibInput, l2RibOutput, lbOutput, destOutput,
-                              swTunnelIdMap, objTupleToHwId);
-}
+Vex::Ptr<MacAddrSm> macAddrSmFactory(const MacAddrSmInputs& inputs) { return Vex::make<MacAddrSm>(inputs); }
 
 }  // namespace Orb

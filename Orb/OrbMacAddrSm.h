@@ -64,6 +64,7 @@
 #include "Orb/OrbCommon.h"
 #include "Orb/OrbHelper.h"
 #include "Orb/OrbL2RibObjCache.h"
+#include "Orb/OrbMacAddrSmInputs.h"
 #include "Orb/OrbNonAgingMacSm.h"
 #include "Orb/OrbRemoteMacRecoveryHelperSm.h"
 #include "Orb/OrbVlanHelper.h"
@@ -176,23 +177,7 @@ class KeyQueue {
 
 class MacAddrSm : public OrbBaseSm {
  public:
-  MacAddrSm(const Vex::Ptr<OrbCommonSmData>& ocsd, const Vex::Ptr<OrbCommonMulticastData>& ocmd,
-            const Vex::Ptr<OrbTypes::MacTable>& macTable, const Vex::Ptr<OrbTypes::MacTable>& routerMacTable,
-            const Vex::Ptr<Bridging::Status>& bridgingStatus,
-            const Vex::Ptr<Bridging::HostTableFlushRequestDir>& flushRequestDir,
-            const Vex::Ptr<Bridging::HostTableFlushReplyDir>& flushReplyDir,
-            const Vex::Ptr<Bridging::Config>& bridgingConfig,
-            const Vex::Ptr<Interface::EthPhyIntfConfigDir>& ethPhyIntfConfigDir,
-            const Vex::Ptr<Interface::EthPhyIntfStatusDir>& ethPhyIntfStatusDir, const Vex::Ptr<VlanHelper>& vlanHelper,
-            const Vex::Ptr<Mlag::HostTable>& mlagHostTable, const Vex::Ptr<Mlag::Status>& mlagStatus,
-            const Vex::Ptr<OrbHelper::OrbHelperMacAddrSm>& orbHelper,
-            const Vex::Ptr<FastServerFailover::Status>& fsfStatus,
-            const Vex::Ptr<Vxlan::VxlanConfigDir>& vxlanConfigDir, const Vex::Ptr<VXLAN::RemoteMacInfoDir>& rmacInfoDir,
-            const Vex::Ptr<Bridging::RemoteMacTable>& remoteHostTable, const Vex::Ptr<Dot1x::HostTable>& dot1xHostTable,
-            const Vex::Ptr<Dot1x::Status>& dot1xStatus, const Vex::Ptr<OrbHelper::OrbHelperDot1x>& dot1xHelper,
-            const Vex::Ptr<L2Rib::HostInput>& l2RibInput, const Vex::Ptr<L2Rib::HostOutput>& l2RibOutput,
-            const Vex::Ptr<L2Rib::LoadBalanceOutput>& lbOutput, const Vex::Ptr<L2Rib::DestOutput>& destOutput,
-            const Vex::Ptr<SwTunnelGroupIdMap>& swTunnelIdMap, const Vex::Ptr<ObjTupleToHwId>& objTupleToHwId);
+  explicit MacAddrSm(const MacAddrSmInputs& inputs);
   ~MacAddrSm() override;
   const char* fwkType() const override { return "Orb::MacAddrSm"; }
 
@@ -207,7 +192,7 @@ class MacAddrSm : public OrbBaseSm {
   bool deferL2RibForModelTest = false;
   Vex::Seconds retryDelay = 0.1;
 
-  const Vex::Ptr<OrbHelper::OrbHelperMacAddrSm>& orbHelper() const { return orbHelper_; }
+  const Vex::Ptr<OrbHelper::OrbHelperMacAddrSm>& orbHelper() const { return in_.orbHelper; }
   std::size_t updateListSize() const { return updateList_.size(); }
   Vex::Ptr<ModifyMacEntry> queuedChange(const MacVlanPair& key) const;
   std::optional<MacVlanPair> updateBookmark() const;
@@ -391,32 +376,7 @@ class MacAddrSm : public OrbBaseSm {
   bool skipHwProgInHitlessRestartMode(const ModifyMacEntry& change) const;
   bool remoteMacRecoveryInProgress() const;
 
-  Vex::Ptr<OrbCommonMulticastData> ocmd_;
-  Vex::Ptr<OrbTypes::MacTable> macTable_;
-  Vex::Ptr<OrbTypes::MacTable> routerMacTable_;
-  Vex::Ptr<Bridging::Status> bridgingStatus_;
-  Vex::Ptr<Bridging::HostTableFlushRequestDir> flushRequestDir_;
-  Vex::Ptr<Bridging::HostTableFlushReplyDir> flushReplyDir_;
-  Vex::Ptr<Bridging::Config> bridgingConfig_;
-  Vex::Ptr<Interface::EthPhyIntfConfigDir> ethPhyIntfConfigDir_;
-  Vex::Ptr<Interface::EthPhyIntfStatusDir> ethPhyIntfStatusDir_;
-  Vex::Ptr<VlanHelper> vlanHelper_;
-  Vex::Ptr<Mlag::HostTable> mlagHostTable_;
-  Vex::Ptr<Mlag::Status> mlagStatus_;
-  Vex::Ptr<OrbHelper::OrbHelperMacAddrSm> orbHelper_;
-  Vex::Ptr<FastServerFailover::Status> fsfStatus_;
-  Vex::Ptr<Vxlan::VxlanConfigDir> vxlanConfigDir_;
-  Vex::Ptr<VXLAN::RemoteMacInfoDir> rmacInfoDir_;
-  Vex::Ptr<Bridging::RemoteMacTable> remoteHostTable_;
-  Vex::Ptr<Dot1x::HostTable> dot1xHostTable_;
-  Vex::Ptr<Dot1x::Status> dot1xStatus_;
-  Vex::Ptr<OrbHelper::OrbHelperDot1x> dot1xHelper_;
-  Vex::Ptr<L2Rib::HostInput> l2RibInput_;
-  Vex::Ptr<L2Rib::HostOutput> l2RibOutput_;
-  Vex::Ptr<L2Rib::LoadBalanceOutput> lbOutput_;
-  Vex::Ptr<L2Rib::DestOutput> destOutput_;
-  Vex::Ptr<SwTunnelGroupIdMap> swTunnelIdMap_;
-  Vex::Ptr<ObjTupleToHwId> objTupleToHwId_;
+  MacAddrSmInputs in_;
 
   // The update queue: changes by key, drained in arrival order; a key whose
   // change is refused goes to the back. Its front is the bookmark.
@@ -465,21 +425,6 @@ class MacAddrSm : public OrbBaseSm {
   std::unique_ptr<Reactors> reactors_;
 };
 
-Vex::Ptr<MacAddrSm> macAddrSmFactory(
-    const Vex::Ptr<OrbCommonSmData>& ocsd, const Vex::Ptr<OrbCommonMulticastData>& ocmd,
-    const Vex::Ptr<OrbTypes::MacTable>& macTable, const Vex::Ptr<OrbTypes::MacTable>& routerMacTable,
-    const Vex::Ptr<Bridging::Status>& bridgingStatus,
-    const Vex::Ptr<Bridging::HostTableFlushRequestDir>& flushRequestDir,
-    const Vex::Ptr<Bridging::HostTableFlushReplyDir>& flushReplyDir, const Vex::Ptr<Bridging::Config>& bridgingConfig,
-    const Vex::Ptr<Interface::EthPhyIntfConfigDir>& ethPhyIntfConfigDir,
-    const Vex::Ptr<Interface::EthPhyIntfStatusDir>& ethPhyIntfStatusDir, const Vex::Ptr<VlanHelper>& vlanHelper,
-    const Vex::Ptr<Mlag::HostTable>& mlagHostTable, const Vex::Ptr<Mlag::Status>& mlagStatus,
-    const Vex::Ptr<OrbHelper::OrbHelperMacAddrSm>& orbHelper, const Vex::Ptr<FastServerFailover::Status>& fsfStatus,
-    const Vex::Ptr<Vxlan::VxlanConfigDir>& vxlanConfigDir, const Vex::Ptr<VXLAN::RemoteMacInfoDir>& rmacInfoDir,
-    const Vex::Ptr<Bridging::RemoteMacTable>& remoteHostTable, const Vex::Ptr<Dot1x::HostTable>& dot1xHostTable,
-    const Vex::Ptr<Dot1x::Status>& dot1xStatus, const Vex::Ptr<OrbHelper::OrbHelperDot1x>& dot1xHelper,
-    const Vex::Ptr<L2Rib::HostInput>& l2RibInput, const Vex::Ptr<L2Rib::HostOutput>& l2RibOutput,
-    const Vex::Ptr<L2Rib::LoadBalanceOutput>& lbOutput, const Vex::Ptr<L2Rib::DestOutput>& destOutput,
-    const Vex::Ptr<SwTunnelGroupIdMap>& swTunnelIdMap, const Vex::Ptr<ObjTupleToHwId>& objTupleToHwId);
+Vex::Ptr<MacAddrSm> macAddrSmFactory(const MacAddrSmInputs& inputs);
 
 }  // namespace Orb

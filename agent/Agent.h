@@ -38,14 +38,14 @@ struct Options {
 
 // State-database paths the agent mounts.
 namespace Paths {
-inline constexpr const char* bridgingConfig = "bridging/config";
+inline constexpr const char* bridgingConfig = Orb::MacAddrSmMounter::bridgingConfigPath;
 inline constexpr const char* vlanPhyIntfStatus = "bridging/vlan/phyIntfStatus";
 inline constexpr const char* dynamicExpVlan = "bridging/vlan/dynamicExpVlan";
 inline constexpr const char* topologyConfig = "bridging/topology/config";
 inline constexpr const char* topologyStatus = "bridging/topology/status";
-inline constexpr const char* macTable = "bridging/hardware/macTable";
-inline constexpr const char* routerMacTable = "bridging/hardware/routerMacTable";
-inline constexpr const char* bridgingStatus = "bridging/status";
+inline constexpr const char* macTable = Orb::MacAddrSmMounter::macTablePath;
+inline constexpr const char* routerMacTable = Orb::MacAddrSmMounter::routerMacTablePath;
+inline constexpr const char* bridgingStatus = Orb::MacAddrSmMounter::bridgingStatusPath;
 inline constexpr const char* dynamicHostStatus = "bridging/dynamicHostStatus";
 }  // namespace Paths
 

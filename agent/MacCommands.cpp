@@ -15,28 +15,9 @@
 namespace Agent {
 
 void Agent::startMacAddrSm() {
-  auto macTable = hive_->mount<OrbTypes::MacTable>(Paths::macTable);
-  macAddrSm_ = Orb::macAddrSmFactory(
-      ocsd_, Vex::make<Orb::OrbCommonMulticastData>("ocmd"), macTable,
-      hive_->mount<OrbTypes::MacTable>(Paths::routerMacTable), hive_->mount<Bridging::Status>(Paths::bridgingStatus),
-      hive_->mount<Bridging::HostTableFlushRequestDir>(MacPaths::flushRequest),
-      hive_->mount<Bridging::HostTableFlushReplyDir>(MacPaths::flushReply),
-      hive_->mount<Bridging::Config>(Paths::bridgingConfig),
-      hive_->mount<Interface::EthPhyIntfConfigDir>(MacPaths::ethPhyIntfConfig),
-      hive_->mount<Interface::EthPhyIntfStatusDir>(MacPaths::ethPhyIntfStatus), vlanHelper_,
-      hive_->mount<Mlag::HostTable>(MacPaths::mlagHostTable),
-      hive_->mount<Mlag::Status>(Orb::LagMounter::mlagStatusPath), fdbHelper_,
-      hive_->mount<FastServerFailover::Status>(MacPaths::fsfStatus),
-      hive_->mount<Vxlan::VxlanConfigDir>(MacPaths::vxlanConfig),
-      hive_->mount<Orb::VXLAN::RemoteMacInfoDir>(MacPaths::remoteMacInfo),
-      hive_->mount<Bridging::RemoteMacTable>(MacPaths::remoteMacTable),
-      hive_->mount<Dot1x::HostTable>(MacPaths::dot1xHostTable), hive_->mount<Dot1x::Status>(MacPaths::dot1xStatus),
-      Vex::make<OrbHelper::OrbHelperDot1x>(), hive_->mount<L2Rib::HostInput>(MacPaths::l2RibHostInput),
-      hive_->mount<L2Rib::HostOutput>(MacPaths::l2RibHostOutput),
-      hive_->mount<L2Rib::LoadBalanceOutput>(MacPaths::l2RibLbOutput),
-      hive_->mount<L2Rib::DestOutput>(MacPaths::l2RibDestOutput),
-      hive_->mount<Orb::SwTunnelGroupIdMap>(MacPaths::swTunnelGroupIdMap),
-      hive_->mount<Orb::ObjTupleToHwId>(MacPaths::objTupleToHwId));
+  Orb::MacAddrSmMounter mounter(hive_, ocsd_, fdbHelper_, vlanHelper_);
+  mounter.doMounts();
+  macAddrSm_ = mounter.doMountsComplete();
   auto nonAgingStatus = hive_->mount<Orb::NonAgingStatus>(MacPaths::nonAgingStatus);
   nonAgingSm_ = Orb::nonAgingConfigDirSmFactory(ocsd_, hive_->mount<Orb::NonAgingConfigDir>(MacPaths::nonAgingConfig),
                                                 nonAgingStatus);

@@ -53,19 +53,14 @@ struct World {
     macTable->macEntryReserve(entries);
     l2RibInput->hostReserve(entries);
     fdb->reserve(entries);
-    auto config = Vex::make<Bridging::Config>("config");
-    config->hostAgingTimeIs(0);
-    sm = Orb::macAddrSmFactory(
-        ocsd, Vex::make<Orb::OrbCommonMulticastData>("ocmd"), macTable, Vex::make<OrbTypes::MacTable>("routerMac"),
-        status, flushRequests, flushReplies, config, Vex::make<Interface::EthPhyIntfConfigDir>("ic"),
-        Vex::make<Interface::EthPhyIntfStatusDir>("is"), nullptr, Vex::make<Mlag::HostTable>("mh"),
-        Vex::make<Mlag::Status>("ms"), fdb, Vex::make<FastServerFailover::Status>("fsf"),
-        Vex::make<Vxlan::VxlanConfigDir>("vx"), Vex::make<Orb::VXLAN::RemoteMacInfoDir>("rmac"),
-        Vex::make<Bridging::RemoteMacTable>("remote"), Vex::make<Dot1x::HostTable>("dh"),
-        Vex::make<Dot1x::Status>("ds"), Vex::make<OrbHelper::OrbHelperDot1x>(), l2RibInput,
-        Vex::make<L2Rib::HostOutput>("lo"), Vex::make<L2Rib::LoadBalanceOutput>("lb"),
-        Vex::make<L2Rib::DestOutput>("ld"), Vex::make<Orb::SwTunnelGroupIdMap>("tg"),
-        Vex::make<Orb::ObjTupleToHwId>("hw"));
+    auto in = Orb::macAddrSmInputsFactory(ocsd, fdb, nullptr);
+    in.macTable = macTable;
+    in.bridgingStatus = status;
+    in.l2RibInput = l2RibInput;
+    in.flushRequestDir = flushRequests;
+    in.flushReplyDir = flushReplies;
+    in.bridgingConfig->hostAgingTimeIs(0);
+    sm = Orb::macAddrSmFactory(in);
   }
 
   // Learns every address on port `shift` onwards and waits for the machine.

@@ -21,12 +21,9 @@ namespace {
 
 // State-database paths of the machines' inputs and outputs.
 namespace Paths {
-constexpr const char* bridgingConfig = "bridging/config";
-constexpr const char* bridgingStatus = "bridging/status";
+constexpr const char* bridgingConfig = Orb::MacAddrSmMounter::bridgingConfigPath;
 constexpr const char* vlanPhyIntfStatus = "bridging/vlan/phyIntfStatus";
 constexpr const char* dynamicExpVlan = "bridging/vlan/dynamicExpVlan";
-constexpr const char* macTable = "bridging/hardware/macTable";
-constexpr const char* routerMacTable = "bridging/hardware/routerMacTable";
 }  // namespace Paths
 
 struct Helpers {
@@ -56,24 +53,9 @@ Machines startMachines(const Vex::Ptr<Hive::Root>& hive, const Vex::Ptr<Orb::Orb
   Orb::LagMounter lagMounter(hive, ocsd, helpers.lag);
   lagMounter.doMounts();
   machines.lag = lagMounter.doMountsComplete();
-  machines.mac = Orb::macAddrSmFactory(
-      ocsd, Vex::make<Orb::OrbCommonMulticastData>("ocmd"), hive->mount<OrbTypes::MacTable>(Paths::macTable),
-      hive->mount<OrbTypes::MacTable>(Paths::routerMacTable), hive->mount<Bridging::Status>(Paths::bridgingStatus),
-      hive->mount<Bridging::HostTableFlushRequestDir>("bridging/flush/request"),
-      hive->mount<Bridging::HostTableFlushReplyDir>("bridging/flush/reply"), config,
-      hive->mount<Interface::EthPhyIntfConfigDir>("interface/config/eth/phy"),
-      hive->mount<Interface::EthPhyIntfStatusDir>("interface/status/eth/phy"), helpers.vlan,
-      hive->mount<Mlag::HostTable>("mlag/hostTable"), hive->mount<Mlag::Status>(Orb::LagMounter::mlagStatusPath),
-      helpers.mac, hive->mount<FastServerFailover::Status>("fsf/status"),
-      hive->mount<Vxlan::VxlanConfigDir>("vxlan/config"),
-      hive->mount<Orb::VXLAN::RemoteMacInfoDir>("vxlan/remoteMacInfo"),
-      hive->mount<Bridging::RemoteMacTable>("bridging/remoteMacTable"),
-      hive->mount<Dot1x::HostTable>("dot1x/hostTable"), hive->mount<Dot1x::Status>("dot1x/status"),
-      Vex::make<OrbHelper::OrbHelperDot1x>(), hive->mount<L2Rib::HostInput>("l2rib/hostInput"),
-      hive->mount<L2Rib::HostOutput>("l2rib/hostOutput"), hive->mount<L2Rib::LoadBalanceOutput>("l2rib/lbOutput"),
-      hive->mount<L2Rib::DestOutput>("l2rib/destOutput"),
-      hive->mount<Orb::SwTunnelGroupIdMap>("vxlan/swTunnelGroupIdMap"),
-      hive->mount<Orb::ObjTupleToHwId>("l2rib/objTupleToHwId"));
+  Orb::MacAddrSmMounter macMounter(hive, ocsd, helpers.mac, helpers.vlan);
+  macMounter.doMounts();
+  machines.mac = macMounter.doMountsComplete();
   return machines;
 }
 

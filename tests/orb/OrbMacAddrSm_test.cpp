@@ -100,28 +100,31 @@ class MacAddrSmTest : public ::testing::Test {
  protected:
   Vex::EventLoop loop;
   Vex::Ptr<Orb::OrbCommonSmData> ocsd = Orb::orbCommonSmDataFactory("ocsd");
-  Vex::Ptr<OrbTypes::MacTable> macTable = Vex::make<OrbTypes::MacTable>("macTable");
-  Vex::Ptr<OrbTypes::MacTable> routerMac = Vex::make<OrbTypes::MacTable>("routerMac");
-  Vex::Ptr<Bridging::Status> status = Vex::make<Bridging::Status>("status");
-  Vex::Ptr<Bridging::Config> config = Vex::make<Bridging::Config>("config");
-  Vex::Ptr<Interface::EthPhyIntfConfigDir> intfConfig = Vex::make<Interface::EthPhyIntfConfigDir>("ic");
-  Vex::Ptr<Interface::EthPhyIntfStatusDir> intfStatus = Vex::make<Interface::EthPhyIntfStatusDir>("is");
-  Vex::Ptr<Orb::VlanHelper> vlans;  // none: no membership to go by
-  Vex::Ptr<Mlag::HostTable> mlagHosts = Vex::make<Mlag::HostTable>("mlagHosts");
-  Vex::Ptr<Mlag::Status> mlag = Vex::make<Mlag::Status>("mlag");
   Vex::Ptr<RecordingMacHelper> helper = Vex::make<RecordingMacHelper>();
-  Vex::Ptr<FastServerFailover::Status> fsf = Vex::make<FastServerFailover::Status>("fsf");
-  Vex::Ptr<Vxlan::VxlanConfigDir> vxlan = Vex::make<Vxlan::VxlanConfigDir>("vxlan");
-  Vex::Ptr<Orb::VXLAN::RemoteMacInfoDir> rmac = Vex::make<Orb::VXLAN::RemoteMacInfoDir>("rmac");
-  Vex::Ptr<Bridging::RemoteMacTable> remote = Vex::make<Bridging::RemoteMacTable>("remote");
-  Vex::Ptr<Dot1x::HostTable> dot1xHosts = Vex::make<Dot1x::HostTable>("dot1x");
-  Vex::Ptr<Dot1x::Status> dot1x = Vex::make<Dot1x::Status>("dot1xStatus");
-  Vex::Ptr<L2Rib::HostInput> l2RibInput = Vex::make<L2Rib::HostInput>("l2ribIn");
-  Vex::Ptr<L2Rib::HostOutput> l2Rib = Vex::make<L2Rib::HostOutput>("l2ribOut");
-  Vex::Ptr<Orb::SwTunnelGroupIdMap> tunnels = Vex::make<Orb::SwTunnelGroupIdMap>("tunnels");
-  Vex::Ptr<Orb::ObjTupleToHwId> hwIds = Vex::make<Orb::ObjTupleToHwId>("hwIds");
-  Vex::Ptr<Bridging::HostTableFlushRequestDir> flushes = Vex::make<Bridging::HostTableFlushRequestDir>("fq");
-  Vex::Ptr<Bridging::HostTableFlushReplyDir> replies = Vex::make<Bridging::HostTableFlushReplyDir>("fr");
+  // Every input fresh; the names below are the ones the tests write.
+  Orb::MacAddrSmInputs in = Orb::macAddrSmInputsFactory(ocsd, helper, nullptr);
+  const Vex::Ptr<OrbTypes::MacTable>& macTable = in.macTable;
+  const Vex::Ptr<OrbTypes::MacTable>& routerMac = in.routerMacTable;
+  const Vex::Ptr<Bridging::Status>& status = in.bridgingStatus;
+  const Vex::Ptr<Bridging::Config>& config = in.bridgingConfig;
+  const Vex::Ptr<Interface::EthPhyIntfConfigDir>& intfConfig = in.ethPhyIntfConfigDir;
+  const Vex::Ptr<Interface::EthPhyIntfStatusDir>& intfStatus = in.ethPhyIntfStatusDir;
+  Vex::Ptr<Orb::VlanHelper>& vlans = in.vlanHelper;  // none unless a test sets one: no membership to go by
+  const Vex::Ptr<Mlag::HostTable>& mlagHosts = in.mlagHostTable;
+  const Vex::Ptr<Mlag::Status>& mlag = in.mlagStatus;
+  const Vex::Ptr<FastServerFailover::Status>& fsf = in.fsfStatus;
+  const Vex::Ptr<Vxlan::VxlanConfigDir>& vxlan = in.vxlanConfigDir;
+  const Vex::Ptr<Orb::VXLAN::RemoteMacInfoDir>& rmac = in.rmacInfoDir;
+  const Vex::Ptr<Bridging::RemoteMacTable>& remote = in.remoteHostTable;
+  const Vex::Ptr<Dot1x::HostTable>& dot1xHosts = in.dot1xHostTable;
+  const Vex::Ptr<Dot1x::Status>& dot1x = in.dot1xStatus;
+  const Vex::Ptr<L2Rib::HostInput>& l2RibInput = in.l2RibInput;
+  const Vex::Ptr<L2Rib::HostOutput>& l2Rib = in.l2RibOutput;
+  const Vex::Ptr<L2Rib::LoadBalanceOutput>& lbs = in.lbOutput;
+  const Vex::Ptr<Orb::SwTunnelGroupIdMap>& tunnels = in.swTunnelIdMap;
+  const Vex::Ptr<Orb::ObjTupleToHwId>& hwIds = in.objTupleToHwId;
+  const Vex::Ptr<Bridging::HostTableFlushRequestDir>& flushes = in.flushRequestDir;
+  const Vex::Ptr<Bridging::HostTableFlushReplyDir>& replies = in.flushReplyDir;
   std::shared_ptr<Log::CaptureSink> logs = std::make_shared<Log::CaptureSink>();
   Vex::Ptr<Orb::MacAddrSm> sm;
 
@@ -134,11 +137,7 @@ class MacAddrSmTest : public ::testing::Test {
     Log::sinkIs(nullptr);
   }
   void start() {
-    sm = Orb::macAddrSmFactory(ocsd, Vex::make<Orb::OrbCommonMulticastData>("ocmd"), macTable, routerMac, status,
-                               flushes, replies, config, intfConfig, intfStatus, vlans, mlagHosts, mlag, helper, fsf,
-                               vxlan, rmac, remote, dot1xHosts, dot1x, Vex::make<OrbHelper::OrbHelperDot1x>(),
-                               l2RibInput, l2Rib, Vex::make<L2Rib::LoadBalanceOutput>("lb"),
-                               Vex::make<L2Rib::DestOutput>("dest"), tunnels, hwIds);
+    sm = Orb::macAddrSmFactory(in);
     helper->calls.clear();
   }
   void settle() { loop.runUntilIdle(); }
@@ -557,12 +556,7 @@ TEST_F(MacAddrSmTest, RemoteEntryFollowsItsL2RibObject) {
 
 TEST_F(MacAddrSmTest, NewHardwareIdOfAGroupReprogramsOnlyItsHosts) {
   vxlan->vlanToVniIs(VlanId(10), 10010);
-  auto lbs = Vex::make<L2Rib::LoadBalanceOutput>("lb");
-  sm = Orb::macAddrSmFactory(ocsd, Vex::make<Orb::OrbCommonMulticastData>("ocmd"), macTable, routerMac, status, flushes,
-                             replies, config, intfConfig, Vex::make<Interface::EthPhyIntfStatusDir>("is"), nullptr,
-                             mlagHosts, mlag, helper, fsf, vxlan, rmac, remote, dot1xHosts, dot1x,
-                             Vex::make<OrbHelper::OrbHelperDot1x>(), l2RibInput, l2Rib, lbs,
-                             Vex::make<L2Rib::DestOutput>("dest"), tunnels, hwIds);
+  sm = Orb::macAddrSmFactory(in);
   auto remoteHost = [&](std::uint64_t addr, L2Rib::ObjTuple tuple) {
     l2Rib->hostIs(key(addr), remoteEntry(key(addr), tuple));
   };
@@ -654,11 +648,7 @@ TEST_F(MacAddrSmTest, AgingTimeIsRoundedWhenProgrammed) {
   sm.reset();
   helper->calls.clear();
   config->hostAgingTimeIs(299.6);
-  sm = Orb::macAddrSmFactory(
-      ocsd, Vex::make<Orb::OrbCommonMulticastData>("ocmd"), macTable, routerMac, status, flushes, replies, config,
-      intfConfig, Vex::make<Interface::EthPhyIntfStatusDir>("is"), nullptr, mlagHosts, mlag, helper, fsf, vxlan, rmac,
-      remote, dot1xHosts, dot1x, Vex::make<OrbHelper::OrbHelperDot1x>(), l2RibInput, l2Rib,
-      Vex::make<L2Rib::LoadBalanceOutput>("lb"), Vex::make<L2Rib::DestOutput>("dest"), tunnels, hwIds);
+  sm = Orb::macAddrSmFactory(in);
   EXPECT_EQ(helper->calls.front(), "aging 300");
 }
 

@@ -80,23 +80,21 @@ class MacFlushTest : public ::testing::Test {
  protected:
   Vex::EventLoop loop;
   Vex::Ptr<Orb::OrbCommonSmData> ocsd = Orb::orbCommonSmDataFactory("ocsd");
-  Vex::Ptr<OrbTypes::MacTable> macTable = Vex::make<OrbTypes::MacTable>("macTable");
-  Vex::Ptr<Bridging::Status> status = Vex::make<Bridging::Status>("status");
-  Vex::Ptr<Bridging::Config> config = Vex::make<Bridging::Config>("config");
-  Vex::Ptr<RecordingMacHelper> helper = [this] {
-    auto h = Vex::make<RecordingMacHelper>();
-    h->macTable = macTable;
-    return h;
-  }();
-  Vex::Ptr<Vxlan::VxlanConfigDir> vxlan = Vex::make<Vxlan::VxlanConfigDir>("vxlan");
-  Vex::Ptr<Orb::VXLAN::RemoteMacInfoDir> rmac = Vex::make<Orb::VXLAN::RemoteMacInfoDir>("rmac");
-  Vex::Ptr<Bridging::RemoteMacTable> remote = Vex::make<Bridging::RemoteMacTable>("remote");
-  Vex::Ptr<Bridging::HostTableFlushRequestDir> flushes = Vex::make<Bridging::HostTableFlushRequestDir>("fq");
-  Vex::Ptr<Bridging::HostTableFlushReplyDir> replies = Vex::make<Bridging::HostTableFlushReplyDir>("fr");
+  Vex::Ptr<RecordingMacHelper> helper = Vex::make<RecordingMacHelper>();
+  Orb::MacAddrSmInputs in = Orb::macAddrSmInputsFactory(ocsd, helper, nullptr);
+  const Vex::Ptr<OrbTypes::MacTable>& macTable = in.macTable;
+  const Vex::Ptr<Bridging::Status>& status = in.bridgingStatus;
+  const Vex::Ptr<Bridging::Config>& config = in.bridgingConfig;
+  const Vex::Ptr<Vxlan::VxlanConfigDir>& vxlan = in.vxlanConfigDir;
+  const Vex::Ptr<Orb::VXLAN::RemoteMacInfoDir>& rmac = in.rmacInfoDir;
+  const Vex::Ptr<Bridging::RemoteMacTable>& remote = in.remoteHostTable;
+  const Vex::Ptr<Bridging::HostTableFlushRequestDir>& flushes = in.flushRequestDir;
+  const Vex::Ptr<Bridging::HostTableFlushReplyDir>& replies = in.flushReplyDir;
   std::shared_ptr<Log::CaptureSink> logs = std::make_shared<Log::CaptureSink>();
   Vex::Ptr<Orb::MacAddrSm> sm;
 
   void SetUp() override {
+    helper->macTable = macTable;  // the chip's copy of what it holds
     Log::sinkIs(logs);
     for (int i = 1; i <= 4; ++i) ocsd->intfIs(IntfId(fmt::format("Ethernet{}", i)), true);
     vxlan->vlanToVniIs(VlanId(10), 10010);
@@ -107,16 +105,7 @@ class MacFlushTest : public ::testing::Test {
     Log::sinkIs(nullptr);
   }
   void start() {
-    sm = Orb::macAddrSmFactory(
-        ocsd, Vex::make<Orb::OrbCommonMulticastData>("ocmd"), macTable, Vex::make<OrbTypes::MacTable>("routerMac"),
-        status, flushes, replies, config, Vex::make<Interface::EthPhyIntfConfigDir>("ic"),
-        Vex::make<Interface::EthPhyIntfStatusDir>("is"), nullptr, Vex::make<Mlag::HostTable>("mlagHosts"),
-        Vex::make<Mlag::Status>("mlag"), helper, Vex::make<FastServerFailover::Status>("fsf"), vxlan, rmac, remote,
-        Vex::make<Dot1x::HostTable>("dot1x"), Vex::make<Dot1x::Status>("dot1xStatus"),
-        Vex::make<OrbHelper::OrbHelperDot1x>(), Vex::make<L2Rib::HostInput>("l2ribIn"),
-        Vex::make<L2Rib::HostOutput>("l2ribOut"), Vex::make<L2Rib::LoadBalanceOutput>("lb"),
-        Vex::make<L2Rib::DestOutput>("dest"), Vex::make<Orb::SwTunnelGroupIdMap>("tunnels"),
-        Vex::make<Orb::ObjTupleToHwId>("hwIds"));
+    sm = Orb::macAddrSmFactory(in);
     helper->calls.clear();
   }
   void settle() { loop.runUntilIdle(); }
