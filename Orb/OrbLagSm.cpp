@@ -87,7 +87,7 @@ class LagSm::OcsdReactor : public OrbCommonSmData::Notifiee {
   ~OcsdReactor() override { sm_->reactorDel(this); }
   void handleIntf(const IntfId& intf) override {
     if (!sm_->reacting()) return;
-    for (const auto& [lag, status] : sm_->ethLagIntfStatusDir_->intfStatus()) {
+    for (const auto& [lag, status] : sm_->in_.ethLagIntfStatusDir->intfStatus()) {
       if (status->member(intf)) sm_->handleIntf(lag, intf);
     }
   }
@@ -101,24 +101,13 @@ class LagSm::OcsdReactor : public OrbCommonSmData::Notifiee {
 
 // --- LagSm ---
 
-LagSm::LagSm(const Vex::Ptr<OrbCommonSmData>& ocsd, const Vex::Ptr<OrbHelper::OrbHelperLagSm>& orbHelper,
-             const Vex::Ptr<Interface::EthLagIntfStatusDir>& ethLagIntfStatusDir,
-             const Vex::Ptr<Lag::Input::IntfDeviceNameDir>& lagInputIntfDeviceNameDir,
-             const Vex::Ptr<Hardware::Lag::Config>& hwLagConfig, const Vex::Ptr<Hardware::Lag::Status>& hwLagStatus,
-             const Vex::Ptr<Mlag::Status>& mlagStatus)
-    : OrbBaseSm(ocsd),
-      orbHelper_(orbHelper),
-      ethLagIntfStatusDir_(ethLagIntfStatusDir),
-      lagInputIntfDeviceNameDir_(lagInputIntfDeviceNameDir),
-      hwLagConfig_(hwLagConfig),
-      hwLagStatus_(hwLagStatus),
-      mlagStatus_(mlagStatus) {
-  ORB_ASSERT_AT(lagSource, hwLagConfig_, "hwLagConfig()");
-  ORB_ASSERT_AT(lagSource, hwLagStatus_, "hwLagStatus()");
-  dirReactor_ = std::make_unique<DirReactor>(this, ethLagIntfStatusDir_);
-  mlagReactor_ = std::make_unique<MlagReactor>(this, mlagStatus_);
-  ocsdReactor_ = std::make_unique<OcsdReactor>(this, ocsd);
-  if (auto verify = ocsd->verifySm()) verify->verifiableIs(this);
+LagSm::LagSm(const LagSmInputs& inputs) : OrbBaseSm(inputs.ocsd), in_(inputs) {
+  ORB_ASSERT_AT(lagSource, in_.hwLagConfig, "hwLagConfig()");
+  ORB_ASSERT_AT(lagSource, in_.hwLagStatus, "hwLagStatus()");
+  dirReactor_ = std::make_unique<DirReactor>(this, in_.ethLagIntfStatusDir);
+  mlagReactor_ = std::make_unique<MlagReactor>(this, in_.mlagStatus);
+  ocsdReactor_ = std::make_unique<OcsdReactor>(this, inputs.ocsd);
+  if (auto verify = inputs.ocsd->verifySm()) verify->verifiableIs(this);
   initializedIs(true);
 }
 
@@ -132,18 +121,18 @@ LagSm::~LagSm() {
 }
 
 void LagSm::handleInitialized() {
-  orbHelper_->hwInit();
-  currentPeerLink_ = mlagStatus_->peerLinkIntf();
-  for (const auto& [lag, status] : ethLagIntfStatusDir_->intfStatus()) handleLagStatus(lag);
+  in_.orbHelper->hwInit();
+  currentPeerLink_ = in_.mlagStatus->peerLinkIntf();
+  for (const auto& [lag, status] : in_.ethLagIntfStatusDir->intfStatus()) handleLagStatus(lag);
 }
 
 bool LagSm::isIntfManaged(const IntfId& intf) {
-  if (orbHelper_->intfManagedCheckOverride()) return orbHelper_->isIntfManaged(intf);
+  if (in_.orbHelper->intfManagedCheckOverride()) return in_.orbHelper->isIntfManaged(intf);
   return ocsd()->intfHas(intf);
 }
 
 void LagSm::handleLagStatus(const IntfId& lag) {
-  auto status = ethLagIntfStatusDir_->intfStatus(lag);
+  auto status = in_.ethLagIntfStatusDir->intfStatus(lag);
   if (status) {
     auto& reactor = vexStatus_[lag];
     if (!reactor || reactor->notifier() != status) reactor = std::make_unique<VexStatus>(this, status);
@@ -163,20 +152,20 @@ void LagSm::handleLagStatus(const IntfId& lag) {
   doCleanupLag(lag);
   ocsd()->intfDel(lag);
   BLIP(trace(), 5, "Removing deviceName input for {}", lag.stringValue());
-  lagInputIntfDeviceNameDir_->deviceNameDel(lag);
+  in_.lagInputIntfDeviceNameDir->deviceNameDel(lag);
 }
 
 void LagSm::handleIntf(const IntfId& lag, const IntfId& member) {
   // The MLAG peer's ports carry the LAG on the peer switch, not here.
   if (member.isPeerEthernet() || !isIntfManaged(member)) return;
-  auto status = ethLagIntfStatusDir_->intfStatus(lag);
+  auto status = in_.ethLagIntfStatusDir->intfStatus(lag);
   doUpdateMember(lag, member, status && status->member(member));
   if (verifyRetry_.pending()) doRequestVerify();
 }
 
 void LagSm::handleIntf(const IntfId& lag) {
   std::set<IntfId> members;
-  if (auto status = ethLagIntfStatusDir_->intfStatus(lag))
+  if (auto status = in_.ethLagIntfStatusDir->intfStatus(lag))
     members.insert(status->member().begin(), status->member().end());
   for (const auto& [port, state] : ocsd()->lagToPort(lag).ports) members.insert(port);
   for (const auto& member : members) handleIntf(lag, member);
@@ -192,7 +181,7 @@ void LagSm::doUpdateMember(const IntfId& lag, const IntfId& member, bool add) {
   BLIP(trace(), 5, "doUpdateMember {} infName {} add {}", lag.stringValue(), member.stringValue(), add);
   if (list == ocsd()->lagToPort(lag)) return;
   // A memberless LAG stays while MLAG may keep it alive through the peer link.
-  if (!list && !mlagStatus_->fastMacRedirection()) {
+  if (!list && !in_.mlagStatus->fastMacRedirection()) {
     doCleanupLag(lag);
   } else {
     doUpdatePortList(lag, list);
@@ -203,8 +192,8 @@ void LagSm::doUpdatePortList(const IntfId& lag, const OrbLagPortList& list) {
   for (const auto& [member, state] : list.ports) doScrubMember(lag, member);
   maybeSharePeerLinkWithLag(lag, list);
   localMember_[lag] = list;
-  orbHelper_->maybeCreateLag(lag);
-  orbHelper_->updateLag(lag, list);
+  in_.orbHelper->maybeCreateLag(lag);
+  in_.orbHelper->updateLag(lag, list);
   OrbLagPortList old = ocsd()->lagToPort(lag);
   ocsd()->lagToPortIs(lag, list);
   for (const auto& [port, state] : old.ports) {
@@ -247,41 +236,41 @@ void LagSm::doCleanupLag(const IntfId& lag) {
   ocsd()->lagToPortDel(lag);
   localMember_.erase(lag);
   sharePeerLinkWithLag_.erase(lag);
-  orbHelper_->maybeDestroyLag(lag);
+  in_.orbHelper->maybeDestroyLag(lag);
 }
 
 void LagSm::handleDeviceName(const IntfId& lag) {
-  auto status = ethLagIntfStatusDir_->intfStatus(lag);
+  auto status = in_.ethLagIntfStatusDir->intfStatus(lag);
   if (!status) return;
   std::string name = status->deviceName().empty() ? lag.stringValue() : status->deviceName();
-  if (lagInputIntfDeviceNameDir_->deviceName(lag) == name) return;
+  if (in_.lagInputIntfDeviceNameDir->deviceName(lag) == name) return;
   BLIP(trace(), 5, "Added deviceName {} input for {}", name, lag.stringValue());
-  lagInputIntfDeviceNameDir_->deviceNameIs(lag, name);
+  in_.lagInputIntfDeviceNameDir->deviceNameIs(lag, name);
 }
 
 // --- MLAG peer-link sharing ---
 
 void LagSm::maybeSharePeerLinkWithLag(const IntfId& lag, const OrbLagPortList& list) {
   BLIP(trace(), 7, "LagSm::maybeSharePeerLinkWithLag {}", lag.stringValue());
-  if (!mlagStatus_->mlagStateValid()) {
+  if (!in_.mlagStatus->mlagStateValid()) {
     BLIP(trace(), 7, "{} ignore since MLAG state is invalid.", lag.stringValue());
     return;
   }
-  if (mlagStatus_->peerLinkIntf().empty()) {
+  if (in_.mlagStatus->peerLinkIntf().empty()) {
     BLIP(trace(), 7, "{} ignore since peer-link is invalid.", lag.stringValue());
     return;
   }
-  addOrRemovePeerLink(lag, mlagStatus_->peerLinkIntf(), list, false);
+  addOrRemovePeerLink(lag, in_.mlagStatus->peerLinkIntf(), list, false);
 }
 
 void LagSm::addOrRemovePeerLink(const IntfId& lag, const IntfId& peerLink, const OrbLagPortList& list,
                                 bool forceUpdate) {
-  bool hasIntfStatus = mlagStatus_->intfStatusHas(lag);
-  const Mlag::IntfStatus& intfStatus = mlagStatus_->intfStatus(lag);
+  bool hasIntfStatus = in_.mlagStatus->intfStatusHas(lag);
+  const Mlag::IntfStatus& intfStatus = in_.mlagStatus->intfStatus(lag);
   BLIP(trace(), 6, " lag: {} MLAG intfStatus: {} portList:{} peer-link: {} peer-link portList:{} forceUpdate: {}",
        lag.stringValue(), Vex::toStrep(intfStatus), portsText(list), peerLink.stringValue(),
        portsText(ocsd()->lagToPort(peerLink)), forceUpdate);
-  bool share = mlagStatus_->fastMacRedirection() && hasIntfStatus && !list &&
+  bool share = in_.mlagStatus->fastMacRedirection() && hasIntfStatus && !list &&
                intfStatus.localLinkStatus == Mlag::linkDown && intfStatus.localProtocolStatus == Mlag::linkDown &&
                intfStatus.peerLinkStatus == Mlag::linkUp;
   if (share) {
@@ -290,7 +279,7 @@ void LagSm::addOrRemovePeerLink(const IntfId& lag, const IntfId& peerLink, const
       return;
     }
     BLIP(trace(), 5, " updating LAG membership {} to add {}", lag.stringValue(), peerLink.stringValue());
-    orbHelper_->maybeShareLagMembership(lag, peerLink, true);
+    in_.orbHelper->maybeShareLagMembership(lag, peerLink, true);
     sharePeerLinkWithLag_.insert(lag);
     return;
   }
@@ -300,26 +289,26 @@ void LagSm::addOrRemovePeerLink(const IntfId& lag, const IntfId& peerLink, const
   }
   BLIP(trace(), 5, " updating LAG membership to remove {} from {} since MLAG status is {}", peerLink.stringValue(),
        lag.stringValue(), Vex::toStrep(intfStatus));
-  orbHelper_->maybeShareLagMembership(lag, peerLink, false);
+  in_.orbHelper->maybeShareLagMembership(lag, peerLink, false);
   sharePeerLinkWithLag_.erase(lag);
 }
 
 void LagSm::handleMlagStateOrPeerLinkIntf() {
-  IntfId peerLink = mlagStatus_->peerLinkIntf();
+  IntfId peerLink = in_.mlagStatus->peerLinkIntf();
   if (peerLink != currentPeerLink_) {
     for (const auto& lag : sharePeerLinkWithLag_) {
       BLIP(trace(), 5, "Stop sharing members of peer-link {} from lag {}", currentPeerLink_.stringValue(),
            lag.stringValue());
-      orbHelper_->maybeShareLagMembership(lag, currentPeerLink_, false);
+      in_.orbHelper->maybeShareLagMembership(lag, currentPeerLink_, false);
     }
     sharePeerLinkWithLag_.clear();
   }
   currentPeerLink_ = peerLink;
-  for (const auto& [lag, status] : ethLagIntfStatusDir_->intfStatus()) {
-    if (!mlagStatus_->mlagStateValid() || peerLink.empty()) {
+  for (const auto& [lag, status] : in_.ethLagIntfStatusDir->intfStatus()) {
+    if (!in_.mlagStatus->mlagStateValid() || peerLink.empty()) {
       BLIP(trace(), 5, "MLAG {} will not share members of peer-link {}", lag.stringValue(), peerLink.stringValue());
       if (sharePeerLinkWithLag_.count(lag)) {
-        orbHelper_->maybeShareLagMembership(lag, peerLink, false);
+        in_.orbHelper->maybeShareLagMembership(lag, peerLink, false);
         sharePeerLinkWithLag_.erase(lag);
       }
       continue;
@@ -330,19 +319,19 @@ void LagSm::handleMlagStateOrPeerLinkIntf() {
 }
 
 void LagSm::handleMlagIntfStatus(const IntfId& lag) {
-  if (!mlagStatus_->mlagStateValid() || currentPeerLink_.empty()) return;
+  if (!in_.mlagStatus->mlagStateValid() || currentPeerLink_.empty()) return;
   addOrRemovePeerLink(lag, currentPeerLink_, ocsd()->lagToPort(lag), false);
 }
 
 void LagSm::handleMlagFastMacRedirection() {
-  BLIP(trace(), 5, " fastMacRedirection {}", mlagStatus_->fastMacRedirection());
+  BLIP(trace(), 5, " fastMacRedirection {}", in_.mlagStatus->fastMacRedirection());
   handleMlagStateOrPeerLinkIntf();
 }
 
 // --- verification ---
 
 void LagSm::handleVerify(VerifyReport& report) {
-  orbHelper_->handleVerify();
+  in_.orbHelper->handleVerify();
   compareLagTables(report);
   verifyRetry_.pendingIs(!report.lines().empty());
 }
@@ -354,14 +343,14 @@ void LagSm::doRequestVerify() {
 
 void LagSm::handleRetryVerify() {
   BLIP(trace(), 5, "LagSm::handleRetryVerify");
-  orbHelper_->handleRetryVerify();
+  in_.orbHelper->handleRetryVerify();
   VerifyReport report;
   compareLagTables(report);
   if (auto verifyData = ocsd()->verifyData()) verifyData->outputIs(verifyName(), report.lines());
 }
 
 void LagSm::compareLagTables(VerifyReport& report) {
-  for (const auto& [lag, status] : ethLagIntfStatusDir_->intfStatus()) {
+  for (const auto& [lag, status] : in_.ethLagIntfStatusDir->intfStatus()) {
     std::string name = lag.stringValue();
     bool anyManaged = false;
     for (const auto& member : status->member()) {
@@ -377,12 +366,12 @@ void LagSm::compareLagTables(VerifyReport& report) {
     if (anyManaged && !ocsd()->lagToPortHas(lag)) {
       report.mismatch(fmt::format("Lag {} is in ethLagIntfStatusDir but missing in lagToPort collection\n", name));
     }
-    if (!lagInputIntfDeviceNameDir_->deviceNameHas(lag)) {
+    if (!in_.lagInputIntfDeviceNameDir->deviceNameHas(lag)) {
       report.mismatch(
           fmt::format("Lag {} is in ethLagIntfStatusDir but missing in lagInputIntfDeviceNameDir collection\n", name));
     } else {
       std::string expected = status->deviceName().empty() ? name : status->deviceName();
-      const auto& actual = lagInputIntfDeviceNameDir_->deviceName(lag);
+      const auto& actual = in_.lagInputIntfDeviceNameDir->deviceName(lag);
       if (actual != expected) {
         report.mismatch(fmt::format(
             "Lag {}, device name {} in lagInputIntfDeviceNameDir differs to the one in ethLagIntfStatusDir: {}", name,
@@ -391,7 +380,7 @@ void LagSm::compareLagTables(VerifyReport& report) {
     }
   }
   for (const auto& [lag, list] : ocsd()->lagToPort()) {
-    if (!ethLagIntfStatusDir_->intfStatusHas(lag) && !disableCleanupOnRestart_) {
+    if (!in_.ethLagIntfStatusDir->intfStatusHas(lag) && !disableCleanupOnRestart_) {
       report.mismatch(
           fmt::format("Lag {} is in lagToPort but missing in ethLagIntfStatusDir collection\n", lag.stringValue()));
     }
@@ -409,8 +398,8 @@ void LagSm::compareLagTables(VerifyReport& report) {
     }
   }
   std::vector<IntfId> stale;
-  for (const auto& [lag, name] : lagInputIntfDeviceNameDir_->deviceName()) {
-    if (!ethLagIntfStatusDir_->intfStatusHas(lag)) {
+  for (const auto& [lag, name] : in_.lagInputIntfDeviceNameDir->deviceName()) {
+    if (!in_.ethLagIntfStatusDir->intfStatusHas(lag)) {
       report.mismatch(fmt::format(
           "Lag {} is in lagInputIntfDeviceNameDir but missing in ethLagIntfStatusDir collection\n", lag.stringValue()));
       stale.push_back(lag);
@@ -418,37 +407,31 @@ void LagSm::compareLagTables(VerifyReport& report) {
   }
   for (const auto& lag : stale) {
     BLIP(trace(), 3, "clearing stale lagInputIntfDeviceNameDir entry for {}", lag.stringValue());
-    lagInputIntfDeviceNameDir_->deviceNameDel(lag);
+    in_.lagInputIntfDeviceNameDir->deviceNameDel(lag);
   }
 }
 
-Vex::Ptr<LagSm> lagSmFactory(const Vex::Ptr<OrbCommonSmData>& ocsd,
-                             const Vex::Ptr<OrbHelper::OrbHelperLagSm>& orbHelper,
-                             const Vex::Ptr<Interface::EthLagIntfStatusDir>& ethLagIntfStatusDir,
-                             const Vex::Ptr<Lag::Input::IntfDeviceNameDir>& lagInputIntfDeviceNameDir,
-                             const Vex::Ptr<Hardware::Lag::Config>& hwLagConfig,
-                             const Vex::Ptr<Hardware::Lag::Status>& hwLagStatus,
-                             const Vex::Ptr<Mlag::Status>& mlagStatus) {
-  return Vex::make<LagSm>(ocsd, orbHelper, ethLagIntfStatusDir, lagInputIntfDeviceNameDir, hwLagConfig, hwLagStatus,
-                          mlagStatus);
-}
+Vex::Ptr<LagSm> lagSmFactory(const LagSmInputs& inputs) { return Vex::make<LagSm>(inputs); }
 
 // --- mounting ---
 
 LagMounter::LagMounter(const Vex::Ptr<Hive::Root>& hive, const Vex::Ptr<OrbCommonSmData>& ocsd,
                        const Vex::Ptr<OrbHelper::OrbHelperLagSm>& orbHelper)
-    : hive_(hive), ocsd_(ocsd), orbHelper_(orbHelper) {}
+    : hive_(hive) {
+  inputs_.ocsd = ocsd;
+  inputs_.orbHelper = orbHelper;
+}
 
 void LagMounter::doMounts() {
-  ethLagIntfStatusDir_ = hive_->mount<Interface::EthLagIntfStatusDir>(ethLagIntfStatusPath, "ethLagIntfStatusDir");
-  deviceNameDir_ = hive_->mount<Lag::Input::IntfDeviceNameDir>(deviceNamePath, "lagInputIntfDeviceNameDir");
-  hwLagConfig_ = hive_->mount<Hardware::Lag::Config>(hwLagConfigPath, "hwLagConfig");
-  hwLagStatus_ = hive_->mount<Hardware::Lag::Status>(hwLagStatusPath, "hwLagStatus");
-  mlagStatus_ = hive_->mount<Mlag::Status>(mlagStatusPath, "mlagStatus");
+  inputs_.ethLagIntfStatusDir =
+      hive_->mount<Interface::EthLagIntfStatusDir>(ethLagIntfStatusPath, "ethLagIntfStatusDir");
+  inputs_.lagInputIntfDeviceNameDir =
+      hive_->mount<Lag::Input::IntfDeviceNameDir>(deviceNamePath, "lagInputIntfDeviceNameDir");
+  inputs_.hwLagConfig = hive_->mount<Hardware::Lag::Config>(hwLagConfigPath, "hwLagConfig");
+  inputs_.hwLagStatus = hive_->mount<Hardware::Lag::Status>(hwLagStatusPath, "hwLagStatus");
+  inputs_.mlagStatus = hive_->mount<Mlag::Status>(mlagStatusPath, "mlagStatus");
 }
 
-Vex::Ptr<LagSm> LagMounter::doMountsComplete() {
-  return lagSmFactory(ocsd_, orbHelper_, ethLagIntfStatusDir_, deviceNameDir_, hwLagConfig_, hwLagStatus_, mlagStatus_);
-}
+Vex::Ptr<LagSm> LagMounter::doMountsComplete() { return lagSmFactory(inputs_); }
 
 }  // namespace Orb

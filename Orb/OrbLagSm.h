@@ -25,17 +25,25 @@
 
 namespace Orb {
 
+// What the LAG machine reads and writes, filled by LagMounter from the state
+// database or by the caller.
+struct LagSmInputs {
+  Vex::Ptr<OrbCommonSmData> ocsd;
+  Vex::Ptr<OrbHelper::OrbHelperLagSm> orbHelper;
+  Vex::Ptr<Interface::EthLagIntfStatusDir> ethLagIntfStatusDir;
+  Vex::Ptr<Lag::Input::IntfDeviceNameDir> lagInputIntfDeviceNameDir;
+  Vex::Ptr<Hardware::Lag::Config> hwLagConfig;
+  Vex::Ptr<Hardware::Lag::Status> hwLagStatus;
+  Vex::Ptr<Mlag::Status> mlagStatus;
+};
+
 class LagSm : public OrbBaseSm, public Verifiable {
  public:
-  LagSm(const Vex::Ptr<OrbCommonSmData>& ocsd, const Vex::Ptr<OrbHelper::OrbHelperLagSm>& orbHelper,
-        const Vex::Ptr<Interface::EthLagIntfStatusDir>& ethLagIntfStatusDir,
-        const Vex::Ptr<Lag::Input::IntfDeviceNameDir>& lagInputIntfDeviceNameDir,
-        const Vex::Ptr<Hardware::Lag::Config>& hwLagConfig, const Vex::Ptr<Hardware::Lag::Status>& hwLagStatus,
-        const Vex::Ptr<Mlag::Status>& mlagStatus);
+  explicit LagSm(const LagSmInputs& inputs);
   ~LagSm() override;
   const char* fwkType() const override { return "Orb::LagSm"; }
 
-  const Vex::Ptr<OrbHelper::OrbHelperLagSm>& orbHelper() const { return orbHelper_; }
+  const Vex::Ptr<OrbHelper::OrbHelperLagSm>& orbHelper() const { return in_.orbHelper; }
   const std::map<IntfId, OrbLagPortList>& localMember() const { return localMember_; }
   const std::set<IntfId>& sharePeerLinkWithLag() const { return sharePeerLinkWithLag_; }
   const IntfId& currentPeerLink() const { return currentPeerLink_; }
@@ -82,12 +90,7 @@ class LagSm : public OrbBaseSm, public Verifiable {
   // The comparison of a verification run, without the chip layer's part.
   void compareLagTables(VerifyReport& report);
 
-  Vex::Ptr<OrbHelper::OrbHelperLagSm> orbHelper_;
-  Vex::Ptr<Interface::EthLagIntfStatusDir> ethLagIntfStatusDir_;
-  Vex::Ptr<Lag::Input::IntfDeviceNameDir> lagInputIntfDeviceNameDir_;
-  Vex::Ptr<Hardware::Lag::Config> hwLagConfig_;
-  Vex::Ptr<Hardware::Lag::Status> hwLagStatus_;
-  Vex::Ptr<Mlag::Status> mlagStatus_;
+  LagSmInputs in_;
   std::map<IntfId, OrbLagPortList> localMember_;
   std::set<IntfId> sharePeerLinkWithLag_;
   IntfId currentPeerLink_;
@@ -99,13 +102,7 @@ class LagSm : public OrbBaseSm, public Verifiable {
   VerifyRetry verifyRetry_{[this] { handleRetryVerify(); }};
 };
 
-Vex::Ptr<LagSm> lagSmFactory(const Vex::Ptr<OrbCommonSmData>& ocsd,
-                             const Vex::Ptr<OrbHelper::OrbHelperLagSm>& orbHelper,
-                             const Vex::Ptr<Interface::EthLagIntfStatusDir>& ethLagIntfStatusDir,
-                             const Vex::Ptr<Lag::Input::IntfDeviceNameDir>& lagInputIntfDeviceNameDir,
-                             const Vex::Ptr<Hardware::Lag::Config>& hwLagConfig,
-                             const Vex::Ptr<Hardware::Lag::Status>& hwLagStatus,
-                             const Vex::Ptr<Mlag::Status>& mlagStatus);
+Vex::Ptr<LagSm> lagSmFactory(const LagSmInputs& inputs);
 
 // Mounts the LAG machine's inputs from the state database and starts the
 // machine once they are all there.
@@ -114,6 +111,7 @@ class LagMounter {
   LagMounter(const Vex::Ptr<Hive::Root>& hive, const Vex::Ptr<OrbCommonSmData>& ocsd,
              const Vex::Ptr<OrbHelper::OrbHelperLagSm>& orbHelper);
   void doMounts();
+  LagSmInputs& inputs() { return inputs_; }
   // Builds the LagSm over the mounted inputs.
   Vex::Ptr<LagSm> doMountsComplete();
 
@@ -125,13 +123,7 @@ class LagMounter {
 
  private:
   Vex::Ptr<Hive::Root> hive_;
-  Vex::Ptr<OrbCommonSmData> ocsd_;
-  Vex::Ptr<OrbHelper::OrbHelperLagSm> orbHelper_;
-  Vex::Ptr<Interface::EthLagIntfStatusDir> ethLagIntfStatusDir_;
-  Vex::Ptr<Lag::Input::IntfDeviceNameDir> deviceNameDir_;
-  Vex::Ptr<Hardware::Lag::Config> hwLagConfig_;
-  Vex::Ptr<Hardware::Lag::Status> hwLagStatus_;
-  Vex::Ptr<Mlag::Status> mlagStatus_;
+  LagSmInputs inputs_;
 };
 
 }  // namespace Orb

@@ -405,7 +405,8 @@ void MacAddrSm::handleInitialized() {
   // Last, the recovery of the remote entries the hardware kept across a
   // hitless restart; after any other start there is nothing to recover.
   remoteMacRecoveryHelperSm_ = Vex::make<RemoteMacRecoveryHelperSm>(
-      in_.bridgingStatus, in_.rmacInfoDir, [this](const RemoteMacAddressTableEntry& entry) { return nextHopId(entry); });
+      in_.bridgingStatus, in_.rmacInfoDir,
+      [this](const RemoteMacAddressTableEntry& entry) { return nextHopId(entry); });
   if (ocsd()->operationalMode() != HwOperationalMode::hwModeHitlessRestart) {
     remoteMacRecoveryHelperSm_->completeIs(true);
     return;
@@ -948,7 +949,7 @@ bool MacAddrSm::programRemote(ModifyMacEntry& change) {
   BLIP(trace(), 6, " Programming remote MAC entry: {} next hop id: {} tunnel id: {}", keyText(key), nextHop,
        change.swTunnelGroupId.value);
   std::uint32_t status = in_.orbHelper->addRemoteHost(key, change.intf(), nextHop, change.swTunnelGroupId.value, false,
-                                                   change.entryType(), change.isMplsNextHop);
+                                                      change.entryType(), change.isMplsNextHop);
   if (status != OrbTypes::tableAddSuccess) return handleAddStatus(change, status);
   BLIP(trace(), 7, "Remote add successful");
   decRemoteRefcounts(key);  // what the key held before
@@ -1262,7 +1263,8 @@ bool MacAddrSm::remoteMacRecoveryInProgress() const {
 void MacAddrSm::handleVerify() {
   in_.orbHelper->handleVerify();
   for (const auto& [intf, enabled] : learningOnPort_) in_.orbHelper->verifyLearning(intf, enabled);
-  for (const auto& vlanId : in_.bridgingConfig->macLearningDisabledVlan()) in_.orbHelper->verifyLearningOnVlan(vlanId, false);
+  for (const auto& vlanId : in_.bridgingConfig->macLearningDisabledVlan())
+    in_.orbHelper->verifyLearningOnVlan(vlanId, false);
   if (!verifyRemoteMac) return;
   for (const auto& [key, entry] : in_.bridgingStatus->remoteStatusTable()) {
     in_.orbHelper->verifyRemoteHost(key, nextHopId(entry));
@@ -1591,8 +1593,10 @@ bool MacAddrSm::wantedElsewhere(const MacVlanPair& key) const {
 
 bool MacAddrSm::wantedBySource(const MacVlanPair& key) const {
   return (in_.l2RibOutput && in_.l2RibOutput->hostHas(key)) ||
-         (in_.remoteHostTable && (in_.remoteHostTable->receivedHostHas(key) || in_.remoteHostTable->configuredHostHas(key))) ||
-         in_.bridgingConfig->fdbConfigHas(key) || (nonAgingReactor_ && nonAgingReactor_->notifier()->macEntriesHas(key)) ||
+         (in_.remoteHostTable &&
+          (in_.remoteHostTable->receivedHostHas(key) || in_.remoteHostTable->configuredHostHas(key))) ||
+         in_.bridgingConfig->fdbConfigHas(key) ||
+         (nonAgingReactor_ && nonAgingReactor_->notifier()->macEntriesHas(key)) ||
          (dot1xLocalHostTable_ && dot1xLocalHostTable_->hostHas(key.addr)) ||
          (in_.mlagHostTable && in_.mlagHostTable->hostEntryHas(key));
 }

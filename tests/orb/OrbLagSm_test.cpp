@@ -56,10 +56,11 @@ class LagSmTest : public ::testing::Test {
   void SetUp() override {
     for (int i = 1; i <= 8; ++i) ocsd->intfIs(IntfId("Ethernet" + std::to_string(i)), true);
   }
-  void start() {
-    sm = Orb::lagSmFactory(ocsd, helper, dir, names, Vex::make<Hardware::Lag::Config>("c"),
-                           Vex::make<Hardware::Lag::Status>("s"), mlag);
+  Orb::LagSmInputs inputs() {
+    return {ocsd, helper, dir, names, Vex::make<Hardware::Lag::Config>("c"), Vex::make<Hardware::Lag::Status>("s"),
+            mlag};
   }
+  void start() { sm = Orb::lagSmFactory(inputs()); }
 };
 
 TEST_F(LagSmTest, MembersFillTheSharedMapsAndHardware) {
@@ -280,8 +281,9 @@ TEST_F(LagSmTest, VerifyDifferencesAreRetriedOnceMemberChangesStop) {
 }
 
 TEST_F(LagSmTest, MissingHardwareInputsAreABrokenInvariant) {
-  EXPECT_DEATH(Orb::lagSmFactory(ocsd, helper, dir, names, nullptr, Vex::make<Hardware::Lag::Status>("s"), mlag),
-               "/src/Orb/OrbLagSm:[0-9]+: hwLagConfig\\(\\)");
+  auto withoutConfig = inputs();
+  withoutConfig.hwLagConfig = nullptr;
+  EXPECT_DEATH(Orb::lagSmFactory(withoutConfig), "/src/Orb/OrbLagSm:[0-9]+: hwLagConfig\\(\\)");
 }
 
 TEST_F(LagSmTest, MounterMountsInputsFromTheStateDatabase) {
