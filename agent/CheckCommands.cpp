@@ -1,7 +1,7 @@
 // Commands that make a scenario check itself: `expect` runs a command and
 // fails the line unless its output holds a text, and `show logging` lists
 // the log events raised so far, so that scenarios can expect those too.
-#include "agent/Agent.h"
+#include "agent/CoreFeature.h"
 #include "agent/JsonOutput.h"
 
 #include <fmt/format.h>
@@ -52,7 +52,7 @@ void RecentLogSink::write(const Log::EventDef& def, const Log::Event& event) {
   lines_.push_back({Vex::EventLoop::current() ? Vex::EventLoop::current()->now() : 0.0, event});
 }
 
-void Agent::registerCheckCommands() {
+void CoreFeature::registerCheckCommands() {
   auto expectation = [this](bool wanted, const std::string& usage) {
     return [this, wanted, usage](const Args& args, std::ostream&) {
       auto e = splitExpectation(args, usage);

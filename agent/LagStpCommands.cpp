@@ -1,8 +1,9 @@
 // LAG, MLAG and spanning-tree commands: configuration as the state database
 // publishes it, chip knobs, `show port-channel` and `show spanning-tree`.
-#include "agent/Agent.h"
 #include "agent/IntfRange.h"
 #include "agent/JsonOutput.h"
+#include "agent/LagFeature.h"
+#include "agent/StpFeature.h"
 
 #include <fmt/format.h>
 
@@ -145,7 +146,19 @@ void topologiesJson(JsonWriter& w, const std::vector<std::string>& names, const 
 
 }  // namespace
 
-void Agent::registerLagCommands() {
+LagFeature::LagFeature(const AgentCore& core) : Feature(core) {
+  lagHelper_ = Vex::make<SoftChip::SoftLagHelper>(chip_);
+  Orb::LagMounter lagMounter(hive_, ocsd_, lagHelper_);
+  lagMounter.doMounts();
+  lagSm_ = lagMounter.doMountsComplete();
+}
+
+LagFeature::~LagFeature() {
+  lagSm_.reset();
+  lagHelper_.reset();
+}
+
+void LagFeature::registerCommands() {
   auto lagDir = hive_->mount<Interface::EthLagIntfStatusDir>(Orb::LagMounter::ethLagIntfStatusPath);
   auto mlag = hive_->mount<Mlag::Status>(Orb::LagMounter::mlagStatusPath);
 
@@ -240,7 +253,25 @@ void Agent::registerLagCommands() {
                    });
 }
 
-void Agent::registerStpCommands() {
+StpFeature::StpFeature(const AgentCore& core, VlanFeature& vlans) : Feature(core) {
+  topoHelper_ = Vex::make<SoftChip::SoftTopoHelper>(chip_, vlans.helper());
+  auto config = hive_->mount<Bridging::Topology::Config>(Paths::topologyConfig);
+  stpSm_ =
+      Orb::stpSmFactory(ocsd_, config, hive_->mount<Bridging::Topology::Status>(Paths::topologyStatus), topoHelper_);
+  // A port joins a VLAN in hardware only while spanning tree says it
+  // forwards, so that no membership change re-adds a blocked port; the
+  // default topology gives every port of every VLAN its state.
+  vlans.helper()->checkPortStateIs(true);
+  defaultTopology_ = std::make_unique<DefaultTopology>(config, ocsd_);
+}
+
+StpFeature::~StpFeature() {
+  defaultTopology_.reset();
+  stpSm_.reset();
+  topoHelper_.reset();
+}
+
+void StpFeature::registerCommands() {
   auto config = hive_->mount<Bridging::Topology::Config>(Paths::topologyConfig);
   auto status = hive_->mount<Bridging::Topology::Status>(Paths::topologyStatus);
 

@@ -1,11 +1,12 @@
 // MAC table commands: hardware learning on the soft chip, static entries,
 // chip knobs of the forwarding database, and the address table as shown to
 // a person.
-#include "agent/Agent.h"
 #include "agent/IntfRange.h"
 #include "agent/MacArgs.h"
+#include "agent/MacFeature.h"
 #include "agent/MacJson.h"
 #include "agent/MacPaths.h"
+#include "platform/hotup/HotupPStoreHelper.h"
 
 #include <fmt/format.h>
 
@@ -14,7 +15,30 @@
 
 namespace Agent {
 
-void Agent::startMacAddrSm() {
+MacFeature::MacFeature(const AgentCore& core, VlanFeature& vlans)
+    : Feature(core), vlanHelper_(vlans.helper()), macStorePath_(core.options.macStorePath) {
+  fdbHelper_ =
+      Vex::make<SoftChip::SoftFdbHelper>(chip_, hive_->mount<OrbTypes::MacTable>(Orb::MacAddrSmMounter::macTablePath));
+  if (!macStorePath_.empty()) {
+    if (auto document = Hotup::readStoreFile(macStorePath_)) restoreMacTable(*document, true);
+  }
+  startMacAddrSm();
+}
+
+MacFeature::~MacFeature() {
+  macAddrSm_.reset();
+  nonAgingSm_.reset();
+  fdbHelper_.reset();
+}
+
+void MacFeature::registerCommands() {
+  registerMacCommands();
+  registerMacStoreCommands();
+  registerMacInputCommands();
+  registerMacInputShowCommands();
+}
+
+void MacFeature::startMacAddrSm() {
   Orb::MacAddrSmMounter mounter(hive_, ocsd_, fdbHelper_, vlanHelper_);
   mounter.doMounts();
   macAddrSm_ = mounter.doMountsComplete();
@@ -25,9 +49,9 @@ void Agent::startMacAddrSm() {
   macAddrSm_->dynamicHostStatusIs(hive_->mount<Bridging::DynamicHostStatus>(Paths::dynamicHostStatus));
 }
 
-void Agent::registerMacCommands() {
-  auto config = hive_->mount<Bridging::Config>(Paths::bridgingConfig);
-  auto status = hive_->mount<Bridging::Status>(Paths::bridgingStatus);
+void MacFeature::registerMacCommands() {
+  auto config = hive_->mount<Bridging::Config>(MacPaths::bridgingConfig);
+  auto status = hive_->mount<Bridging::Status>(MacPaths::bridgingStatus);
 
   shell_.commandIs("chip learn", "MAC vlan V INTF", "the chip learns an address from a frame on a port",
                    [this](const Args& args, std::ostream& out) {

@@ -4,9 +4,9 @@
 // hosts and ports, learning per port and per VLAN, link states, router
 // MACs, failed fast-failover servers, and raw rows of the hardware-learned
 // MAC table as a chip layer writes them.
-#include "agent/Agent.h"
 #include "agent/IntfRange.h"
 #include "agent/MacArgs.h"
+#include "agent/MacFeature.h"
 #include "agent/MacPaths.h"
 
 #include <fmt/format.h>
@@ -73,15 +73,15 @@ std::string keyText(const Bridging::MacVlanPair& key) {
 
 }  // namespace
 
-void Agent::registerMacInputCommands() {
+void MacFeature::registerMacInputCommands() {
   registerMacSourceCommands();
   registerMacRemoteCommands();
   registerMacLearningCommands();
 }
 
 // Entries offered by the hardware, the MLAG peer, 802.1X and router MACs.
-void Agent::registerMacSourceCommands() {
-  auto macTable = hive_->mount<OrbTypes::MacTable>(Paths::macTable);
+void MacFeature::registerMacSourceCommands() {
+  auto macTable = hive_->mount<OrbTypes::MacTable>(MacPaths::macTable);
   shell_.commandIs(
       "chip mac-table", "MAC vlan V INTF [type T] [moves N] [time S]",
       "write a row of the hardware-learned MAC table as a chip layer does (VLAN 0 allowed)",
@@ -155,7 +155,7 @@ void Agent::registerMacSourceCommands() {
                      for (const auto& intf : parseIntfRange(args[0])) dot1xStatus->restrictedIntfDel(intf);
                    });
 
-  auto routerMacs = hive_->mount<OrbTypes::MacTable>(Paths::routerMacTable);
+  auto routerMacs = hive_->mount<OrbTypes::MacTable>(MacPaths::routerMacTable);
   shell_.commandIs("router-mac", "MAC vlan V [INTF]", "a router MAC entry (on Cpu unless given)",
                    [routerMacs](const Args& args, std::ostream&) {
                      const std::string usage = "router-mac MAC vlan V [INTF]";
@@ -194,7 +194,7 @@ void Agent::registerMacSourceCommands() {
 
 // Remote (tunnel) entries: the L2 RIB, EVPN, static remote hosts and the
 // VXLAN maps they need.
-void Agent::registerMacRemoteCommands() {
+void MacFeature::registerMacRemoteCommands() {
   auto l2RibHosts = hive_->mount<L2Rib::HostOutput>(MacPaths::l2RibHostOutput);
   shell_.commandIs(
       "l2rib host",
@@ -378,9 +378,9 @@ void Agent::registerMacRemoteCommands() {
 }
 
 // Where learning is on, and the link states and source checks that go with it.
-void Agent::registerMacLearningCommands() {
+void MacFeature::registerMacLearningCommands() {
   auto intfConfig = hive_->mount<Interface::EthPhyIntfConfigDir>(MacPaths::ethPhyIntfConfig);
-  auto config = hive_->mount<Bridging::Config>(Paths::bridgingConfig);
+  auto config = hive_->mount<Bridging::Config>(MacPaths::bridgingConfig);
   shell_.commandIs("mac learning", "interface INTFS on|off | vlan VLANS on|off",
                    "switch MAC learning per port (or LAG) or per VLAN, as configured",
                    [intfConfig, config](const Args& args, std::ostream&) {

@@ -2,7 +2,7 @@
 // queue of changes, every source's entry for one key, the rows the chip
 // reported, learning, the remote reference counts and the hosts offered to
 // the L2 RIB. Each takes a trailing `json`.
-#include "agent/Agent.h"
+#include "agent/MacFeature.h"
 #include "agent/MacJson.h"
 #include "agent/MacPaths.h"
 
@@ -60,11 +60,11 @@ std::string keyText(const Bridging::MacVlanPair& key) {
 
 }  // namespace
 
-void Agent::registerMacInputShowCommands() {
-  auto macTable = hive_->mount<OrbTypes::MacTable>(Paths::macTable);
-  auto routerMacs = hive_->mount<OrbTypes::MacTable>(Paths::routerMacTable);
-  auto config = hive_->mount<Bridging::Config>(Paths::bridgingConfig);
-  auto status = hive_->mount<Bridging::Status>(Paths::bridgingStatus);
+void MacFeature::registerMacInputShowCommands() {
+  auto macTable = hive_->mount<OrbTypes::MacTable>(MacPaths::macTable);
+  auto routerMacs = hive_->mount<OrbTypes::MacTable>(MacPaths::routerMacTable);
+  auto config = hive_->mount<Bridging::Config>(MacPaths::bridgingConfig);
+  auto status = hive_->mount<Bridging::Status>(MacPaths::bridgingStatus);
   auto mlagHosts = hive_->mount<Mlag::HostTable>(MacPaths::mlagHostTable);
   auto dot1xHosts = hive_->mount<Dot1x::HostTable>(MacPaths::dot1xHostTable);
   auto dot1xStatus = hive_->mount<Dot1x::Status>(MacPaths::dot1xStatus);

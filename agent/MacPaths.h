@@ -5,6 +5,10 @@
 #include "Orb/OrbMacAddrSmInputs.h"
 
 namespace Agent::MacPaths {
+inline constexpr const char* macTable = Orb::MacAddrSmMounter::macTablePath;
+inline constexpr const char* routerMacTable = Orb::MacAddrSmMounter::routerMacTablePath;
+inline constexpr const char* bridgingStatus = Orb::MacAddrSmMounter::bridgingStatusPath;
+inline constexpr const char* bridgingConfig = Orb::MacAddrSmMounter::bridgingConfigPath;
 inline constexpr const char* flushRequest = Orb::MacAddrSmMounter::flushRequestPath;
 inline constexpr const char* flushReply = Orb::MacAddrSmMounter::flushReplyPath;
 inline constexpr const char* ethPhyIntfConfig = Orb::MacAddrSmMounter::ethPhyIntfConfigPath;

@@ -2,8 +2,8 @@
 // store given with --mac-store, restored at start, and a restart of the MAC
 // agent within the process that shows both.
 #include "Orb/OrbMacAddrSmPStoreHelper.h"
-#include "agent/Agent.h"
 #include "agent/JsonOutput.h"
+#include "agent/MacFeature.h"
 #include "agent/MacPaths.h"
 #include "platform/hotup/HotupPStoreHelper.h"
 
@@ -11,8 +11,8 @@
 
 namespace Agent {
 
-std::size_t Agent::restoreMacTable(const std::string& document, bool chipKeptTable) {
-  auto status = hive_->mount<Bridging::Status>(Paths::bridgingStatus);
+std::size_t MacFeature::restoreMacTable(const std::string& document, bool chipKeptTable) {
+  auto status = hive_->mount<Bridging::Status>(MacPaths::bridgingStatus);
   Orb::macAddrSmPStoreHelperFactory(status)->restore(document);
   if (chipKeptTable) {
     status->forEachLearnedHost([&](const Bridging::MacVlanPair& key, const Bridging::LearnedHost& host) {
@@ -22,14 +22,14 @@ std::size_t Agent::restoreMacTable(const std::string& document, bool chipKeptTab
   return status->learnedHostCount();
 }
 
-void Agent::shutdown() {
+void MacFeature::shutdown() {
   if (macStorePath_.empty()) return;
   Hotup::writeStoreFile(macStorePath_,
-                        Orb::macAddrSmPStoreDocument(*hive_->mount<Bridging::Status>(Paths::bridgingStatus)));
+                        Orb::macAddrSmPStoreDocument(*hive_->mount<Bridging::Status>(MacPaths::bridgingStatus)));
 }
 
-std::size_t Agent::restartMac(bool hitless) {
-  auto status = hive_->mount<Bridging::Status>(Paths::bridgingStatus);
+std::size_t MacFeature::restartMac(bool hitless) {
+  auto status = hive_->mount<Bridging::Status>(MacPaths::bridgingStatus);
   std::string document = Orb::macAddrSmPStoreDocument(*status);
   if (!macStorePath_.empty()) Hotup::writeStoreFile(macStorePath_, document);
   macAddrSm_.reset();
@@ -55,13 +55,13 @@ std::size_t Agent::restartMac(bool hitless) {
   return restored;
 }
 
-void Agent::registerMacStoreCommands() {
+void MacFeature::registerMacStoreCommands() {
   shell_.commandIs("show mac store", "[json]", "the learned MAC table as a restart would save it (a JSON document)",
                    [this](Args args, std::ostream& out) {
                      // The saved document is JSON already: `json` changes nothing.
                      takeJsonFlag(args);
                      expectArgs(args, 0, 0, "show mac store [json]");
-                     out << Orb::macAddrSmPStoreDocument(*hive_->mount<Bridging::Status>(Paths::bridgingStatus))
+                     out << Orb::macAddrSmPStoreDocument(*hive_->mount<Bridging::Status>(MacPaths::bridgingStatus))
                          << "\n";
                    });
   shell_.commandIs("restart mac", "[hitless]",

@@ -1,8 +1,8 @@
 // VLAN commands: membership as the bridging agent publishes it, chip knobs
 // of the VLAN table, and `show vlan`.
-#include "agent/Agent.h"
 #include "agent/IntfRange.h"
 #include "agent/JsonOutput.h"
+#include "agent/VlanFeature.h"
 
 #include <fmt/format.h>
 
@@ -163,7 +163,22 @@ void vlansJson(JsonWriter& w, const std::vector<VlanView>& views) {
 
 }  // namespace
 
-void Agent::registerVlanCommands() {
+VlanFeature::VlanFeature(const AgentCore& core) : Feature(core) {
+  vlanHelper_ = Vex::make<SoftChip::SoftVlanHelper>(chip_);
+  ocsd_->vlanHelperIs(vlanHelper_);
+  vlanPhyIntfSm_ =
+      Orb::vlanPhyIntfSmFactory(ocsd_, vlanHelper_, hive_->mount<Bridging::Config>(Paths::bridgingConfig),
+                                hive_->mount<VlanPhyIntfStatusLib::VlanPhyIntfStatusDir>(Paths::vlanPhyIntfStatus),
+                                hive_->mount<Orb::DynamicExpVlanDir>(Paths::dynamicExpVlan));
+}
+
+VlanFeature::~VlanFeature() {
+  vlanPhyIntfSm_.reset();
+  ocsd_->vlanHelperIs(nullptr);
+  vlanHelper_.reset();
+}
+
+void VlanFeature::registerCommands() {
   auto statusDir = hive_->mount<VlanPhyIntfStatusLib::VlanPhyIntfStatusDir>(Paths::vlanPhyIntfStatus);
   auto bridgingConfig = hive_->mount<Bridging::Config>(Paths::bridgingConfig);
   auto dynamicDir = hive_->mount<Orb::DynamicExpVlanDir>(Paths::dynamicExpVlan);

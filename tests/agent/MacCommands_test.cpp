@@ -236,7 +236,7 @@ TEST(MacInputCommands, WriteTheEntitiesTheMachineReads) {
   run(agent, "mac learning interface Ethernet2 on");
   EXPECT_TRUE(agent.fdbHelper().learningOn(Nexo::IntfId("Ethernet2")));
   // A raw row may carry VLAN 0 and any entry type, as a chip layer may write it.
-  auto macTable = hive.mount<OrbTypes::MacTable>(Agent::Paths::macTable);
+  auto macTable = hive.mount<OrbTypes::MacTable>(Agent::MacPaths::macTable);
   run(agent, "chip mac-table 0000.0000.0009 vlan 20 Ethernet3 type 3 moves 7");
   EXPECT_EQ(macTable->macEntry({Nexo::EthAddr(9), Bridging::VlanId(20)}).entryType,
             static_cast<Bridging::EntryType>(3));
@@ -301,7 +301,7 @@ TEST(MacInputCommands, BadInputIsRefusedWithAReason) {
   EXPECT_TRUE(hive.mount<Bridging::RemoteMacTable>(Agent::MacPaths::remoteMacTable)->receivedHost().empty());
   EXPECT_TRUE(hive.mount<Vxlan::VxlanConfigDir>(Agent::MacPaths::vxlanConfig)->vlanToVni().empty());
   EXPECT_TRUE(hive.mount<Orb::SwTunnelGroupIdMap>(Agent::MacPaths::swTunnelGroupIdMap)->group().empty());
-  EXPECT_TRUE(hive.mount<OrbTypes::MacTable>(Agent::Paths::macTable)->macEntry().empty());
+  EXPECT_TRUE(hive.mount<OrbTypes::MacTable>(Agent::MacPaths::macTable)->macEntry().empty());
   EXPECT_TRUE(hive.mount<Bridging::Config>(Agent::Paths::bridgingConfig)->macLearningDisabledVlan().empty());
 }
 

@@ -1,0 +1,19 @@
+// The agent's own commands: help, time, the chip dump, traces, and the
+// checks scenarios make of themselves (expect, show logging, verify).
+#pragma once
+
+#include "agent/Feature.h"
+
+namespace Agent {
+
+class CoreFeature : public Feature {
+ public:
+  using Feature::Feature;
+  void registerCommands() override;
+
+ private:
+  void registerCoreCommands();
+  void registerCheckCommands();
+};
+
+}  // namespace Agent
