@@ -945,8 +945,8 @@ bool MacAddrSm::programRemote(ModifyMacEntry& change) {
   if (status != OrbTypes::tableAddSuccess) return handleAddStatus(change, status);
   BLIP(trace(), 7, "Remote add successful");
   decRemoteRefcounts(key);  // what the key held before
-  in_.rmacInfoDir->nextHopRefCountIs(nextHop, in_.rmacInfoDir->nextHopRefCount(nextHop) + 1);
-  in_.rmacInfoDir->vlanRefCountIs(key.vlanId, in_.rmacInfoDir->vlanRefCount(key.vlanId) + 1);
+  in_.rmacInfoDir->nextHopRefCountInc(nextHop);
+  in_.rmacInfoDir->vlanRefCountInc(key.vlanId);
   if (entry.hasL2RibObjTuple) l2RibObjCache_.programmedIs(key, entry.l2RibObjTuple, nextHop);
   in_.bridgingStatus->remoteStatusTableIs(key, entry);
   delFromFdbStatus(key);
@@ -1048,19 +1048,9 @@ void MacAddrSm::decRemoteRefcounts(const MacVlanPair& key) {
   // changed since.
   std::uint64_t nextHop = l2RibObjCache_.programmedHwId(key).value_or(nextHopId(old));
   l2RibObjCache_.programmedDel(key);
-  auto dec = [](auto& dir, auto get, auto set, auto del, const auto& k) {
-    std::uint32_t count = (dir.*get)(k);
-    if (count <= 1) {
-      (dir.*del)(k);
-    } else {
-      (dir.*set)(k, count - 1);
-    }
-  };
-  using Dir = VXLAN::RemoteMacInfoDir;
-  dec(*in_.rmacInfoDir, static_cast<const std::uint32_t& (Dir::*)(const std::uint64_t&) const>(&Dir::nextHopRefCount),
-      &Dir::nextHopRefCountIs, &Dir::nextHopRefCountDel, nextHop);
-  dec(*in_.rmacInfoDir, static_cast<const std::uint32_t& (Dir::*)(const VlanId&) const>(&Dir::vlanRefCount),
-      &Dir::vlanRefCountIs, &Dir::vlanRefCountDel, old.macVlanPair.vlanId);
+  // A count that reaches zero leaves the table.
+  in_.rmacInfoDir->nextHopRefCountDec(nextHop);
+  in_.rmacInfoDir->vlanRefCountDec(old.macVlanPair.vlanId);
 }
 
 // --- reactions ---
