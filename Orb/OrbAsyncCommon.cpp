@@ -18,7 +18,6 @@ std::uint32_t OrbAsyncBaseHelper::nextPriority() {
 Vex::Ptr<OrbAsyncBaseHelper> orbAsyncBaseHelperFactory() { return Vex::make<OrbAsyncBaseHelper>(); }
 
 OrbAsyncBaseSm::OrbAsyncBaseSm(const Vex::Ptr<OrbCommonSmData>& ocsd) : OrbBaseSm(ocsd) {
-  reactorIs(&resultReactor_);
   tcamRequestClockIs(Vex::clockFactory([this] { processTcamRequestQueue(); }));
   pendingOperationTimeoutClockIs(Vex::clockFactory([this] { handlePendingOperationTimeout(); }));
 }

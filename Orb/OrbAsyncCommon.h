@@ -94,15 +94,10 @@ class OrbAsyncBaseSm : public OrbBaseSm {
   void scheduleTcamRequestQueue();
 
  private:
-  class ResultReactor : public OrbAsyncBaseHelper::Notifiee {
+  class ResultReactor : public Vex::Reactor<OrbAsyncBaseHelper, OrbAsyncBaseSm> {
    public:
-    explicit ResultReactor(OrbAsyncBaseSm* sm) : sm_(sm) {}
-    void handleAsyncOperationResult() override {
-      if (sm_->reacting()) sm_->handleAsyncOperationResult();
-    }
-
-   private:
-    OrbAsyncBaseSm* sm_;
+    using Reactor::Reactor;
+    VEX_REACT(AsyncOperationResult, handleAsyncOperationResult)
   };
 
   AsyncOperationState asyncState_ = AsyncOperationState::asyncNone;

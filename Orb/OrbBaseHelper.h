@@ -3,15 +3,16 @@
 // A feature state machine derives from OrbBaseSm, stores its inputs in its
 // constructor and ends it with initializedIs(true), so that
 // handleInitialized() does the first full pass with every input in place.
-// It reacts through nested notifiees (one per watched entity or element),
-// which it registers with reactorIs() so that muting and zombifying the
-// machine reaches them too. Hardware work goes through its helper
+// It reacts through nested reactors (Vex::Reactor, one per watched entity or
+// element), which register themselves with reactorIs() so that muting and
+// zombifying the machine reaches them too. Hardware work goes through its helper
 // (`orbHelper`), an OrbHelper:: interface that a chip layer implements.
 #pragma once
 
 #include "Orb/OrbAssert.h"
 #include "platform/vex/Clock.h"
 #include "platform/vex/Entity.h"
+#include "platform/vex/Reactor.h"
 
 #include <cstdlib>
 #include <string>
@@ -45,7 +46,10 @@ class OrbBaseSm : public Vex::PtrInterface {
   bool reacting() const { return initialized_ && notificationActive_ && !zombie_; }
 
  protected:
-  // Nested reactors and clocks the machine owns; they follow its flags.
+  // Nested reactors and clocks the machine owns; they follow its flags. A
+  // Vex::Reactor registers and unregisters itself.
+  template <class E, class Owner>
+  friend class Vex::Reactor;
   void reactorIs(Vex::NotifieeBase* reactor);
   void reactorDel(Vex::NotifieeBase* reactor);
   void clockIs(const Vex::Ptr<Vex::Clock>& clock);

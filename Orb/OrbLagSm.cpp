@@ -28,75 +28,46 @@ std::string portsText(const OrbLagPortList& list) {
 
 // --- reactors ---
 
-class LagSm::VexStatus : public Interface::EthLagIntfStatus::Notifiee {
+class LagSm::VexStatus : public Vex::Reactor<Interface::EthLagIntfStatus, LagSm> {
  public:
-  VexStatus(LagSm* sm, const Vex::Ptr<Interface::EthLagIntfStatus>& status) : Notifiee(status), sm_(sm) {
-    sm_->reactorIs(this);
-  }
-  ~VexStatus() override { sm_->reactorDel(this); }
+  using Reactor::Reactor;
   void handleMember(const IntfId& member) override {
-    if (sm_->reacting()) sm_->handleIntf(notifier()->intf(), member);
+    react([&] { owner()->handleIntf(notifier()->intf(), member); });
   }
   void handleDeviceName() override {
-    if (sm_->reacting()) sm_->handleDeviceName(notifier()->intf());
+    react([this] { owner()->handleDeviceName(notifier()->intf()); });
   }
-
- private:
-  LagSm* sm_;
 };
 
-class LagSm::DirReactor : public Interface::EthLagIntfStatusDir::Notifiee {
+class LagSm::DirReactor : public Vex::Reactor<Interface::EthLagIntfStatusDir, LagSm> {
  public:
-  DirReactor(LagSm* sm, const Vex::Ptr<Interface::EthLagIntfStatusDir>& dir) : Notifiee(dir), sm_(sm) {
-    sm_->reactorIs(this);
-  }
-  ~DirReactor() override { sm_->reactorDel(this); }
-  void handleIntfStatus(const IntfId& lag) override {
-    if (sm_->reacting()) sm_->handleLagStatus(lag);
-  }
-
- private:
-  LagSm* sm_;
+  using Reactor::Reactor;
+  VEX_REACT_KEY(IntfStatus, IntfId, handleLagStatus)
 };
 
-class LagSm::MlagReactor : public Mlag::Status::Notifiee {
+class LagSm::MlagReactor : public Vex::Reactor<Mlag::Status, LagSm> {
  public:
-  MlagReactor(LagSm* sm, const Vex::Ptr<Mlag::Status>& status) : Notifiee(status), sm_(sm) { sm_->reactorIs(this); }
-  ~MlagReactor() override { sm_->reactorDel(this); }
-  void handleMlagStateValid() override {
-    if (sm_->reacting()) sm_->handleMlagStateOrPeerLinkIntf();
-  }
-  void handlePeerLinkIntf() override {
-    if (sm_->reacting()) sm_->handleMlagStateOrPeerLinkIntf();
-  }
-  void handleFastMacRedirection() override {
-    if (sm_->reacting()) sm_->handleMlagFastMacRedirection();
-  }
-  void handleIntfStatus(const IntfId& lag) override {
-    if (sm_->reacting()) sm_->handleMlagIntfStatus(lag);
-  }
-
- private:
-  LagSm* sm_;
+  using Reactor::Reactor;
+  VEX_REACT(MlagStateValid, handleMlagStateOrPeerLinkIntf)
+  VEX_REACT(PeerLinkIntf, handleMlagStateOrPeerLinkIntf)
+  VEX_REACT(FastMacRedirection, handleMlagFastMacRedirection)
+  VEX_REACT_KEY(IntfStatus, IntfId, handleMlagIntfStatus)
 };
 
 // An interface that becomes known (or goes) may change what a LAG holds.
-class LagSm::OcsdReactor : public OrbCommonSmData::Notifiee {
+class LagSm::OcsdReactor : public Vex::Reactor<OrbCommonSmData, LagSm> {
  public:
-  OcsdReactor(LagSm* sm, const Vex::Ptr<OrbCommonSmData>& ocsd) : Notifiee(ocsd), sm_(sm) { sm_->reactorIs(this); }
-  ~OcsdReactor() override { sm_->reactorDel(this); }
+  using Reactor::Reactor;
   void handleIntf(const IntfId& intf) override {
-    if (!sm_->reacting()) return;
-    for (const auto& [lag, status] : sm_->in_.ethLagIntfStatusDir->intfStatus()) {
-      if (status->member(intf)) sm_->handleIntf(lag, intf);
-    }
+    react([&] {
+      for (const auto& [lag, status] : owner()->in_.ethLagIntfStatusDir->intfStatus()) {
+        if (status->member(intf)) owner()->handleIntf(lag, intf);
+      }
+    });
   }
   void handleOperationalMode() override {
-    if (sm_->reacting()) BLIP(trace(), 5, "operational mode {}", Vex::valueToStrep(notifier()->operationalMode()));
+    react([this] { BLIP(trace(), 5, "operational mode {}", Vex::valueToStrep(notifier()->operationalMode())); });
   }
-
- private:
-  LagSm* sm_;
 };
 
 // --- LagSm ---

@@ -129,159 +129,152 @@ const RemoteMacAddressTableEntry* betterEntry(const RemoteMacAddressTableEntry* 
 
 // --- reactors ---
 
-class MacAddrSm::Reactors {
- public:
-  explicit Reactors(MacAddrSm* sm) : sm_(sm) {}
-
-  template <class R, class E>
-  void add(const Vex::Ptr<E>& entity) {
-    if (!entity) return;
-    auto reactor = std::make_unique<R>(sm_, entity);
-    sm_->reactorIs(reactor.get());
-    all_.push_back(std::move(reactor));
-  }
-  ~Reactors() {
-    for (auto& reactor : all_) sm_->reactorDel(reactor.get());
-  }
-
- private:
-  MacAddrSm* sm_;
-  std::vector<std::unique_ptr<Vex::NotifieeBase>> all_;
-};
-
-#define MAC_REACTOR(Name, Entity)                                                              \
-  class Name : public Entity::Notifiee {                                                       \
-   public:                                                                                     \
-    Name(MacAddrSm* sm, const Vex::Ptr<Entity>& entity) : Entity::Notifiee(entity), sm_(sm) {} \
-                                                                                               \
-   protected:                                                                                  \
-    MacAddrSm* sm_;                                                                            \
-  }
-
-// A reactor with one per-key handler that calls one reaction of the machine.
-#define MAC_KEY_REACTOR(Name, Entity, handler, Key, reaction)                                  \
-  class Name : public Entity::Notifiee {                                                       \
-   public:                                                                                     \
-    Name(MacAddrSm* sm, const Vex::Ptr<Entity>& entity) : Entity::Notifiee(entity), sm_(sm) {} \
-    void handler(const Key& key) override {                                                    \
-      if (sm_->reacting()) sm_->reaction(key);                                                 \
-    }                                                                                          \
-                                                                                               \
-   private:                                                                                    \
-    MacAddrSm* sm_;                                                                            \
-  }
-
 namespace {
 
-MAC_KEY_REACTOR(MacTableReactor, OrbTypes::MacTable, handleMacEntry, MacVlanPair, handleMacEntry);
-MAC_KEY_REACTOR(RouterMacReactor, OrbTypes::MacTable, handleMacEntry, MacVlanPair, handleRouterMacEntry);
+using MacTableReactorBase = Vex::Reactor<OrbTypes::MacTable, MacAddrSm>;
 
-MAC_REACTOR(ConfigReactorBase, Bridging::Config);
-class ConfigReactor : public ConfigReactorBase {
+class MacTableReactor : public MacTableReactorBase {
  public:
-  using ConfigReactorBase::ConfigReactorBase;
-  void handleFdbConfig(const MacVlanPair& key) override {
-    if (sm_->reacting()) sm_->handleConfiguredHost(key);
-  }
-  void handleHostAgingTime() override {
-    if (sm_->reacting()) sm_->handleHostAgingTime();
-  }
-  void handleSourceCheckCpuMac() override {
-    if (sm_->reacting()) sm_->handleSourceChecks();
-  }
-  void handleSourceMacInvalid() override {
-    if (sm_->reacting()) sm_->handleSourceChecks();
-  }
-  void handleMacLearningDisabledVlan(const VlanId& vlanId) override {
-    if (sm_->reacting()) sm_->handleVlanLearning(vlanId);
-  }
+  using MacTableReactorBase::MacTableReactorBase;
+  VEX_REACT_KEY(MacEntry, MacVlanPair, handleMacEntry)
 };
 
-MAC_KEY_REACTOR(VlanDoneReactor, VlanHwUpdateStatus, handleHwStatus, VlanId, handleVlanUpdateDone);
-
-MAC_KEY_REACTOR(VxlanConfigReactor, Vxlan::VxlanConfigDir, handleVlanToVni, VlanId, handleVlanToVni);
-
-MAC_KEY_REACTOR(IntfConfigReactor, Interface::EthPhyIntfConfigDir, handleMacLearningDisabled, IntfId,
-                handleEthIntfConfig);
-
-MAC_KEY_REACTOR(MlagHostReactor, Mlag::HostTable, handleHostEntry, MacVlanPair, handleMlagHostTableEntry);
-
-MAC_REACTOR(MlagStatusReactorBase, Mlag::Status);
-class MlagStatusReactor : public MlagStatusReactorBase {
+class RouterMacReactor : public MacTableReactorBase {
  public:
-  using MlagStatusReactorBase::MlagStatusReactorBase;
-  void handleMlagStateValid() override {
-    if (sm_->reacting()) sm_->handleMlagStateOrPeerLinkIntf();
-  }
-  void handlePeerLinkIntf() override {
-    if (sm_->reacting()) sm_->handleMlagStateOrPeerLinkIntf();
-  }
+  using MacTableReactorBase::MacTableReactorBase;
+  VEX_REACT_KEY(MacEntry, MacVlanPair, handleRouterMacEntry)
 };
 
-MAC_KEY_REACTOR(FsfReactor, FastServerFailover::Status, handleFailedServer, Nexo::EthAddr, handleFsfFailedServer);
-
-MAC_REACTOR(RemoteReactorBase, Bridging::RemoteMacTable);
-class RemoteReactor : public RemoteReactorBase {
+class ConfigReactor : public Vex::Reactor<Bridging::Config, MacAddrSm> {
  public:
-  using RemoteReactorBase::RemoteReactorBase;
-  void handleConfiguredHost(const MacVlanPair& key) override {
-    if (sm_->reacting()) sm_->handleRemoteHost(key);
-  }
-  void handleReceivedHost(const MacVlanPair& key) override {
-    if (sm_->reacting()) sm_->handleRemoteHost(key);
-  }
+  using Reactor::Reactor;
+  VEX_REACT_KEY(FdbConfig, MacVlanPair, handleConfiguredHost)
+  VEX_REACT(HostAgingTime, handleHostAgingTime)
+  VEX_REACT(SourceCheckCpuMac, handleSourceChecks)
+  VEX_REACT(SourceMacInvalid, handleSourceChecks)
+  VEX_REACT_KEY(MacLearningDisabledVlan, VlanId, handleVlanLearning)
+};
+
+class VlanDoneReactor : public Vex::Reactor<VlanHwUpdateStatus, MacAddrSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(HwStatus, VlanId, handleVlanUpdateDone)
+};
+
+class VxlanConfigReactor : public Vex::Reactor<Vxlan::VxlanConfigDir, MacAddrSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(VlanToVni, VlanId, handleVlanToVni)
+};
+
+class IntfConfigReactor : public Vex::Reactor<Interface::EthPhyIntfConfigDir, MacAddrSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(MacLearningDisabled, IntfId, handleEthIntfConfig)
+};
+
+class MlagHostReactor : public Vex::Reactor<Mlag::HostTable, MacAddrSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(HostEntry, MacVlanPair, handleMlagHostTableEntry)
+};
+
+class MlagStatusReactor : public Vex::Reactor<Mlag::Status, MacAddrSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT(MlagStateValid, handleMlagStateOrPeerLinkIntf)
+  VEX_REACT(PeerLinkIntf, handleMlagStateOrPeerLinkIntf)
+};
+
+class FsfReactor : public Vex::Reactor<FastServerFailover::Status, MacAddrSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(FailedServer, Nexo::EthAddr, handleFsfFailedServer)
+};
+
+class RemoteReactor : public Vex::Reactor<Bridging::RemoteMacTable, MacAddrSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(ConfiguredHost, MacVlanPair, handleRemoteHost)
+  VEX_REACT_KEY(ReceivedHost, MacVlanPair, handleRemoteHost)
   void handleRemoteMacsReady() override {
-    if (sm_->reacting() && notifier()->remoteMacsReady()) sm_->handleStageRemoteMacsReady();
+    react([this] {
+      if (notifier()->remoteMacsReady()) owner()->handleStageRemoteMacsReady();
+    });
   }
-  void handleTunnelLearnEvent() override {
-    if (sm_->reacting()) sm_->handleTunnelLearnEvent();
-  }
+  VEX_REACT(TunnelLearnEvent, handleTunnelLearnEvent)
 };
 
-MAC_KEY_REACTOR(Dot1xHostReactor, Dot1x::HostTable, handleHost, Nexo::EthAddr, handleDot1xHostTableEntry);
-
-MAC_KEY_REACTOR(Dot1xStatusReactor, Dot1x::Status, handleRestrictedIntf, IntfId, handleDot1xIntfStatus);
-
-MAC_KEY_REACTOR(L2RibReactor, L2Rib::HostOutput, handleHost, MacVlanPair, handleL2RibHost);
-
-MAC_KEY_REACTOR(HwIdReactor, ObjTupleToHwId, handleHwId, L2Rib::ObjTuple, handleObjTupleToHwIdMap);
-
-MAC_KEY_REACTOR(FlushReactor, Bridging::HostTableFlushRequestDir, handleRequest, std::string,
-                handleFlushRequestInputDir);
-
-MAC_KEY_REACTOR(RemoteFlushReactor, VXLAN::RemoteMacInfoDir, handleRemoteMacFlushRequest, std::string,
-                handleRemoteMacFlushRequest);
-
-MAC_KEY_REACTOR(NonAgingReactor, NonAgingStatus, handleMacEntries, MacVlanPair, handleNonAgingMacEntries);
-
-MAC_KEY_REACTOR(LbReactor, L2Rib::LoadBalanceOutput, handleLb, std::uint64_t, handleL2RibLb);
-
-MAC_KEY_REACTOR(DestReactor, L2Rib::DestOutput, handleDest, std::uint64_t, handleL2RibDest);
-
-MAC_KEY_REACTOR(IntfStatusReactor, Interface::EthPhyIntfStatusDir, handleLinkUp, IntfId, handleEthIntfStatus);
-
-MAC_REACTOR(OcsdReactorBase, OrbCommonSmData);
-class OcsdReactor : public OcsdReactorBase {
+class Dot1xHostReactor : public Vex::Reactor<Dot1x::HostTable, MacAddrSm> {
  public:
-  using OcsdReactorBase::OcsdReactorBase;
-  void handleIntf(const IntfId& intf) override {
-    if (sm_->reacting()) sm_->handleIntf(intf);
-  }
-  void handleLagToPort(const IntfId& lag) override {
-    if (sm_->reacting()) sm_->handleLagToPort(lag);
-  }
-  void handlePortToLag(const IntfId& port) override {
-    if (sm_->reacting()) sm_->configureMacLearningOnPort(port);
-  }
-  void handleParityEvent(const ParityEvent::Key& key) override {
-    if (sm_->reacting()) sm_->handleParityEvent(key);
-  }
+  using Reactor::Reactor;
+  VEX_REACT_KEY(Host, Nexo::EthAddr, handleDot1xHostTableEntry)
+};
+
+class Dot1xStatusReactor : public Vex::Reactor<Dot1x::Status, MacAddrSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(RestrictedIntf, IntfId, handleDot1xIntfStatus)
+};
+
+class L2RibReactor : public Vex::Reactor<L2Rib::HostOutput, MacAddrSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(Host, MacVlanPair, handleL2RibHost)
+};
+
+class HwIdReactor : public Vex::Reactor<ObjTupleToHwId, MacAddrSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(HwId, L2Rib::ObjTuple, handleObjTupleToHwIdMap)
+};
+
+class FlushReactor : public Vex::Reactor<Bridging::HostTableFlushRequestDir, MacAddrSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(Request, std::string, handleFlushRequestInputDir)
+};
+
+class RemoteFlushReactor : public Vex::Reactor<VXLAN::RemoteMacInfoDir, MacAddrSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(RemoteMacFlushRequest, std::string, handleRemoteMacFlushRequest)
+};
+
+class NonAgingReactor : public Vex::Reactor<NonAgingStatus, MacAddrSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(MacEntries, MacVlanPair, handleNonAgingMacEntries)
+};
+
+class LbReactor : public Vex::Reactor<L2Rib::LoadBalanceOutput, MacAddrSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(Lb, std::uint64_t, handleL2RibLb)
+};
+
+class DestReactor : public Vex::Reactor<L2Rib::DestOutput, MacAddrSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(Dest, std::uint64_t, handleL2RibDest)
+};
+
+class IntfStatusReactor : public Vex::Reactor<Interface::EthPhyIntfStatusDir, MacAddrSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(LinkUp, IntfId, handleEthIntfStatus)
+};
+
+class OcsdReactor : public Vex::Reactor<OrbCommonSmData, MacAddrSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(Intf, IntfId, handleIntf)
+  VEX_REACT_KEY(LagToPort, IntfId, handleLagToPort)
+  VEX_REACT_KEY(PortToLag, IntfId, configureMacLearningOnPort)
+  VEX_REACT_KEY(ParityEvent, ParityEvent::Key, handleParityEvent)
 };
 
 }  // namespace
-
-#undef MAC_REACTOR
-#undef MAC_KEY_REACTOR
 
 // --- construction ---
 
@@ -308,7 +301,7 @@ MacAddrSm::MacAddrSm(const MacAddrSmInputs& inputs) : OrbBaseSm(inputs.ocsd), in
   clockIs(updateMacEntryClock_);
   clockIs(macTableTimer_);
   clockIs(flushReqTimer_);
-  reactors_ = std::make_unique<Reactors>(this);
+  reactors_ = std::make_unique<Vex::Reactors<MacAddrSm>>(this);
   reactors_->add<MacTableReactor>(in_.macTable);
   reactors_->add<RouterMacReactor>(in_.routerMacTable);
   reactors_->add<ConfigReactor>(in_.bridgingConfig);
@@ -346,7 +339,6 @@ MacAddrSm::~MacAddrSm() {
   mlagHostTableTimer_->timeMinIs(Vex::never);
   mlagIntfHostTableTimer_->timeMinIs(Vex::never);
   intfHostWalkTimer_->timeMinIs(Vex::never);
-  if (nonAgingReactor_) reactorDel(nonAgingReactor_.get());
   nonAgingReactor_.reset();
   remoteMacRecoveryHelperSm_.reset();
   updateList_.clear();
@@ -953,8 +945,8 @@ bool MacAddrSm::programRemote(ModifyMacEntry& change) {
   if (status != OrbTypes::tableAddSuccess) return handleAddStatus(change, status);
   BLIP(trace(), 7, "Remote add successful");
   decRemoteRefcounts(key);  // what the key held before
-  in_.rmacInfoDir->nextHopRefCountIs(nextHop, in_.rmacInfoDir->nextHopRefCount(nextHop) + 1);
-  in_.rmacInfoDir->vlanRefCountIs(key.vlanId, in_.rmacInfoDir->vlanRefCount(key.vlanId) + 1);
+  in_.rmacInfoDir->nextHopRefCountInc(nextHop);
+  in_.rmacInfoDir->vlanRefCountInc(key.vlanId);
   if (entry.hasL2RibObjTuple) l2RibObjCache_.programmedIs(key, entry.l2RibObjTuple, nextHop);
   in_.bridgingStatus->remoteStatusTableIs(key, entry);
   delFromFdbStatus(key);
@@ -1056,19 +1048,9 @@ void MacAddrSm::decRemoteRefcounts(const MacVlanPair& key) {
   // changed since.
   std::uint64_t nextHop = l2RibObjCache_.programmedHwId(key).value_or(nextHopId(old));
   l2RibObjCache_.programmedDel(key);
-  auto dec = [](auto& dir, auto get, auto set, auto del, const auto& k) {
-    std::uint32_t count = (dir.*get)(k);
-    if (count <= 1) {
-      (dir.*del)(k);
-    } else {
-      (dir.*set)(k, count - 1);
-    }
-  };
-  using Dir = VXLAN::RemoteMacInfoDir;
-  dec(*in_.rmacInfoDir, static_cast<const std::uint32_t& (Dir::*)(const std::uint64_t&) const>(&Dir::nextHopRefCount),
-      &Dir::nextHopRefCountIs, &Dir::nextHopRefCountDel, nextHop);
-  dec(*in_.rmacInfoDir, static_cast<const std::uint32_t& (Dir::*)(const VlanId&) const>(&Dir::vlanRefCount),
-      &Dir::vlanRefCountIs, &Dir::vlanRefCountDel, old.macVlanPair.vlanId);
+  // A count that reaches zero leaves the table.
+  in_.rmacInfoDir->nextHopRefCountDec(nextHop);
+  in_.rmacInfoDir->vlanRefCountDec(old.macVlanPair.vlanId);
 }
 
 // --- reactions ---
@@ -1751,12 +1733,8 @@ void MacAddrSm::nonAgingMacStatusIs(const Vex::Ptr<NonAgingStatus>& status) {
     for (const auto& [key, entry] : nonAgingReactor_->notifier()->macEntries()) keys.push_back(key);
   };
   collect();
-  if (nonAgingReactor_) reactorDel(nonAgingReactor_.get());
   nonAgingReactor_.reset();
-  if (status) {
-    nonAgingReactor_ = std::make_unique<NonAgingReactor>(this, status);
-    reactorIs(nonAgingReactor_.get());
-  }
+  if (status) nonAgingReactor_ = std::make_unique<NonAgingReactor>(this, status);
   collect();
   for (const auto& key : keys) reevaluateEntry(key);
 }

@@ -315,8 +315,6 @@ class MacAddrSm : public OrbBaseSm {
   void configureMacLearningOnPort(const IntfId& intf);
 
  private:
-  class Reactors;
-
   void doClearRemoteMacsFromFdbStatus();
   bool vlanHasMembers(VlanId vlanId) const;
   // At start: the VLANs there are, and those deleted meanwhile.
@@ -422,7 +420,7 @@ class MacAddrSm : public OrbBaseSm {
   std::size_t reservedFor_ = 0;  // updateList_ room made ahead of a burst
   Vex::Seconds longestSlice_ = 0;
   std::uint64_t slices_ = 0;
-  std::unique_ptr<Reactors> reactors_;
+  std::unique_ptr<Vex::Reactors<MacAddrSm>> reactors_;
 };
 
 Vex::Ptr<MacAddrSm> macAddrSmFactory(const MacAddrSmInputs& inputs);

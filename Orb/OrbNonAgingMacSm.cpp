@@ -17,7 +17,6 @@ NonAgingConfigSm::NonAgingConfigSm(const Vex::Ptr<OrbCommonSmData>& ocsd, const 
                                    NonAgingConfigDirSm* configDirSm)
     : OrbBaseSm(ocsd), configDirSm_(configDirSm) {
   reactor_.notifierIs(config);
-  reactorIs(&reactor_);
   initializedIs(true);
 }
 
@@ -65,7 +64,6 @@ NonAgingConfigDirSm::NonAgingConfigDirSm(const Vex::Ptr<OrbCommonSmData>& ocsd,
                                          const Vex::Ptr<NonAgingStatus>& status)
     : OrbBaseSm(ocsd), configDir_(configDir), status_(status) {
   reactor_.notifierIs(configDir);
-  reactorIs(&reactor_);
   initializedIs(true);
 }
 

@@ -73,23 +73,16 @@ class NonAgingConfigSm : public OrbBaseSm {
   void doCleanUp();
 
  private:
-  class Reactor : public NonAgingConfig::Notifiee {
+  class ConfigReactor : public Vex::Reactor<NonAgingConfig, NonAgingConfigSm> {
    public:
-    explicit Reactor(NonAgingConfigSm* sm) : sm_(sm) {}
-    void handleEnabled() override {
-      if (sm_->reacting()) sm_->handleEnable();
-    }
-    void handleMacEntries(const Bridging::MacVlanPair& key) override {
-      if (sm_->reacting()) sm_->handleMacEntries(key);
-    }
-
-   private:
-    NonAgingConfigSm* sm_;
+    using Reactor::Reactor;
+    VEX_REACT(Enabled, handleEnable)
+    VEX_REACT_KEY(MacEntries, Bridging::MacVlanPair, handleMacEntries)
   };
 
   NonAgingConfigDirSm* configDirSm_;
   std::map<Bridging::MacVlanPair, bool> added_;  // keys this owner holds
-  Reactor reactor_{this};
+  ConfigReactor reactor_{this};
 };
 
 class NonAgingConfigDirSm : public OrbBaseSm {
@@ -111,22 +104,17 @@ class NonAgingConfigDirSm : public OrbBaseSm {
   void macEntriesRefDec(const Bridging::MacVlanPair& key, std::uint32_t n);
 
  private:
-  class Reactor : public NonAgingConfigDir::Notifiee {
+  class DirReactor : public Vex::Reactor<NonAgingConfigDir, NonAgingConfigDirSm> {
    public:
-    explicit Reactor(NonAgingConfigDirSm* sm) : sm_(sm) {}
-    void handleConfig(const std::string& name) override {
-      if (sm_->reacting()) sm_->handleConfig(name);
-    }
-
-   private:
-    NonAgingConfigDirSm* sm_;
+    using Reactor::Reactor;
+    VEX_REACT_KEY(Config, std::string, handleConfig)
   };
 
   Vex::Ptr<NonAgingConfigDir> configDir_;
   Vex::Ptr<NonAgingStatus> status_;
   std::map<Bridging::MacVlanPair, std::uint32_t> macEntriesRef_;
   std::map<std::string, Vex::Ptr<NonAgingConfigSm>> configSm_;
-  Reactor reactor_{this};
+  DirReactor reactor_{this};
 };
 
 Vex::Ptr<NonAgingConfigDirSm> nonAgingConfigDirSmFactory(const Vex::Ptr<OrbCommonSmData>& ocsd,

@@ -25,8 +25,8 @@ std::size_t RemoteMacRecoveryHelperSm::recover() {
   recovered_ = 0;
   for (const auto& [key, entry] : bridgingStatus_->remoteStatusTable()) {
     std::uint64_t nextHop = nextHopOf_(entry);
-    rmacInfoDir_->nextHopRefCountIs(nextHop, rmacInfoDir_->nextHopRefCount(nextHop) + 1);
-    rmacInfoDir_->vlanRefCountIs(key.vlanId, rmacInfoDir_->vlanRefCount(key.vlanId) + 1);
+    rmacInfoDir_->nextHopRefCountInc(nextHop);
+    rmacInfoDir_->vlanRefCountInc(key.vlanId);
     BLIP(trace(), 5, "Recovered remote MAC {} vlan {} next hop {} during hitless restart", key.addr.stringValue(),
          key.vlanId.value(), nextHop);
     ++recovered_;

@@ -228,33 +228,17 @@ void TopoPortSm::handleFdbFlush() { topoSm_->handleFdbFlush(intf_); }
 
 // --- TopoSm ---
 
-class TopoSm::ConfigReactor : public Bridging::Topology::TopoConfig::Notifiee {
+class TopoSm::ConfigReactor : public Vex::Reactor<Bridging::Topology::TopoConfig, TopoSm> {
  public:
-  ConfigReactor(TopoSm* sm, const Vex::Ptr<Bridging::Topology::TopoConfig>& config) : Notifiee(config), sm_(sm) {
-    sm_->reactorIs(this);
-  }
-  ~ConfigReactor() override { sm_->reactorDel(this); }
-  void handleIntfState(const IntfId& intf) override {
-    if (sm_->reacting()) sm_->handleTopoPortChange(intf);
-  }
-  void handleFdbFlush(const IntfId& intf) override {
-    if (sm_->reacting()) sm_->handleFdbFlush(intf);
-  }
-
- private:
-  TopoSm* sm_;
+  using Reactor::Reactor;
+  VEX_REACT_KEY(IntfState, IntfId, handleTopoPortChange)
+  VEX_REACT_KEY(FdbFlush, IntfId, handleFdbFlush)
 };
 
-class TopoSm::OcsdReactor : public OrbCommonSmData::Notifiee {
+class TopoSm::OcsdReactor : public Vex::Reactor<OrbCommonSmData, TopoSm> {
  public:
-  OcsdReactor(TopoSm* sm, const Vex::Ptr<OrbCommonSmData>& ocsd) : Notifiee(ocsd), sm_(sm) { sm_->reactorIs(this); }
-  ~OcsdReactor() override { sm_->reactorDel(this); }
-  void handlePortToLag(const IntfId& port) override {
-    if (sm_->reacting()) sm_->handlePortToLag(port);
-  }
-
- private:
-  TopoSm* sm_;
+  using Reactor::Reactor;
+  VEX_REACT_KEY(PortToLag, IntfId, handlePortToLag)
 };
 
 TopoSm::TopoSm(const Vex::Ptr<OrbCommonSmData>& ocsd, StpSm* stpSm, const std::string& name, std::int32_t topoId,
@@ -351,33 +335,17 @@ void TopoSm::handleFdbFlush(const IntfId& port) {
 
 // --- StpSm ---
 
-class StpSm::ConfigReactor : public Bridging::Topology::Config::Notifiee {
+class StpSm::ConfigReactor : public Vex::Reactor<Bridging::Topology::Config, StpSm> {
  public:
-  ConfigReactor(StpSm* sm, const Vex::Ptr<Bridging::Topology::Config>& config) : Notifiee(config), sm_(sm) {
-    sm_->reactorIs(this);
-  }
-  ~ConfigReactor() override { sm_->reactorDel(this); }
-  void handleTopoConfig(const std::string& name) override {
-    if (sm_->reacting()) sm_->handleTopoConfig(name);
-  }
-  void handleVidToTopoMap(const VlanId& vlanId) override {
-    if (sm_->reacting()) sm_->handleVidToTopoMap(vlanId);
-  }
-
- private:
-  StpSm* sm_;
+  using Reactor::Reactor;
+  VEX_REACT_KEY(TopoConfig, std::string, handleTopoConfig)
+  VEX_REACT_KEY(VidToTopoMap, VlanId, handleVidToTopoMap)
 };
 
-class StpSm::OcsdReactor : public OrbCommonSmData::Notifiee {
+class StpSm::OcsdReactor : public Vex::Reactor<OrbCommonSmData, StpSm> {
  public:
-  OcsdReactor(StpSm* sm, const Vex::Ptr<OrbCommonSmData>& ocsd) : Notifiee(ocsd), sm_(sm) { sm_->reactorIs(this); }
-  ~OcsdReactor() override { sm_->reactorDel(this); }
-  void handleOperationalMode() override {
-    if (sm_->reacting()) sm_->handleOperationalMode();
-  }
-
- private:
-  StpSm* sm_;
+  using Reactor::Reactor;
+  VEX_REACT(OperationalMode, handleOperationalMode)
 };
 
 StpSm::StpSm(const Vex::Ptr<OrbCommonSmData>& ocsd, const Vex::Ptr<Bridging::Topology::Config>& topoConfig,

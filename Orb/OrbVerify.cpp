@@ -9,7 +9,6 @@ Vex::Ptr<VerifyData> verifyDataFactory(const std::string& name) { return Vex::ma
 VerifySm::VerifySm(const Vex::Ptr<OrbCommonSmData>& ocsd, const Vex::Ptr<VerifyData>& verifyData)
     : OrbBaseSm(ocsd), verifyData_(verifyData) {
   requestReactor_.notifierIs(verifyData);
-  reactorIs(&requestReactor_);
   initializedIs(true);
 }
 

@@ -76,15 +76,10 @@ class VerifySm : public OrbBaseSm {
   void handleRequestId();
 
  private:
-  class RequestReactor : public VerifyData::Notifiee {
+  class RequestReactor : public Vex::Reactor<VerifyData, VerifySm> {
    public:
-    explicit RequestReactor(VerifySm* sm) : sm_(sm) {}
-    void handleRequestId() override {
-      if (sm_->reacting()) sm_->handleRequestId();
-    }
-
-   private:
-    VerifySm* sm_;
+    using Reactor::Reactor;
+    VEX_REACT(RequestId, handleRequestId)
   };
 
   Vex::Ptr<VerifyData> verifyData_;

@@ -28,7 +28,6 @@ FloodsetExpandedVlanPhyIntfSm::FloodsetExpandedVlanPhyIntfSm(const Vex::Ptr<OrbC
       expVlanId_(expVlanId),
       expVlanPhyIntfStatus_(expVlanPhyIntfStatus) {
   reactor_.notifierIs(vlanPhyIntfStatus);
-  reactorIs(&reactor_);
   initializedIs(true);
 }
 
@@ -84,107 +83,71 @@ void FloodsetExpandedVlanPhyIntfSm::doCleanup() {
 // --- reactors of VlanPhyIntfSm ---
 
 // One per VLAN status.
-class VlanPhyIntfSm::VexStatus : public VlanPhyIntfStatus::Notifiee {
+class VlanPhyIntfSm::VexStatus : public Vex::Reactor<VlanPhyIntfStatus, VlanPhyIntfSm> {
  public:
-  VexStatus(VlanPhyIntfSm* sm, const Vex::Ptr<VlanPhyIntfStatus>& status) : Notifiee(status), sm_(sm) {
-    sm_->reactorIs(this);
-  }
-  ~VexStatus() override { sm_->reactorDel(this); }
+  using Reactor::Reactor;
   void handleIntf(const IntfId& intf) override {
-    if (sm_->reacting()) sm_->handleIntf(notifier()->vlanId(), intf);
+    react([&] { owner()->handleIntf(notifier()->vlanId(), intf); });
   }
-
- private:
-  VlanPhyIntfSm* sm_;
 };
 
 // One per dynamically expanded VLAN.
-class VlanPhyIntfSm::VexDynamicVlanToExpVlan : public VlanToExpVlanList::Notifiee {
+class VlanPhyIntfSm::VexDynamicVlanToExpVlan : public Vex::Reactor<VlanToExpVlanList, VlanPhyIntfSm> {
  public:
-  VexDynamicVlanToExpVlan(VlanPhyIntfSm* sm, const Vex::Ptr<VlanToExpVlanList>& list) : Notifiee(list), sm_(sm) {
-    sm_->reactorIs(this);
-  }
-  ~VexDynamicVlanToExpVlan() override { sm_->reactorDel(this); }
+  using Reactor::Reactor;
   void handleExpVlan(const VlanId& expVlanId) override {
-    if (!sm_->reacting()) return;
-    VlanId vlanId = notifier()->vlanId();
-    if (notifier()->expVlan(expVlanId)) {
-      sm_->handleVlanToExpVlanMap(vlanId, expVlanId, true);
-    } else {
-      sm_->handleVlanToExpVlanUnMap(vlanId, expVlanId, true);
-    }
+    react([&] {
+      VlanId vlanId = notifier()->vlanId();
+      if (notifier()->expVlan(expVlanId)) {
+        owner()->handleVlanToExpVlanMap(vlanId, expVlanId, true);
+      } else {
+        owner()->handleVlanToExpVlanUnMap(vlanId, expVlanId, true);
+      }
+    });
   }
-
- private:
-  VlanPhyIntfSm* sm_;
 };
 
-class VlanPhyIntfSm::DirReactor : public VlanPhyIntfStatusDir::Notifiee {
+class VlanPhyIntfSm::DirReactor : public Vex::Reactor<VlanPhyIntfStatusDir, VlanPhyIntfSm> {
  public:
-  DirReactor(VlanPhyIntfSm* sm, const Vex::Ptr<VlanPhyIntfStatusDir>& dir) : Notifiee(dir), sm_(sm) {
-    sm_->reactorIs(this);
-  }
-  ~DirReactor() override { sm_->reactorDel(this); }
-  void handleVlanPhyIntfStatus(const VlanId& vlanId) override {
-    if (sm_->reacting()) sm_->handleVlanConfig(vlanId);
-  }
-
- private:
-  VlanPhyIntfSm* sm_;
+  using Reactor::Reactor;
+  VEX_REACT_KEY(VlanPhyIntfStatus, VlanId, handleVlanConfig)
 };
 
-class VlanPhyIntfSm::ConfigReactor : public Bridging::Config::Notifiee {
+class VlanPhyIntfSm::ConfigReactor : public Vex::Reactor<Bridging::Config, VlanPhyIntfSm> {
  public:
-  ConfigReactor(VlanPhyIntfSm* sm, const Vex::Ptr<Bridging::Config>& config) : Notifiee(config), sm_(sm) {
-    sm_->reactorIs(this);
-  }
-  ~ConfigReactor() override { sm_->reactorDel(this); }
-  void handleVidToFidMap(const VlanId& vlanId) override {
-    if (sm_->reacting()) sm_->handleVidToFidMap(vlanId);
-  }
+  using Reactor::Reactor;
+  VEX_REACT_KEY(VidToFidMap, VlanId, handleVidToFidMap)
   void handleStaticExpVlan(const Bridging::VlanExpansion& expansion) override {
-    if (!sm_->reacting()) return;
-    if (notifier()->staticExpVlan(expansion)) {
-      sm_->handleVlanToExpVlanMap(expansion.vlanId, expansion.expVlanId, false);
-    } else {
-      sm_->handleVlanToExpVlanUnMap(expansion.vlanId, expansion.expVlanId, false);
-    }
+    react([&] {
+      if (notifier()->staticExpVlan(expansion)) {
+        owner()->handleVlanToExpVlanMap(expansion.vlanId, expansion.expVlanId, false);
+      } else {
+        owner()->handleVlanToExpVlanUnMap(expansion.vlanId, expansion.expVlanId, false);
+      }
+    });
   }
-
- private:
-  VlanPhyIntfSm* sm_;
 };
 
 // The interfaces this agent manages, which may become known after a VLAN
 // lists them.
-class VlanPhyIntfSm::IntfReactor : public OrbCommonSmData::Notifiee {
+class VlanPhyIntfSm::IntfReactor : public Vex::Reactor<OrbCommonSmData, VlanPhyIntfSm> {
  public:
-  IntfReactor(VlanPhyIntfSm* sm, const Vex::Ptr<OrbCommonSmData>& ocsd) : Notifiee(ocsd), sm_(sm) {
-    sm_->reactorIs(this);
-  }
-  ~IntfReactor() override { sm_->reactorDel(this); }
+  using Reactor::Reactor;
   void handleIntf(const IntfId& intf) override { handle(intf); }
   void handleCpuIntf(const IntfId& intf) override { handle(intf); }
 
  private:
   void handle(const IntfId& intf) {
-    if (sm_->reacting() && sm_->knownIntf(intf)) sm_->handleKnownIntf(intf);
+    react([&] {
+      if (owner()->knownIntf(intf)) owner()->handleKnownIntf(intf);
+    });
   }
-  VlanPhyIntfSm* sm_;
 };
 
-class VlanPhyIntfSm::DynamicDirReactor : public DynamicExpVlanDir::Notifiee {
+class VlanPhyIntfSm::DynamicDirReactor : public Vex::Reactor<DynamicExpVlanDir, VlanPhyIntfSm> {
  public:
-  DynamicDirReactor(VlanPhyIntfSm* sm, const Vex::Ptr<DynamicExpVlanDir>& dir) : Notifiee(dir), sm_(sm) {
-    sm_->reactorIs(this);
-  }
-  ~DynamicDirReactor() override { sm_->reactorDel(this); }
-  void handleVlanToExpVlanList(const VlanId& vlanId) override {
-    if (sm_->reacting()) sm_->dynamicListIs(vlanId);
-  }
-
- private:
-  VlanPhyIntfSm* sm_;
+  using Reactor::Reactor;
+  VEX_REACT_KEY(VlanToExpVlanList, VlanId, dynamicListIs)
 };
 
 // --- VlanPhyIntfSm ---

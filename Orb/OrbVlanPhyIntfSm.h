@@ -50,15 +50,10 @@ class FloodsetExpandedVlanPhyIntfSm : public OrbBaseSm {
   void doCleanup();
 
  private:
-  class Reactor : public VlanPhyIntfStatus::Notifiee {
+  class StatusReactor : public Vex::Reactor<VlanPhyIntfStatus, FloodsetExpandedVlanPhyIntfSm> {
    public:
-    explicit Reactor(FloodsetExpandedVlanPhyIntfSm* sm) : sm_(sm) {}
-    void handleIntf(const IntfId& intf) override {
-      if (sm_->reacting()) sm_->handleIntf(intf);
-    }
-
-   private:
-    FloodsetExpandedVlanPhyIntfSm* sm_;
+    using Reactor::Reactor;
+    VEX_REACT_KEY(Intf, IntfId, handleIntf)
   };
 
   Vex::Ptr<VlanHelper> vlanHelper_;
@@ -66,7 +61,7 @@ class FloodsetExpandedVlanPhyIntfSm : public OrbBaseSm {
   VlanId expVlanId_;
   Vex::Ptr<VlanPhyIntfStatus> expVlanPhyIntfStatus_;
   std::set<IntfId> added_;
-  Reactor reactor_{this};
+  StatusReactor reactor_{this};
 };
 
 // The VLANs one VLAN is expanded into, with their flood-set machines.

@@ -302,8 +302,8 @@ class RemoteMacInfoDir : public Vex::Entity {
     VEX_KEY_HANDLER(RemoteMacFlushRequest, std::string)
   };
   using Entity::Entity;
-  VEX_COLLECTION(std::uint64_t, std::uint32_t, nextHopRefCount, NextHopRefCount)
-  VEX_COLLECTION(Bridging::VlanId, std::uint32_t, vlanRefCount, VlanRefCount)
+  VEX_KEYED_COUNTER(std::uint64_t, std::uint32_t, nextHopRefCount, NextHopRefCount)
+  VEX_KEYED_COUNTER(Bridging::VlanId, std::uint32_t, vlanRefCount, VlanRefCount)
   VEX_ORDERED_COLLECTION(std::string, Bridging::HostTableFlushRequest, remoteMacFlushRequest, RemoteMacFlushRequest)
 };
 

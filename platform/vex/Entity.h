@@ -13,6 +13,8 @@
 //                                              and a bookmark key survives any
 //                                              insert or erase, so time-sliced
 //                                              walks resume with lower_bound
+//   VEX_KEYED_COUNTER(Key, Type, name, Name)   hash map of unsigned counts plus
+//                                              nameInc(key), nameDec(key)
 //
 // Collections offer name(key) (the stored value, or the value type's empty
 // value when missing; never creates; the reference is valid until the next
@@ -22,6 +24,12 @@
 // each entry once) and notifies their keys after the walk. Hash collections
 // add nameReserve(n): room for n entries up front, so that a large table
 // does not rehash in the middle of a time slice.
+//
+// A keyed counter holds no zeros: nameInc(key) starts a missing key at 1,
+// and nameDec(key) erases the entry when its count reaches zero (or is zero
+// already), notifying the key as nameDel(key) would; decrementing a missing
+// key does nothing and notifies nobody. So name(key) reads 0 and
+// nameHas(key) is false exactly when nothing holds a count on the key.
 //
 // VEX_OWNED_MEMBERS(Key, Type, name) adds nameIs(key), get-or-create, to a
 // collection of entities made from their key.
@@ -166,6 +174,18 @@ using HashSet = boost::unordered_flat_set<K>;
 #define VEX_ORDERED_COLLECTION(Key, Value, name, Name) \
   VEX_COLLECTION_BODY(VEX_PROTECT(std::map<Key, Value>), Key, Value, name, Name)
 #define VEX_PROTECT(...) __VA_ARGS__
+
+#define VEX_KEYED_COUNTER(Key, Type, name, Name)                                      \
+  VEX_COLLECTION(Key, Type, name, Name)                                               \
+  void name##Inc(const Key& key) { name##Is(key, static_cast<Type>(name(key) + 1)); } \
+  void name##Dec(const Key& key) {                                                    \
+    Type count = name(key);                                                           \
+    if (count <= 1) {                                                                 \
+      name##Del(key);                                                                 \
+    } else {                                                                          \
+      name##Is(key, static_cast<Type>(count - 1));                                    \
+    }                                                                                 \
+  }
 
 // For a collection of owned entities (Vex::Ptr<Type>, each made from its
 // key): nameIs(key) returns the key's entity, making it when absent.

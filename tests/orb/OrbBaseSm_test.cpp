@@ -8,32 +8,29 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <memory>
 
 namespace {
 
 class ProbeSm : public Orb::OrbBaseSm {
  public:
-  class Reactor : public Orb::VlanStatus::Notifiee {
+  class StatusReactor : public Vex::Reactor<Orb::VlanStatus, ProbeSm> {
    public:
-    explicit Reactor(ProbeSm* sm) : sm_(sm) {}
-    void handleRoutingEnable() override {
-      if (sm_->reacting()) ++sm_->reactions;
-    }
-
-   private:
-    ProbeSm* sm_;
+    using Reactor::Reactor;
+    VEX_REACT(RoutingEnable, countReaction)
   };
 
   ProbeSm(const Vex::Ptr<Orb::OrbCommonSmData>& ocsd, const Vex::Ptr<Orb::VlanStatus>& input) : OrbBaseSm(ocsd) {
     reactor.notifierIs(input);
-    reactorIs(&reactor);
     initializedIs(true);
   }
   void handleInitialized() override { ++passes; }
+  void countReaction() { ++reactions; }
 
   int passes = 0;
   int reactions = 0;
-  Reactor reactor{this};
+  StatusReactor reactor{this};
+  std::unique_ptr<StatusReactor> lateReactor;
 };
 
 class OrbBaseSmTest : public ::testing::Test {
@@ -62,6 +59,21 @@ TEST_F(OrbBaseSmTest, MutedAndZombieMachinesDoNotReact) {
   EXPECT_TRUE(sm->reactor.isZombie());
   input->routingEnableIs(true);
   EXPECT_EQ(sm->reactions, 1);
+}
+
+TEST_F(OrbBaseSmTest, ReactorAddedToAMutedMachineStaysSilentUntilItIsSwitchedOn) {
+  auto sm = Vex::make<ProbeSm>(ocsd, input);
+  sm->reactor.notifierIs(nullptr);
+  sm->hasNotificationActiveIs(false);
+  sm->lateReactor = std::make_unique<ProbeSm::StatusReactor>(sm.get(), input);
+  EXPECT_FALSE(sm->lateReactor->hasNotificationActive());
+  input->routingEnableIs(true);
+  EXPECT_EQ(sm->reactions, 0);
+  sm->hasNotificationActiveIs(true);
+  input->routingEnableIs(false);
+  EXPECT_EQ(sm->reactions, 1);
+  sm->lateReactor.reset();
+  EXPECT_EQ(input->notifieeList().size(), 0u);
 }
 
 TEST_F(OrbBaseSmTest, DestructionReleasesTheSharedContext) {

@@ -17,6 +17,7 @@ class Port : public Vex::Entity {
     VEX_HANDLER(Errors)
     VEX_KEY_HANDLER(Vlan, int)
     VEX_KEY_HANDLER(Bookmark, int)
+    VEX_KEY_HANDLER(Users, int)
   };
   using Entity::Entity;
 
@@ -24,6 +25,7 @@ class Port : public Vex::Entity {
   VEX_COUNTER(unsigned, errors, Errors)
   VEX_COLLECTION(int, std::string, vlan, Vlan)
   VEX_ORDERED_COLLECTION(int, int, bookmark, Bookmark)
+  VEX_KEYED_COUNTER(int, unsigned, users, Users)
 };
 
 // Records every notification it gets, in order.
@@ -34,6 +36,7 @@ class Recorder : public Port::Notifiee {
   void handleSpeed() override { events.push_back("speed"); }
   void handleErrors() override { events.push_back("errors"); }
   void handleVlan(const int& key) override { events.push_back("vlan " + std::to_string(key)); }
+  void handleUsers(const int& key) override { events.push_back("users " + std::to_string(key)); }
 };
 
 TEST(Entity, ScalarWriterNotifiesOnlyOnChange) {
@@ -56,6 +59,43 @@ TEST(Entity, CounterIncrementsAndDecrements) {
   port->errorsDec();
   EXPECT_EQ(port->errors(), 1u);
   EXPECT_EQ(recorder.events.size(), 3u);
+}
+
+TEST(Entity, KeyedCounterCountsPerKeyAndErasesAtZero) {
+  auto port = Vex::make<Port>();
+  Recorder recorder(port);
+  port->usersInc(4);
+  port->usersInc(4);
+  port->usersInc(9);
+  EXPECT_EQ(port->users(4), 2u);
+  EXPECT_EQ(port->users(9), 1u);
+  EXPECT_EQ(port->users(5), 0u);
+  EXPECT_FALSE(port->usersHas(5));
+
+  port->usersDec(4);
+  EXPECT_EQ(port->users(4), 1u);
+  EXPECT_TRUE(port->usersHas(4));
+  port->usersDec(4);
+  EXPECT_FALSE(port->usersHas(4));  // zero is not kept
+  EXPECT_EQ(port->users(4), 0u);
+  EXPECT_EQ(port->usersSize(), 1u);
+  EXPECT_EQ(recorder.events, (std::vector<std::string>{"users 4", "users 4", "users 9", "users 4", "users 4"}));
+}
+
+TEST(Entity, KeyedCounterDecrementOfAMissingOrZeroKeyNeverWraps) {
+  auto port = Vex::make<Port>();
+  Recorder recorder(port);
+  port->usersDec(3);
+  EXPECT_FALSE(port->usersHas(3));
+  EXPECT_TRUE(recorder.events.empty());  // nothing changed, nobody told
+
+  port->usersIs(3, 0u);  // written by hand: a stored zero
+  port->usersDec(3);
+  EXPECT_FALSE(port->usersHas(3));
+  EXPECT_EQ(port->users(3), 0u);
+
+  port->usersInc(3);  // counting starts again from nothing
+  EXPECT_EQ(port->users(3), 1u);
 }
 
 TEST(Entity, CollectionReadersNeverCreate) {
