@@ -304,7 +304,7 @@ void StpFeature::registerCommands() {
                      if (!topo) throw CommandError("no topology '" + args[0] + "'");
                      auto ports = parseIntfRange(args[1]);
                      if (args[2] == "flush") {
-                       for (const auto& port : ports) topo->fdbFlushIs(port, topo->fdbFlush(port) + 1);
+                       for (const auto& port : ports) topo->fdbFlushInc(port);
                        return;
                      }
                      auto state = portStateArg(args[2]);

@@ -37,7 +37,7 @@ class TopoConfig : public Vex::Entity {
   // The topology's ports and their states.
   VEX_ORDERED_COLLECTION(Nexo::IntfId, PortState, intfState, IntfState)
   // Bumped to flush the MAC addresses a port learned in this topology.
-  VEX_COLLECTION(Nexo::IntfId, std::uint32_t, fdbFlush, FdbFlush)
+  VEX_KEYED_COUNTER(Nexo::IntfId, std::uint32_t, fdbFlush, FdbFlush)
 };
 
 class Config : public Vex::Entity {
