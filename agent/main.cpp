@@ -9,10 +9,10 @@
 // and saved there when the agent ends cleanly.
 #include "agent/Agent.h"
 #include "agent/Options.h"
+#include "platform/vex/FdWatch.h"
 
 #include <CLI/CLI.hpp>
 
-#include <poll.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -24,38 +24,42 @@ volatile std::sig_atomic_t stopRequested = 0;
 void requestStop(int) { stopRequested = 1; }
 
 // The plain mode: commands from standard input, clocks on real time, until
-// end of input or SIGINT/SIGTERM.
+// end of input or SIGINT/SIGTERM. The loop waits on standard input and the
+// clocks together and runs commands between clock batches.
 int runDaemon(Agent::Agent& agent) {
   std::signal(SIGINT, requestStop);
   std::signal(SIGTERM, requestStop);
   std::string pending;
-  char buffer[4096];
-  while (!stopRequested && !agent.shell().quitRequested()) {
-    double wait = agent.loop().nextWakeTime() - agent.loop().now();
-    int timeoutMs = wait > 1.0 ? 1000 : static_cast<int>(std::max(0.0, wait) * 1000);
-    pollfd input{STDIN_FILENO, POLLIN, 0};
-    int ready = ::poll(&input, 1, timeoutMs);
-    if (ready > 0) {
-      ssize_t n = ::read(STDIN_FILENO, buffer, sizeof buffer);
-      if (n <= 0) break;
-      pending.append(buffer, static_cast<std::size_t>(n));
-      if (pending.size() > 65536 && pending.find('\n') == std::string::npos) {
-        std::cerr << "% line too long, dropped\n";
-        pending.clear();
-      }
-      for (auto end = pending.find('\n'); end != std::string::npos; end = pending.find('\n')) {
-        std::string line = pending.substr(0, end);
-        pending.erase(0, end + 1);
-        try {
-          agent.execute(line, std::cout);
-        } catch (const std::exception& e) {
-          std::cerr << "% " << e.what() << "\n";
-        }
-        std::cout.flush();
-      }
+  bool inputEnded = false;
+  Vex::Ptr<Vex::FdWatch> input;
+  input = Vex::fdWatchFactory(STDIN_FILENO, Vex::FdEvent::readable, [&](unsigned events) {
+    char buffer[4096];
+    // A hang-up or error without data is the end of input, as a read of 0 is.
+    ssize_t n = (events & Vex::FdEvent::readable) ? ::read(STDIN_FILENO, buffer, sizeof buffer) : 0;
+    if (n <= 0) {
+      inputEnded = true;
+      input->interestIs(Vex::FdEvent::none);
+      return;
     }
-    agent.loop().runUntilIdle();
-  }
+    pending.append(buffer, static_cast<std::size_t>(n));
+    if (pending.size() > 65536 && pending.find('\n') == std::string::npos) {
+      std::cerr << "% line too long, dropped\n";
+      pending.clear();
+    }
+    for (auto end = pending.find('\n'); end != std::string::npos; end = pending.find('\n')) {
+      std::string line = pending.substr(0, end);
+      pending.erase(0, end + 1);
+      try {
+        agent.execute(line, std::cout);
+      } catch (const std::exception& e) {
+        std::cerr << "% " << e.what() << "\n";
+      }
+      std::cout.flush();
+    }
+  });
+  // The wait is capped so that a signal landing just before it is seen
+  // within a second.
+  while (!stopRequested && !agent.shell().quitRequested() && !inputEnded) agent.loop().runOnce(1.0);
   return 0;
 }
 

@@ -4,16 +4,27 @@
 // (tests, scenario replay) that only moves when told to, or, in stepping
 // mode, by a set step at every reading, so time-sliced walks can be tested.
 //
-// One loop per thread is "current": clocks bind to it when made and
-// `Vex::now()` reads it. A loop makes itself current when there is none.
+// The loop also waits on file descriptors (FdWatch). A turn polls the
+// watched descriptors, calls the handlers of the ready ones, then fires the
+// clocks due. On real time, runOnce() sleeps in poll(2) until the earliest
+// clock falls due or a descriptor becomes ready; on simulated time the loop
+// never sleeps: descriptors are polled with a zero timeout on each turn, so
+// tests stay instant and deterministic.
+//
+// One loop per thread is "current": clocks and watches bind to it when made
+// and `Vex::now()` reads it. A loop makes itself current when there is none.
 #pragma once
 
 #include "platform/vex/Clock.h"
+#include "platform/vex/FdWatch.h"
 #include "platform/vex/Time.h"
 #include "platform/vex/TimerWheel.h"
 
 #include <memory>
+#include <utility>
 #include <vector>
+
+struct pollfd;
 
 namespace Vex {
 
@@ -59,10 +70,25 @@ class EventLoop {
   // Null when the loop runs on real time.
   SimulatedTimeSource* simulatedTime() const { return simulated_; }
 
-  // Fires every clock due at the current time, turn after turn, until none is
-  // due (clocks re-armed for "now" run in a later turn). Time does not move,
-  // except by a stepping simulated source. Returns the clocks fired.
+  // Runs turns until no clock is due: each turn polls the watched
+  // descriptors without waiting and calls the ready ones' handlers, then fires
+  // every clock due at the current time (clocks re-armed for "now" run in a
+  // later turn). A descriptor that stays ready does not keep it turning. Time
+  // does not move, except by a stepping simulated source. Returns the
+  // handlers run, clocks and descriptors together.
+  //
+  // A handler that throws ends the call with its exception, and nothing else
+  // that was ready is lost: the clocks of its batch fire on the next turn, and
+  // the descriptors reported ready with it are served first on the next turn
+  // if they are still ready.
   std::size_t runUntilIdle();
+
+  // One step of a real-time loop: waits until the earliest clock falls due or
+  // a watched descriptor becomes ready, but at most `maxWait`, then runs
+  // what is ready as runUntilIdle does. A signal ends the wait early. On
+  // simulated time it never waits and time does not move. Returns the
+  // handlers run.
+  std::size_t runOnce(Seconds maxWait = never);
 
   // Simulated time only: moves time forward by `seconds`, firing clocks in
   // wake-time order with the time set to each one's wake time.
@@ -71,19 +97,31 @@ class EventLoop {
   // The earliest wake time of an armed clock, or `never`.
   Seconds nextWakeTime() const { return wheel_.nextWakeTime(); }
   std::size_t armedClocks() const { return wheel_.size(); }
+  std::size_t watches() const { return watches_.size(); }
 
  private:
   friend class Clock;
+  friend class FdWatch;
   void arm(Clock* clock);
   void disarm(Clock* clock);
   void detach(Clock* clock);
+  void detach(FdWatch* watch);
   std::size_t fireDue(Seconds t);
+  // Polls the watches, waiting up to `timeoutMs` (-1: no limit), and calls
+  // the handlers of the ready ones.
+  std::size_t pollDescriptors(int timeoutMs);
+  std::size_t runTurns(int firstTimeoutMs);
 
   std::unique_ptr<TimeSource> source_;
   SimulatedTimeSource* simulated_ = nullptr;
   TimerWheel wheel_;
   std::vector<Clock*> clocks_;  // every clock bound to this loop
   std::vector<Ptr<Clock>> batch_;
+  std::vector<FdWatch*> watches_;  // in registration order, the order they are served in
+  std::vector<pollfd> pollSet_;
+  std::vector<FdWatch*> polled_;
+  std::vector<std::pair<FdWatch*, unsigned>> ready_;
+  std::vector<std::vector<std::pair<FdWatch*, unsigned>>*> dispatching_;  // turns being served, innermost last
 };
 
 }  // namespace Vex
