@@ -31,18 +31,26 @@ std::string portsText(const std::set<Nexo::IntfId>& untagged, const std::set<Nex
 
 using Ports = std::set<Nexo::IntfId>;
 
+// Ports of a VLAN by role.
+struct Membership {
+  Ports tagged, untagged, ingress, egress;
+  void add(const Nexo::IntfId& port, bool isTagged, bool isIngress, bool isEgress) {
+    (isTagged ? tagged : untagged).insert(port);
+    if (isIngress) ingress.insert(port);
+    if (isEgress) egress.insert(port);
+  }
+};
+
 // One VLAN as configured, as hardware confirmed it to the VLAN helper, and as
 // the soft chip holds it, with the generations of its updates.
 struct VlanView {
   explicit VlanView(Bridging::VlanId id) : vlanId(id) {}
   Bridging::VlanId vlanId;
-  std::optional<std::uint16_t> fid;
   std::uint64_t done = 0;
   std::optional<std::uint64_t> pending, inFlight, failed;
-  Ports configuredTagged, configuredUntagged;
-  Ports confirmedTagged, confirmedUntagged, confirmedIngress, confirmedEgress;
-  bool inHardware = false;
-  Ports hwTagged, hwUntagged, hwIngress, hwEgress;
+  Membership configured, confirmed;
+  std::optional<Membership> hardware;
+  std::optional<std::uint16_t> fid;  // the hardware's
 };
 
 VlanView vlanView(Bridging::VlanId vlanId, const VlanPhyIntfStatusLib::VlanPhyIntfStatusDir& statusDir,
@@ -50,21 +58,17 @@ VlanView vlanView(Bridging::VlanId vlanId, const VlanPhyIntfStatusLib::VlanPhyIn
   VlanView view(vlanId);
   if (auto status = statusDir.vlanPhyIntfStatus(vlanId)) {
     for (const auto& [port, entry] : status->intf())
-      (entry.tagged ? view.configuredTagged : view.configuredUntagged).insert(port);
+      view.configured.add(port, entry.tagged, entry.ingress, entry.egress);
   }
   for (const auto& [port, pvm] : helper.portVlanMembership()) {
-    if (pvm->taggedVlan(vlanId)) view.confirmedTagged.insert(port);
-    if (pvm->untaggedVlan(vlanId)) view.confirmedUntagged.insert(port);
-    if (pvm->ingressVlan(vlanId)) view.confirmedIngress.insert(port);
-    if (pvm->egressVlan(vlanId)) view.confirmedEgress.insert(port);
+    if (pvm->taggedVlan(vlanId)) view.confirmed.tagged.insert(port);
+    if (pvm->untaggedVlan(vlanId)) view.confirmed.untagged.insert(port);
+    if (pvm->ingressVlan(vlanId)) view.confirmed.ingress.insert(port);
+    if (pvm->egressVlan(vlanId)) view.confirmed.egress.insert(port);
   }
   if (const SoftChip::HwVlan* hw = helper.table().vlan(vlanId)) {
-    view.inHardware = true;
+    view.hardware = Membership{hw->tagged, hw->untagged, hw->ingress, hw->egress};
     view.fid = hw->fid.value();
-    view.hwTagged = hw->tagged;
-    view.hwUntagged = hw->untagged;
-    view.hwIngress = hw->ingress;
-    view.hwEgress = hw->egress;
   }
   auto pending = helper.vlanUpdate(vlanId);
   auto request = helper.updateConfig()->vlanUpdate(vlanId);
@@ -91,20 +95,30 @@ void printVlan(std::ostream& out, const VlanView& view) {
   if (view.failed) generations += fmt::format(", failed {}", *view.failed);
   out << fmt::format("VLAN {}  fid {}  generations: {}\n", view.vlanId.value(),
                      view.fid ? std::to_string(*view.fid) : "-", generations);
-  out << "  configured: " << portsText(view.configuredUntagged, view.configuredTagged) << "\n";
-  out << "  confirmed:  " << portsText(view.confirmedUntagged, view.confirmedTagged)
-      << "  ingress: " << intfsText(view.confirmedIngress) << "  egress: " << intfsText(view.confirmedEgress) << "\n";
-  out << "  hardware:   " << (view.inHardware ? portsText(view.hwUntagged, view.hwTagged) : "-") << "\n";
+  out << "  configured: " << portsText(view.configured.untagged, view.configured.tagged) << "\n";
+  out << "  confirmed:  " << portsText(view.confirmed.untagged, view.confirmed.tagged)
+      << "  ingress: " << intfsText(view.confirmed.ingress) << "  egress: " << intfsText(view.confirmed.egress) << "\n";
+  out << "  hardware:   " << (view.hardware ? portsText(view.hardware->untagged, view.hardware->tagged) : "-") << "\n";
 }
 
-void vlansJson(JsonWriter& w, const std::vector<VlanView>& views) {
-  w.SetFormatOptions(rapidjson::kFormatSingleLineArray);
-  auto ports = [&w](const char* key, const Ports& set) {
-    w.Key(key);
+void membershipJson(JsonWriter& w, const char* key, const Membership& membership) {
+  auto ports = [&w](const char* role, const Ports& set) {
+    w.Key(role);
     w.StartArray();
     for (const auto& port : set) w.String(port.stringValue().c_str());
     w.EndArray();
   };
+  w.Key(key);
+  w.StartObject();
+  ports("tagged", membership.tagged);
+  ports("untagged", membership.untagged);
+  ports("ingress", membership.ingress);
+  ports("egress", membership.egress);
+  w.EndObject();
+}
+
+void vlansJson(JsonWriter& w, const std::vector<VlanView>& views) {
+  w.SetFormatOptions(rapidjson::kFormatSingleLineArray);
   auto optional = [&w](const char* key, const std::optional<std::uint64_t>& value) {
     w.Key(key);
     if (value) {
@@ -119,12 +133,7 @@ void vlansJson(JsonWriter& w, const std::vector<VlanView>& views) {
   for (const auto& view : views) {
     w.Key(std::to_string(view.vlanId.value()).c_str());
     w.StartObject();
-    w.Key("fid");
-    if (view.fid) {
-      w.Uint(*view.fid);
-    } else {
-      w.Null();
-    }
+    optional("fid", view.fid);
     w.Key("generations");
     w.StartObject();
     optional("done", view.done);
@@ -132,27 +141,12 @@ void vlansJson(JsonWriter& w, const std::vector<VlanView>& views) {
     optional("inFlight", view.inFlight);
     optional("failed", view.failed);
     w.EndObject();
-    w.Key("configured");
-    w.StartObject();
-    ports("tagged", view.configuredTagged);
-    ports("untagged", view.configuredUntagged);
-    w.EndObject();
-    w.Key("confirmed");
-    w.StartObject();
-    ports("tagged", view.confirmedTagged);
-    ports("untagged", view.confirmedUntagged);
-    ports("ingress", view.confirmedIngress);
-    ports("egress", view.confirmedEgress);
-    w.EndObject();
-    w.Key("hardware");
-    if (view.inHardware) {
-      w.StartObject();
-      ports("tagged", view.hwTagged);
-      ports("untagged", view.hwUntagged);
-      ports("ingress", view.hwIngress);
-      ports("egress", view.hwEgress);
-      w.EndObject();
+    membershipJson(w, "configured", view.configured);
+    membershipJson(w, "confirmed", view.confirmed);
+    if (view.hardware) {
+      membershipJson(w, "hardware", *view.hardware);
     } else {
+      w.Key("hardware");
       w.Null();
     }
     w.EndObject();
