@@ -55,6 +55,10 @@ Vex::Ptr<VlanUpdate> vlanUpdateFactory(VlanId vlanId) { return Vex::make<VlanUpd
 void VlanUpdate::copy(VlanUpdate* dst) const {
   ORB_ASSERT(dst->vlanId() == vlanId());
   dst->genIdIs(genId());
+  dst->addReserve(add().size());
+  dst->ingressReserve(ingress().size());
+  dst->egressReserve(egress().size());
+  dst->removeReserve(remove().size());
   auto copyCollection = [](const auto& from, auto& to, auto set, auto del) {
     std::vector<IntfId> stale;
     for (const auto& [intf, flag] : to) {
@@ -176,7 +180,16 @@ Vex::Ptr<PortVlanMembership> VlanHelper::getPortVlanMembership(const IntfId& int
 // pending generation always exceeds the one hardware last acknowledged.
 Vex::Ptr<VlanUpdate> VlanHelper::bumpUpdate(VlanId vlanId) {
   auto& update = vlanUpdate_[vlanId];
-  if (!update) update = vlanUpdateFactory(vlanId);
+  if (!update) {
+    update = vlanUpdateFactory(vlanId);
+    // Most updates name every member: room for them up front, so that a
+    // VLAN of many ports does not rehash its way there.
+    if (auto cache = vlanCache(vlanId)) {
+      update->addReserve(cache->addSize());
+      update->ingressReserve(cache->addSize());
+      update->egressReserve(cache->addSize());
+    }
+  }
   if (update->genId() != 0) {
     update->genIdInc();
   } else {

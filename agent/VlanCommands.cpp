@@ -67,7 +67,8 @@ VlanView vlanView(Bridging::VlanId vlanId, const VlanPhyIntfStatusLib::VlanPhyIn
     if (pvm->egressVlan(vlanId)) view.confirmed.egress.insert(port);
   }
   if (const SoftChip::HwVlan* hw = helper.table().vlan(vlanId)) {
-    view.hardware = Membership{hw->tagged, hw->untagged, hw->ingress, hw->egress};
+    auto ports = [](const SoftChip::IntfSet& set) { return Ports(set.begin(), set.end()); };
+    view.hardware = Membership{ports(hw->tagged), ports(hw->untagged), ports(hw->ingress), ports(hw->egress)};
     view.fid = hw->fid.value();
   }
   auto pending = helper.vlanUpdate(vlanId);

@@ -95,11 +95,4 @@ void SoftTable::dump(JsonWriter& writer) const {
   writer.EndObject();
 }
 
-void dumpIntfs(JsonWriter& writer, const char* key, const std::set<Nexo::IntfId>& intfs) {
-  writer.Key(key);
-  writer.StartArray();
-  for (const auto& intf : intfs) writer.String(intf.stringValue().c_str());
-  writer.EndArray();
-}
-
 }  // namespace SoftChip

@@ -18,6 +18,8 @@
 #include "platform/vex/Ptr.h"
 #include "platform/vex/Time.h"
 
+#include <boost/container/flat_set.hpp>
+
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -133,7 +135,17 @@ class SoftTableOf : public SoftTable {
   }
 };
 
+// A small ordered set of interfaces in one block: a VLAN's or a LAG's
+// members, looked up and changed far more often than they grow.
+using IntfSet = boost::container::flat_set<Nexo::IntfId>;
+
 // Writes a set of interfaces as a JSON array under `key`.
-void dumpIntfs(JsonWriter& writer, const char* key, const std::set<Nexo::IntfId>& intfs);
+template <class Intfs>
+void dumpIntfs(JsonWriter& writer, const char* key, const Intfs& intfs) {
+  writer.Key(key);
+  writer.StartArray();
+  for (const auto& intf : intfs) writer.String(intf.stringValue().c_str());
+  writer.EndArray();
+}
 
 }  // namespace SoftChip

@@ -17,10 +17,10 @@
 namespace SoftChip {
 
 struct HwVlan {
-  std::set<Nexo::IntfId> tagged;
-  std::set<Nexo::IntfId> untagged;
-  std::set<Nexo::IntfId> ingress;
-  std::set<Nexo::IntfId> egress;
+  IntfSet tagged;
+  IntfSet untagged;
+  IntfSet ingress;
+  IntfSet egress;
   Bridging::Fid fid;
   std::uint64_t lastGenId = 0;
 };
