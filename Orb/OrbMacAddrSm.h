@@ -11,6 +11,11 @@
 // becomes an Orb::ModifyMacEntry on the update queue, drained in slices of
 // `macModifyBacklogQuantum` through the MAC helper.
 //
+// Its code is in three files: OrbMacAddrSm.cpp (sources, choosing,
+// reactions, learning control), OrbMacProgramming.cpp (the update queue,
+// programming and outcomes) and OrbMacFlush.cpp (flush requests); what they
+// share is in OrbMacAddrSmParts.h.
+//
 // Choices made here where the rules leave them open:
 // - EntryEvaluationAction values: none 0, addOrModify 1, remove 2,
 //   remoteToLocal 3.
