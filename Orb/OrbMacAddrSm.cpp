@@ -427,47 +427,112 @@ bool MacAddrSm::peerEntriesAllowed() const {
   return in_.mlagStatus && in_.mlagStatus->mlagStateValid() && !in_.mlagStatus->peerLinkIntf().empty();
 }
 
+const char* MacAddrSm::sourceName(Source source) {
+  switch (source) {
+    case Source::l2Rib:
+      return "l2Rib";
+    case Source::evpnReceived:
+    case Source::evpnConfigured:
+      return "evpnMacTable";
+    case Source::fdbConfig:
+    case Source::nonAging:
+    case Source::dot1x:
+      return "fdbConfig";
+    case Source::mlagPeer:
+      return "mlagHostTable";
+  }
+  return "";
+}
+
+bool MacAddrSm::sourceHas(Source source, const MacVlanPair& key) const {
+  switch (source) {
+    case Source::l2Rib:
+      return in_.l2RibOutput && in_.l2RibOutput->hostHas(key);
+    case Source::evpnReceived:
+      return in_.remoteHostTable && in_.remoteHostTable->receivedHostHas(key);
+    case Source::evpnConfigured:
+      return in_.remoteHostTable && in_.remoteHostTable->configuredHostHas(key);
+    case Source::fdbConfig:
+      return in_.bridgingConfig->fdbConfigHas(key);
+    case Source::nonAging:
+      return nonAgingReactor_ && nonAgingReactor_->notifier()->macEntriesHas(key);
+    case Source::dot1x:
+      // The local 802.1X table is keyed by address; its row names the VLAN.
+      return dot1xLocalHostTable_ && dot1xLocalHostTable_->hostHas(key.addr);
+    case Source::mlagPeer:
+      return in_.mlagHostTable && in_.mlagHostTable->hostEntryHas(key);
+  }
+  return false;
+}
+
+bool MacAddrSm::sourceEmpty(Source source) const {
+  switch (source) {
+    case Source::l2Rib:
+      return !in_.l2RibOutput || in_.l2RibOutput->host().empty();
+    case Source::evpnReceived:
+      return !in_.remoteHostTable || in_.remoteHostTable->receivedHost().empty();
+    case Source::evpnConfigured:
+      return !in_.remoteHostTable || in_.remoteHostTable->configuredHost().empty();
+    case Source::fdbConfig:
+      return in_.bridgingConfig->fdbConfig().empty();
+    case Source::nonAging:
+      return !nonAgingReactor_ || nonAgingReactor_->notifier()->macEntries().empty();
+    case Source::dot1x:
+      return !dot1xLocalHostTable_ || dot1xLocalHostTable_->host().empty();
+    case Source::mlagPeer:
+      return !in_.mlagHostTable || in_.mlagHostTable->hostEntry().empty();
+  }
+  return true;
+}
+
+RemoteMacAddressTableEntry MacAddrSm::sourceEntry(Source source, const MacVlanPair& key) const {
+  switch (source) {
+    case Source::l2Rib:
+      return in_.l2RibOutput->host(key);
+    case Source::evpnReceived:
+      return in_.remoteHostTable->receivedHost(key);
+    case Source::evpnConfigured:
+      return in_.remoteHostTable->configuredHost(key);
+    case Source::fdbConfig:
+      return fromRow(in_.bridgingConfig->fdbConfig(key));
+    case Source::nonAging:
+      return fromRow(nonAgingReactor_->notifier()->macEntries(key));
+    case Source::dot1x:
+      return fromRow(dot1xLocalHostTable_->host(key.addr));
+    case Source::mlagPeer:
+      return fromRow(in_.mlagHostTable->hostEntry(key));
+  }
+  return {};
+}
+
 std::optional<RemoteMacAddressTableEntry> MacAddrSm::configuredEntry(const MacVlanPair& key) {
   std::optional<RemoteMacAddressTableEntry> best;
-  auto offer = [&](const RemoteMacAddressTableEntry& candidate, const char* source) {
-    BLIP(trace(), 8, "candidate from {} {}", source, keyText(key));
-    const auto* winner = betterEntry(best ? &*best : nullptr, &candidate, in_.swTunnelIdMap.get());
-    if (winner == &candidate) best = candidate;
-  };
-  if (in_.l2RibOutput && in_.l2RibOutput->hostHas(key)) offer(in_.l2RibOutput->host(key), "l2Rib");
-  if (in_.remoteHostTable) {
-    if (in_.remoteHostTable->receivedHostHas(key)) offer(in_.remoteHostTable->receivedHost(key), "evpnMacTable");
-    if (in_.remoteHostTable->configuredHostHas(key)) offer(in_.remoteHostTable->configuredHost(key), "evpnMacTable");
-  }
   // Colliding keys are kept, not counted per look, so that the count says
   // how many static entries are set aside now.
   bool colliding = false;
-  if (in_.bridgingConfig->fdbConfigHas(key)) {
-    if (in_.routerMacTable && in_.routerMacTable->macEntryHas(key)) {
+  for (Source source : sources) {
+    if (!sourceHas(source, key)) continue;
+    auto candidate = sourceEntry(source, key);
+    if (source == Source::fdbConfig && in_.routerMacTable && in_.routerMacTable->macEntryHas(key)) {
       colliding = true;
       if (collidingStaticEntryWithRouterMacEntry_.insert(key).second) {
         BLIP(trace(), 3, "collision of static entry {} with router mac entry", keyText(key));
       }
-    } else {
-      offer(fromRow(in_.bridgingConfig->fdbConfig(key)), "fdbConfig");
+      continue;
     }
+    if (source == Source::dot1x && candidate.macVlanPair != key) continue;
+    if (source == Source::mlagPeer) {
+      if (!peerEntriesAllowed()) continue;
+      // The peer's address is reached over the MLAG interface if this switch
+      // has it, else over the peer link.
+      if (!ocsd()->lagToPortHas(candidate.intf)) candidate.intf = in_.mlagStatus->peerLinkIntf();
+    }
+    BLIP(trace(), 8, "candidate from {} {}", sourceName(source), keyText(key));
+    const auto* winner = betterEntry(best ? &*best : nullptr, &candidate, in_.swTunnelIdMap.get());
+    if (winner == &candidate) best = candidate;
   }
   if (!colliding && !collidingStaticEntryWithRouterMacEntry_.empty())
     collidingStaticEntryWithRouterMacEntry_.erase(key);
-  if (nonAgingReactor_ && nonAgingReactor_->notifier()->macEntriesHas(key)) {
-    offer(fromRow(nonAgingReactor_->notifier()->macEntries(key)), "fdbConfig");
-  }
-  if (dot1xLocalHostTable_ && dot1xLocalHostTable_->hostHas(key.addr)) {
-    const auto& row = dot1xLocalHostTable_->host(key.addr);
-    if (row.macVlanPair == key) offer(fromRow(row), "fdbConfig");
-  }
-  if (in_.mlagHostTable && peerEntriesAllowed() && in_.mlagHostTable->hostEntryHas(key)) {
-    auto peer = fromRow(in_.mlagHostTable->hostEntry(key));
-    // The peer's address is reached over the MLAG interface if this switch
-    // has it, else over the peer link.
-    if (!ocsd()->lagToPortHas(peer.intf)) peer.intf = in_.mlagStatus->peerLinkIntf();
-    offer(peer, "mlagHostTable");
-  }
   return best;
 }
 

@@ -213,6 +213,20 @@ class MacAddrSm : public OrbBaseSm {
 
   void handleInitialized() override;
 
+  // The sources of candidate entries other than the hardware, in the order
+  // configuredEntry weighs them. The one list: whoever asks about sources
+  // walks it, and a new source is one more name here and its cases below
+  // (the compiler names a switch that misses it).
+  enum class Source : std::uint8_t { l2Rib, evpnReceived, evpnConfigured, fdbConfig, nonAging, dot1x, mlagPeer };
+  static constexpr Source sources[] = {Source::l2Rib,     Source::evpnReceived, Source::evpnConfigured,
+                                       Source::fdbConfig, Source::nonAging,     Source::dot1x,
+                                       Source::mlagPeer};
+  static const char* sourceName(Source source);
+  // Whether the source offers an entry for the key; whether it offers none.
+  bool sourceHas(Source source, const MacVlanPair& key) const;
+  bool sourceEmpty(Source source) const;
+  // The source's entry for a key it has, as it stands in the source.
+  RemoteMacAddressTableEntry sourceEntry(Source source, const MacVlanPair& key) const;
   std::optional<RemoteMacAddressTableEntry> configuredEntry(const MacVlanPair& key);
   std::optional<RemoteMacAddressTableEntry> currentEntry(const MacVlanPair& key) const;
   void reevaluateEntry(const MacVlanPair& key);

@@ -184,31 +184,18 @@ void MacAddrSm::flushAddr(std::uint16_t vlanId, const IntfId& intf, const Nexo::
   }
 }
 
-// wantedElsewhere and noOtherSource ask of one key and of all keys what
-// configuredEntry gathers: keep the three lists of sources in step.
 bool MacAddrSm::wantedElsewhere(const MacVlanPair& key) const {
   // The queue keeps its room after a burst: look only when it holds something.
   return (!updateList_.empty() && updateList_.contains(key)) || wantedBySource(key);
 }
 
 bool MacAddrSm::wantedBySource(const MacVlanPair& key) const {
-  return (in_.l2RibOutput && in_.l2RibOutput->hostHas(key)) ||
-         (in_.remoteHostTable &&
-          (in_.remoteHostTable->receivedHostHas(key) || in_.remoteHostTable->configuredHostHas(key))) ||
-         in_.bridgingConfig->fdbConfigHas(key) ||
-         (nonAgingReactor_ && nonAgingReactor_->notifier()->macEntriesHas(key)) ||
-         (dot1xLocalHostTable_ && dot1xLocalHostTable_->hostHas(key.addr)) ||
-         (in_.mlagHostTable && in_.mlagHostTable->hostEntryHas(key));
+  return std::any_of(std::begin(sources), std::end(sources), [&](Source source) { return sourceHas(source, key); });
 }
 
 bool MacAddrSm::noOtherSource() const {
-  return updateList_.empty() && (!in_.l2RibOutput || in_.l2RibOutput->host().empty()) &&
-         (!in_.remoteHostTable ||
-          (in_.remoteHostTable->receivedHost().empty() && in_.remoteHostTable->configuredHost().empty())) &&
-         in_.bridgingConfig->fdbConfig().empty() &&
-         (!nonAgingReactor_ || nonAgingReactor_->notifier()->macEntries().empty()) &&
-         (!dot1xLocalHostTable_ || dot1xLocalHostTable_->host().empty()) &&
-         (!in_.mlagHostTable || in_.mlagHostTable->hostEntry().empty());
+  return updateList_.empty() &&
+         std::all_of(std::begin(sources), std::end(sources), [&](Source source) { return sourceEmpty(source); });
 }
 
 void MacAddrSm::dropFlushedHosts(std::optional<std::uint16_t> vlanId, const IntfId* intf) {
