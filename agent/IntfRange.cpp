@@ -52,4 +52,10 @@ std::vector<Nexo::IntfId> parseIntfRange(const std::string& text) {
   return out;
 }
 
+std::string intfsText(const std::set<Nexo::IntfId>& intfs) {
+  std::string text;
+  for (const auto& intf : intfs) text += (text.empty() ? "" : " ") + intf.stringValue();
+  return text.empty() ? "-" : text;
+}
+
 }  // namespace Agent

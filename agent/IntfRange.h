@@ -3,6 +3,7 @@
 
 #include "platform/types/Nexo.h"
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -10,5 +11,8 @@ namespace Agent {
 
 // Throws CommandError on anything that is not a list of interfaces.
 std::vector<Nexo::IntfId> parseIntfRange(const std::string& text);
+
+// The interfaces in order, separated by blanks; "-" for none.
+std::string intfsText(const std::set<Nexo::IntfId>& intfs);
 
 }  // namespace Agent

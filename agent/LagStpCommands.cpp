@@ -49,12 +49,6 @@ std::string stateName(Orb::PortState state) {
   return "unknown";
 }
 
-std::string intfsText(const std::set<Nexo::IntfId>& intfs) {
-  std::string text;
-  for (const auto& intf : intfs) text += (text.empty() ? "" : " ") + intf.stringValue();
-  return text.empty() ? "-" : text;
-}
-
 std::vector<Bridging::VlanId> vlanRange(const std::string& text) {
   std::vector<Bridging::VlanId> vlans;
   std::size_t start = 0;
@@ -75,11 +69,6 @@ std::vector<Bridging::VlanId> vlanRange(const std::string& text) {
 // chip holds.
 void lagsJson(JsonWriter& w, const std::set<Nexo::IntfId>& lags, const Orb::OrbCommonSmData& ocsd,
               const SoftChip::SoftLagHelper& lagHelper, const Orb::LagSm& lagSm) {
-  auto intfArray = [&w](const std::set<Nexo::IntfId>& intfs) {
-    w.StartArray();
-    for (const auto& intf : intfs) w.String(intf.stringValue().c_str());
-    w.EndArray();
-  };
   w.StartObject();
   w.Key("cleanupOnRestart");
   w.Bool(!lagSm.disableCleanupOnRestart());
@@ -90,13 +79,11 @@ void lagsJson(JsonWriter& w, const std::set<Nexo::IntfId>& lags, const Orb::OrbC
     w.StartObject();
     std::set<Nexo::IntfId> members;
     for (const auto& [port, state] : ocsd.lagToPort(lag).ports) members.insert(port);
-    w.Key("members");
-    intfArray(members);
+    SoftChip::dumpIntfs(w, "members", members);
     const auto* hw = lagHelper.table().lag(lag);
     w.Key("inHardware");
     w.Bool(hw != nullptr);
-    w.Key("hardwareMembers");
-    intfArray(hw ? hw->members : std::set<Nexo::IntfId>{});
+    SoftChip::dumpIntfs(w, "hardwareMembers", hw ? hw->members : std::set<Nexo::IntfId>{});
     w.Key("sharesPeerLink");
     w.String(hw ? hw->sharedPeerLink.stringValue().c_str() : "");
     w.EndObject();

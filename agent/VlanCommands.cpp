@@ -83,12 +83,6 @@ VlanView vlanView(Bridging::VlanId vlanId, const VlanPhyIntfStatusLib::VlanPhyIn
   return view;
 }
 
-std::string intfsText(const Ports& ports) {
-  std::string text;
-  for (const auto& port : ports) text += (text.empty() ? "" : " ") + port.stringValue();
-  return text.empty() ? "-" : text;
-}
-
 void printVlan(std::ostream& out, const VlanView& view) {
   std::string generations = fmt::format("done {}", view.done);
   if (view.pending) generations += fmt::format(", pending {}", *view.pending);
@@ -103,18 +97,12 @@ void printVlan(std::ostream& out, const VlanView& view) {
 }
 
 void membershipJson(JsonWriter& w, const char* key, const Membership& membership) {
-  auto ports = [&w](const char* role, const Ports& set) {
-    w.Key(role);
-    w.StartArray();
-    for (const auto& port : set) w.String(port.stringValue().c_str());
-    w.EndArray();
-  };
   w.Key(key);
   w.StartObject();
-  ports("tagged", membership.tagged);
-  ports("untagged", membership.untagged);
-  ports("ingress", membership.ingress);
-  ports("egress", membership.egress);
+  SoftChip::dumpIntfs(w, "tagged", membership.tagged);
+  SoftChip::dumpIntfs(w, "untagged", membership.untagged);
+  SoftChip::dumpIntfs(w, "ingress", membership.ingress);
+  SoftChip::dumpIntfs(w, "egress", membership.egress);
   w.EndObject();
 }
 
