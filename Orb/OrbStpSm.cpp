@@ -94,9 +94,9 @@ std::set<VlanId> VlanTopoHelper::knownVlans() const {
   return vlans;
 }
 
-const std::map<VlanId, std::uint64_t>& VlanTopoHelper::topoPendingVlans(const std::string& topoName) const {
+const Bridging::VlanMap<std::uint64_t>& VlanTopoHelper::topoPendingVlans(const std::string& topoName) const {
   auto it = topoPendingVlans_.find(topoName);
-  return it == topoPendingVlans_.end() ? Vex::emptyValue<std::map<VlanId, std::uint64_t>>() : it->second;
+  return it == topoPendingVlans_.end() ? Vex::emptyValue<Bridging::VlanMap<std::uint64_t>>() : it->second;
 }
 
 void VlanTopoHelper::setStpState(std::int32_t topoId, const std::string& topoName, const IntfId& intf,
@@ -196,10 +196,10 @@ void VlanTopoHelper::handleVlanUpdateCompletion(VlanId vlanId, std::uint64_t gen
   BLIP(trace(), 7, "handleVlanUpdateCompletion vlanId={} genId={}", vlanId.value(), genId);
   std::vector<std::string> done;
   for (auto& [topoName, pending] : topoPendingVlans_) {
-    auto it = pending.find(vlanId);
+    auto waited = pending.find(vlanId);
     // An older generation than the one waited for completes nothing.
-    if (it == pending.end() || it->second > genId) continue;
-    pending.erase(it);
+    if (!waited || *waited > genId) continue;
+    pending.erase(vlanId);
     BLIP(trace(), 7, " topo {} vlan {} completed", topoName, vlanId.value());
     if (pending.empty()) {
       done.push_back(topoName);

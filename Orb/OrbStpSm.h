@@ -101,7 +101,7 @@ class VlanTopoHelper : public TopoHelper {
   // The VLANs the switch has members configured in.
   std::set<VlanId> knownVlans() const;
   // VLAN to the generation the topology waits for.
-  const std::map<VlanId, std::uint64_t>& topoPendingVlans(const std::string& topoName) const;
+  const Bridging::VlanMap<std::uint64_t>& topoPendingVlans(const std::string& topoName) const;
   const std::map<VlanId, Vex::Ptr<VlanHwUpdateStatus::Status>>& completedVlanUpdateStatus() const {
     return completedVlanUpdateStatus_;
   }
@@ -111,7 +111,7 @@ class VlanTopoHelper : public TopoHelper {
 
   Vex::Ptr<VlanHelper> vlanHelper_;
   std::map<std::string, MappedVlan> topoToVlanMap_;
-  std::map<std::string, std::map<VlanId, std::uint64_t>> topoPendingVlans_;
+  std::map<std::string, Bridging::VlanMap<std::uint64_t>> topoPendingVlans_;
   std::map<VlanId, Vex::Ptr<VlanHwUpdateStatus::Status>> completedVlanUpdateStatus_;
   // The state last applied to each port of each topology, for VLANs that
   // join the topology later.

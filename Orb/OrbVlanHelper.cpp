@@ -55,10 +55,6 @@ Vex::Ptr<VlanUpdate> vlanUpdateFactory(VlanId vlanId) { return Vex::make<VlanUpd
 void VlanUpdate::copy(VlanUpdate* dst) const {
   ORB_ASSERT(dst->vlanId() == vlanId());
   dst->genIdIs(genId());
-  dst->addReserve(add().size());
-  dst->ingressReserve(ingress().size());
-  dst->egressReserve(egress().size());
-  dst->removeReserve(remove().size());
   auto copyCollection = [](const auto& from, auto& to, auto set, auto del) {
     std::vector<IntfId> stale;
     for (const auto& [intf, flag] : to) {
@@ -149,13 +145,13 @@ void VlanHelper::handleInitialized() {
 }
 
 Vex::Ptr<VlanUpdate> VlanHelper::vlanUpdate(VlanId vlanId) const {
-  auto it = vlanUpdate_.find(vlanId);
-  return it == vlanUpdate_.end() ? nullptr : it->second;
+  auto found = vlanUpdate_.find(vlanId);
+  return found ? *found : nullptr;
 }
 
 Vex::Ptr<VlanCache> VlanHelper::vlanCache(VlanId vlanId) const {
-  auto it = vlanCache_.find(vlanId);
-  return it == vlanCache_.end() ? nullptr : it->second;
+  auto found = vlanCache_.find(vlanId);
+  return found ? *found : nullptr;
 }
 
 Vex::Ptr<VlanCache> VlanHelper::vlanCacheIs(VlanId vlanId) {
@@ -165,8 +161,8 @@ Vex::Ptr<VlanCache> VlanHelper::vlanCacheIs(VlanId vlanId) {
 }
 
 Vex::Ptr<PortForwarding> VlanHelper::portForwarding(VlanId vlanId) const {
-  auto it = portForwarding_.find(vlanId);
-  return it == portForwarding_.end() ? nullptr : it->second;
+  auto found = portForwarding_.find(vlanId);
+  return found ? *found : nullptr;
 }
 
 Vex::Ptr<PortVlanMembership> VlanHelper::getPortVlanMembership(const IntfId& intf) {
@@ -180,16 +176,7 @@ Vex::Ptr<PortVlanMembership> VlanHelper::getPortVlanMembership(const IntfId& int
 // pending generation always exceeds the one hardware last acknowledged.
 Vex::Ptr<VlanUpdate> VlanHelper::bumpUpdate(VlanId vlanId) {
   auto& update = vlanUpdate_[vlanId];
-  if (!update) {
-    update = vlanUpdateFactory(vlanId);
-    // Most updates name every member: room for them up front, so that a
-    // VLAN of many ports does not rehash its way there.
-    if (auto cache = vlanCache(vlanId)) {
-      update->addReserve(cache->addSize());
-      update->ingressReserve(cache->addSize());
-      update->egressReserve(cache->addSize());
-    }
-  }
+  if (!update) update = vlanUpdateFactory(vlanId);
   if (update->genId() != 0) {
     update->genIdInc();
   } else {
@@ -386,13 +373,13 @@ void VlanHelper::foldIntoConfirmedMembership(const VlanUpdate& done) {
   VlanId vlanId = done.vlanId();
   for (const auto& [intf, tagged] : done.add()) {
     auto pvm = getPortVlanMembership(intf);
-    pvm->untaggedVlanDel(vlanId);
-    pvm->taggedVlanDel(vlanId);
     if (tagged) {
       BLIP(trace(), 8, "adding tagged port {}", intf.stringValue());
+      pvm->untaggedVlanDel(vlanId);
       pvm->taggedVlanIs(vlanId);
     } else {
       BLIP(trace(), 8, "adding untagged port {}", intf.stringValue());
+      pvm->taggedVlanDel(vlanId);
       pvm->untaggedVlanIs(vlanId);
     }
     if (done.egress(intf)) {
@@ -421,7 +408,7 @@ void VlanHelper::foldIntoConfirmedMembership(const VlanUpdate& done) {
 }
 
 void VlanHelper::hwResourcesAvailable() {
-  for (auto& [vlanId, update] : vlanUpdate_) update->genIdInc();
+  for (auto [vlanId, update] : vlanUpdate_) update->genIdInc();
   if (!vlanUpdate_.empty()) vlanUpdater_->wake();
 }
 

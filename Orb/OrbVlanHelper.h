@@ -11,7 +11,9 @@
 
 #include "Orb/OrbBaseHelper.h"
 #include "platform/types/Bridging.h"
+#include "platform/types/IntfFlagMap.h"
 #include "platform/types/Nexo.h"
+#include "platform/types/VlanMap.h"
 #include "platform/vex/Entity.h"
 
 #include <boost/describe/enum.hpp>
@@ -41,10 +43,10 @@ class PortVlanMembership : public Vex::Entity {
   explicit PortVlanMembership(const IntfId& intf);
   const IntfId& intf() const { return intf_; }
 
-  VEX_SET(VlanId, taggedVlan, TaggedVlan)
-  VEX_SET(VlanId, untaggedVlan, UntaggedVlan)
-  VEX_SET(VlanId, ingressVlan, IngressVlan)
-  VEX_SET(VlanId, egressVlan, EgressVlan)
+  VEX_VLAN_SET(taggedVlan, TaggedVlan)
+  VEX_VLAN_SET(untaggedVlan, UntaggedVlan)
+  VEX_VLAN_SET(ingressVlan, IngressVlan)
+  VEX_VLAN_SET(egressVlan, EgressVlan)
 
  private:
   IntfId intf_;
@@ -92,10 +94,10 @@ class VlanUpdate : public Vex::Entity {
   VlanId vlanId() const { return vlanId_; }
 
   VEX_COUNTER(std::uint64_t, genId, GenId)
-  VEX_COLLECTION(IntfId, bool, add, Add)
-  VEX_COLLECTION(IntfId, bool, ingress, Ingress)
-  VEX_COLLECTION(IntfId, bool, egress, Egress)
-  VEX_COLLECTION(IntfId, bool, remove, Remove)
+  VEX_INTF_FLAGS(add, Add)
+  VEX_INTF_FLAGS(ingress, Ingress)
+  VEX_INTF_FLAGS(egress, Egress)
+  VEX_INTF_FLAGS(remove, Remove)
 
   // Makes `dst` (of the same VLAN) hold exactly what this update holds.
   void copy(VlanUpdate* dst) const;
@@ -120,11 +122,11 @@ class VlanCache : public Vex::Entity {
   explicit VlanCache(VlanId vlanId);
   VlanId vlanId() const { return vlanId_; }
 
-  VEX_COLLECTION(IntfId, bool, add, Add)
-  VEX_COLLECTION(IntfId, bool, ingress, Ingress)
-  VEX_COLLECTION(IntfId, bool, egress, Egress)
+  VEX_INTF_FLAGS(add, Add)
+  VEX_INTF_FLAGS(ingress, Ingress)
+  VEX_INTF_FLAGS(egress, Egress)
   // Ports a recirculation feature uses: never taken out of the VLAN here.
-  VEX_COLLECTION(IntfId, bool, recircFeature, RecircFeature)
+  VEX_INTF_FLAGS(recircFeature, RecircFeature)
 
  private:
   VlanId vlanId_;
@@ -142,7 +144,7 @@ class PortForwarding : public Vex::Entity {
   };
   explicit PortForwarding(VlanId vlanId);
   VlanId vlanId() const { return vlanId_; }
-  VEX_COLLECTION(IntfId, bool, forwarding, Forwarding)
+  VEX_INTF_FLAGS(forwarding, Forwarding)
 
  private:
   VlanId vlanId_;
@@ -255,10 +257,10 @@ class VlanHelper : public VlanHelperBase {
   // Pending changes, requests and answers, by VLAN.
   const Vex::HashSet<VlanId>& createdVlan() const { return createdVlan_; }
   bool createdVlan(VlanId vlanId) const { return createdVlan_.contains(vlanId); }
-  const std::map<VlanId, Vex::Ptr<VlanUpdate>>& vlanUpdate() const { return vlanUpdate_; }
+  const Bridging::VlanMap<Vex::Ptr<VlanUpdate>>& vlanUpdate() const { return vlanUpdate_; }
   Vex::Ptr<VlanUpdate> vlanUpdate(VlanId vlanId) const;
   Vex::Ptr<VlanCache> vlanCache(VlanId vlanId) const;
-  const Vex::HashMap<VlanId, Vex::Ptr<VlanCache>>& vlanCache() const { return vlanCache_; }
+  const Bridging::VlanMap<Vex::Ptr<VlanCache>>& vlanCache() const { return vlanCache_; }
   Vex::Ptr<PortForwarding> portForwarding(VlanId vlanId) const;
   const Vex::Ptr<VlanHwUpdateConfig>& updateConfig() const { return updateConfig_; }
   const Vex::Ptr<VlanHwUpdateStatus>& updateStatus() const { return updateStatus_; }
@@ -305,10 +307,11 @@ class VlanHelper : public VlanHelperBase {
 
   bool initialized_ = false;
   Vex::HashSet<VlanId> createdVlan_;
-  // Ordered by VLAN so a yielded pass resumes where it stopped.
-  std::map<VlanId, Vex::Ptr<VlanUpdate>> vlanUpdate_;
-  Vex::HashMap<VlanId, Vex::Ptr<VlanCache>> vlanCache_;
-  Vex::HashMap<VlanId, Vex::Ptr<PortForwarding>> portForwarding_;
+  // Indexed by VLAN: spanning tree touches every VLAN of a topology on each
+  // port change, and a yielded pass resumes in VLAN order.
+  Bridging::VlanMap<Vex::Ptr<VlanUpdate>> vlanUpdate_;
+  Bridging::VlanMap<Vex::Ptr<VlanCache>> vlanCache_;
+  Bridging::VlanMap<Vex::Ptr<PortForwarding>> portForwarding_;
   Vex::Ptr<VlanHwUpdateConfig> updateConfig_;
   Vex::Ptr<VlanHwUpdateStatus> updateStatus_;
   Vex::Ptr<VlanHwUpdateStatus> lastCompletedUpdateStatus_;
