@@ -12,45 +12,50 @@
 
 #include <boost/container/small_vector.hpp>
 
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
 #include <utility>
+#include <vector>
 
 namespace Nexo {
 
 constexpr std::uint32_t noIntfIndex = UINT32_MAX;
 
 namespace IntfNumbering {
-// The lookups out of line; intfIndex and knownIntfIndex first try the last
-// interface numbered, since callers mostly ask about one port many times in
-// a row (one port across every VLAN, one port's several flags).
+// The lookups out of line. intfIndex and knownIntfIndex first try a small
+// direct-mapped memo of recent answers: a switch has a few dozen ports, and
+// the callers ask about the same ones over and over.
 std::uint32_t number(const IntfId& intf);
 std::uint32_t find(const IntfId& intf);
-struct Last {
+struct Memo {
   std::uint64_t bits = 0;
   std::uint32_t index = noIntfIndex;
 };
-inline Last last;
+inline std::array<Memo, 128> memo;
+inline std::vector<IntfId> intfs;  // by number
+inline Memo& memoFor(std::uint64_t bits) { return memo[(bits * 0x9E3779B97F4A7C15ULL) >> 57]; }
 }  // namespace IntfNumbering
 
 // The interface's number in this process, given on first sight.
 inline std::uint32_t intfIndex(const IntfId& intf) {
-  auto& last = IntfNumbering::last;
-  if (last.bits == intf.bits() && last.index != noIntfIndex) return last.index;
+  const auto& memo = IntfNumbering::memoFor(intf.bits());
+  if (memo.bits == intf.bits() && memo.index != noIntfIndex) return memo.index;
   return IntfNumbering::number(intf);
 }
 
 // Its number if it has one, else `noIntfIndex`: for readers, which must not
 // number every name they are asked about.
 inline std::uint32_t knownIntfIndex(const IntfId& intf) {
-  auto& last = IntfNumbering::last;
-  if (last.bits == intf.bits() && last.index != noIntfIndex) return last.index;
+  const auto& memo = IntfNumbering::memoFor(intf.bits());
+  if (memo.bits == intf.bits() && memo.index != noIntfIndex) return memo.index;
   return IntfNumbering::find(intf);
 }
+
 // The interface a number was given to.
-const IntfId& intfAtIndex(std::uint32_t index);
+inline const IntfId& intfAtIndex(std::uint32_t index) { return IntfNumbering::intfs[index]; }
 
 class IntfFlagMap {
   using Words = boost::container::small_vector<std::uint64_t, 1>;
