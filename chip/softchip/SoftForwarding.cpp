@@ -23,23 +23,6 @@ Orb::PortState portState(const HwTopology* topology, const Nexo::IntfId& intf) {
   return it == topology->portState.end() ? Orb::PortState::portStateForwarding : it->second;
 }
 
-// The member of a LAG a flow leaves by: the member that scores highest for
-// the flow (rendezvous hashing), so that a member going takes away only the
-// flows it carried and every other flow stays where it was.
-Nexo::IntfId lagMemberFor(const HwLag& lag, std::uint64_t flowHash) {
-  Nexo::IntfId chosen;
-  std::uint64_t best = 0;
-  for (const auto& member : lag.members) {
-    std::uint64_t score = (flowHash ^ member.bits()) * 0x9e3779b97f4a7c15ULL;
-    score ^= score >> 29;
-    if (chosen.empty() || score > best) {
-      chosen = member;
-      best = score;
-    }
-  }
-  return chosen;
-}
-
 }  // namespace
 
 void ForwardResult::clear() {
@@ -118,7 +101,7 @@ void SoftForwarding::forward(const Nexo::IntfId& ingress, const Frame& frame, Fo
     result.drop = "source MAC multicast";
     return;
   }
-  learnSource(frame, from, result);
+  learnSource(frame, ingress, from, result);
   if (!::SoftChip::forwards(state)) {
     result.drop = fmt::format("{} learning in vlan {}: does not forward", name(from), vlanNumber);
     return;
@@ -150,9 +133,13 @@ void SoftForwarding::forward(const Nexo::IntfId& ingress, const Frame& frame, Fo
   if (result.egress.empty()) result.drop = fmt::format("no egress: vlan {} floods to no other port", vlanNumber);
 }
 
-void SoftForwarding::learnSource(const Frame& frame, const Nexo::IntfId& intf, ForwardResult& result) {
+void SoftForwarding::learnSource(const Frame& frame, const Nexo::IntfId& port, const Nexo::IntfId& intf,
+                                 ForwardResult& result) {
   if (!tables_.fdb) return;
   SoftFdbHelper& fdb = tables_.fdb->helper();
+  // Learning is switched per physical port (a LAG's on its members); the
+  // entry names the LAG.
+  bool portLearns = fdb.learningOn(port);
   Bridging::MacVlanPair key{frame.src, Bridging::VlanId(result.vlan)};
   const HwFdbEntry* known = tables_.fdb->entry(key);
   if (!known && fdb.learning() == SoftFdbHelper::Learning::software) {
@@ -166,7 +153,7 @@ void SoftForwarding::learnSource(const Frame& frame, const Nexo::IntfId& intf, F
     return;
   }
   bool wasKnown = known != nullptr;
-  if (!fdb.learn(key, intf)) return;
+  if (!portLearns || !fdb.learn(key, intf)) return;
   result.learned = !wasKnown;
   result.moved = wasKnown;
 }
@@ -180,7 +167,7 @@ void SoftForwarding::addEgress(const HwVlan& vlan, const Nexo::IntfId& member, c
   if (intf.isLag()) {
     if (!lag || lag->members.empty()) return;
     out.lag = intf;
-    out.port = lagMemberFor(*lag, frameFlowHash(frame));
+    out.port = lag->memberFor(frameFlowHash(frame));
   } else {
     out.port = intf;
   }

@@ -24,7 +24,8 @@
 //    to the VLAN's egress members (its flood set, expansion included) that
 //    forward, never back to the ingress port or LAG;
 //  - a frame to a LAG leaves by exactly one member, chosen by
-//    frameFlowHash, so that one flow always takes one member.
+//    frameFlowHash and HwLag::memberFor, so that one flow always takes one
+//    member and a member going moves only the flows it carried.
 //
 // A chip without a table of some kind does without it: no LAG table, no
 // LAGs; no topology table, every port forwards; no forwarding database,
@@ -97,7 +98,8 @@ class SoftForwarding {
   Nexo::IntfId logical(const Nexo::IntfId& port) const;
   // Whether `intf` may send in the VLAN as its topology says.
   bool forwards(const HwTopology* topology, const Nexo::IntfId& intf) const;
-  void learnSource(const Frame& frame, const Nexo::IntfId& intf, ForwardResult& result);
+  // Learns the source arriving on `port`, as `intf` (its LAG, or itself).
+  void learnSource(const Frame& frame, const Nexo::IntfId& port, const Nexo::IntfId& intf, ForwardResult& result);
   // Adds a copy leaving by `intf` (a port or a LAG) with the VLAN's tagging.
   void addEgress(const HwVlan& vlan, const Nexo::IntfId& member, const Nexo::IntfId& intf, const Frame& frame,
                  ForwardResult& result) const;

@@ -2,6 +2,22 @@
 
 namespace SoftChip {
 
+Nexo::IntfId HwLag::memberFor(std::uint64_t flowHash) const {
+  Nexo::IntfId chosen;
+  std::uint64_t best = 0;
+  for (const auto& member : members) {
+    std::uint64_t score = flowHash ^ (member.bits() * 0x9e3779b97f4a7c15ULL);
+    score = (score ^ (score >> 30)) * 0xbf58476d1ce4e5b9ULL;
+    score = (score ^ (score >> 27)) * 0x94d049bb133111ebULL;
+    score ^= score >> 31;
+    if (chosen.empty() || score > best) {
+      chosen = member;
+      best = score;
+    }
+  }
+  return chosen;
+}
+
 void SoftLagTable::dumpEntry(JsonWriter& writer, const HwLag& lag) const {
   writer.StartObject();
   dumpIntfs(writer, "members", lag.members);

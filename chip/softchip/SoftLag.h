@@ -16,6 +16,12 @@ namespace SoftChip {
 struct HwLag {
   std::set<Nexo::IntfId> members;
   Nexo::IntfId sharedPeerLink;  // empty unless it borrows the peer link's members
+
+  // The member a flow of hash `flowHash` leaves by; empty when none. Each
+  // member scores the flow and the highest wins (rendezvous hashing), so a
+  // member going takes away only the flows it carried, and one coming takes
+  // only its share from the others.
+  Nexo::IntfId memberFor(std::uint64_t flowHash) const;
 };
 
 class SoftLagTable : public SoftTableOf<Nexo::IntfId, HwLag> {
