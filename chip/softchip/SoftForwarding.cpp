@@ -60,6 +60,7 @@ ForwardResult SoftForwarding::forward(const Nexo::IntfId& ingress, const Frame& 
 
 void SoftForwarding::forward(const Nexo::IntfId& ingress, const Frame& frame, ForwardResult& result) {
   result.clear();
+  flowHash_.reset();
   const Tables& t = tables();
   const Nexo::IntfId from = logical(ingress);
   if (!t.vlans) {
@@ -87,7 +88,8 @@ void SoftForwarding::forward(const Nexo::IntfId& ingress, const Frame& frame, Fo
   result.vlan = vlanNumber;
 
   // Ingress filtering: the LAG or the port must be let in.
-  if (!vlan->takesIn(from) && !vlan->takesIn(ingress)) {
+  const SoftVlanTable& vlans = *t.vlans;
+  if (!HwVlan::takesIn(vlans.role(*vlan, from)) && (from == ingress || !HwVlan::takesIn(vlans.role(*vlan, ingress)))) {
     result.drop = fmt::format("ingress filtering: {} not a member of vlan {}", name(from), vlanNumber);
     return;
   }
@@ -119,11 +121,12 @@ void SoftForwarding::forward(const Nexo::IntfId& ingress, const Frame& frame, Fo
         result.drop = fmt::format("{} not forwarding in vlan {}", name(to), vlanNumber);
         return;
       }
-      if (!vlan->member(to) && !vlan->member(entry->intf)) {
+      bool named = HwVlan::member(vlans.role(*vlan, to));
+      if (!named && !HwVlan::member(vlans.role(*vlan, entry->intf))) {
         result.drop = fmt::format("{} not a member of vlan {}", name(to), vlanNumber);
         return;
       }
-      addEgress(*vlan, vlan->member(to) ? to : entry->intf, to, frame, result);
+      addEgress(*vlan, named ? to : entry->intf, to, frame, result);
       if (result.egress.empty()) result.drop = fmt::format("{} has no active member", name(to));
       return;
     }
@@ -161,13 +164,14 @@ void SoftForwarding::learnSource(const Frame& frame, const Nexo::IntfId& port, c
 void SoftForwarding::addEgress(const HwVlan& vlan, const Nexo::IntfId& member, const Nexo::IntfId& intf,
                                const Frame& frame, ForwardResult& result) const {
   FrameEgress out;
-  out.tagged = vlan.tagged.contains(member);
+  out.tagged = tables_.vlans->role(vlan, member) & HwVlan::roleTagged;
   out.vlan = out.tagged ? result.vlan : 0;
   const HwLag* lag = (intf.isLag() && tables_.lags) ? tables_.lags->lag(intf) : nullptr;
   if (intf.isLag()) {
     if (!lag || lag->members.empty()) return;
     out.lag = intf;
-    out.port = lag->memberFor(frameFlowHash(frame));
+    if (!flowHash_) flowHash_ = frameFlowHash(frame);
+    out.port = lag->memberFor(*flowHash_);
   } else {
     out.port = intf;
   }
@@ -179,9 +183,10 @@ void SoftForwarding::flood(const HwVlan& vlan, const HwTopology* topology, const
   // The flood set is the VLAN's egress members; a LAG named by its members
   // still gets one copy.
   Nexo::IntfId lastLag;
-  auto floodTo = [&](const Nexo::IntfId& member) {
+  auto floodTo = [&](const Nexo::IntfId& member, std::uint8_t role) {
+    if (!(role & HwVlan::roleEgress) || !HwVlan::member(role)) return;
     Nexo::IntfId to = logical(member);
-    if (to == from || !vlan.egress.contains(member) || !forwards(topology, to)) return;
+    if (to == from || !forwards(topology, to)) return;
     if (to.isLag()) {
       if (to == lastLag) return;
       for (const auto& out : result.egress) {
@@ -191,8 +196,7 @@ void SoftForwarding::flood(const HwVlan& vlan, const HwTopology* topology, const
     }
     addEgress(vlan, member, to, frame, result);
   };
-  for (const auto& member : vlan.untagged) floodTo(member);
-  for (const auto& member : vlan.tagged) floodTo(member);
+  for (const auto& [member, role] : vlan.roles) floodTo(member, role);
   std::sort(result.egress.begin(), result.egress.end(),
             [](const FrameEgress& a, const FrameEgress& b) { return a.port < b.port; });
 }

@@ -35,6 +35,7 @@
 #include "chip/softchip/SoftChip.h"
 #include "chip/softchip/SoftFrame.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -108,6 +109,8 @@ class SoftForwarding {
 
   SoftChip& chip_;
   Tables tables_;
+  // The frame's flow hash, once a LAG needed it.
+  mutable std::optional<std::uint64_t> flowHash_;
   std::uint64_t tablesGeneration_ = 0;
 };
 

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <optional>
+
 namespace SoftChip {
 
 void SoftVlanTable::dumpEntry(JsonWriter& writer, const HwVlan& vlan) const {
@@ -19,6 +21,18 @@ void SoftVlanTable::dumpEntry(JsonWriter& writer, const HwVlan& vlan) const {
   writer.Key("fid");
   writer.Uint(vlan.fid.value());
   writer.EndObject();
+}
+
+void HwVlan::refreshRole(const Nexo::IntfId& intf, std::size_t index) {
+  std::uint8_t bits = (tagged.contains(intf) ? roleTagged : 0) | (untagged.contains(intf) ? roleUntagged : 0) |
+                      (ingress.contains(intf) ? roleIngress : 0) | (egress.contains(intf) ? roleEgress : 0) |
+                      (held.contains(intf) ? roleHeld : 0);
+  if (bits) {
+    roles[intf] = bits;
+  } else {
+    roles.erase(intf);
+  }
+  if (index < indexedIntfs) roleAt[index] = bits;
 }
 
 SoftVlanHelper::SoftVlanHelper(const Vex::Ptr<SoftChip>& chip)
@@ -77,6 +91,7 @@ void SoftVlanHelper::apply(Bridging::VlanId vlanId) {
     } else {
       vlan.egress.erase(intf);
     }
+    vlan.refreshRole(intf, table_.indexOf(intf));
   }
   auto cache = vlanCache(vlanId);
   for (const auto& [intf, unused] : request->remove()) {
@@ -85,14 +100,14 @@ void SoftVlanHelper::apply(Bridging::VlanId vlanId) {
     vlan.egress.erase(intf);
     vlan.ingress.erase(intf);
     // Still configured: out only while spanning tree keeps it from forwarding.
-    if (cache && cache->addHas(intf) && cache->ingress(intf)) {
-      bool tagged = cache->add(intf);
-      vlan.held[intf] = tagged;
-      if (!tagged) continue;
+    bool held = cache && cache->addHas(intf) && cache->ingress(intf);
+    if (held) {
+      vlan.held[intf] = cache->add(intf);
     } else {
       vlan.held.erase(intf);
     }
-    releaseUntagged(intf, vlanId);
+    vlan.refreshRole(intf, table_.indexOf(intf));
+    if (!held || cache->add(intf)) releaseUntagged(intf, vlanId);
   }
 }
 
@@ -104,13 +119,13 @@ void SoftVlanHelper::releaseUntagged(const Nexo::IntfId& intf, Bridging::VlanId 
   auto it = table_.untaggedVlanOf.find(intf);
   if (it == table_.untaggedVlanOf.end() || it->second != vlanId) return;
   table_.untaggedVlanOf.erase(it);
+  std::optional<Bridging::VlanId> lowest;
   for (const auto& [otherId, other] : table_.entries) {
     auto held = other.held.find(intf);
-    if (other.untagged.contains(intf) || (held != other.held.end() && !held->second)) {
-      table_.untaggedVlanOf.emplace(intf, otherId);
-      return;
-    }
+    bool untagged = other.untagged.contains(intf) || (held != other.held.end() && !held->second);
+    if (untagged && (!lowest || otherId < *lowest)) lowest = otherId;
   }
+  if (lowest) table_.untaggedVlanOf.emplace(intf, *lowest);
 }
 
 void SoftVlanHelper::doUpdateVlanFid(Bridging::VlanId vlanId, Bridging::Fid fid) {

@@ -20,12 +20,18 @@
 
 #include <boost/container/flat_map.hpp>
 
+#include <array>
 #include <map>
 #include <set>
 
 namespace SoftChip {
 
 struct HwVlan {
+  // What each interface is in the VLAN (Role bits) by the table's index of
+  // it, for the first indexes: first in the entry, so that the lookup of a
+  // frame's VLAN brings the first of them in with the key.
+  static constexpr std::size_t indexedIntfs = 256;
+  std::array<std::uint8_t, indexedIntfs> roleAt{};
   IntfSet tagged;
   IntfSet untagged;
   IntfSet ingress;
@@ -34,15 +40,26 @@ struct HwVlan {
   Bridging::Fid fid;
   std::uint64_t lastGenId = 0;
 
-  bool member(const Nexo::IntfId& intf) const { return tagged.contains(intf) || untagged.contains(intf); }
+  // Every interface the VLAN names with what it is there, in one block: the
+  // view a frame's lookups read, kept by refreshRole with the sets above.
+  enum Role : std::uint8_t { roleTagged = 1, roleUntagged = 2, roleIngress = 4, roleEgress = 8, roleHeld = 16 };
+  boost::container::flat_map<Nexo::IntfId, std::uint8_t> roles;
+  void refreshRole(const Nexo::IntfId& intf, std::size_t index);
+  std::uint8_t role(const Nexo::IntfId& intf) const {
+    auto it = roles.find(intf);
+    return it == roles.end() ? 0 : it->second;
+  }
+
+  static bool member(std::uint8_t role) { return role & (roleTagged | roleUntagged); }
+  bool member(const Nexo::IntfId& intf) const { return member(role(intf)); }
   // A frame of the VLAN is let in on `intf`: an ingress member, or one held
   // out for spanning tree (whose state then decides).
-  bool takesIn(const Nexo::IntfId& intf) const {
-    return (ingress.contains(intf) && member(intf)) || held.contains(intf);
-  }
+  static bool takesIn(std::uint8_t role) { return ((role & roleIngress) && member(role)) || (role & roleHeld); }
+  bool takesIn(const Nexo::IntfId& intf) const { return takesIn(role(intf)); }
 };
 
-class SoftVlanTable : public SoftTableOf<Bridging::VlanId, HwVlan> {
+// Hashed: a frame looks its VLAN up on every hop through the chip.
+class SoftVlanTable : public SoftTableOf<Bridging::VlanId, HwVlan, Vex::HashMap<Bridging::VlanId, HwVlan>> {
  public:
   static constexpr const char* tableName = "vlan";
   explicit SoftVlanTable(SoftChip& chip) : SoftTableOf(chip, tableName) {}
@@ -55,6 +72,22 @@ class SoftVlanTable : public SoftTableOf<Bridging::VlanId, HwVlan> {
   // Kept with the members by the VLAN helper.
   Vex::HashMap<Nexo::IntfId, Bridging::VlanId> untaggedVlanOf;
 
+  // Each interface any VLAN ever named has an index, its place in the
+  // entries' roleAt.
+  std::size_t indexOf(const Nexo::IntfId& intf) {
+    return intfIndex_.try_emplace(intf, intfIndex_.size()).first->second;
+  }
+  // What `intf` is in `vlan` (HwVlan::Role bits); 0 when nothing.
+  std::uint8_t role(const HwVlan& vlan, const Nexo::IntfId& intf) const {
+    auto it = intfIndex_.find(intf);
+    if (it == intfIndex_.end()) return 0;
+    return it->second < HwVlan::indexedIntfs ? vlan.roleAt[it->second] : vlan.role(intf);
+  }
+
+ private:
+  Vex::HashMap<Nexo::IntfId, std::size_t> intfIndex_;
+
+ public:
  protected:
   void dumpEntry(JsonWriter& writer, const HwVlan& vlan) const override;
 };
