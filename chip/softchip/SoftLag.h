@@ -6,6 +6,7 @@
 
 #include "Orb/OrbHelper.h"
 #include "chip/softchip/SoftChip.h"
+#include "platform/vex/Entity.h"
 
 #include <map>
 #include <set>
@@ -15,6 +16,12 @@ namespace SoftChip {
 struct HwLag {
   std::set<Nexo::IntfId> members;
   Nexo::IntfId sharedPeerLink;  // empty unless it borrows the peer link's members
+
+  // The member a flow of hash `flowHash` leaves by; empty when none. Each
+  // member scores the flow and the highest wins (rendezvous hashing), so a
+  // member going takes away only the flows it carried, and one coming takes
+  // only its share from the others.
+  Nexo::IntfId memberFor(std::uint64_t flowHash) const;
 };
 
 class SoftLagTable : public SoftTableOf<Nexo::IntfId, HwLag> {
@@ -22,6 +29,14 @@ class SoftLagTable : public SoftTableOf<Nexo::IntfId, HwLag> {
   static constexpr const char* tableName = "lag";
   explicit SoftLagTable(SoftChip& chip) : SoftTableOf(chip, tableName) {}
   const HwLag* lag(const Nexo::IntfId& id) const { return find(id); }
+  // The LAG a port is a member of, as the chip's port-to-LAG table says;
+  // nullptr when none.
+  const Nexo::IntfId* lagOf(const Nexo::IntfId& port) const {
+    auto it = lagOfMember.find(port);
+    return it == lagOfMember.end() ? nullptr : &it->second;
+  }
+  // Kept with the members by the LAG helper.
+  Vex::HashMap<Nexo::IntfId, Nexo::IntfId> lagOfMember;
 
  protected:
   void dumpEntry(JsonWriter& writer, const HwLag& lag) const override;
@@ -43,6 +58,8 @@ class SoftLagHelper : public OrbHelper::OrbHelperLagSm {
   void maybeShareLagMembership(const Nexo::IntfId& lag, const Nexo::IntfId& peerLink, bool share) override;
 
  private:
+  void forgetMembers(const Nexo::IntfId& lag, HwLag& hw);
+
   Vex::Ptr<SoftChip> chip_;
   SoftLagTable table_;
   std::size_t maxMembers_ = 32;

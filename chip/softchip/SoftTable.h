@@ -20,12 +20,14 @@
 
 #include <boost/container/flat_set.hpp>
 
+#include <algorithm>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace SoftChip {
 
@@ -127,9 +129,19 @@ class SoftTableOf : public SoftTable {
   virtual void dumpEntry(JsonWriter& writer, const Entry&) const { writer.Null(); }
   void dumpEntries(JsonWriter& writer) const override {
     writer.StartObject();
-    for (const auto& [key, entry] : entries) {
+    auto dumpOne = [&](const Key& key, const Entry& entry) {
       writer.Key(softKeyText(key).c_str());
       dumpEntry(writer, entry);
+    };
+    if constexpr (requires { typename Map::key_compare; }) {
+      for (const auto& [key, entry] : entries) dumpOne(key, entry);
+    } else {
+      // A hashed table dumps in key order too, so that dumps compare.
+      std::vector<const typename Map::value_type*> sorted;
+      sorted.reserve(entries.size());
+      for (const auto& row : entries) sorted.push_back(&row);
+      std::sort(sorted.begin(), sorted.end(), [](auto* a, auto* b) { return a->first < b->first; });
+      for (const auto* row : sorted) dumpOne(row->first, row->second);
     }
     writer.EndObject();
   }

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <optional>
+
 namespace SoftChip {
 
 void SoftVlanTable::dumpEntry(JsonWriter& writer, const HwVlan& vlan) const {
@@ -10,9 +12,27 @@ void SoftVlanTable::dumpEntry(JsonWriter& writer, const HwVlan& vlan) const {
   dumpIntfs(writer, "untagged", vlan.untagged);
   dumpIntfs(writer, "ingress", vlan.ingress);
   dumpIntfs(writer, "egress", vlan.egress);
+  if (!vlan.held.empty()) {
+    writer.Key("held");
+    writer.StartArray();
+    for (const auto& [intf, tagged] : vlan.held) writer.String(intf.stringValue().c_str());
+    writer.EndArray();
+  }
   writer.Key("fid");
   writer.Uint(vlan.fid.value());
   writer.EndObject();
+}
+
+void HwVlan::refreshRole(const Nexo::IntfId& intf, std::size_t index) {
+  std::uint8_t bits = (tagged.contains(intf) ? roleTagged : 0) | (untagged.contains(intf) ? roleUntagged : 0) |
+                      (ingress.contains(intf) ? roleIngress : 0) | (egress.contains(intf) ? roleEgress : 0) |
+                      (held.contains(intf) ? roleHeld : 0);
+  if (bits) {
+    roles[intf] = bits;
+  } else {
+    roles.erase(intf);
+  }
+  if (index < indexedIntfs) roleAt[index] = bits;
 }
 
 SoftVlanHelper::SoftVlanHelper(const Vex::Ptr<SoftChip>& chip)
@@ -54,7 +74,13 @@ void SoftVlanHelper::apply(Bridging::VlanId vlanId) {
   for (const auto& [intf, tagged] : request->add()) {
     vlan.tagged.erase(intf);
     vlan.untagged.erase(intf);
+    vlan.held.erase(intf);
     (tagged ? vlan.tagged : vlan.untagged).insert(intf);
+    if (tagged) {
+      releaseUntagged(intf, vlanId);
+    } else {
+      claimUntagged(intf, vlanId);
+    }
     if (request->ingress(intf)) {
       vlan.ingress.insert(intf);
     } else {
@@ -65,13 +91,41 @@ void SoftVlanHelper::apply(Bridging::VlanId vlanId) {
     } else {
       vlan.egress.erase(intf);
     }
+    vlan.refreshRole(intf, table_.indexOf(intf));
   }
+  auto cache = vlanCache(vlanId);
   for (const auto& [intf, unused] : request->remove()) {
     vlan.tagged.erase(intf);
     vlan.untagged.erase(intf);
     vlan.egress.erase(intf);
     vlan.ingress.erase(intf);
+    // Still configured: out only while spanning tree keeps it from forwarding.
+    bool held = cache && cache->addHas(intf) && cache->ingress(intf);
+    if (held) {
+      vlan.held[intf] = cache->add(intf);
+    } else {
+      vlan.held.erase(intf);
+    }
+    vlan.refreshRole(intf, table_.indexOf(intf));
+    if (!held || cache->add(intf)) releaseUntagged(intf, vlanId);
   }
+}
+
+void SoftVlanHelper::claimUntagged(const Nexo::IntfId& intf, Bridging::VlanId vlanId) {
+  table_.untaggedVlanOf.try_emplace(intf, vlanId);
+}
+
+void SoftVlanHelper::releaseUntagged(const Nexo::IntfId& intf, Bridging::VlanId vlanId) {
+  auto it = table_.untaggedVlanOf.find(intf);
+  if (it == table_.untaggedVlanOf.end() || it->second != vlanId) return;
+  table_.untaggedVlanOf.erase(it);
+  std::optional<Bridging::VlanId> lowest;
+  for (const auto& [otherId, other] : table_.entries) {
+    auto held = other.held.find(intf);
+    bool untagged = other.untagged.contains(intf) || (held != other.held.end() && !held->second);
+    if (untagged && (!lowest || otherId < *lowest)) lowest = otherId;
+  }
+  if (lowest) table_.untaggedVlanOf.emplace(intf, *lowest);
 }
 
 void SoftVlanHelper::doUpdateVlanFid(Bridging::VlanId vlanId, Bridging::Fid fid) {
