@@ -16,7 +16,10 @@ namespace Soak {
 
 class Generator {
  public:
-  explicit Generator(std::uint64_t seed) : rng_(seed), seed_(seed) {}
+  // `learning` false leaves out learns and flushes: the tables the
+  // configuration alone decides (VLANs, LAGs, spanning tree, static and
+  // non-aging addresses), for the runs CI makes.
+  explicit Generator(std::uint64_t seed, bool learning = true) : rng_(seed), seed_(seed), learning_(learning) {}
 
   // The lines every run starts with: the LAGs and the topology the random
   // commands use, and the chip's learning mode (software on odd seeds).
@@ -43,12 +46,16 @@ class Generator {
   std::string port() { return "Ethernet" + std::to_string(1 + pick(8)); }
   std::string lag() { return "Port-Channel" + std::to_string(1 + pick(3)); }
   std::string intf() { return chance(0.7) ? port() : lag(); }
+  // VLANs and topologies name Ethernet1-4 and the LAGs; Ethernet5-8 are the
+  // LAGs' member ports, which carry their LAG's VLANs and state.
+  std::string vlanIntf() { return chance(0.6) ? "Ethernet" + std::to_string(1 + pick(4)) : lag(); }
 
   std::mt19937_64 rng_;
   std::uint64_t seed_;
   std::vector<std::string> pending_;  // the rest of a change of several lines
   unsigned left_ = 0;                 // commands left in this stretch
   bool faulty_ = false;               // a fault was planned in this stretch
+  bool learning_ = true;
 };
 
 }  // namespace Soak

@@ -20,10 +20,13 @@ int main(int argc, char** argv) {
   app.add_option("--ops", options.ops, "generated commands per seed");
   app.add_option("--shrink-seconds", options.shrinkSeconds, "time the shrinking of a difference may take");
   app.add_option("--dir", options.scenarioDir, "where a difference's scenario is written");
+  bool noLearning = false;
+  app.add_flag("--no-learning", noLearning, "leave learns and flushes out of the commands");
   std::string shrinkFile;
   app.add_option("--shrink", shrinkFile, "a scenario whose commands part the chip from the model: shrink it further");
   CLI11_PARSE(app, argc, argv);
 
+  options.learning = !noLearning;
   if (!shrinkFile.empty()) {
     std::ifstream in(shrinkFile);
     if (!in) {

@@ -112,6 +112,7 @@ void Model::setLagMembers(const Intf& lag, const std::set<Intf>& wanted) {
   // The command rewrites the LAG's status: members it drops leave the LAG,
   // members it adds are claimed for it (and leave any other LAG), members it
   // keeps change nothing.
+  auto before = lagMembers_;
   auto& status = lagStatus_[lag];
   auto& members = lagMembers_[lag];
   for (const auto& m : status)
@@ -123,6 +124,10 @@ void Model::setLagMembers(const Intf& lag, const std::set<Intf>& wanted) {
     members.insert(m);
   }
   status = wanted;
+  // A LAG that loses its last member (here, or to the LAG that claimed it)
+  // is gone from the chip, and so are the addresses learned on it.
+  for (const auto& [id, had] : before)
+    if (!had.empty() && lagMembers_[id].empty()) flush(std::nullopt, id);
 }
 
 std::optional<HwFdbView> Model::fdbEntry(const MacKey& key) const {
@@ -181,9 +186,13 @@ void Model::apply(const std::string& line) {
     bool tagged = at(4) == "tagged";
     for (const auto& intf : intfList(at(3))) vlanMembers_[std::atoi(at(1).c_str())][intf] = tagged;
   } else if (w[0] == "vlan" && at(2) == "remove") {
-    auto it = vlanMembers_.find(std::atoi(at(1).c_str()));
-    if (it != vlanMembers_.end())
-      for (const auto& intf : intfList(at(3))) it->second.erase(intf);
+    int vlan = std::atoi(at(1).c_str());
+    auto it = vlanMembers_.find(vlan);
+    if (it != vlanMembers_.end()) {
+      // A port that leaves a VLAN takes the addresses it learned there along.
+      for (const auto& intf : intfList(at(3)))
+        if (it->second.erase(intf)) flush(vlan, intf);
+    }
   } else if (w[0] == "no" && at(1) == "vlan") {
     int vlan = std::atoi(at(2).c_str());
     vlanMembers_.erase(vlan);

@@ -74,11 +74,13 @@ class Session {
            agent_.macAddrSm()->macTableUpdateListSize() == 0;
   }
 
-  // Lets simulated time pass until nothing waits: a second at least, so
-  // that flush requests are carried out, and at most a few minutes while
+  // Lets simulated time pass until nothing waits, so that flush requests
+  // are carried out, and at most a few minutes while
   // planned faults run out. A VLAN update the chip failed waits for the chip
   // to say it has room again, as a chip does once its fault has cleared.
   std::optional<Difference> settle() {
+    // Two seconds at least: some reactions are clocked a second on.
+    execute("advance 1");
     execute("advance 1");
     for (int i = 0; i < 300 && !quiet(); ++i) {
       bool vlanWaits = agent_.vlanHelper().vlanUpdateSize() && !agent_.vlanHelper().updatesInFlight() &&
@@ -215,7 +217,7 @@ std::vector<std::string> shrink(std::vector<std::string> lines, double seconds) 
 
 RunResult run(const RunOptions& options) {
   RunResult result;
-  Generator generator(options.seed);
+  Generator generator(options.seed, options.learning);
   Session session;
   auto stop = [&](const Difference& difference) {
     result.difference = difference;

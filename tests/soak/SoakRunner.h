@@ -40,6 +40,7 @@ struct RunOptions {
   std::uint64_t ops = 10000;  // commands from the generator, settling not counted
   double shrinkSeconds = 60;  // time the shrinking may take
   std::string scenarioDir = ".";
+  bool learning = true;  // learns and flushes among the commands
 };
 
 struct RunResult {
