@@ -78,6 +78,8 @@ bool Model::blocked(int vlan, const Intf& intf) const {
 }
 
 bool Model::inHwVlan(int vlan, const Intf& intf) const {
+  // A Port-Channel is an interface of the switch once its LAG status exists.
+  if (intf.rfind("Port-Channel", 0) == 0 && !lagStatus_.count(intf)) return false;
   auto it = vlanMembers_.find(vlan);
   return it != vlanMembers_.end() && it->second.count(intf) && !blocked(vlan, intf);
 }
