@@ -10,7 +10,7 @@ PREFIX ?= /usr/local
 # What `cmake --install` installs; built alone for an install.
 INSTALL_TARGETS = orbplatform orb softchip
 
-.PHONY: all deps demo test test-normal test-asan test-install install bench format clean
+.PHONY: all deps demo test test-normal test-asan test-install install bench soak format clean
 
 all: test
 
@@ -61,6 +61,17 @@ bench: deps $(RELEASE_DIR)/build.ninja
 	  [ -x "$$b" ] && [ -f "$$b" ] || continue; \
 	  echo "== $$b"; $$b --benchmark_min_time=0.2 2>&1 | tee $(RELEASE_DIR)/$$(basename $$b).log; \
 	done
+
+# The long soak: 10^6 generated commands over five seeds through the agent
+# and the reference model, in Release. A difference stops it and leaves a
+# shrunk scenario in $(RELEASE_DIR)/soak-seedN.orb. SOAK_FLAGS= brings learns
+# and flushes in.
+SOAK_SEEDS ?= 1,2,3,4,5
+SOAK_OPS ?= 200000
+SOAK_FLAGS ?= --no-learning
+soak: deps $(RELEASE_DIR)/build.ninja
+	cmake --build $(RELEASE_DIR) -j $(JOBS) --target soak
+	$(RELEASE_DIR)/tests/soak/soak --seeds $(SOAK_SEEDS) --ops $(SOAK_OPS) $(SOAK_FLAGS) --dir $(RELEASE_DIR)
 
 format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i

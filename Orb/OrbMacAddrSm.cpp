@@ -647,7 +647,12 @@ void MacAddrSm::reevaluateEntry(const MacVlanPair& key) {
   const MacAddressTableEntry* hardware = in_.macTable->macEntryHas(key) ? &in_.macTable->macEntry(key) : nullptr;
   // The row this machine wrote for a static, peer or other configured entry
   // is not a learn: what it holds stands only while its source wants it.
-  if (hardware && hardware->entryType != EntryType::entryDynamic && isProgrammedRow(*hardware)) hardware = nullptr;
+  // After a restart the status that said so is gone, but a row that is
+  // exactly what a source configures is still this machine's, not the chip's.
+  if (hardware && hardware->entryType != EntryType::entryDynamic &&
+      (isProgrammedRow(*hardware) || isConfiguredRow(*hardware))) {
+    hardware = nullptr;
+  }
   auto current = currentEntry(key);
   // A learned entry whose row the hardware dropped was aged out by it.
   if (!hardware && current && learnedHere(current->entryType) && !isStaticEntryType(current->entryType)) {
@@ -655,6 +660,11 @@ void MacAddrSm::reevaluateEntry(const MacVlanPair& key) {
     return;
   }
   evaluateEntry(key, hardware, false, Vex::now());
+}
+
+bool MacAddrSm::isConfiguredRow(const MacAddressTableEntry& row) {
+  auto configured = configuredEntry(row.macVlanPair);
+  return configured && configured->intf == row.intf && configured->entryType == row.entryType;
 }
 
 void MacAddrSm::evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry* hardware, bool agedInHardware,

@@ -382,6 +382,8 @@ class MacAddrSm : public OrbBaseSm {
   // Whether a MAC table row is the one this machine wrote for what it
   // programmed (and published in `fdbStatus`).
   bool isProgrammedRow(const MacAddressTableEntry& row) const;
+  // A row with what a configured source wants for its key, type and all.
+  bool isConfiguredRow(const MacAddressTableEntry& row);
   void decRemoteRefcounts(const MacVlanPair& key);
   std::uint64_t nextHopId(const RemoteMacAddressTableEntry& entry) const;
   // A port, LAG or CPU interface of this switch, as opposed to a tunnel.

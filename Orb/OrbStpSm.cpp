@@ -291,9 +291,10 @@ void TopoSm::doSetStpState(const IntfId& port, PortState state) {
       BLIP(trace(), 6, "TopoSm::doSetStpState lag {} member {}", port.stringValue(), member.stringValue());
       topoHelper().setStpState(topoId_, name_, member, state);
     }
-  } else {
-    topoHelper().setStpState(topoId_, name_, port, state);
   }
+  // VLANs list the Port-Channel, not its members: it takes the state too, or
+  // a blocked LAG would stay in its VLANs in hardware.
+  topoHelper().setStpState(topoId_, name_, port, state);
   if (stpSm_->verifyRetryPending()) stpSm_->doRequestVerify();
 }
 
@@ -302,7 +303,6 @@ void TopoSm::releasePort(const IntfId& port) {
   if (!vlanBased || ocsd()->portToLagHas(port)) return;
   if (ocsd()->lagToPortHas(port)) {
     for (const auto& [member, lagPort] : ocsd()->lagToPort(port).ports) vlanBased->topoPortStateDel(name_, member);
-    return;
   }
   vlanBased->topoPortStateDel(name_, port);
 }

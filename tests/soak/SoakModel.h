@@ -1,0 +1,110 @@
+// The soak's reference model: what a layer-2 switch's chip must hold after
+// a sequence of agent commands, stated as plainly as possible and written
+// apart from the forwarding layer (nothing here includes it), so that the
+// two can be compared.
+//
+// It reads the same command lines the agent runs (only the ones the soak's
+// generator writes) and keeps the configuration they describe: VLAN members
+// and tagging, spanning-tree port states, LAG members, the MLAG peer link,
+// static and non-aging addresses, what the chip learned and when, the aging
+// time and the simulated clock. chip() derives the tables from that.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Soak {
+
+using Intf = std::string;
+using MacKey = std::pair<std::string, int>;  // "00:00:00:00:00:01", VLAN
+
+struct HwVlanView {
+  std::set<Intf> tagged;
+  std::set<Intf> untagged;
+  bool operator==(const HwVlanView&) const = default;
+};
+
+struct HwFdbView {
+  Intf intf;
+  std::string type;  // "dynamic", "static", "configured dynamic"
+  bool operator==(const HwFdbView&) const = default;
+};
+
+// The tables of a chip, as the model derives them or as read from the soft
+// chip. VLANs without members and LAGs without members are left out: the
+// chip may keep an empty entry or none.
+struct ChipView {
+  std::map<int, HwVlanView> vlans;
+  std::map<Intf, std::set<Intf>> lags;
+  std::map<MacKey, HwFdbView> fdb;
+};
+
+class Model {
+ public:
+  // The topology the generator maps VLANs into; every other VLAN is in the
+  // default topology, where every port forwards.
+  static constexpr const char* topology = "MST1";
+
+  Model();
+
+  // Applies one command line. Lines the model has no rule for are ignored
+  // (show, expect, chip fault plans).
+  void apply(const std::string& line);
+
+  double now() const { return now_; }
+  ChipView chip() const;
+  // Addresses whose aging the model cannot pin down (the chip's sweep may or
+  // may not have taken them yet): left out of comparisons and of new
+  // commands.
+  bool uncertain(const MacKey& key) const;
+  std::set<MacKey> uncertainKeys() const;
+
+  // Whether the chip takes a learn of `key` on `intf` now.
+  bool learnTaken(const MacKey& key, const Intf& intf) const;
+
+  // For the generator: what is configured.
+  bool vlanExists(int vlan) const { return vlanMembers_.count(vlan) != 0; }
+  const std::map<Intf, std::set<Intf>>& lagMembers() const { return lagMembers_; }
+  bool staticHas(const MacKey& key) const { return statics_.count(key) != 0; }
+  bool nonAgingHas(const std::string& owner, const MacKey& key) const;
+  bool lagExists(const Intf& lag) const { return lagMembers_.count(lag) != 0; }
+  bool topologyHas(const Intf& intf) const { return topologyForwarding_.count(intf) != 0; }
+
+  // "0000.0000.0001" as the chip prints it, "00:00:00:00:00:01".
+  static std::string macText(const std::string& dotted);
+
+ private:
+  struct Learned {
+    Intf intf;
+    double lastSeen = 0;
+  };
+  bool blocked(int vlan, const Intf& intf) const;
+  bool inHwVlan(int vlan, const Intf& intf) const;
+  bool learningOn(const Intf& intf) const;
+  Intf lagOf(const Intf& port) const;
+  void setLagMembers(const Intf& lag, const std::set<Intf>& members);
+  void learn(const MacKey& key, const Intf& intf);
+  void flush(std::optional<int> vlan, std::optional<Intf> intf);
+  void ageUntil(double time);
+  std::optional<HwFdbView> fdbEntry(const MacKey& key) const;
+
+  double now_ = 0;
+  std::map<int, std::map<Intf, bool>> vlanMembers_;  // VLAN -> interface -> tagged
+  std::set<int> topologyVlans_;
+  std::map<Intf, bool> topologyForwarding_;    // ports the topology gives a state
+  std::map<Intf, std::set<Intf>> lagStatus_;   // as the LAG statuses list them
+  std::map<Intf, std::set<Intf>> lagMembers_;  // in effect: the last claim wins
+  Intf peerLink_;
+  bool softwareLearning_ = false;
+  std::map<MacKey, Intf> statics_;
+  std::map<MacKey, std::map<std::string, Intf>> nonAging_;  // by owner
+  std::map<MacKey, Learned> learned_;
+  std::map<MacKey, Intf> tainted_;  // aged or not, nobody can tell any more
+  unsigned agingTime_ = 300;        // the bridging configuration's default
+};
+
+}  // namespace Soak
