@@ -11,6 +11,7 @@ namespace Agent {
 void CoreFeature::registerCommands() {
   registerCoreCommands();
   registerCheckCommands();
+  registerPacketCommands();
 }
 
 void CoreFeature::registerCoreCommands() {

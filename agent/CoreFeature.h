@@ -1,5 +1,6 @@
 // The agent's own commands: help, time, the chip dump, traces, and the
-// checks scenarios make of themselves (expect, show logging, verify).
+// checks scenarios make of themselves (expect, show logging, verify), and
+// frames sent into the chip (chip send).
 #pragma once
 
 #include "agent/Feature.h"
@@ -14,6 +15,7 @@ class CoreFeature : public Feature {
  private:
   void registerCoreCommands();
   void registerCheckCommands();
+  void registerPacketCommands();
 };
 
 }  // namespace Agent

@@ -4,11 +4,15 @@
 
 namespace SoftChip {
 
-void SoftChip::tableIs(SoftTable* table) { tables_[table->name()] = table; }
+void SoftChip::tableIs(SoftTable* table) {
+  tables_[table->name()] = table;
+  ++tablesGeneration_;
+}
 
 void SoftChip::tableDel(SoftTable* table) {
   auto it = tables_.find(table->name());
   if (it != tables_.end() && it->second == table) tables_.erase(it);
+  ++tablesGeneration_;
 }
 
 SoftTable* SoftChip::table(std::string_view name) const {

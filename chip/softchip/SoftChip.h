@@ -32,6 +32,9 @@ class SoftChip : public Vex::PtrInterface {
   // the chip has none of that name.
   SoftTable& tableNamed(std::string_view name) const;
   std::vector<std::string> tableNames() const;
+  // Changes whenever a table comes or goes, so that a reader holding tables
+  // knows when to look them up again.
+  std::uint64_t tablesGeneration() const { return tablesGeneration_; }
 
   // Shorthands for the shell and tests: the named table's settings.
   void capacityIs(std::string_view table, std::size_t entries) { tableNamed(table).capacityIs(entries); }
@@ -45,6 +48,7 @@ class SoftChip : public Vex::PtrInterface {
 
  private:
   std::map<std::string, SoftTable*, std::less<>> tables_;
+  std::uint64_t tablesGeneration_ = 1;
 };
 
 Vex::Ptr<SoftChip> softChipFactory();

@@ -1,6 +1,7 @@
 #include "chip/softchip/SoftFdb.h"
 
 #include "chip/softchip/SoftLag.h"
+#include "chip/softchip/SoftStp.h"
 #include "chip/softchip/SoftVlan.h"
 
 #include <algorithm>
@@ -37,7 +38,7 @@ SoftFdbHelper::SoftFdbHelper(const Vex::Ptr<SoftChip>& chip, const Vex::Ptr<OrbT
     : OrbHelperMacAddrSm("SoftFdbHelper"),
       chip_(chip),
       macTable_(macTable),
-      table_(*chip),
+      table_(*chip, *this),
       agingClock_(Vex::clockFactory([this] {
         ageSweep();
         armAging();
@@ -55,18 +56,27 @@ bool SoftFdbHelper::takesFrame(Bridging::VlanId vlanId, const Nexo::IntfId& intf
   if (!vlans) return true;
   const HwVlan* vlan = vlans->vlan(vlanId);
   if (!vlan) return false;
-  auto member = [&](const Nexo::IntfId& port) {
-    return vlan->ingress.contains(port) && (vlan->untagged.contains(port) || vlan->tagged.contains(port));
-  };
+  const auto* lags = dynamic_cast<const SoftLagTable*>(chip_->table(SoftLagTable::tableName));
+  const Nexo::IntfId* lagOfIntf = lags ? lags->lagOf(intf) : nullptr;
+  // A blocking or disabled port learns nothing; a learning one does.
+  if (const auto* topologies = dynamic_cast<const SoftTopologyTable*>(chip_->table(SoftTopologyTable::tableName))) {
+    if (const HwTopology* topology = topologies->topologyOf(vlanId)) {
+      for (const auto& port : {intf, lagOfIntf ? *lagOfIntf : intf}) {
+        auto state = topology->portState.find(port);
+        if (state != topology->portState.end() && !learns(state->second)) return false;
+      }
+    }
+  }
+  auto member = [&](const Nexo::IntfId& port) { return vlan->takesIn(port); };
   if (member(intf)) return true;
   // A LAG and its member ports share their VLANs, whichever of them the
   // VLAN table names.
-  const auto* lags = dynamic_cast<const SoftLagTable*>(chip_->table(SoftLagTable::tableName));
   if (!lags) return false;
   auto lagMember = [&](const HwLag& lag) { return std::any_of(lag.members.begin(), lag.members.end(), member); };
   if (const HwLag* lag = lags->lag(intf)) return lagMember(*lag);
-  for (const auto& [id, lag] : lags->entries) {
-    if (lag.members.contains(intf)) return member(id) || lagMember(lag);
+  if (lagOfIntf) {
+    const HwLag* lag = lags->lag(*lagOfIntf);
+    return member(*lagOfIntf) || (lag && lagMember(*lag));
   }
   return false;
 }

@@ -31,19 +31,24 @@ struct HwFdbEntry {
   bool learned = false;  // learned by the chip, not yet programmed by software
 };
 
+class SoftFdbHelper;
+
 class SoftFdbTable
     : public SoftTableOf<Bridging::MacVlanPair, HwFdbEntry, Vex::HashMap<Bridging::MacVlanPair, HwFdbEntry>> {
  public:
   static constexpr const char* tableName = "fdb";
-  explicit SoftFdbTable(SoftChip& chip) : SoftTableOf(chip, tableName) {}
+  SoftFdbTable(SoftChip& chip, SoftFdbHelper& helper) : SoftTableOf(chip, tableName), helper_(helper) {}
   const HwFdbEntry* entry(const Bridging::MacVlanPair& key) const { return find(key); }
+  // The helper that learns into this table: frames learn through it.
+  SoftFdbHelper& helper() const { return helper_; }
 
  protected:
   // An array of rows in key order, so that dumps compare.
   void dumpEntries(JsonWriter& writer) const override;
-};
 
-class SoftFdbHelper;
+ private:
+  SoftFdbHelper& helper_;
+};
 
 // Indirect access: commands complete after the chip's acknowledgement delay
 // for "fdb", busy when the fault plan says so, full when the table is. The
@@ -103,8 +108,8 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
 
   // A frame from `key.addr` arrived on `intf`: learn it (or refresh it).
   // False when the chip did not learn it (learning off, the port not a
-  // member of the VLAN, or no room). In software learning mode true means
-  // reported.
+  // member of the VLAN or blocking in its topology, or no room). In
+  // software learning mode true means reported.
   bool learn(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf);
   // An address the chip learned before and kept across a restart of the
   // agent, whatever its VLAN table holds now.
@@ -159,8 +164,8 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   void flushNow(Orb::IndirectAccessMacCmdType type, const Nexo::IntfId& intf, std::int64_t vlan);
   void armAging();
   // Whether the chip's VLAN table lets a frame of the VLAN in on the port
-  // (or on the LAG the port belongs to); a chip with no VLAN table lets
-  // every frame in.
+  // (or on the LAG the port belongs to), and its topology lets the port
+  // learn; a chip with no VLAN table lets every frame in.
   bool takesFrame(Bridging::VlanId vlanId, const Nexo::IntfId& intf) const;
   bool reportLearn(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf);
 

@@ -24,7 +24,10 @@ void SoftLagHelper::maybeCreateLag(const Nexo::IntfId& lag) {
   table_.entries[lag];
 }
 
-void SoftLagHelper::maybeDestroyLag(const Nexo::IntfId& lag) { table_.entries.erase(lag); }
+void SoftLagHelper::maybeDestroyLag(const Nexo::IntfId& lag) {
+  if (HwLag* hw = table_.find(lag)) forgetMembers(lag, *hw);
+  table_.entries.erase(lag);
+}
 
 void SoftLagHelper::updateLag(const Nexo::IntfId& lag, const Orb::OrbLagPortList& list) {
   HwLag* hw = table_.find(lag);
@@ -32,14 +35,26 @@ void SoftLagHelper::updateLag(const Nexo::IntfId& lag, const Orb::OrbLagPortList
     ++refused_;
     return;
   }
-  hw->members.clear();
+  forgetMembers(lag, *hw);
   for (const auto& [member, state] : list.ports) {
     if (hw->members.size() == maxMembers_) {
       ++refused_;
       continue;
     }
-    if (state.collecting || state.distributing) hw->members.insert(member);
+    if (state.collecting || state.distributing) {
+      hw->members.insert(member);
+      table_.lagOfMember[member] = lag;
+    }
   }
+}
+
+void SoftLagHelper::forgetMembers(const Nexo::IntfId& lag, HwLag& hw) {
+  // A port that moved on to another LAG already points there.
+  for (const auto& member : hw.members) {
+    auto it = table_.lagOfMember.find(member);
+    if (it != table_.lagOfMember.end() && it->second == lag) table_.lagOfMember.erase(it);
+  }
+  hw.members.clear();
 }
 
 void SoftLagHelper::maybeShareLagMembership(const Nexo::IntfId& lag, const Nexo::IntfId& peerLink, bool share) {

@@ -6,6 +6,7 @@
 
 #include "Orb/OrbHelper.h"
 #include "chip/softchip/SoftChip.h"
+#include "platform/vex/Entity.h"
 
 #include <map>
 #include <set>
@@ -22,6 +23,14 @@ class SoftLagTable : public SoftTableOf<Nexo::IntfId, HwLag> {
   static constexpr const char* tableName = "lag";
   explicit SoftLagTable(SoftChip& chip) : SoftTableOf(chip, tableName) {}
   const HwLag* lag(const Nexo::IntfId& id) const { return find(id); }
+  // The LAG a port is a member of, as the chip's port-to-LAG table says;
+  // nullptr when none.
+  const Nexo::IntfId* lagOf(const Nexo::IntfId& port) const {
+    auto it = lagOfMember.find(port);
+    return it == lagOfMember.end() ? nullptr : &it->second;
+  }
+  // Kept with the members by the LAG helper.
+  Vex::HashMap<Nexo::IntfId, Nexo::IntfId> lagOfMember;
 
  protected:
   void dumpEntry(JsonWriter& writer, const HwLag& lag) const override;
@@ -43,6 +52,8 @@ class SoftLagHelper : public OrbHelper::OrbHelperLagSm {
   void maybeShareLagMembership(const Nexo::IntfId& lag, const Nexo::IntfId& peerLink, bool share) override;
 
  private:
+  void forgetMembers(const Nexo::IntfId& lag, HwLag& hw);
+
   Vex::Ptr<SoftChip> chip_;
   SoftLagTable table_;
   std::size_t maxMembers_ = 32;

@@ -39,7 +39,18 @@ std::uint32_t SoftTopoHelper::maxTopo() {
 
 void SoftTopoHelper::allocTopo(const std::string& topoName) { table_.entries[topoName]; }
 
-void SoftTopoHelper::freeTopo(const std::string& topoName) { table_.entries.erase(topoName); }
+void SoftTopoHelper::freeTopo(const std::string& topoName) {
+  auto it = table_.entries.find(topoName);
+  if (it == table_.entries.end()) return;
+  for (const auto& vlanId : it->second.vlans) forgetVlan(it->second, vlanId);
+  table_.entries.erase(it);
+}
+
+void SoftTopoHelper::forgetVlan(const HwTopology& topo, Bridging::VlanId vlanId) {
+  // A VLAN that moved on to another topology already points there.
+  auto it = table_.topologyOfVlan.find(vlanId);
+  if (it != table_.topologyOfVlan.end() && it->second == &topo) table_.topologyOfVlan.erase(it);
+}
 
 void SoftTopoHelper::setStpState(std::int32_t topoId, const std::string& topoName, const Nexo::IntfId& intf,
                                  Orb::PortState state) {
@@ -49,13 +60,18 @@ void SoftTopoHelper::setStpState(std::int32_t topoId, const std::string& topoNam
 }
 
 void SoftTopoHelper::addVlanToTopo(const std::string& topoName, std::uint16_t vlan) {
-  table_.entries[topoName].vlans.insert(Bridging::VlanId(vlan));
+  auto& topo = table_.entries[topoName];
+  topo.vlans.insert(Bridging::VlanId(vlan));
+  table_.topologyOfVlan[Bridging::VlanId(vlan)] = &topo;
   VlanTopoHelper::addVlanToTopo(topoName, vlan);
 }
 
 void SoftTopoHelper::delVlanFromTopo(const std::string& topoName, std::uint16_t vlan) {
   auto it = table_.entries.find(topoName);
-  if (it != table_.entries.end()) it->second.vlans.erase(Bridging::VlanId(vlan));
+  if (it != table_.entries.end()) {
+    it->second.vlans.erase(Bridging::VlanId(vlan));
+    forgetVlan(it->second, Bridging::VlanId(vlan));
+  }
   VlanTopoHelper::delVlanFromTopo(topoName, vlan);
 }
 

@@ -6,11 +6,18 @@
 
 #include "Orb/OrbStpSm.h"
 #include "chip/softchip/SoftChip.h"
+#include "platform/vex/Entity.h"
 
 #include <map>
 #include <set>
 
 namespace SoftChip {
+
+// Whether a port in `state` learns, and whether it forwards.
+inline bool learns(Orb::PortState state) {
+  return state == Orb::PortState::portStateLearning || state == Orb::PortState::portStateForwarding;
+}
+inline bool forwards(Orb::PortState state) { return state == Orb::PortState::portStateForwarding; }
 
 struct HwTopology {
   std::set<Bridging::VlanId> vlans;
@@ -24,6 +31,14 @@ class SoftTopologyTable : public SoftTableOf<std::string, HwTopology> {
   static constexpr const char* tableName = "topology";
   explicit SoftTopologyTable(SoftChip& chip) : SoftTableOf(chip, tableName) {}
   const HwTopology* topology(const std::string& name) const { return find(name); }
+  // The topology a VLAN belongs to, as the chip's VLAN-to-topology table
+  // says; nullptr when none.
+  const HwTopology* topologyOf(Bridging::VlanId vlanId) const {
+    auto it = topologyOfVlan.find(vlanId);
+    return it == topologyOfVlan.end() ? nullptr : it->second;
+  }
+  // Kept with the topologies' VLANs by the topology helper.
+  Vex::HashMap<Bridging::VlanId, const HwTopology*> topologyOfVlan;
 
  protected:
   void dumpEntry(JsonWriter& writer, const HwTopology& topo) const override;
@@ -50,6 +65,8 @@ class SoftTopoHelper : public Orb::VlanTopoHelper {
   void hwInit() override {}
 
  private:
+  void forgetVlan(const HwTopology& topo, Bridging::VlanId vlanId);
+
   Vex::Ptr<SoftChip> chip_;
   SoftTopologyTable table_;
   std::map<std::int32_t, std::string> idToName_;

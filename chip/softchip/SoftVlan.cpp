@@ -10,6 +10,12 @@ void SoftVlanTable::dumpEntry(JsonWriter& writer, const HwVlan& vlan) const {
   dumpIntfs(writer, "untagged", vlan.untagged);
   dumpIntfs(writer, "ingress", vlan.ingress);
   dumpIntfs(writer, "egress", vlan.egress);
+  if (!vlan.held.empty()) {
+    writer.Key("held");
+    writer.StartArray();
+    for (const auto& [intf, tagged] : vlan.held) writer.String(intf.stringValue().c_str());
+    writer.EndArray();
+  }
   writer.Key("fid");
   writer.Uint(vlan.fid.value());
   writer.EndObject();
@@ -54,7 +60,13 @@ void SoftVlanHelper::apply(Bridging::VlanId vlanId) {
   for (const auto& [intf, tagged] : request->add()) {
     vlan.tagged.erase(intf);
     vlan.untagged.erase(intf);
+    vlan.held.erase(intf);
     (tagged ? vlan.tagged : vlan.untagged).insert(intf);
+    if (tagged) {
+      releaseUntagged(intf, vlanId);
+    } else {
+      claimUntagged(intf, vlanId);
+    }
     if (request->ingress(intf)) {
       vlan.ingress.insert(intf);
     } else {
@@ -66,11 +78,38 @@ void SoftVlanHelper::apply(Bridging::VlanId vlanId) {
       vlan.egress.erase(intf);
     }
   }
+  auto cache = vlanCache(vlanId);
   for (const auto& [intf, unused] : request->remove()) {
     vlan.tagged.erase(intf);
     vlan.untagged.erase(intf);
     vlan.egress.erase(intf);
     vlan.ingress.erase(intf);
+    // Still configured: out only while spanning tree keeps it from forwarding.
+    if (cache && cache->addHas(intf) && cache->ingress(intf)) {
+      bool tagged = cache->add(intf);
+      vlan.held[intf] = tagged;
+      if (!tagged) continue;
+    } else {
+      vlan.held.erase(intf);
+    }
+    releaseUntagged(intf, vlanId);
+  }
+}
+
+void SoftVlanHelper::claimUntagged(const Nexo::IntfId& intf, Bridging::VlanId vlanId) {
+  table_.untaggedVlanOf.try_emplace(intf, vlanId);
+}
+
+void SoftVlanHelper::releaseUntagged(const Nexo::IntfId& intf, Bridging::VlanId vlanId) {
+  auto it = table_.untaggedVlanOf.find(intf);
+  if (it == table_.untaggedVlanOf.end() || it->second != vlanId) return;
+  table_.untaggedVlanOf.erase(it);
+  for (const auto& [otherId, other] : table_.entries) {
+    auto held = other.held.find(intf);
+    if (other.untagged.contains(intf) || (held != other.held.end() && !held->second)) {
+      table_.untaggedVlanOf.emplace(intf, otherId);
+      return;
+    }
   }
 }
 

@@ -1,7 +1,13 @@
 // The soft chip's VLAN table and its VLAN helper.
 //
 // Each hardware VLAN holds its tagged, untagged, ingress and egress member
-// sets and its FID. doUpdateVlan reads the VLAN's request from the helper's
+// sets and its FID, and the ports held out of it: members the forwarding
+// layer takes out while spanning tree keeps them from forwarding. A chip
+// with a port-state table keeps those members and lets the state speak (a
+// learning port learns); so this one keeps them aside. Each port has one
+// untagged VLAN, the one its untagged frames belong to: the first VLAN it
+// became an untagged member of and still is, so that a flood set copied
+// into another VLAN does not take it over. doUpdateVlan reads the VLAN's request from the helper's
 // `updateConfig`, applies it to the table and acknowledges through
 // updateVlanDone, after the chip's acknowledgement delay for "vlan". The
 // fault plan can make an update fail; a VLAN that does not fit the table's
@@ -10,6 +16,9 @@
 
 #include "Orb/OrbVlanHelper.h"
 #include "chip/softchip/SoftChip.h"
+#include "platform/vex/Entity.h"
+
+#include <boost/container/flat_map.hpp>
 
 #include <map>
 #include <set>
@@ -21,8 +30,16 @@ struct HwVlan {
   IntfSet untagged;
   IntfSet ingress;
   IntfSet egress;
+  boost::container::flat_map<Nexo::IntfId, bool> held;  // value: tagged
   Bridging::Fid fid;
   std::uint64_t lastGenId = 0;
+
+  bool member(const Nexo::IntfId& intf) const { return tagged.contains(intf) || untagged.contains(intf); }
+  // A frame of the VLAN is let in on `intf`: an ingress member, or one held
+  // out for spanning tree (whose state then decides).
+  bool takesIn(const Nexo::IntfId& intf) const {
+    return (ingress.contains(intf) && member(intf)) || held.contains(intf);
+  }
 };
 
 class SoftVlanTable : public SoftTableOf<Bridging::VlanId, HwVlan> {
@@ -30,6 +47,13 @@ class SoftVlanTable : public SoftTableOf<Bridging::VlanId, HwVlan> {
   static constexpr const char* tableName = "vlan";
   explicit SoftVlanTable(SoftChip& chip) : SoftTableOf(chip, tableName) {}
   const HwVlan* vlan(Bridging::VlanId vlanId) const { return find(vlanId); }
+  // The VLAN untagged frames arriving on `intf` belong to; nullptr when none.
+  const Bridging::VlanId* untaggedVlan(const Nexo::IntfId& intf) const {
+    auto it = untaggedVlanOf.find(intf);
+    return it == untaggedVlanOf.end() ? nullptr : &it->second;
+  }
+  // Kept with the members by the VLAN helper.
+  Vex::HashMap<Nexo::IntfId, Bridging::VlanId> untaggedVlanOf;
 
  protected:
   void dumpEntry(JsonWriter& writer, const HwVlan& vlan) const override;
@@ -54,6 +78,11 @@ class SoftVlanHelper : public Orb::VlanHelper {
 
  private:
   void apply(Bridging::VlanId vlanId);
+  // `intf` is untagged in the VLAN now: its untagged VLAN unless it has one.
+  void claimUntagged(const Nexo::IntfId& intf, Bridging::VlanId vlanId);
+  // `intf` is no longer untagged in the VLAN: if that was its untagged VLAN,
+  // the lowest one it is still untagged in takes over.
+  void releaseUntagged(const Nexo::IntfId& intf, Bridging::VlanId vlanId);
 
   Vex::Ptr<SoftChip> chip_;
   SoftVlanTable table_;

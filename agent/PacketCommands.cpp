@@ -1,0 +1,105 @@
+// `chip send`: a frame into the soft chip's forwarding model, and where it
+// goes out, as a person reads it or as JSON.
+#include "agent/CoreFeature.h"
+#include "agent/IntfRange.h"
+#include "agent/JsonOutput.h"
+#include "chip/softchip/SoftForwarding.h"
+
+#include <fmt/format.h>
+
+namespace Agent {
+
+namespace {
+
+void printResult(std::ostream& out, const SoftChip::ForwardResult& result) {
+  if (!result.egress.empty()) {
+    out << fmt::format("vlan {} {} to {} port{}\n", result.vlan, result.flooded ? "flooded" : "forwarded",
+                       result.egress.size(), result.egress.size() == 1 ? "" : "s");
+  }
+  for (const auto& egress : result.egress) {
+    out << egress.port.stringValue() << (egress.tagged ? fmt::format(" tagged {}", egress.vlan) : " untagged");
+    if (!egress.lag.empty()) out << " (" << egress.lag.stringValue() << ")";
+    out << "\n";
+  }
+  if (result.learned) out << "source learned\n";
+  if (result.moved) out << "source moved\n";
+  if (result.dropped()) out << "dropped: " << result.drop << "\n";
+}
+
+void resultJson(JsonWriter& w, const SoftChip::ForwardResult& result) {
+  auto optionalString = [&w](const char* key, const std::string& value) {
+    w.Key(key);
+    if (value.empty()) {
+      w.Null();
+    } else {
+      w.String(value.c_str());
+    }
+  };
+  w.StartObject();
+  w.Key("vlan");
+  if (result.vlan) {
+    w.Uint(result.vlan);
+  } else {
+    w.Null();
+  }
+  w.Key("flooded");
+  w.Bool(result.flooded);
+  w.Key("egress");
+  w.StartArray();
+  for (const auto& egress : result.egress) {
+    w.StartObject();
+    w.Key("port");
+    w.String(egress.port.stringValue().c_str());
+    optionalString("lag", egress.lag.empty() ? "" : egress.lag.stringValue());
+    w.Key("tagged");
+    w.Bool(egress.tagged);
+    w.Key("vlan");
+    if (egress.tagged) {
+      w.Uint(egress.vlan);
+    } else {
+      w.Null();
+    }
+    w.EndObject();
+  }
+  w.EndArray();
+  w.Key("learned");
+  w.Bool(result.learned);
+  w.Key("moved");
+  w.Bool(result.moved);
+  optionalString("drop", result.drop);
+  w.EndObject();
+}
+
+}  // namespace
+
+void CoreFeature::registerPacketCommands() {
+  shell_.commandIs(
+      "chip send", "INTF FRAME [json]",
+      "a frame into the chip on a port; prints each port it leaves by (and its tag), what was learned, or why "
+      "it was dropped. FRAME: src MAC dst MAC [vlan V [pri P]] [type 0xNNNN] [ip SRC DST [tcp|udp SPORT DPORT]]",
+      [this](Args args, std::ostream& out) {
+        const std::string usage =
+            "chip send INTF src MAC dst MAC [vlan V [pri P]] [type 0xNNNN] "
+            "[ip SRC DST [tcp|udp SPORT DPORT]] [json]";
+        bool json = takeJsonFlag(args);
+        if (args.size() < 2) throw CommandError("usage: " + usage);
+        auto ports = parseIntfRange(args[0]);
+        if (ports.size() != 1) throw CommandError("one interface, not a range: '" + args[0] + "'");
+        std::string text;
+        for (std::size_t i = 1; i < args.size(); ++i) text += (i > 1 ? " " : "") + args[i];
+        SoftChip::Frame frame;
+        try {
+          frame = SoftChip::frameFromText(text);
+        } catch (const SoftChip::FrameSyntaxError& e) {
+          throw CommandError(e.what());
+        }
+        auto result = SoftChip::forwardFrame(*chip_, ports.front(), frame);
+        if (json) {
+          printJson(out, [&](JsonWriter& w) { resultJson(w, result); });
+        } else {
+          printResult(out, result);
+        }
+      });
+}
+
+}  // namespace Agent

@@ -1,0 +1,213 @@
+#include "chip/softchip/SoftForwarding.h"
+
+#include "chip/softchip/SoftFdb.h"
+#include "chip/softchip/SoftLag.h"
+#include "chip/softchip/SoftStp.h"
+#include "chip/softchip/SoftVlan.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace SoftChip {
+
+namespace {
+
+std::string name(const Nexo::IntfId& intf) { return intf.stringValue(); }
+
+// The state spanning tree gives `intf` in the topology; a port the
+// topology does not name forwards.
+Orb::PortState portState(const HwTopology* topology, const Nexo::IntfId& intf) {
+  if (!topology) return Orb::PortState::portStateForwarding;
+  auto it = topology->portState.find(intf);
+  return it == topology->portState.end() ? Orb::PortState::portStateForwarding : it->second;
+}
+
+// The member of a LAG a flow leaves by: the member that scores highest for
+// the flow (rendezvous hashing), so that a member going takes away only the
+// flows it carried and every other flow stays where it was.
+Nexo::IntfId lagMemberFor(const HwLag& lag, std::uint64_t flowHash) {
+  Nexo::IntfId chosen;
+  std::uint64_t best = 0;
+  for (const auto& member : lag.members) {
+    std::uint64_t score = (flowHash ^ member.bits()) * 0x9e3779b97f4a7c15ULL;
+    score ^= score >> 29;
+    if (chosen.empty() || score > best) {
+      chosen = member;
+      best = score;
+    }
+  }
+  return chosen;
+}
+
+}  // namespace
+
+void ForwardResult::clear() {
+  vlan = 0;
+  egress.clear();
+  flooded = learned = moved = false;
+  drop.clear();
+}
+
+const SoftForwarding::Tables& SoftForwarding::tables() {
+  if (tablesGeneration_ == chip_.tablesGeneration()) return tables_;
+  // Each table registers under its kind's name, so the name says its type.
+  tables_.vlans = static_cast<const SoftVlanTable*>(chip_.table(SoftVlanTable::tableName));
+  tables_.lags = static_cast<const SoftLagTable*>(chip_.table(SoftLagTable::tableName));
+  tables_.topologies = static_cast<const SoftTopologyTable*>(chip_.table(SoftTopologyTable::tableName));
+  tables_.fdb = static_cast<SoftFdbTable*>(chip_.table(SoftFdbTable::tableName));
+  tablesGeneration_ = chip_.tablesGeneration();
+  return tables_;
+}
+
+Nexo::IntfId SoftForwarding::logical(const Nexo::IntfId& port) const {
+  const Nexo::IntfId* lag = tables_.lags ? tables_.lags->lagOf(port) : nullptr;
+  return lag ? *lag : port;
+}
+
+bool SoftForwarding::forwards(const HwTopology* topology, const Nexo::IntfId& intf) const {
+  return ::SoftChip::forwards(portState(topology, intf));
+}
+
+ForwardResult SoftForwarding::forward(const Nexo::IntfId& ingress, const Frame& frame) {
+  ForwardResult result;
+  forward(ingress, frame, result);
+  return result;
+}
+
+void SoftForwarding::forward(const Nexo::IntfId& ingress, const Frame& frame, ForwardResult& result) {
+  result.clear();
+  const Tables& t = tables();
+  const Nexo::IntfId from = logical(ingress);
+  if (!t.vlans) {
+    result.drop = "no VLAN table";
+    return;
+  }
+
+  // Classification: the tag's VLAN, or the port's untagged VLAN.
+  std::uint16_t vlanNumber = frame.tag ? frame.tag->vlan : 0;
+  if (vlanNumber == 0) {
+    const Bridging::VlanId* untagged = t.vlans->untaggedVlan(from);
+    if (!untagged && from != ingress) untagged = t.vlans->untaggedVlan(ingress);
+    if (!untagged) {
+      result.drop = fmt::format("untagged frame: {} has no untagged VLAN", name(from));
+      return;
+    }
+    vlanNumber = untagged->value();
+  }
+  Bridging::VlanId vlanId(vlanNumber);
+  const HwVlan* vlan = t.vlans->vlan(vlanId);
+  if (!vlan) {
+    result.drop = fmt::format("vlan {} not in hardware", vlanNumber);
+    return;
+  }
+  result.vlan = vlanNumber;
+
+  // Ingress filtering: the LAG or the port must be let in.
+  if (!vlan->takesIn(from) && !vlan->takesIn(ingress)) {
+    result.drop = fmt::format("ingress filtering: {} not a member of vlan {}", name(from), vlanNumber);
+    return;
+  }
+  const HwTopology* topology = t.topologies ? t.topologies->topologyOf(vlanId) : nullptr;
+  Orb::PortState state = portState(topology, from);
+  if (!learns(state)) {
+    result.drop = fmt::format("{} blocking in vlan {}", name(from), vlanNumber);
+    return;
+  }
+  if (frame.src.isMulticast()) {
+    result.drop = "source MAC multicast";
+    return;
+  }
+  learnSource(frame, from, result);
+  if (!::SoftChip::forwards(state)) {
+    result.drop = fmt::format("{} learning in vlan {}: does not forward", name(from), vlanNumber);
+    return;
+  }
+
+  // Known unicast: the entry's port, unless that is where it came from.
+  if (!frame.dst.isMulticast() && t.fdb) {
+    if (const HwFdbEntry* entry = t.fdb->entry({frame.dst, vlanId})) {
+      Nexo::IntfId to = logical(entry->intf);
+      if (to == from) {
+        result.drop = fmt::format("destination on the ingress port {}", name(from));
+        return;
+      }
+      if (!forwards(topology, to)) {
+        result.drop = fmt::format("{} not forwarding in vlan {}", name(to), vlanNumber);
+        return;
+      }
+      if (!vlan->member(to) && !vlan->member(entry->intf)) {
+        result.drop = fmt::format("{} not a member of vlan {}", name(to), vlanNumber);
+        return;
+      }
+      addEgress(*vlan, vlan->member(to) ? to : entry->intf, to, frame, result);
+      if (result.egress.empty()) result.drop = fmt::format("{} has no active member", name(to));
+      return;
+    }
+  }
+  result.flooded = true;
+  flood(*vlan, topology, from, frame, result);
+  if (result.egress.empty()) result.drop = fmt::format("no egress: vlan {} floods to no other port", vlanNumber);
+}
+
+void SoftForwarding::learnSource(const Frame& frame, const Nexo::IntfId& intf, ForwardResult& result) {
+  if (!tables_.fdb) return;
+  SoftFdbHelper& fdb = tables_.fdb->helper();
+  Bridging::MacVlanPair key{frame.src, Bridging::VlanId(result.vlan)};
+  const HwFdbEntry* known = tables_.fdb->entry(key);
+  if (!known && fdb.learning() == SoftFdbHelper::Learning::software) {
+    auto reported = fdb.reportedLearns().find(key);
+    if (reported != fdb.reportedLearns().end()) known = &reported->second;
+  }
+  // A known source on its port is a hit, which keeps it from aging; only a
+  // new source or one that moved is learned.
+  if (known && known->intf == intf) {
+    fdb.touch(key);
+    return;
+  }
+  bool wasKnown = known != nullptr;
+  if (!fdb.learn(key, intf)) return;
+  result.learned = !wasKnown;
+  result.moved = wasKnown;
+}
+
+void SoftForwarding::addEgress(const HwVlan& vlan, const Nexo::IntfId& member, const Nexo::IntfId& intf,
+                               const Frame& frame, ForwardResult& result) const {
+  FrameEgress out;
+  out.tagged = vlan.tagged.contains(member);
+  out.vlan = out.tagged ? result.vlan : 0;
+  const HwLag* lag = (intf.isLag() && tables_.lags) ? tables_.lags->lag(intf) : nullptr;
+  if (intf.isLag()) {
+    if (!lag || lag->members.empty()) return;
+    out.lag = intf;
+    out.port = lagMemberFor(*lag, frameFlowHash(frame));
+  } else {
+    out.port = intf;
+  }
+  result.egress.push_back(out);
+}
+
+void SoftForwarding::flood(const HwVlan& vlan, const HwTopology* topology, const Nexo::IntfId& from, const Frame& frame,
+                           ForwardResult& result) const {
+  // The flood set is the VLAN's egress members; a LAG named by its members
+  // still gets one copy.
+  Nexo::IntfId lastLag;
+  auto floodTo = [&](const Nexo::IntfId& member) {
+    Nexo::IntfId to = logical(member);
+    if (to == from || !vlan.egress.contains(member) || !forwards(topology, to)) return;
+    if (to.isLag()) {
+      if (to == lastLag) return;
+      for (const auto& out : result.egress) {
+        if (out.lag == to) return;
+      }
+      lastLag = to;
+    }
+    addEgress(vlan, member, to, frame, result);
+  };
+  for (const auto& member : vlan.untagged) floodTo(member);
+  for (const auto& member : vlan.tagged) floodTo(member);
+  std::sort(result.egress.begin(), result.egress.end(),
+            [](const FrameEgress& a, const FrameEgress& b) { return a.port < b.port; });
+}
+
+}  // namespace SoftChip

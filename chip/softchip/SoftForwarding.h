@@ -1,0 +1,117 @@
+// The soft chip's forwarding model: where a frame goes, given what the
+// chip's tables hold and nothing else (no machine's state), so that what it
+// says is what this chip, programmed as it is, would do.
+//
+//   SoftChip::SoftForwarding forwarding(chip);
+//   auto result = forwarding.forward(Nexo::IntfId("Ethernet1"), frame);
+//   for (const auto& out : result.egress) ...  // out.port, out.tagged, out.vlan
+//   if (result.dropped()) ... result.drop ...
+//
+// The steps, in the order a chip's pipeline takes them:
+//  - a frame arriving on a LAG member arrives on the LAG (the chip's LAG
+//    table says which ports are members);
+//  - its VLAN is its tag's, or for an untagged (or priority-tagged) frame
+//    the untagged VLAN of the port;
+//  - ingress filtering: the port must be an ingress member of the VLAN;
+//  - the port's spanning-tree state in the VLAN's topology: blocking or
+//    disabled drop the frame, learning learns its source and drops it;
+//  - a multicast source is dropped, never learned;
+//  - the source is learned or moved through the forwarding database's own
+//    learn (hardware learning, or a report to the CPU in software learning
+//    mode), when learning is on for the port and the VLAN;
+//  - a known unicast destination goes to its entry's port (dropped if that
+//    is the ingress port); unknown unicast, broadcast and multicast flood
+//    to the VLAN's egress members (its flood set, expansion included) that
+//    forward, never back to the ingress port or LAG;
+//  - a frame to a LAG leaves by exactly one member, chosen by
+//    frameFlowHash, so that one flow always takes one member.
+//
+// A chip without a table of some kind does without it: no LAG table, no
+// LAGs; no topology table, every port forwards; no forwarding database,
+// every destination is unknown and nothing is learned.
+#pragma once
+
+#include "chip/softchip/SoftChip.h"
+#include "chip/softchip/SoftFrame.h"
+
+#include <string>
+#include <vector>
+
+namespace SoftChip {
+
+class SoftFdbTable;
+class SoftLagTable;
+class SoftTopologyTable;
+class SoftVlanTable;
+struct HwLag;
+struct HwTopology;
+struct HwVlan;
+
+// One copy of the frame leaving the chip.
+struct FrameEgress {
+  Nexo::IntfId port;  // the physical port it leaves by
+  Nexo::IntfId lag;   // the LAG `port` was chosen from; empty when none
+  bool tagged = false;
+  std::uint16_t vlan = 0;  // the tag it carries when `tagged`
+  bool operator==(const FrameEgress&) const = default;
+};
+
+struct ForwardResult {
+  // The VLAN the frame was classified to; 0 when it was dropped before.
+  std::uint16_t vlan = 0;
+  // Ordered by port. Empty when dropped.
+  std::vector<FrameEgress> egress;
+  bool flooded = false;  // sent to the flood set, the destination unknown or not unicast
+  // The source was learned (or reported, in software learning mode) as a
+  // new address, or moved from another port.
+  bool learned = false;
+  bool moved = false;
+  // Why the frame went nowhere; empty when it left the chip.
+  std::string drop;
+
+  bool dropped() const { return !drop.empty(); }
+  void clear();
+};
+
+class SoftForwarding {
+ public:
+  explicit SoftForwarding(SoftChip& chip) : chip_(chip) {}
+
+  // The frame `frame` arrives on `ingress` (a front-panel port, or a LAG
+  // member). Learning changes the forwarding database as the chip would.
+  ForwardResult forward(const Nexo::IntfId& ingress, const Frame& frame);
+  // The same into `result`, whose memory is reused: for callers forwarding
+  // many frames.
+  void forward(const Nexo::IntfId& ingress, const Frame& frame, ForwardResult& result);
+
+ private:
+  struct Tables {
+    const SoftVlanTable* vlans = nullptr;
+    const SoftLagTable* lags = nullptr;
+    const SoftTopologyTable* topologies = nullptr;
+    SoftFdbTable* fdb = nullptr;
+  };
+  // The chip's tables, looked up again only when the chip's set changed.
+  const Tables& tables();
+  // The LAG a port is a member of, or the port itself.
+  Nexo::IntfId logical(const Nexo::IntfId& port) const;
+  // Whether `intf` may send in the VLAN as its topology says.
+  bool forwards(const HwTopology* topology, const Nexo::IntfId& intf) const;
+  void learnSource(const Frame& frame, const Nexo::IntfId& intf, ForwardResult& result);
+  // Adds a copy leaving by `intf` (a port or a LAG) with the VLAN's tagging.
+  void addEgress(const HwVlan& vlan, const Nexo::IntfId& member, const Nexo::IntfId& intf, const Frame& frame,
+                 ForwardResult& result) const;
+  void flood(const HwVlan& vlan, const HwTopology* topology, const Nexo::IntfId& from, const Frame& frame,
+             ForwardResult& result) const;
+
+  SoftChip& chip_;
+  Tables tables_;
+  std::uint64_t tablesGeneration_ = 0;
+};
+
+// The chip-level entry point: a frame arriving on `ingress`.
+inline ForwardResult forwardFrame(SoftChip& chip, const Nexo::IntfId& ingress, const Frame& frame) {
+  return SoftForwarding(chip).forward(ingress, frame);
+}
+
+}  // namespace SoftChip

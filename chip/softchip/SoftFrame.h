@@ -1,0 +1,70 @@
+// A frame as the soft chip's forwarding model sees it: the L2 header, an
+// optional 802.1Q tag, and the L3/L4 fields a LAG hash reads. Nothing of
+// the payload.
+//
+// Its text form is short to type in scenarios:
+//
+//   src MAC dst MAC [vlan V [pri P]] [type ETHERTYPE] [ip SRC DST [tcp|udp SPORT DPORT]]
+//
+// e.g. "src 00:00:00:00:00:01 dst ff:ff:ff:ff:ff:ff vlan 10 ip 10.0.0.1 10.0.0.2 udp 1000 2000".
+// `ip` takes two IPv4 or two IPv6 addresses. The ethertype defaults to IPv4
+// (0x0800) or IPv6 (0x86dd) after `ip`, and to 0x88b5 (local experimental)
+// without it. frameText prints the one canonical form, which parses back
+// to the same frame.
+#pragma once
+
+#include "platform/types/Bridging.h"
+#include "platform/types/Nexo.h"
+
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace SoftChip {
+
+struct FrameTag {
+  std::uint16_t vlan = 0;  // 0: a priority-tagged frame, classified as untagged
+  std::uint8_t priority = 0;
+  auto operator<=>(const FrameTag&) const = default;
+};
+
+enum class L4Protocol : std::uint8_t { none, tcp, udp };
+
+struct Frame {
+  static constexpr std::uint16_t etherTypeIpv4 = 0x0800;
+  static constexpr std::uint16_t etherTypeIpv6 = 0x86dd;
+  static constexpr std::uint16_t etherTypeLocal = 0x88b5;
+
+  Nexo::EthAddr src;
+  Nexo::EthAddr dst;
+  std::optional<FrameTag> tag;
+  std::uint16_t etherType = etherTypeLocal;
+  // Both set, of one family, or neither.
+  std::optional<Nexo::IpGenAddr> ipSrc;
+  std::optional<Nexo::IpGenAddr> ipDst;
+  L4Protocol l4 = L4Protocol::none;
+  std::uint16_t srcPort = 0;
+  std::uint16_t dstPort = 0;
+
+  bool operator==(const Frame&) const = default;
+};
+
+// Bad frame text: the message names the token at fault and what was expected.
+class FrameSyntaxError : public std::invalid_argument {
+ public:
+  using std::invalid_argument::invalid_argument;
+};
+
+// Parses the text form; throws FrameSyntaxError.
+Frame frameFromText(std::string_view text);
+// The canonical text form.
+std::string frameText(const Frame& frame);
+
+// The hash a LAG picks its member by: source and destination MAC, ethertype,
+// IP addresses and L4 ports, so every frame of one flow takes one member.
+// Not the tag: a flow keeps its member whichever VLAN it is carried in.
+std::uint64_t frameFlowHash(const Frame& frame);
+
+}  // namespace SoftChip
