@@ -12,9 +12,10 @@ namespace {
 // The form the restore asserts: {"fdbStatus": {ID: [[ADDR, INTF, ...], ...]}}
 // with string addresses in dotted groups and string interface names.
 bool hasRestorableForm(const std::string& input) {
-  rapidjson::Document document;
-  document.Parse(input.data(), input.size());
-  if (document.HasParseError()) return true;  // refused as a whole: StoreError
+  rapidjson::Document parsed;
+  parsed.Parse(input.data(), input.size());
+  if (parsed.HasParseError()) return true;  // refused as a whole: StoreError
+  const rapidjson::Document& document = parsed;
   if (!document.IsObject()) return false;
   for (const auto& member : document.GetObject()) {
     if (std::string_view(member.name.GetString(), member.name.GetStringLength()) != "fdbStatus") return false;
