@@ -18,9 +18,33 @@
 
 namespace {
 
-template <class... T>
+// The type a printed value names ("Value('Nexo::IntfId', ..."), empty when
+// the text does not start like a value.
+std::string namedType(std::string_view input) {
+  auto start = input.find_first_not_of(" \t\n\r\f\v");
+  if (start == std::string_view::npos || input.substr(start, 7) != "Value('") return "";
+  auto end = input.find('\'', start + 7);
+  return end == std::string_view::npos ? "" : std::string(input.substr(start + 7, end - start - 7));
+}
+
+// Parsing as a type that the text does not name fails at the name, through
+// an exception, and exceptions are slow: each value type is tried only on
+// text that names it (the first one on every text, for the refusals), each
+// enumeration only on text that names no value type.
+template <class T>
+void tryOne(std::string_view input, const std::string& name, bool first) {
+  if constexpr (Vex::ValueType<T>) {
+    if (first || name == vexTypeName(static_cast<const T*>(nullptr))) Fuzz::tryStrep<T>(input);
+  } else {
+    if (name.empty()) Fuzz::tryStrep<T>(input);
+  }
+}
+
+template <class First, class... Rest>
 void tryEach(std::string_view input) {
-  (Fuzz::tryStrep<T>(input), ...);
+  std::string name = namedType(input);
+  tryOne<First>(input, name, true);
+  (tryOne<Rest>(input, name, false), ...);
 }
 
 }  // namespace
