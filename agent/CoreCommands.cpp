@@ -61,7 +61,7 @@ void CoreFeature::registerCoreCommands() {
   });
   // Every periodic clock (aging sweeps, retries) fires on the way, so the
   // work of a step grows with its length: a typo's 1e9 would never end.
-  constexpr double maxAdvanceSeconds = 3600;
+  static constexpr double maxAdvanceSeconds = 3600;
   shell_.commandIs("advance", "SECONDS", "move simulated time forward (at most 3600 s), firing what falls due",
                    [this](const Args& args, std::ostream&) {
                      expectArgs(args, 1, 1, "advance SECONDS");
