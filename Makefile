@@ -1,4 +1,5 @@
-# Front door: `make demo`, `make test`, `make bench`, `make install`. Each
+# Front door: `make demo`, `make test`, `make bench`, `make install`,
+# `make fuzz`. Each
 # target installs what it needs (scripts/setup-deps), then configures and
 # builds.
 JOBS ?= $(shell nproc)
@@ -6,11 +7,17 @@ CMAKE_FLAGS ?=
 BUILD_DIR ?= build
 ASAN_DIR ?= build-asan
 RELEASE_DIR ?= build-release
+FUZZ_DIR ?= build-fuzz
+# `make fuzz`: seconds per target, and the targets (all by default).
+FUZZ_SECONDS ?= 600
+FUZZ_TARGETS ?=
+# `make test`: seconds per target over its checked-in corpus.
+FUZZ_SMOKE_SECONDS ?= 5
 PREFIX ?= /usr/local
 # What `cmake --install` installs; built alone for an install.
 INSTALL_TARGETS = orbplatform orb softchip
 
-.PHONY: all deps demo test test-normal test-asan test-install install bench soak format clean
+.PHONY: all deps demo test test-normal test-asan test-install test-fuzz fuzz fuzz-build install bench soak format clean
 
 all: test
 
@@ -23,6 +30,11 @@ $(BUILD_DIR)/build.ninja: | deps
 $(ASAN_DIR)/build.ninja: | deps
 	cmake -S . -B $(ASAN_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS=-O1 -DORB_SANITIZE=ON -DORB_BUILD_BENCH=OFF $(CMAKE_FLAGS)
 
+# libFuzzer targets: clang, coverage for the fuzzer, ASan and UBSan.
+$(FUZZ_DIR)/build.ninja: | deps
+	cmake -S . -B $(FUZZ_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_CXX_FLAGS=-O1 \
+	  -DORB_FUZZ=ON -DORB_BUILD_TESTS=OFF -DORB_BUILD_BENCH=OFF $(CMAKE_FLAGS)
+
 $(RELEASE_DIR)/build.ninja: | deps
 	cmake -S . -B $(RELEASE_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Release -DORB_BUILD_TESTS=OFF $(CMAKE_FLAGS)
 
@@ -30,7 +42,7 @@ demo: deps $(RELEASE_DIR)/build.ninja
 	cmake --build $(RELEASE_DIR) -j $(JOBS) --target orb-agent
 	$(RELEASE_DIR)/agent/orb-agent run examples/demo.orb
 
-test: test-normal test-asan test-install
+test: test-normal test-asan test-install test-fuzz
 
 test-normal: deps $(BUILD_DIR)/build.ninja
 	cmake --build $(BUILD_DIR) -j $(JOBS)
@@ -46,6 +58,19 @@ test-asan: deps $(ASAN_DIR)/build.ninja
 test-install: deps $(BUILD_DIR)/build.ninja
 	cmake --build $(BUILD_DIR) -j $(JOBS) --target $(INSTALL_TARGETS)
 	JOBS=$(JOBS) scripts/test-install $(BUILD_DIR)
+
+fuzz-build: deps $(FUZZ_DIR)/build.ninja
+	cmake --build $(FUZZ_DIR) -j $(JOBS) --target fuzz_all
+
+# Every fuzz target a few seconds over its checked-in corpus, new inputs
+# kept in a scratch directory that goes afterwards.
+test-fuzz: fuzz-build
+	scripts/fuzz --fresh $(FUZZ_DIR) $(FUZZ_SMOKE_SECONDS)
+
+# Every fuzz target (or FUZZ_TARGETS) for FUZZ_SECONDS each, one at a time;
+# what they find collects in $(FUZZ_DIR)/fuzz-corpus, outside the repository.
+fuzz: fuzz-build
+	scripts/fuzz $(FUZZ_DIR) $(FUZZ_SECONDS) $(FUZZ_TARGETS)
 
 # make install [PREFIX=/usr/local] [DESTDIR=...]: a Release build of the
 # libraries, headers, CMake package and liborb.pc.
@@ -77,4 +102,4 @@ format:
 	git ls-files '*.h' '*.cpp' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(RELEASE_DIR)
+	rm -rf $(BUILD_DIR) $(ASAN_DIR) $(RELEASE_DIR) $(FUZZ_DIR)

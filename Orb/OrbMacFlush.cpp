@@ -64,10 +64,10 @@ void MacAddrSm::handleFlushReqTimer() {
     }
   };
   for (const auto& [name, request] : pending) {
-    guarded(name, [&] { processFlushReq(request.vlanId, request.intf, request.addr); });
+    guarded(name, [&, &r = request] { processFlushReq(r.vlanId, r.intf, r.addr); });
   }
   for (const auto& [name, request] : remotePending) {
-    guarded(name, [&] { processRemoteFlushReq(request.vlanId, request.intf, request.addr); });
+    guarded(name, [&, &r = request] { processRemoteFlushReq(r.vlanId, r.intf, r.addr); });
   }
   execFlush();
   for (const auto* requests : {&pending, &remotePending}) {

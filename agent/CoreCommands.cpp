@@ -59,10 +59,17 @@ void CoreFeature::registerCoreCommands() {
       w.EndObject();
     });
   });
-  shell_.commandIs("advance", "SECONDS", "move simulated time forward, firing what falls due",
+  // Every periodic clock (aging sweeps, retries) fires on the way, so the
+  // work of a step grows with its length: a typo's 1e9 would never end.
+  static constexpr double maxAdvanceSeconds = 3600;
+  shell_.commandIs("advance", "SECONDS", "move simulated time forward (at most 3600 s), firing what falls due",
                    [this](const Args& args, std::ostream&) {
                      expectArgs(args, 1, 1, "advance SECONDS");
                      double seconds = parseSeconds(args[0]);
+                     if (seconds > maxAdvanceSeconds) {
+                       throw CommandError(fmt::format("advance takes at most {} seconds at a time, not '{}'",
+                                                      maxAdvanceSeconds, args[0]));
+                     }
                      if (!loop_->simulatedTime()) throw CommandError("advance needs simulated time (not --real-time)");
                      loop_->advance(seconds);
                    });

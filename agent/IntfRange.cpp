@@ -41,9 +41,14 @@ std::vector<Nexo::IntfId> parseIntfRange(const std::string& text) {
       while (digits > 0 && std::isdigit(static_cast<unsigned char>(item[digits - 1]))) --digits;
       if (digits == dash) throw CommandError("bad interface range '" + item + "'");
       std::string prefix = item.substr(0, digits);
-      long first = parseInteger(item.substr(digits, dash - digits), 0, 65534);
-      long last = parseInteger(item.substr(dash + 1), 0, 65534);
-      if (last < first || last - first > 4096) throw CommandError("bad interface range '" + item + "'");
+      std::string firstText = item.substr(digits, dash - digits), lastText = item.substr(dash + 1);
+      long first = parseInteger(firstText, 0, 65534);
+      long last = parseInteger(lastText, 0, 65534);
+      // The ends stand for names, which take no leading zeros ("Ethernet01").
+      bool spelledAsNames = std::to_string(first) == firstText && std::to_string(last) == lastText;
+      if (!spelledAsNames || last < first || last - first > 4096) {
+        throw CommandError("bad interface range '" + item + "'");
+      }
       for (long n = first; n <= last; ++n) out.push_back(intf(prefix + std::to_string(n)));
     } else {
       out.push_back(intf(item));

@@ -44,7 +44,8 @@ class Root : public Vex::Entity {
     if (!existing) return nullptr;
     auto* typed = dynamic_cast<T*>(existing.get());
     if (!typed) {
-      throw std::logic_error("hive path " + path + " holds a " + boost::core::demangle(typeid(*existing).name()) +
+      const Vex::Entity& held = *existing;
+      throw std::logic_error("hive path " + path + " holds a " + boost::core::demangle(typeid(held).name()) +
                              ", not a " + boost::core::demangle(typeid(T).name()));
     }
     return Vex::Ptr<T>(typed);

@@ -7,7 +7,16 @@ namespace Vex {
 
 TimerWheel::TimerWheel() : wheel_(slots) {}
 
-std::int64_t TimerWheel::tickOf(Seconds t) { return static_cast<std::int64_t>(std::floor(t / tick)); }
+std::int64_t TimerWheel::tickOf(Seconds t) {
+  // Times further out than ticks count (a wake time set by typed-in seconds,
+  // say) share the last tick; each clock still fires at its own time, since
+  // a collection compares wake times, not ticks.
+  constexpr double lastTick = 0x1p62;
+  double ticks = std::floor(t / tick);
+  if (ticks >= lastTick) return static_cast<std::int64_t>(lastTick);
+  if (ticks <= -lastTick) return -static_cast<std::int64_t>(lastTick);
+  return static_cast<std::int64_t>(ticks);
+}
 
 void TimerWheel::arm(Clock* clock) {
   // A wake time in the past waits in the cursor's slot, which every

@@ -48,6 +48,20 @@ TEST(AgentScenario, ExpectationsCheckOutputAndStopTheRunWhenUnmet) {
   EXPECT_THROW(agent.execute("expect echo a", usage), Agent::CommandError);
 }
 
+TEST(AgentScenario, AdvanceTakesAtMostAnHourAtATime) {
+  Agent::Agent agent(Agent::Options{});
+  std::ostringstream out;
+  agent.execute("mac aging-time 1", out);
+  for (const char* tooFar : {"advance 3600.001", "advance 1e9", "advance 1e300"}) {
+    EXPECT_THROW(agent.execute(tooFar, out), Agent::CommandError) << tooFar;
+  }
+  agent.execute("show time", out);
+  EXPECT_EQ(out.str(), "0.000\n");
+  agent.execute("advance 3600", out);
+  agent.execute("show time", out);
+  EXPECT_EQ(out.str(), "0.000\n3600.000\n");
+}
+
 TEST(AgentScenario, MissingFileIsAnError) {
   Agent::Agent agent(Agent::Options{});
   std::ostringstream out, err;

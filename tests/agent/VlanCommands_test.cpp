@@ -34,6 +34,15 @@ TEST(IntfRange, ExpandsRangesAndLists) {
   EXPECT_THROW(Agent::parseIntfRange("Ethernet1,"), Agent::CommandError);
 }
 
+TEST(IntfRange, EndsOfARangeAreSpelledAsNames) {
+  // "Ethernet01" is no interface, so "Ethernet01-3" is no range of them.
+  EXPECT_THROW(Agent::parseIntfRange("Ethernet01"), Agent::CommandError);
+  EXPECT_THROW(Agent::parseIntfRange("Ethernet01-3"), Agent::CommandError);
+  EXPECT_THROW(Agent::parseIntfRange("Ethernet1-03"), Agent::CommandError);
+  EXPECT_THROW(Agent::parseIntfRange("Ethernet2/01-2"), Agent::CommandError);
+  EXPECT_EQ(Agent::parseIntfRange("Ethernet0-1,Ethernet2/0-0").size(), 3u);
+}
+
 TEST(VlanCommands, MembershipReachesHardware) {
   Agent::Agent agent(Agent::Options{});
   run(agent, "vlan 10 add Ethernet1-2");

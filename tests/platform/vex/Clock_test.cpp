@@ -189,6 +189,23 @@ TEST(EventLoop, ClocksOutlivingTheirLoopAreHarmless) {
 
 namespace {
 
+TEST(TimerWheel, WakeTimesBeyondWhatTicksCountStillFire) {
+  Vex::EventLoop loop;
+  std::vector<Vex::Seconds> firedAt;
+  auto record = [&] { firedAt.push_back(Vex::now()); };
+  auto far = Vex::clockFactory(record), farther = Vex::clockFactory(record), now = Vex::clockFactory(record);
+  farther->timeMinIs(2e300);
+  far->timeMinIs(1e300);
+  loop.advance(1e300);
+  EXPECT_EQ(firedAt, std::vector<Vex::Seconds>{1e300});
+  EXPECT_EQ(loop.nextWakeTime(), 2e300);
+  now->timeMinIs(Vex::now());
+  loop.runUntilIdle();
+  EXPECT_EQ(firedAt, (std::vector<Vex::Seconds>{1e300, 1e300}));
+  loop.advance(1e300);
+  EXPECT_EQ(firedAt.back(), 2e300);
+}
+
 TEST(TimerWheel, EarliestWakeTimeFollowsDisarmsAndRearms) {
   Vex::EventLoop loop;
   auto a = Vex::clockFactory([] {});
