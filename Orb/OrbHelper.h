@@ -80,6 +80,10 @@ class OrbHelperMacAddrSm : public Orb::OrbBaseHelper {
   virtual void verifyNumRemoteHost(std::uint32_t) { ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, verifyNumRemoteHost); }
   virtual void handleParityEvent(const Orb::ParityEvent::Key&) {}
   virtual std::uint32_t getMaxRemoteMacs() { return ORB_UNIMPLEMENTED(OrbMacAddrSmHelper, getMaxRemoteMacs); }
+  // A hint that the key's host is about to be programmed: a helper whose
+  // table is much larger than the cache may start fetching its entry, so
+  // that the waits of several keys overlap. Nothing by default.
+  virtual void lookAheadAtHost(const MacVlanPair&) const {}
 
  private:
   HostOutcomeHandler hostOutcomeHandler_;

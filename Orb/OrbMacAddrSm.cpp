@@ -511,7 +511,7 @@ std::optional<RemoteMacAddressTableEntry> MacAddrSm::configuredEntry(const MacVl
   // how many static entries are set aside now.
   bool colliding = false;
   for (Source source : sources) {
-    if (!sourceHas(source, key)) continue;
+    if (sourceEmpty(source) || !sourceHas(source, key)) continue;
     auto candidate = sourceEntry(source, key);
     if (source == Source::fdbConfig && in_.routerMacTable && in_.routerMacTable->macEntryHas(key)) {
       colliding = true;
@@ -537,15 +537,25 @@ std::optional<RemoteMacAddressTableEntry> MacAddrSm::configuredEntry(const MacVl
 }
 
 std::optional<RemoteMacAddressTableEntry> MacAddrSm::currentEntry(const MacVlanPair& key) const {
-  if (in_.bridgingStatus->remoteStatusTableHas(key)) return in_.bridgingStatus->remoteStatusTable(key);
+  const auto& rows = in_.macTable->macEntry();
+  auto row = rows.find(key);
+  return currentEntry(key, row == rows.end() ? nullptr : &row->second);
+}
+
+std::optional<RemoteMacAddressTableEntry> MacAddrSm::currentEntry(const MacVlanPair& key,
+                                                                  const MacAddressTableEntry* row) const {
+  const auto& remote = in_.bridgingStatus->remoteStatusTable();
+  if (!remote.empty()) {
+    auto it = remote.find(key);
+    if (it != remote.end()) return it->second;
+  }
   const auto* host = in_.bridgingStatus->learnedHost(key);
   if (!host) return std::nullopt;
   // What the hardware holds is the row this machine wrote into the MAC
   // table. Once the chip's report of a move or an age has taken that row's
   // place, what is programmed until the change is made is what `fdbStatus`
   // published with it.
-  auto row = in_.macTable->macEntry().find(key);
-  if (row != in_.macTable->macEntry().end() && isProgrammedRow(row->second)) return fromRow(row->second);
+  if (row && isProgrammedRow(*row, *host)) return fromRow(*row);
   return fromHost(key, *host);
 }
 
@@ -643,8 +653,13 @@ void MacAddrSm::maybeUpdateMoveCount(RemoteMacAddressTableEntry& wanted, const R
   }
 }
 
-void MacAddrSm::reevaluateEntry(const MacVlanPair& key) {
-  const MacAddressTableEntry* hardware = in_.macTable->macEntryHas(key) ? &in_.macTable->macEntry(key) : nullptr;
+void MacAddrSm::reevaluateEntry(const MacVlanPair& key) { reevaluateEntry(key, Vex::now()); }
+
+void MacAddrSm::reevaluateEntry(const MacVlanPair& key, double time) {
+  const auto& rows = in_.macTable->macEntry();
+  auto row = rows.find(key);
+  const MacAddressTableEntry* hardware = row == rows.end() ? nullptr : &row->second;
+  auto current = currentEntry(key, hardware);
   // The row this machine wrote for a static, peer or other configured entry
   // is not a learn: what it holds stands only while its source wants it.
   // After a restart the status that said so is gone, but a row that is
@@ -653,13 +668,12 @@ void MacAddrSm::reevaluateEntry(const MacVlanPair& key) {
       (isProgrammedRow(*hardware) || isConfiguredRow(*hardware))) {
     hardware = nullptr;
   }
-  auto current = currentEntry(key);
   // A learned entry whose row the hardware dropped was aged out by it.
   if (!hardware && current && learnedHere(current->entryType) && !isStaticEntryType(current->entryType)) {
     handleAddressAged(key);
     return;
   }
-  evaluateEntry(key, hardware, false, Vex::now());
+  evaluateEntry(key, hardware, false, time, std::move(current));
 }
 
 bool MacAddrSm::isConfiguredRow(const MacAddressTableEntry& row) {
@@ -669,10 +683,14 @@ bool MacAddrSm::isConfiguredRow(const MacAddressTableEntry& row) {
 
 void MacAddrSm::evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry* hardware, bool agedInHardware,
                               double time) {
+  evaluateEntry(key, hardware, agedInHardware, time, currentEntry(key));
+}
+
+void MacAddrSm::evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry* hardware, bool agedInHardware,
+                              double time, std::optional<RemoteMacAddressTableEntry> current) {
   BLIP(trace(), 7, "Evaluating MAC entry: {}, learned in hardware: {}, aged in hardware: {}", keyText(key),
        hardware != nullptr, agedInHardware);
   auto configured = configuredEntry(key);
-  auto current = currentEntry(key);
   // An ignored row did not happen: what the machine programmed from the
   // hardware before stands, and the row is looked at again once whatever
   // made it ignored changes.
@@ -748,18 +766,17 @@ void MacAddrSm::evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry
   }
   if (action == EntryEvaluationAction::none) {
     // Nothing to program, but a change still queued for the key is stale.
-    if (updateList_.contains(key)) updateList_.erase(key);
+    if (!updateList_.empty()) updateList_.erase(key);
     return;
   }
   if (action == EntryEvaluationAction::addOrModify && !hasVni(*wanted)) {
     // Set aside, not queued: it is looked at again when the VLAN gets one.
     BLIP(trace(), 3, "ERROR: no mapping for vni of vlan {}: {} waits for one", key.vlanId.value(), keyText(key));
     waitForVni(key);
-    if (updateList_.contains(key)) updateList_.erase(key);
+    if (!updateList_.empty()) updateList_.erase(key);
     return;
   }
-  RemoteMacAddressTableEntry entry = wanted ? *wanted : *current;
-  addToUpdateList(entry, action, movedToLocal, movedToRemote);
+  addToUpdateList(wanted ? *wanted : *current, action, movedToLocal, movedToRemote, time);
 }
 
 // --- reactions ---
@@ -779,15 +796,9 @@ void MacAddrSm::handleMacEntry(const MacVlanPair& key) {
     reevaluateEntry(key);
     return;
   }
+  // The queue of changes is not sized for a whole burst ahead: reviews and
+  // programming take turns, and it holds only what the reviews are ahead by.
   if (!macTableUpdateList_.push(key)) return;
-  // A burst of hardware learns becomes a burst of queued changes: make room
-  // now, while the chip writes, rather than rehash inside a review slice.
-  std::size_t needed = updateList_.size() + macTableUpdateList_.size();
-  if (needed > reservedFor_) {
-    reservedFor_ = needed + needed / 4;
-    updateList_.reserve(reservedFor_);
-    updateOrder_.reserve(reservedFor_);
-  }
   if (macTableTimer_->timeMin() == Vex::never) macTableTimer_->timeMinIs(Vex::now());
 }
 
@@ -807,14 +818,36 @@ void MacAddrSm::withdrawLearn(const MacVlanPair& key) {
   evaluateEntry(key, nullptr, true, Vex::now());
 }
 
-void MacAddrSm::handleMacTableUpdate() {
-  Vex::Seconds start = Vex::now();
-  while (!macTableUpdateList_.empty()) {
-    reevaluateEntry(macTableUpdateList_.pop());
-    if (Vex::now() - start > macTableReviewQuanta) break;
+void MacAddrSm::lookAheadAtKey(const MacVlanPair& key, Ahead ahead) const {
+  Vex::lookAhead(in_.macTable->macEntry(), key);
+  if (const auto& fdb = in_.bridgingStatus->fdbStatus(Bridging::Status::fidOf(key))) {
+    Vex::lookAhead(fdb->learnedHost(), key.addr);
   }
-  longestSlice_ = std::max(longestSlice_, Vex::now() - start);
-  if (!macTableUpdateList_.empty()) macTableTimer_->timeMinIs(Vex::now());
+  if (ahead == Ahead::programming) {
+    in_.orbHelper->lookAheadAtHost(key);
+    if (in_.l2RibInput) Vex::lookAhead(in_.l2RibInput->host(), key);
+  }
+  if (updateList_.empty()) return;
+  auto change = updateList_.find(key);
+  if (change != updateList_.end()) Vex::prefetchMemory(change->second.get());
+}
+
+void MacAddrSm::handleMacTableUpdate() {
+  // The keys of one slice are reviewed at the slice's time; the clock is
+  // read again only every few keys, to end the slice on time. Each stretch
+  // of keys is looked up ahead, so that waits for memory overlap.
+  Vex::Seconds start = Vex::now(), now = start;
+  for (unsigned reviewed = 1; !macTableUpdateList_.empty(); ++reviewed) {
+    if (reviewed % Vex::lookAheadDistance == 1) {
+      macTableUpdateList_.lookAhead(Vex::lookAheadDistance,
+                                    [this](const MacVlanPair& key) { lookAheadAtKey(key, Ahead::review); });
+    }
+    reevaluateEntry(macTableUpdateList_.pop(), now);
+    if (reviewed % clockReadInterval == 0 && (now = Vex::now()) - start > macTableReviewQuanta) break;
+  }
+  now = Vex::now();
+  longestSlice_ = std::max(longestSlice_, now - start);
+  if (!macTableUpdateList_.empty()) macTableTimer_->timeMinIs(now);
 }
 
 void MacAddrSm::handleMlagHostTableEntry(const MacVlanPair& key) {

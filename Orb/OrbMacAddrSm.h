@@ -70,6 +70,8 @@
 #include "Orb/OrbHelper.h"
 #include "Orb/OrbL2RibObjCache.h"
 #include "Orb/OrbMacAddrSmInputs.h"
+#include "Orb/OrbMacKeyQueue.h"
+#include "Orb/OrbMacUpdateOrder.h"
 #include "Orb/OrbNonAgingMacSm.h"
 #include "Orb/OrbRemoteMacRecoveryHelperSm.h"
 #include "Orb/OrbVlanHelper.h"
@@ -109,19 +111,22 @@ class ModifyMacEntry : public Vex::PtrInterface {
   EntryType entryType() const { return entryType_; }
   Keel::Seqno32 moves() const { return moves_; }
 
+  // Small fields together: one of these is made for every change queued.
   EntryEvaluationAction action = EntryEvaluationAction::none;
-  double lastMoveTime = 0.0;
-  SwTunnelGroupId swTunnelGroupId;
-  L2Rib::ObjTuple l2RibObjTuple;
   bool hasL2RibObjTuple = false;
   bool isMplsNextHop = false;
   bool movedToLocal = false;
   bool movedToRemote = false;
   bool fullLogged = false;
-  double queuedTime = 0.0;  // when the change first went into the queue
   // The chip accepted it as a command and its outcome is still to come; it
   // stays in the queue, not written again, until then.
   bool awaitingOutcome = false;
+  SwTunnelGroupId swTunnelGroupId;
+  double lastMoveTime = 0.0;
+  double queuedTime = 0.0;  // when the change first went into the queue
+  L2Rib::ObjTuple l2RibObjTuple;
+  // Its place in the order the queue is drained in; 0 when it has none.
+  std::uint64_t orderTicket = 0;
 
   // The entry this change programs.
   RemoteMacAddressTableEntry entry() const;
@@ -152,32 +157,6 @@ struct CondensedFlushRequest {
   bool empty() const {
     return !all && vlan.empty() && vlanPort.empty() && port.empty() && vlanLag.empty() && lag.empty();
   }
-};
-
-// A queue of keys in arrival order, each at most once.
-template <class Key>
-class KeyQueue {
- public:
-  bool push(const Key& key) {
-    if (!members_.insert(key).second) return false;
-    order_.push_back(key);
-    return true;
-  }
-  bool empty() const { return order_.empty(); }
-  std::size_t size() const { return order_.size(); }
-  const Key& front() const { return order_.front(); }
-  Key pop() {
-    Key key = order_.front();
-    order_.pop_front();
-    members_.erase(key);
-    return key;
-  }
-  bool contains(const Key& key) const { return members_.contains(key); }
-  void reserve(std::size_t count) { members_.reserve(count); }
-
- private:
-  std::deque<Key> order_;
-  Vex::HashSet<Key> members_;
 };
 
 class MacAddrSm : public OrbBaseSm {
@@ -235,8 +214,13 @@ class MacAddrSm : public OrbBaseSm {
   // Whether hardware lets frames of the VLAN in on the interface (or on
   // the LAG it belongs to), as the VLAN helper has it confirmed.
   bool vlanMember(const IntfId& intf, VlanId vlanId) const;
+  // Queues the change at `now` (the time of the reaction: the clock unread).
   void addToUpdateList(const RemoteMacAddressTableEntry& entry, EntryEvaluationAction action, bool movedToLocal,
-                       bool movedToRemote);
+                       bool movedToRemote, Vex::Seconds now);
+  void addToUpdateList(const RemoteMacAddressTableEntry& entry, EntryEvaluationAction action, bool movedToLocal,
+                       bool movedToRemote) {
+    addToUpdateList(entry, action, movedToLocal, movedToRemote, Vex::now());
+  }
   void updateQueuedAddresses();
   // The outcome of an add the chip accepted to finish later: publishes it,
   // keeps it waiting for room (the chip retries), or drops it as failed.
@@ -334,6 +318,20 @@ class MacAddrSm : public OrbBaseSm {
   void configureMacLearningOnPort(const IntfId& intf);
 
  private:
+  // Slices read the clock once per this many items, not for every one: the
+  // items are short, and the reads add up over a burst of learns.
+  static constexpr unsigned clockReadInterval = 8;
+
+  // Looks the key up, ahead of its review or its programming, in the
+  // tables that will read or write.
+  enum class Ahead : std::uint8_t { review, programming };
+  void lookAheadAtKey(const MacVlanPair& key, Ahead ahead) const;
+  // The same, for a key whose MAC table row (null when none) is at hand,
+  // and at the time given.
+  std::optional<RemoteMacAddressTableEntry> currentEntry(const MacVlanPair& key, const MacAddressTableEntry* row) const;
+  void reevaluateEntry(const MacVlanPair& key, double time);
+  void evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry* hardware, bool agedInHardware, double time,
+                     std::optional<RemoteMacAddressTableEntry> current);
   void doClearRemoteMacsFromFdbStatus();
   bool vlanHasMembers(VlanId vlanId) const;
   // At start: the VLANs there are, and those deleted meanwhile.
@@ -377,6 +375,9 @@ class MacAddrSm : public OrbBaseSm {
   void localAddDone(ModifyMacEntry& change);
   void addToFdbStatus(const ModifyMacEntry& change);
   void countDynamicHost(const MacVlanPair& key, const Bridging::LearnedHost& host, int delta);
+  // The counts' change when the key's host `old` (null: none) becomes `now`.
+  void countDynamicHostChange(const MacVlanPair& key, const Bridging::LearnedHost* old,
+                              const Bridging::LearnedHost* now);
   void delFromFdbStatus(const MacVlanPair& key);
   void writeProgrammedRow(const MacAddressTableEntry& row);
   // Whether a MAC table row is the one this machine wrote for what it
@@ -384,6 +385,7 @@ class MacAddrSm : public OrbBaseSm {
   bool isProgrammedRow(const MacAddressTableEntry& row) const;
   // A row with what a configured source wants for its key, type and all.
   bool isConfiguredRow(const MacAddressTableEntry& row);
+  static bool isProgrammedRow(const MacAddressTableEntry& row, const Bridging::LearnedHost& host);
   void decRemoteRefcounts(const MacVlanPair& key);
   std::uint64_t nextHopId(const RemoteMacAddressTableEntry& entry) const;
   // A port, LAG or CPU interface of this switch, as opposed to a tunnel.
@@ -400,8 +402,8 @@ class MacAddrSm : public OrbBaseSm {
   // The update queue: changes by key, drained in arrival order; a key whose
   // change is refused goes to the back. Its front is the bookmark.
   Vex::HashMap<MacVlanPair, Vex::Ptr<ModifyMacEntry>> updateList_;
-  KeyQueue<MacVlanPair> updateOrder_;
-  KeyQueue<MacVlanPair> macTableUpdateList_;
+  MacUpdateOrder updateOrder_;
+  MacKeyQueue macTableUpdateList_;
   Vex::Ptr<Vex::Clock> updateMacEntryClock_;
   Vex::Ptr<Vex::Clock> macTableTimer_;
   IntfId currentPeerLink_;
@@ -430,15 +432,14 @@ class MacAddrSm : public OrbBaseSm {
   Vex::HashSet<MacVlanPair> flushKept_;  // hosts of the target a flush leaves
   Vex::Ptr<Vex::Clock> flushReqTimer_;
   Vex::Ptr<Vex::Clock> mlagHostTableTimer_;
-  KeyQueue<MacVlanPair> mlagHostTableWalk_;
+  MacKeyQueue mlagHostTableWalk_;
   Vex::Ptr<Vex::Clock> mlagIntfHostTableTimer_;
-  std::map<IntfId, KeyQueue<MacVlanPair>> lagToHostWalk_;
+  std::map<IntfId, MacKeyQueue> lagToHostWalk_;
   // The peer's hosts by interface, so that an interface's change reviews
   // only its own.
   Vex::HashMap<MacVlanPair, IntfId> peerHostIntf_;
   Vex::HashMap<IntfId, Vex::HashSet<MacVlanPair>> peerHostsOnIntf_;
   std::unique_ptr<NonAgingStatus::Notifiee> nonAgingReactor_;
-  std::size_t reservedFor_ = 0;  // updateList_ room made ahead of a burst
   Vex::Seconds longestSlice_ = 0;
   std::uint64_t slices_ = 0;
   std::unique_ptr<Vex::Reactors<MacAddrSm>> reactors_;

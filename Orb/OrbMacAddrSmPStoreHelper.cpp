@@ -55,7 +55,7 @@ void MacAddrSmPStoreHelper::doRestore(const rapidjson::Document& document) {
         const char* addrText = fields[0].GetString();
         ORB_ASSERT(pStoreAddrParse(addrText, addr));
         Nexo::IntfId intf(std::string_view(fields[1].GetString(), fields[1].GetStringLength()));
-        Bridging::LearnedHost host{addr, intf, Bridging::EntryType::entryDynamic, {}, Vex::now()};
+        Bridging::LearnedHost host{intf, Bridging::EntryType::entryDynamic, {}, Vex::now()};
         BLIP(trace(), 8, "Adding {} {} to fdbStatus.", addr.stringValue(), intf.stringValue());
         fdb->learnedHostIs(addr, host);
         ++count;
@@ -78,20 +78,20 @@ std::string macAddrSmPStoreDocument(const Bridging::Status& status) {
   writer.StartObject();
   writer.Key("fdbStatus");
   writer.StartObject();
-  std::vector<const Bridging::LearnedHost*> hosts;
+  std::vector<std::pair<Nexo::EthAddr, const Bridging::LearnedHost*>> hosts;
   for (auto fid : fids) {
     hosts.clear();
     for (const auto& [addr, host] : status.fdbStatus(fid)->learnedHost()) {
-      if (host.entryType == Bridging::EntryType::entryDynamic) hosts.push_back(&host);
+      if (host.entryType == Bridging::EntryType::entryDynamic) hosts.emplace_back(addr, &host);
     }
     if (hosts.empty()) continue;
-    std::sort(hosts.begin(), hosts.end(), [](const auto* a, const auto* b) { return a->addr < b->addr; });
+    std::sort(hosts.begin(), hosts.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     std::string name = std::to_string(fid.value());
     writer.Key(name.c_str(), static_cast<rapidjson::SizeType>(name.size()));
     writer.StartArray();
-    for (const auto* host : hosts) {
+    for (const auto& [addr, host] : hosts) {
       writer.StartArray();
-      writer.String(pStoreAddrText(host->addr));
+      writer.String(pStoreAddrText(addr));
       writer.String(host->intf.stringValue());
       writer.EndArray();
     }

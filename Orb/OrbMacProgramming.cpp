@@ -19,12 +19,15 @@ Vex::Ptr<ModifyMacEntry> MacAddrSm::queuedChange(const MacVlanPair& key) const {
 }
 
 std::optional<MacVlanPair> MacAddrSm::updateBookmark() const {
-  if (updateOrder_.empty()) return std::nullopt;
-  return updateOrder_.front();
+  auto place = updateOrder_.firstLive([this](const MacUpdateOrder::Place& place) {
+    auto it = updateList_.find(place.key);
+    return it != updateList_.end() && it->second->orderTicket == place.ticket;
+  });
+  return place ? std::optional<MacVlanPair>(place->key) : std::nullopt;
 }
 
 void MacAddrSm::addToUpdateList(const RemoteMacAddressTableEntry& entry, EntryEvaluationAction action,
-                                bool movedToLocal, bool movedToRemote) {
+                                bool movedToLocal, bool movedToRemote, Vex::Seconds now) {
   const MacVlanPair& key = entry.macVlanPair;
   auto change = modifyMacEntryFactory(key, entry.intf, entry.entryType, entry.moves);
   change->action = action;
@@ -35,7 +38,7 @@ void MacAddrSm::addToUpdateList(const RemoteMacAddressTableEntry& entry, EntryEv
   change->isMplsNextHop = entry.isMplsNextHop;
   change->movedToLocal = movedToLocal;
   change->movedToRemote = movedToRemote;
-  change->queuedTime = Vex::now();
+  change->queuedTime = now;
   // A newer change for a key supersedes the queued one, keeping its place;
   // one the chip is working on already stands if it programs the same.
   auto& slot = updateList_[key];
@@ -43,10 +46,11 @@ void MacAddrSm::addToUpdateList(const RemoteMacAddressTableEntry& entry, EntryEv
   if (slot) {
     change->queuedTime = slot->queuedTime;
     change->fullLogged = slot->fullLogged && slot->intf() == change->intf();
+    change->orderTicket = slot->orderTicket;
   }
   slot = change;
-  updateOrder_.push(key);
-  armUpdateClock(Vex::now());
+  updateOrder_.push(key, slot->orderTicket);
+  armUpdateClock(now);
 }
 
 void MacAddrSm::armUpdateClock(Vex::Seconds at) {
@@ -61,11 +65,18 @@ void MacAddrSm::updateQueuedAddresses() {
   std::size_t done = 0, iterCount = 0;
   bool timeUp = false;
   while (iterCount < budget && !updateOrder_.empty()) {
-    MacVlanPair key = updateOrder_.pop();
+    if (iterCount % Vex::lookAheadDistance == 0) {
+      updateOrder_.forEachNext(Vex::lookAheadDistance, [this](const MacUpdateOrder::Place& place) {
+        lookAheadAtKey(place.key, Ahead::programming);
+      });
+    }
+    auto [key, ticket] = updateOrder_.pop();
     ++iterCount;
     auto it = updateList_.find(key);
-    if (it == updateList_.end()) continue;  // superseded by no change at all
+    // Gone (superseded by no change at all), or holding a later place.
+    if (it == updateList_.end() || it->second->orderTicket != ticket) continue;
     Vex::Ptr<ModifyMacEntry> change = it->second;
+    change->orderTicket = 0;
     bool finished = false;
     try {
       finished = programChange(*change);
@@ -85,10 +96,10 @@ void MacAddrSm::updateQueuedAddresses() {
         updateList_.erase(again);
       }
       ++done;
-    } else {
-      updateOrder_.push(key);
+    } else if (auto again = updateList_.find(key); again != updateList_.end()) {
+      updateOrder_.push(key, again->second->orderTicket);
     }
-    if (Vex::now() - start > macModifyBacklogQuantum) {
+    if (iterCount % clockReadInterval == 0 && Vex::now() - start > macModifyBacklogQuantum) {
       timeUp = true;
       break;
     }
@@ -242,7 +253,7 @@ void MacAddrSm::handleHostOutcome(const MacVlanPair& key, const IntfId& intf, En
     handleAddStatus(*change, status);  // logged once; the chip retries it
   } else if (status == OrbTypes::tableAddBusy) {
     change->awaitingOutcome = false;
-    updateOrder_.push(key);
+    updateOrder_.push(key, change->orderTicket);
     armUpdateClock(Vex::now() + retryDelay);
   } else {
     updateList_.erase(it);
@@ -323,13 +334,28 @@ void MacAddrSm::countDynamicHost(const MacVlanPair& key, const Bridging::Learned
   if (host.entryType == EntryType::entryDynamic) dynamicHostStatus_->hostCountAdd(host.intf, key.vlanId, delta);
 }
 
+void MacAddrSm::countDynamicHostChange(const MacVlanPair& key, const Bridging::LearnedHost* old,
+                                       const Bridging::LearnedHost* now) {
+  bool wasDynamic = old && old->entryType == EntryType::entryDynamic;
+  bool isDynamic = now && now->entryType == EntryType::entryDynamic;
+  if (wasDynamic && isDynamic) {
+    // A dynamic host that stays one changes only the counts of the ports
+    // it moved between: the total and its VLAN's stay.
+    if (old->intf == now->intf) return;
+    dynamicHostStatus_->hostCountOnIntfAdd(old->intf, -1);
+    dynamicHostStatus_->hostCountOnIntfAdd(now->intf, +1);
+    return;
+  }
+  if (wasDynamic) countDynamicHost(key, *old, -1);
+  if (isDynamic) countDynamicHost(key, *now, +1);
+}
+
 void MacAddrSm::addToFdbStatus(const ModifyMacEntry& change) {
   const MacVlanPair& key = change.macVlanPair();
-  MacAddressTableEntry row = toRow(change.entry());
-  Bridging::LearnedHost host{key.addr, row.intf, row.entryType, row.moves, row.lastMoveTime};
-  if (const auto* old = in_.bridgingStatus->learnedHost(key)) countDynamicHost(key, *old, -1);
-  countDynamicHost(key, host, +1);
-  in_.bridgingStatus->learnedHostIs(key, host);
+  MacAddressTableEntry row{key, change.intf(), change.entryType(), change.moves(), change.lastMoveTime};
+  Bridging::LearnedHost host{row.intf, row.entryType, row.moves, row.lastMoveTime};
+  auto old = in_.bridgingStatus->learnedHostExchange(key, host);
+  countDynamicHostChange(key, old ? &*old : nullptr, &host);
   if (in_.l2RibInput && learnedHere(change.entryType())) in_.l2RibInput->hostIs(key, row);
   writeProgrammedRow(row);
 }
@@ -337,9 +363,7 @@ void MacAddrSm::addToFdbStatus(const ModifyMacEntry& change) {
 void MacAddrSm::writeProgrammedRow(const MacAddressTableEntry& row) {
   // The MAC table says what the hardware holds: the entry just programmed,
   // with its type, moves and time. The write is this machine's own, not a
-  // learn to review.
-  auto it = in_.macTable->macEntry().find(row.macVlanPair);
-  if (it != in_.macTable->macEntry().end() && it->second == row) return;
+  // learn to review (and none when the row is there already).
   writingMacTable_ = true;
   in_.macTable->macEntryIs(row.macVlanPair, row);
   writingMacTable_ = false;
@@ -347,8 +371,12 @@ void MacAddrSm::writeProgrammedRow(const MacAddressTableEntry& row) {
 
 bool MacAddrSm::isProgrammedRow(const MacAddressTableEntry& row) const {
   const auto* host = in_.bridgingStatus->learnedHost(row.macVlanPair);
-  return host && host->intf == row.intf && host->entryType == row.entryType && host->moves == row.moves &&
-         host->lastMoveTime == row.lastMoveTime;
+  return host && isProgrammedRow(row, *host);
+}
+
+bool MacAddrSm::isProgrammedRow(const MacAddressTableEntry& row, const Bridging::LearnedHost& host) {
+  return host.intf == row.intf && host.entryType == row.entryType && host.moves == row.moves &&
+         host.lastMoveTime == row.lastMoveTime;
 }
 
 void MacAddrSm::delFromFdbStatus(const MacVlanPair& key) {

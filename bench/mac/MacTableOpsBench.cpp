@@ -52,11 +52,9 @@ std::string savedDocument() {
   auto status = Vex::make<Bridging::Status>("saved");
   for (std::uint32_t i = 0; i < entries; ++i) {
     auto key = keyOf(i);
-    status->learnedHostIs(key, Bridging::LearnedHost{key.addr,
-                                                     Nexo::IntfId(fmt::format("Ethernet{}", 1 + i % ports)),
-                                                     Bridging::EntryType::entryDynamic,
-                                                     {},
-                                                     0.0});
+    status->learnedHostIs(
+        key, Bridging::LearnedHost{
+                 Nexo::IntfId(fmt::format("Ethernet{}", 1 + i % ports)), Bridging::EntryType::entryDynamic, {}, 0.0});
   }
   return Orb::macAddrSmPStoreDocument(*status);
 }

@@ -87,14 +87,23 @@ bool SoftFdbHelper::learn(const Bridging::MacVlanPair& key, const Nexo::IntfId& 
 }
 
 bool SoftFdbHelper::holdLearn(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf) {
-  auto it = table_.entries.find(key);
-  if (it != table_.entries.end()) {
+  if (learning_ == Learning::software) {
+    auto it = table_.entries.find(key);
     // Static and remote entries do not move on a learn.
-    if (it->second.entryType != Bridging::EntryType::entryDynamic || it->second.remote) return false;
+    if (it != table_.entries.end() && (it->second.entryType != Bridging::EntryType::entryDynamic || it->second.remote))
+      return false;
+    return reportLearn(it, key, intf);
   }
-  if (learning_ == Learning::software) return reportLearn(key, intf);
-  if (it == table_.entries.end() && !table_.hasRoom()) return false;
-  auto& entry = table_.entries[key];
+  // One look-up finds the entry or makes its place; a place made in a full
+  // table is given back.
+  bool full = !table_.hasRoom();
+  auto [it, added] = table_.entries.try_emplace(key);
+  if (added && full) {
+    table_.entries.erase(it);
+    return false;
+  }
+  auto& entry = it->second;
+  if (!added && (entry.entryType != Bridging::EntryType::entryDynamic || entry.remote)) return false;
   entry.intf = intf;
   entry.entryType = Bridging::EntryType::entryDynamic;
   entry.remote = false;
@@ -104,8 +113,7 @@ bool SoftFdbHelper::holdLearn(const Bridging::MacVlanPair& key, const Nexo::Intf
   return true;
 }
 
-bool SoftFdbHelper::reportLearn(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf) {
-  auto it = table_.entries.find(key);
+bool SoftFdbHelper::reportLearn(FdbEntries::iterator it, const Bridging::MacVlanPair& key, const Nexo::IntfId& intf) {
   if (it != table_.entries.end() && it->second.intf == intf) {
     // Already programmed where it is: the frame only keeps it from aging.
     it->second.lastSeen = Vex::now();
@@ -125,7 +133,7 @@ void SoftFdbHelper::touch(const Bridging::MacVlanPair& key) {
   if (auto reported = reported_.find(key); reported != reported_.end()) reported->second.lastSeen = Vex::now();
 }
 
-std::uint32_t SoftFdbHelper::addStatus(const Bridging::MacVlanPair& key) {
+std::uint32_t SoftFdbHelper::addStatus(bool addsEntry) {
   ++operations_;
   switch (table_.nextFault()) {
     case Fault::busy:
@@ -137,7 +145,7 @@ std::uint32_t SoftFdbHelper::addStatus(const Bridging::MacVlanPair& key) {
     case Fault::none:
       break;
   }
-  if (!table_.entries.contains(key) && !table_.hasRoom()) return OrbTypes::tableAddFull;
+  if (addsEntry && !table_.hasRoom()) return OrbTypes::tableAddFull;
   return OrbTypes::tableAddSuccess;
 }
 
@@ -148,10 +156,14 @@ std::uint32_t SoftFdbHelper::addHost(const Bridging::MacVlanPair& key, const Nex
                                                                entryType, 1, programmer_->nextTransactionId()));
     return addAccepted;  // the outcome comes later
   }
-  std::uint32_t status = addStatus(key);
+  // One look-up answers the add and then makes it.
+  auto it = table_.entries.find(key);
+  bool adds = it == table_.entries.end();
+  std::uint32_t status = addStatus(adds);
   if (status != OrbTypes::tableAddSuccess) return status;
-  reported_.erase(key);
-  auto& entry = table_.entries[key];
+  if (!reported_.empty()) reported_.erase(key);
+  if (adds) it = table_.entries.try_emplace(key).first;
+  auto& entry = it->second;
   bool moved = entry.intf != intf;
   entry.intf = intf;
   entry.entryType = entryType;
@@ -185,7 +197,7 @@ std::uint32_t SoftFdbHelper::removeHost(const Bridging::MacVlanPair& key, Bridgi
 std::uint32_t SoftFdbHelper::addRemoteHost(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf,
                                            std::uint64_t nextHopId, std::uint32_t, bool, Bridging::EntryType entryType,
                                            bool) {
-  std::uint32_t status = addStatus(key);
+  std::uint32_t status = addStatus(!table_.entries.contains(key));
   if (status != OrbTypes::tableAddSuccess) return status;
   auto& entry = table_.entries[key];
   entry.intf = intf;

@@ -145,6 +145,7 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   void verifyRemoteHost(const Bridging::MacVlanPair&, std::uint64_t) override {}
   void verifyNumRemoteHost(std::uint32_t) override {}
   std::uint32_t getMaxRemoteMacs() override;
+  void lookAheadAtHost(const Bridging::MacVlanPair& key) const override { Vex::lookAhead(table_.entries, key); }
 
   // Carries out an address command of the pipeline; its outcome.
   Orb::MacProgramStatus applyCommand(const Orb::IndirectAccessMacCmd& cmd, Vex::Seconds now);
@@ -152,8 +153,10 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   void lookAhead(const Orb::IndirectAccessMacCmd& cmd) const { Vex::lookAhead(table_.entries, cmd.key().key); }
 
  private:
-  // The answer to one add: a planned fault, or full when a new key has no room.
-  std::uint32_t addStatus(const Bridging::MacVlanPair& key);
+  using FdbEntries = Vex::HashMap<Bridging::MacVlanPair, HwFdbEntry>;
+  // The answer to one add: a planned fault, or full when it adds a key to a
+  // table with no room.
+  std::uint32_t addStatus(bool addsEntry);
   // Removes dynamic entries matching `match` from the table and the MAC table.
   template <class Match>
   std::size_t flushDynamic(Match match);
@@ -167,7 +170,8 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   // (or on the LAG the port belongs to), and its topology lets the port
   // learn; a chip with no VLAN table lets every frame in.
   bool takesFrame(Bridging::VlanId vlanId, const Nexo::IntfId& intf) const;
-  bool reportLearn(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf);
+  // `it` is the key's table entry, or the table's end.
+  bool reportLearn(FdbEntries::iterator it, const Bridging::MacVlanPair& key, const Nexo::IntfId& intf);
 
   Vex::Ptr<SoftChip> chip_;
   Vex::Ptr<OrbTypes::MacTable> macTable_;

@@ -29,16 +29,16 @@ class MacTable : public Vex::Entity {
 namespace Bridging {
 
 // A learned host of one filtering id: where the address is and how it got
-// there.
+// there. Its address is its key in `learnedHost`, not repeated here: the
+// table holds one of these per host the switch knows.
 struct LearnedHost {
-  Nexo::EthAddr addr;
   Nexo::IntfId intf;
   EntryType entryType = EntryType::entryDynamic;
   Keel::Seqno32 moves;
   double lastMoveTime = 0.0;
   auto operator<=>(const LearnedHost&) const = default;
 };
-VEX_VALUE(LearnedHost, "Bridging::LearnedHost", (addr, intf, entryType, moves, lastMoveTime))
+VEX_VALUE(LearnedHost, "Bridging::LearnedHost", (intf, entryType, moves, lastMoveTime))
 
 // The hosts the forwarding layer programmed for one filtering id. The
 // forwarding layer uses the VLAN number as the filtering id.
@@ -81,6 +81,10 @@ class Status : public Vex::Entity {
   }
   void learnedHostIs(const MacVlanPair& key, const LearnedHost& host) {
     fdbStatusIs(fidOf(key))->learnedHostIs(key.addr, host);
+  }
+  // learnedHostIs, returning the host it replaced (none if new).
+  std::optional<LearnedHost> learnedHostExchange(const MacVlanPair& key, const LearnedHost& host) {
+    return fdbStatusIs(fidOf(key))->learnedHostExchange(key.addr, host);
   }
   void learnedHostDel(const MacVlanPair& key) {
     if (const auto& fdb = fdbStatus(fidOf(key))) fdb->learnedHostDel(key.addr);

@@ -46,6 +46,7 @@
 #include <boost/unordered/unordered_flat_set.hpp>
 
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -125,6 +126,20 @@ using HashSet = boost::unordered_flat_set<K>;
       it->second = value;                                                             \
     }                                                                                 \
     this->notify(&Notifiee::handle##Name, key);                                       \
+  }                                                                                   \
+  /* nameIs in one look-up, returning the value it replaced (none if new). */         \
+  std::optional<Value> name##Exchange(const Key& key, const Value& value) {           \
+    auto [it, inserted] = name##_.try_emplace(key, value);                            \
+    if (inserted) {                                                                   \
+      this->notify(&Notifiee::handle##Name, key);                                     \
+      return std::nullopt;                                                            \
+    }                                                                                 \
+    std::optional<Value> old(it->second);                                             \
+    if (!(it->second == value)) {                                                     \
+      it->second = value;                                                             \
+      this->notify(&Notifiee::handle##Name, key);                                     \
+    }                                                                                 \
+    return old;                                                                       \
   }                                                                                   \
   void name##Del(const Key& key) {                                                    \
     if (name##_.erase(key)) this->notify(&Notifiee::handle##Name, key);               \

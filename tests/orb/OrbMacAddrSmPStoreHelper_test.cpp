@@ -26,7 +26,7 @@ class PStoreTest : public ::testing::Test {
 
   void host(std::uint64_t addr, int vlan, const char* intf, EntryType type = EntryType::entryDynamic) {
     status->learnedHostIs(MacVlanPair{EthAddr(addr), VlanId(vlan)},
-                          LearnedHost{EthAddr(addr), IntfId(intf), type, Keel::Seqno32(7), 1.5});
+                          LearnedHost{IntfId(intf), type, Keel::Seqno32(7), 1.5});
   }
 };
 

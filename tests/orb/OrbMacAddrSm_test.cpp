@@ -721,8 +721,7 @@ TEST_F(MacAddrSmTest, RestoredTableIsReconciledWithTheHardwareAfterARestart) {
   auto before = Vex::make<Bridging::Status>("before");
   auto keyAt = [](int i) { return key(0x001c73000000 + i, 1 + i % 100); };
   for (int i = 0; i < entries; ++i) {
-    before->learnedHostIs(keyAt(i),
-                          Bridging::LearnedHost{keyAt(i).addr, IntfId("Ethernet1"), EntryType::entryDynamic, {}, 0.0});
+    before->learnedHostIs(keyAt(i), Bridging::LearnedHost{IntfId("Ethernet1"), EntryType::entryDynamic, {}, 0.0});
   }
   std::string document = Orb::macAddrSmPStoreDocument(*before);
 
@@ -752,8 +751,8 @@ TEST_F(MacAddrSmTest, RestoredTableIsReconciledWithTheHardwareAfterARestart) {
 
 TEST_F(MacAddrSmTest, DynamicHostCountsFollowLearnsMovesAndRemovals) {
   status->learnedHostIs(
-      key(9, 30), Bridging::LearnedHost{
-                      EthAddr(9), IntfId("Ethernet3"), EntryType::entryDynamic, {}, 0.0});  // restored before the start
+      key(9, 30),
+      Bridging::LearnedHost{IntfId("Ethernet3"), EntryType::entryDynamic, {}, 0.0});  // restored before the start
   start();
   const auto& counts = sm->dynamicHostStatus();
   EXPECT_EQ(counts->hostCount(), 1u);
