@@ -843,7 +843,11 @@ void MacAddrSm::handleMacTableUpdate() {
                                     [this](const MacVlanPair& key) { lookAheadAtKey(key, Ahead::review); });
     }
     reevaluateEntry(macTableUpdateList_.pop(), now);
-    if (reviewed % clockReadInterval == 0 && (now = Vex::now()) - start > macTableReviewQuanta) break;
+    if (reviewed % clockReadInterval != 0) continue;
+    // Over the limit a slice still reviews a few keys, so that changes the
+    // chip keeps refusing never stall the reviews.
+    if (updateList_.size() >= macReviewAheadLimit && reviewed >= Vex::lookAheadDistance) break;
+    if ((now = Vex::now()) - start > macTableReviewQuanta) break;
   }
   now = Vex::now();
   longestSlice_ = std::max(longestSlice_, now - start);

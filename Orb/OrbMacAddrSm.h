@@ -170,6 +170,11 @@ class MacAddrSm : public OrbBaseSm {
   Vex::Seconds mlagHostTableQuantum = 0.1;
   Vex::Seconds mlagIntfHostTableQuantum = 0.01;
   Vex::Seconds macTableReviewQuanta = 0.01;
+  // How many changes reviews may queue ahead of programming before a review
+  // slice gives way to it. A burst of learns would otherwise pile the whole
+  // burst into the update queue, whose growth (a rehash of every queued
+  // change) then takes longer than any slice may.
+  std::size_t macReviewAheadLimit = 32768;
   bool deferMacTableUpdate = true;
   bool verifyRemoteMac = true;
   bool lazyFdbStatusDeletion = false;

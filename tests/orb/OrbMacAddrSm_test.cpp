@@ -302,6 +302,22 @@ TEST_F(MacAddrSmTest, BacklogDrainsInSlicesBoundedByTheQuantum) {
   EXPECT_LE(sm->longestSlice(), sm->macModifyBacklogQuantum + 0.0005);
 }
 
+// Reviews stop queueing changes far ahead of programming, but changes the
+// chip keeps refusing must not stall them: every key is still reviewed.
+TEST_F(MacAddrSmTest, ReviewsGiveWayToProgrammingWithoutStallingOnRefusals) {
+  start();
+  sm->macReviewAheadLimit = 8;
+  helper->answers.assign(1000, 2);  // the table stays full
+  for (int i = 0; i < 100; ++i) learn(key(0x10000 + i), "Ethernet1");
+  settle();
+  EXPECT_EQ(sm->macTableUpdateListSize(), 0u);
+  EXPECT_EQ(sm->updateListSize(), 100u);
+  helper->answers.clear();
+  loop.advance(1);
+  EXPECT_EQ(sm->updateListSize(), 0u);
+  EXPECT_EQ(status->learnedHostCount(), 100u);
+}
+
 TEST_F(MacAddrSmTest, QueuedChangeForAnInvalidVlanFails) {
   start();
   RemoteMacAddressTableEntry bad;
