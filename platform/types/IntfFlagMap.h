@@ -8,15 +8,14 @@
 // Iteration goes in that numbering order.
 #pragma once
 
+#include "platform/types/BitWords.h"
 #include "platform/types/Nexo.h"
 
 #include <boost/container/small_vector.hpp>
 
 #include <array>
-#include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -61,30 +60,18 @@ class IntfFlagMap {
   using Words = boost::container::small_vector<std::uint64_t, 1>;
 
  public:
-  class Iterator {
+  class Iterator : public BitWords::PositionIterator<Iterator, std::pair<IntfId, bool>> {
    public:
-    using value_type = std::pair<IntfId, bool>;
-    using iterator_category = std::forward_iterator_tag;
-    using difference_type = std::ptrdiff_t;
-    using pointer = void;
-    using reference = value_type;
     Iterator() = default;
-    Iterator(const IntfFlagMap* map, std::uint32_t index) : map_(map), index_(index) {}
-    value_type operator*() const { return {intfAtIndex(index_), map_->bitAt(map_->values_, index_)}; }
-    Iterator& operator++() {
-      index_ = map_->nextPresent(index_ + 1);
-      return *this;
+    Iterator(const IntfFlagMap* map, std::uint32_t index) : PositionIterator(index), map_(map) {}
+    value_type operator*() const {
+      auto index = static_cast<std::uint32_t>(position_);
+      return {intfAtIndex(index), map_->bitAt(map_->values_, index)};
     }
-    bool operator==(const Iterator& other) const { return index_ == other.index_; }
-    Iterator operator++(int) {
-      Iterator before = *this;
-      ++*this;
-      return before;
-    }
+    std::size_t nextAfter(std::size_t index) const { return map_->nextPresent(static_cast<std::uint32_t>(index) + 1); }
 
    private:
     const IntfFlagMap* map_ = nullptr;
-    std::uint32_t index_ = 0;
   };
 
   std::size_t size() const { return size_; }
@@ -150,12 +137,7 @@ class IntfFlagMap {
   }
   std::uint32_t endIndex() const { return static_cast<std::uint32_t>(present_.size() * 64); }
   std::uint32_t nextPresent(std::uint32_t index) const {
-    while (index < endIndex()) {
-      std::uint64_t rest = present_[index / 64] >> (index % 64);
-      if (rest) return index + static_cast<std::uint32_t>(std::countr_zero(rest));
-      index = (index / 64 + 1) * 64;
-    }
-    return endIndex();
+    return static_cast<std::uint32_t>(BitWords::nextSet(present_, index, endIndex()));
   }
 
   Words present_;

@@ -6,13 +6,12 @@
 // its set form: one bit per VLAN.
 #pragma once
 
+#include "platform/types/BitWords.h"
 #include "platform/types/Bridging.h"
 
 #include <array>
-#include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -26,39 +25,28 @@ class VlanMap {
 
  public:
   template <bool Const>
-  class Iterator {
+  class Iterator
+      : public BitWords::PositionIterator<Iterator<Const>, std::pair<VlanId, std::conditional_t<Const, const T&, T&>>> {
     using Map = std::conditional_t<Const, const VlanMap, VlanMap>;
-    using Ref = std::conditional_t<Const, const T&, T&>;
+    using Base = BitWords::PositionIterator<Iterator, std::pair<VlanId, std::conditional_t<Const, const T&, T&>>>;
 
    public:
-    using value_type = std::pair<VlanId, Ref>;
-    using iterator_category = std::forward_iterator_tag;
-    using difference_type = std::ptrdiff_t;
-    using pointer = void;
-    using reference = value_type;
+    using typename Base::value_type;
     Iterator() = default;
-    Iterator(Map* map, std::size_t slot) : map_(map), slot_(slot) {}
-    value_type operator*() const { return {VlanId(static_cast<std::uint32_t>(slot_)), map_->values_[slot_]}; }
+    Iterator(Map* map, std::size_t slot) : Base(slot), map_(map) {}
+    value_type operator*() const {
+      return {VlanId(static_cast<std::uint32_t>(this->position_)), map_->values_[this->position_]};
+    }
     // For `it->second`: the pair lives in the proxy for the full expression.
     struct Arrow {
       value_type pair;
       const value_type* operator->() const { return &pair; }
     };
     Arrow operator->() const { return {**this}; }
-    Iterator& operator++() {
-      slot_ = map_->nextUsed(slot_ + 1);
-      return *this;
-    }
-    bool operator==(const Iterator& other) const { return slot_ == other.slot_; }
-    Iterator operator++(int) {
-      Iterator before = *this;
-      ++*this;
-      return before;
-    }
+    std::size_t nextAfter(std::size_t slot) const { return map_->nextUsed(slot + 1); }
 
    private:
     Map* map_ = nullptr;
-    std::size_t slot_ = 0;
   };
   using iterator = Iterator<false>;
   using const_iterator = Iterator<true>;
@@ -114,14 +102,7 @@ class VlanMap {
   static std::uint64_t bit(std::size_t slot) { return std::uint64_t{1} << (slot % 64); }
   bool used(std::size_t slot) const { return used_[slot / 64] & bit(slot); }
 
-  std::size_t nextUsed(std::size_t slot) const {
-    while (slot < slots) {
-      std::uint64_t rest = used_[slot / 64] >> (slot % 64);
-      if (rest) return slot + static_cast<std::size_t>(std::countr_zero(rest));
-      slot = (slot / 64 + 1) * 64;
-    }
-    return slots;
-  }
+  std::size_t nextUsed(std::size_t slot) const { return BitWords::nextSet(used_, slot, slots); }
 
   std::vector<T> values_;
   std::array<std::uint64_t, words> used_{};
@@ -132,30 +113,15 @@ class VlanSet {
   static constexpr std::size_t slots = 4096;
 
  public:
-  class Iterator {
+  class Iterator : public BitWords::PositionIterator<Iterator, VlanId> {
    public:
-    using value_type = VlanId;
-    using iterator_category = std::forward_iterator_tag;
-    using difference_type = std::ptrdiff_t;
-    using pointer = void;
-    using reference = value_type;
     Iterator() = default;
-    Iterator(const VlanSet* set, std::size_t slot) : set_(set), slot_(slot) {}
-    VlanId operator*() const { return VlanId(static_cast<std::uint32_t>(slot_)); }
-    Iterator& operator++() {
-      slot_ = set_->nextUsed(slot_ + 1);
-      return *this;
-    }
-    bool operator==(const Iterator& other) const { return slot_ == other.slot_; }
-    Iterator operator++(int) {
-      Iterator before = *this;
-      ++*this;
-      return before;
-    }
+    Iterator(const VlanSet* set, std::size_t slot) : PositionIterator(slot), set_(set) {}
+    VlanId operator*() const { return VlanId(static_cast<std::uint32_t>(position_)); }
+    std::size_t nextAfter(std::size_t slot) const { return set_->nextUsed(slot + 1); }
 
    private:
     const VlanSet* set_ = nullptr;
-    std::size_t slot_ = 0;
   };
 
   std::size_t size() const { return size_; }
@@ -179,14 +145,7 @@ class VlanSet {
   bool operator==(const VlanSet& other) const { return used_ == other.used_; }
 
  private:
-  std::size_t nextUsed(std::size_t slot) const {
-    while (slot < slots) {
-      std::uint64_t rest = used_[slot / 64] >> (slot % 64);
-      if (rest) return slot + static_cast<std::size_t>(std::countr_zero(rest));
-      slot = (slot / 64 + 1) * 64;
-    }
-    return slots;
-  }
+  std::size_t nextUsed(std::size_t slot) const { return BitWords::nextSet(used_, slot, slots); }
 
   std::array<std::uint64_t, slots / 64> used_{};
   std::size_t size_ = 0;
