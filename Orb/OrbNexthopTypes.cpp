@@ -77,7 +77,7 @@ std::size_t hash_value(const ViaBitmap& bitmap) {
   std::uint64_t acc = 0;
   std::uint64_t sum = 0;
   for (std::uint32_t i = 0; i < ViaBitmap::words; ++i) {
-    std::uint64_t w = bitmap.word(ViaBitmapIndex(i));
+    std::uint64_t w = bitmap.word_[i];
     acc ^= (w + 0x9e3779b9u * (i + 1)) << (i % 32);
     sum += w;
   }

@@ -79,6 +79,8 @@ class ViaBitmap {
   std::vector<std::uint32_t> vexRep() const { return positions(); }
   static ViaBitmap fromVexRep(const std::vector<std::uint32_t>& positions);
 
+  friend std::size_t hash_value(const ViaBitmap& bitmap);
+
  private:
   std::array<std::uint32_t, words> word_{};
 };
