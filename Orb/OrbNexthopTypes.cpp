@@ -59,8 +59,12 @@ std::vector<std::uint32_t> ViaBitmap::positions() const {
 
 std::string ViaBitmap::stringValue() const {
   std::string out = "ViaBitmap( bits set:";
-  for (std::uint32_t p : positions()) out += " " + std::to_string(p);
-  return out + " )";
+  for (std::uint32_t p : positions()) {
+    out += ' ';
+    out += std::to_string(p);
+  }
+  out += " )";
+  return out;
 }
 
 ViaBitmap ViaBitmap::fromVexRep(const std::vector<std::uint32_t>& positions) {
@@ -82,6 +86,64 @@ std::size_t hash_value(const ViaBitmap& bitmap) {
     sum += w;
   }
   std::uint64_t h = acc * 0x9e3779b97f4a7c15ULL ^ sum;
+  return static_cast<std::size_t>(h ^ (h >> 29));
+}
+
+PackedViaBitmap::PackedViaBitmap(const ViaBitmap& bitmap) {
+  // Skips zero words eight at a time: a bitmap usually has one set bit.
+  const auto& words = bitmap.word_;
+  unsigned used = 0;
+  for (std::uint16_t block = 0; block < ViaBitmap::words; block += 8) {
+    std::uint32_t any = 0;
+    std::uint16_t end = std::min<std::uint16_t>(block + 8, ViaBitmap::words);
+    for (std::uint16_t i = block; i < end; ++i) any |= words[i];
+    if (any == 0) continue;
+    for (std::uint16_t i = block; i < end; ++i) {
+      if (words[i] == 0) continue;
+      if (used == 2) {
+        *this = PackedViaBitmap();
+        whole_ = Vex::make<Whole>(bitmap);
+        return;
+      }
+      index_[used] = i;
+      word_[used++] = words[i];
+    }
+  }
+}
+
+ViaBitmap PackedViaBitmap::unpack() const {
+  if (whole_) return whole_->bitmap;
+  ViaBitmap bitmap;
+  for (unsigned i = 0; i < 2 && index_[i] != noWord; ++i) bitmap.wordIs(ViaBitmapIndex(index_[i]), word_[i]);
+  return bitmap;
+}
+
+bool PackedViaBitmap::operator==(const PackedViaBitmap& other) const {
+  if (whole_ || other.whole_) return whole_ && other.whole_ && whole_->bitmap == other.whole_->bitmap;
+  return index_[0] == other.index_[0] && index_[1] == other.index_[1] && word_[0] == other.word_[0] &&
+         word_[1] == other.word_[1];
+}
+
+std::strong_ordering PackedViaBitmap::operator<=>(const PackedViaBitmap& other) const {
+  // Packed bitmaps order before whole ones; any total order consistent
+  // with equality serves the ordering of collections.
+  if (whole_ || other.whole_) {
+    if (!other.whole_) return std::strong_ordering::greater;
+    if (!whole_) return std::strong_ordering::less;
+    return whole_->bitmap <=> other.whole_->bitmap;
+  }
+  for (unsigned i = 0; i < 2; ++i) {
+    if (auto c = index_[i] <=> other.index_[i]; c != 0) return c;
+    if (auto c = word_[i] <=> other.word_[i]; c != 0) return c;
+  }
+  return std::strong_ordering::equal;
+}
+
+std::size_t hash_value(const PackedViaBitmap& packed) {
+  if (packed.whole_) return hash_value(packed.whole_->bitmap);
+  std::uint64_t h = (std::uint64_t(packed.index_[0]) << 48) ^ (std::uint64_t(packed.index_[1]) << 32) ^
+                    packed.word_[0] ^ (std::uint64_t(packed.word_[1]) << 16);
+  h *= 0x9e3779b97f4a7c15ULL;
   return static_cast<std::size_t>(h ^ (h >> 29));
 }
 
@@ -222,6 +284,8 @@ std::string L2AdjKey::stringValue() const { return Vex::valueToStrep(type) + " i
 
 // ---- NextHop
 
+static_assert(sizeof(NextHop) <= 56, "a next hop packs into 56 bytes");
+
 namespace {
 
 // A cheap, well-mixed combine for the fields of a next hop, which are
@@ -350,18 +414,18 @@ void NextHopCollection::nextHopReserve(std::size_t count) {
   b.nextHopBitmap.reserve(count);
 }
 
-const ViaBitmap& NextHopCollection::nextHopBitmap(const NextHop& nh) const {
+ViaBitmap NextHopCollection::nextHopBitmap(const NextHop& nh) const {
   auto it = findNextHop(body_->nextHopBitmap, nh);
-  return at(body_->nextHopBitmap, it, nh) ? it->second : Vex::emptyValue<ViaBitmap>();
+  return at(body_->nextHopBitmap, it, nh) ? it->second.unpack() : ViaBitmap();
 }
 
 void NextHopCollection::nextHopBitmapIs(const NextHop& nh, const ViaBitmap& bitmap) {
   auto& vec = mutate().nextHopBitmap;
   auto it = findNextHop(vec, nh);
   if (it != vec.end() && it->first == nh) {
-    it->second = bitmap;
+    it->second = OrbTypes::PackedViaBitmap(bitmap);
   } else {
-    vec.emplace(it, nh, bitmap);
+    vec.emplace(it, nh, OrbTypes::PackedViaBitmap(bitmap));
   }
 }
 
@@ -538,7 +602,7 @@ std::size_t NextHopCollection::hash() const {
     h *= 0xff51afd7ed558ccdULL;
   }
   for (const auto& [nh, bitmap] : b.nextHopBitmap) {
-    h ^= hash_value(nh) ^ OrbTypes::hash_value(bitmap);
+    h ^= hash_value(nh) ^ hash_value(bitmap);
     h *= 0xc4ceb9fe1a85ec53ULL;
   }
   // An absent group part and a default one are the same value.

@@ -55,6 +55,8 @@ class ViaBitmapIndex {
 
 // Which via positions (0 to 2047) produced a next hop. Word 64 exists so
 // that the null position has a bit; it is never set by bitSet of a via.
+class PackedViaBitmap;
+
 class ViaBitmap {
  public:
   static constexpr std::uint32_t words = ViaBitmapIndex::max();
@@ -80,12 +82,39 @@ class ViaBitmap {
   static ViaBitmap fromVexRep(const std::vector<std::uint32_t>& positions);
 
   friend std::size_t hash_value(const ViaBitmap& bitmap);
+  friend class PackedViaBitmap;
 
  private:
   std::array<std::uint32_t, words> word_{};
 };
 VEX_SCALAR_VALUE(ViaBitmap, "OrbTypes::ViaBitmap", "bitsSet")
 std::size_t hash_value(const ViaBitmap& bitmap);
+
+// A via bitmap as a collection keeps it. Most next hops come from one or
+// two vias, so up to two non-zero words are held inline and a bitmap with
+// more is kept whole and shared; this keeps a collection of 64 next hops
+// from carrying 16 KB of mostly zero words through every copy, hash and
+// comparison. Equal bitmaps always pack the same way.
+class PackedViaBitmap {
+ public:
+  PackedViaBitmap() = default;
+  explicit PackedViaBitmap(const ViaBitmap& bitmap);
+  ViaBitmap unpack() const;
+
+  bool operator==(const PackedViaBitmap& other) const;
+  std::strong_ordering operator<=>(const PackedViaBitmap& other) const;
+  friend std::size_t hash_value(const PackedViaBitmap& packed);
+
+ private:
+  static constexpr std::uint16_t noWord = 0xffff;
+  struct Whole : Vex::PtrInterface {
+    explicit Whole(const ViaBitmap& b) : bitmap(b) {}
+    ViaBitmap bitmap;
+  };
+  std::uint16_t index_[2] = {noWord, noWord};
+  std::uint32_t word_[2] = {0, 0};
+  Vex::Ptr<Whole> whole_;
+};
 
 // Walks the set bits of a bitmap in increasing order, on its own copy:
 //   for (ViaBitmapIter it(bitmap); it; ++it) use(it.position());
@@ -266,7 +295,7 @@ class L2AdjRef {
   explicit operator bool() const { return adj_ != nullptr; }
   std::optional<L2AdjKey> key() const;
 
-  bool operator==(const L2AdjRef& other) const { return key() == other.key(); }
+  bool operator==(const L2AdjRef& other) const { return adj_ == other.adj_ || key() == other.key(); }
   std::strong_ordering operator<=>(const L2AdjRef& other) const;
 
   std::optional<L2AdjKey> vexRep() const { return key(); }
@@ -279,13 +308,16 @@ VEX_SCALAR_VALUE(L2AdjRef, "Orb::L2AdjRef", "key")
 std::size_t hash_value(const L2AdjRef& ref);
 
 // One concrete next hop.
+//
+// Fields are laid out to pack into 56 bytes: a collection holds up to 64
+// of them and copies, compares and hashes them on every build.
 struct NextHop {
   NextHopEntryType entryType = NextHopEntryType::nextHopDrop;
+  Routing::NexthopGroup::EntryCounterType nhgCounterType = Routing::NexthopGroup::EntryCounterType::entryCounterNone;
+  Tunnel::TunnelTable::TunnelId tunnelId = 0;
   Nexo::EthAddr mac;
   Nexo::IntfId l2Intf;
   Nexo::IntfId l3Intf;
-  Tunnel::TunnelTable::TunnelId tunnelId = 0;
-  Routing::NexthopGroup::EntryCounterType nhgCounterType = Routing::NexthopGroup::EntryCounterType::entryCounterNone;
   NextHopGroupEntryKey nhgEntryKey;
   EncapInfo encap;
   L2AdjRef hierarchicalNextLevelL2Adj;
@@ -314,7 +346,7 @@ struct NextHop {
   auto operator<=>(const NextHop&) const = default;
 };
 BOOST_DESCRIBE_STRUCT(NextHop, (),
-                      (entryType, mac, l2Intf, l3Intf, tunnelId, nhgCounterType, nhgEntryKey, encap,
+                      (entryType, nhgCounterType, tunnelId, mac, l2Intf, l3Intf, nhgEntryKey, encap,
                        hierarchicalNextLevelL2Adj))
 [[maybe_unused]] inline const char* vexTypeName(const NextHop*) { return "Orb::NextHop"; }
 std::size_t hash_value(const NextHop& nh);
@@ -400,7 +432,7 @@ class NextHopCollection {
   static constexpr std::uint8_t potentialHierarchicalNextHopFlag = 2;
 
   using NextHopWeights = std::vector<std::pair<NextHop, std::uint32_t>>;
-  using NextHopBitmaps = std::vector<std::pair<NextHop, ViaBitmap>>;
+  using NextHopBitmaps = std::vector<std::pair<NextHop, OrbTypes::PackedViaBitmap>>;
 
   NextHopCollection();
   explicit NextHopCollection(L2AdjType l2AdjType);
@@ -416,9 +448,10 @@ class NextHopCollection {
   void nextHopDel(const NextHop& nh);
   void nextHopReserve(std::size_t count);
 
-  // nextHopBitmap: next hop -> via positions (empty when absent).
+  // nextHopBitmap: next hop -> via positions (empty when absent); the
+  // whole map holds them packed (PackedViaBitmap::unpack).
   const NextHopBitmaps& nextHopBitmap() const { return body_->nextHopBitmap; }
-  const ViaBitmap& nextHopBitmap(const NextHop& nh) const;
+  ViaBitmap nextHopBitmap(const NextHop& nh) const;
   void nextHopBitmapIs(const NextHop& nh, const ViaBitmap& bitmap);
   void nextHopBitmapDel(const NextHop& nh);
 

@@ -105,6 +105,25 @@ TEST(ViaBitmapTest, PrintsTheSetPositionsAndParsesBack) {
   EXPECT_NE(hash_value(bitmapOf({1})), hash_value(bitmapOf({33})));
 }
 
+TEST(ViaBitmapTest, PackingKeepsEveryBitAndAgreesWithEquality) {
+  std::vector<ViaBitmap> bitmaps = {ViaBitmap(),           bitmapOf({0}),          bitmapOf({2047}),
+                                    bitmapOf({0, 33}),     bitmapOf({1, 33}),      bitmapOf({0, 33, 70}),
+                                    bitmapOf({0, 33, 71}), bitmapOf({5, 6, 7, 8}), bitmapOf({2000, 2047})};
+  for (const auto& a : bitmaps) {
+    OrbTypes::PackedViaBitmap packed(a);
+    EXPECT_EQ(packed.unpack(), a) << a.stringValue();
+    for (const auto& b : bitmaps) {
+      OrbTypes::PackedViaBitmap other(b);
+      EXPECT_EQ(packed == other, a == b);
+      EXPECT_EQ((packed <=> other) == 0, a == b);
+      EXPECT_EQ(packed<other, other> packed);
+      if (a == b) {
+        EXPECT_EQ(hash_value(packed), hash_value(other));
+      }
+    }
+  }
+}
+
 // ---- Next hops and their encapsulation
 
 TEST(NextHopTest, EntryTypesPrintByName) {
