@@ -199,7 +199,11 @@ EncapInfo::Value& EncapInfo::maybeCopyWrapper(EncapType kind) {
   } else if (content_->references() > 1) {
     content_ = wrapperFactory(content_->value);
   }
-  content_->value.kind = kind;
+  // The content holds one encapsulation: a new kind starts from scratch.
+  if (content_->value.kind != kind) {
+    content_->value = Value();
+    content_->value.kind = kind;
+  }
   return content_->value;
 }
 

@@ -469,6 +469,7 @@ class NextHopCollection {
   // Next-hop-group fields: read through a shared default while none was
   // written; the first write creates the group part of this collection.
   const NextHopGroupInfo& nhgcRawOrDefault() const;
+  // The reference is good until this collection is next written or hashed.
   NextHopGroupInfo& nhgcMutate();
   bool hasNhgc() const { return body_->nhgc != nullptr; }
   std::uint32_t nextHopGroupSize() const { return nhgcRawOrDefault().nextHopGroupSize; }

@@ -141,6 +141,10 @@ TEST(NextHopTest, AnOrdinaryNextHopHasNoEncapsulationUntilOneIsWritten) {
   ASSERT_TRUE(nh.encap);
   EXPECT_EQ(nh.encap.kind(), Tunnel::TunnelTable::EncapType::encapMpls);
   EXPECT_EQ(nh.labels().labelStack, (std::vector<std::uint32_t>{100, 200}));
+  // One encapsulation at a time: another kind replaces the labels.
+  nh.greEncapIs({Nexo::IpGenAddr("10.0.0.1"), Nexo::IpGenAddr("10.0.0.2"), 0, 64, 0});
+  EXPECT_EQ(nh.encap.kind(), Tunnel::TunnelTable::EncapType::encapGre);
+  EXPECT_TRUE(nh.labels().labelStack.empty());
 }
 
 TEST(NextHopTest, EncapsulationWritesNeverChangeSharedContent) {
