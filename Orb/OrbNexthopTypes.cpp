@@ -217,14 +217,12 @@ void EncapInfo::labelsIs(const Nexo::MplsLabelOperation& labels) {
   maybeCopyWrapper(EncapType::encapMpls).labels = labels;
 }
 
-bool EncapInfo::operator==(const EncapInfo& other) const {
-  if (content_ == other.content_) return true;
+bool EncapInfo::contentEqual(const EncapInfo& other) const {
   if (!content_ || !other.content_) return false;
   return content_->value == other.content_->value;
 }
 
-std::strong_ordering EncapInfo::operator<=>(const EncapInfo& other) const {
-  if (content_ == other.content_) return std::strong_ordering::equal;
+std::strong_ordering EncapInfo::contentOrder(const EncapInfo& other) const {
   if (!content_) return std::strong_ordering::less;
   if (!other.content_) return std::strong_ordering::greater;
   return content_->value <=> other.content_->value;
@@ -380,35 +378,79 @@ NextHopCollection::NextHopCollection(L2AdjType l2AdjType) : NextHopCollection() 
   if (l2AdjType != body_->l2AdjType) mutate().l2AdjType = l2AdjType;
 }
 
-NextHopCollection::Body& NextHopCollection::mutate() {
+NextHopCollection::Body& NextHopCollection::mutate(bool sorted) {
+  if (sorted) body();
   if (body_->references() > 1) body_ = Vex::make<Body>(*body_);
   body_->hashValid = false;
   handleNextHopChanged();
   return *body_;
 }
 
+namespace {
+
+// Puts the entries in next-hop order; of entries for the same next hop the
+// one written last stays. Sorting positions rather than entries moves each
+// entry once.
+template <class Vec>
+void sortKeepingLast(Vec& vec) {
+  std::vector<std::uint32_t> order(vec.size());
+  for (std::uint32_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
+    auto c = vec[a].first <=> vec[b].first;
+    return c < 0 || (c == 0 && a < b);
+  });
+  Vec sorted;
+  sorted.reserve(vec.capacity());
+  for (std::size_t i = 0; i < order.size(); ++i) {
+    if (i + 1 < order.size() && vec[order[i + 1]].first == vec[order[i]].first) continue;
+    sorted.push_back(std::move(vec[order[i]]));
+  }
+  vec.swap(sorted);
+}
+
+}  // namespace
+
+template <class Vec, class V>
+void NextHopCollection::append(Vec& vec, bool& sorted, const NextHop& nh, V&& value) {
+  // Builders write next hops in via order, not next-hop order: appending
+  // and sorting once when read costs n log n against n^2 for keeping the
+  // vector sorted on every write.
+  if (sorted && !vec.empty() && !(vec.back().first < nh)) sorted = false;
+  vec.emplace_back(nh, std::forward<V>(value));
+}
+
+const NextHopCollection::Body& NextHopCollection::body() const {
+  // Sorting changes how the content is held, not what it is, so it is done
+  // in place even when the content is shared.
+  Body& b = *body_;
+  if (!b.nextHopSorted) {
+    sortKeepingLast(b.nextHop);
+    b.nextHopSorted = true;
+  }
+  if (!b.nextHopBitmapSorted) {
+    sortKeepingLast(b.nextHopBitmap);
+    b.nextHopBitmapSorted = true;
+  }
+  return b;
+}
+
 std::uint32_t NextHopCollection::nextHop(const NextHop& nh) const {
-  auto it = findNextHop(body_->nextHop, nh);
-  return at(body_->nextHop, it, nh) ? it->second : 0;
+  auto it = findNextHop(body().nextHop, nh);
+  return at(body().nextHop, it, nh) ? it->second : 0;
 }
 
 bool NextHopCollection::nextHopHas(const NextHop& nh) const {
-  return at(body_->nextHop, findNextHop(body_->nextHop, nh), nh);
+  return at(body().nextHop, findNextHop(body().nextHop, nh), nh);
 }
 
 void NextHopCollection::nextHopIs(const NextHop& nh, std::uint32_t weight) {
-  auto& vec = mutate().nextHop;
-  auto it = findNextHop(vec, nh);
-  if (it != vec.end() && it->first == nh) {
-    it->second = weight;
-  } else {
-    vec.emplace(it, nh, weight);
-  }
+  Body& b = mutate();
+  append(b.nextHop, b.nextHopSorted, nh, weight);
 }
 
 void NextHopCollection::nextHopDel(const NextHop& nh) {
   if (!nextHopHas(nh)) return;
-  auto& vec = mutate().nextHop;
+  auto& vec = mutate(true).nextHop;
   vec.erase(findNextHop(vec, nh));
 }
 
@@ -419,23 +461,18 @@ void NextHopCollection::nextHopReserve(std::size_t count) {
 }
 
 ViaBitmap NextHopCollection::nextHopBitmap(const NextHop& nh) const {
-  auto it = findNextHop(body_->nextHopBitmap, nh);
-  return at(body_->nextHopBitmap, it, nh) ? it->second.unpack() : ViaBitmap();
+  auto it = findNextHop(body().nextHopBitmap, nh);
+  return at(body().nextHopBitmap, it, nh) ? it->second.unpack() : ViaBitmap();
 }
 
 void NextHopCollection::nextHopBitmapIs(const NextHop& nh, const ViaBitmap& bitmap) {
-  auto& vec = mutate().nextHopBitmap;
-  auto it = findNextHop(vec, nh);
-  if (it != vec.end() && it->first == nh) {
-    it->second = OrbTypes::PackedViaBitmap(bitmap);
-  } else {
-    vec.emplace(it, nh, OrbTypes::PackedViaBitmap(bitmap));
-  }
+  Body& b = mutate();
+  append(b.nextHopBitmap, b.nextHopBitmapSorted, nh, OrbTypes::PackedViaBitmap(bitmap));
 }
 
 void NextHopCollection::nextHopBitmapDel(const NextHop& nh) {
-  if (!at(body_->nextHopBitmap, findNextHop(body_->nextHopBitmap, nh), nh)) return;
-  auto& vec = mutate().nextHopBitmap;
+  if (!at(body().nextHopBitmap, findNextHop(body().nextHopBitmap, nh), nh)) return;
+  auto& vec = mutate(true).nextHopBitmap;
   vec.erase(findNextHop(vec, nh));
 }
 
@@ -507,15 +544,15 @@ void NextHopCollection::updateCaches() {
 std::uint64_t NextHopCollection::totalWeight() const {
   if (totalWeightCache_ != totalWeightNotComputed) return totalWeightCache_;
   std::uint64_t total = 0;
-  for (const auto& [nh, weight] : body_->nextHop) total += weight;
+  for (const auto& [nh, weight] : body().nextHop) total += weight;
   return total;
 }
 
 NextHopTypeCacheType NextHopCollection::nextHopType() const {
   if (nextHopTypeCache_ != NextHopTypeCacheType::invalidCache) return nextHopTypeCache_;
   std::size_t drops = 0;
-  for (const auto& entry : body_->nextHop) drops += entry.first.isDrop();
-  if (drops == body_->nextHop.size()) return NextHopTypeCacheType::allDrop;
+  for (const auto& entry : body().nextHop) drops += entry.first.isDrop();
+  if (drops == body().nextHop.size()) return NextHopTypeCacheType::allDrop;
   return drops == 0 ? NextHopTypeCacheType::noneDrop : NextHopTypeCacheType::someDrop;
 }
 
@@ -523,22 +560,22 @@ bool NextHopCollection::allDrop() const {
   if (nextHopTypeCache_ != NextHopTypeCacheType::invalidCache) {
     return nextHopTypeCache_ == NextHopTypeCacheType::allDrop;
   }
-  return std::all_of(body_->nextHop.begin(), body_->nextHop.end(),
+  return std::all_of(body().nextHop.begin(), body().nextHop.end(),
                      [](const auto& entry) { return entry.first.isDrop(); });
 }
 
 bool NextHopCollection::allArpRequired() const {
-  return !body_->nextHop.empty() && std::all_of(body_->nextHop.begin(), body_->nextHop.end(), [](const auto& entry) {
+  return !body().nextHop.empty() && std::all_of(body().nextHop.begin(), body().nextHop.end(), [](const auto& entry) {
     return entry.first.entryType == NextHopEntryType::nextHopArpRequired;
   });
 }
 
 bool NextHopCollection::allNextHopWeightsAreOne() const {
-  return std::all_of(body_->nextHop.begin(), body_->nextHop.end(), [](const auto& entry) { return entry.second == 1; });
+  return std::all_of(body().nextHop.begin(), body().nextHop.end(), [](const auto& entry) { return entry.second == 1; });
 }
 
 bool NextHopCollection::hasResolvedNextHops() const {
-  return std::any_of(body_->nextHop.begin(), body_->nextHop.end(),
+  return std::any_of(body().nextHop.begin(), body().nextHop.end(),
                      [](const auto& entry) { return entry.first.entryType == NextHopEntryType::nextHopArpResolved; });
 }
 
@@ -570,7 +607,7 @@ NextHopTunnelType NextHopCollection::nextHopGroupTypeToTunnelType(NexthopGroupTy
 }
 
 bool NextHopCollection::verify() const {
-  const Body& b = *body_;
+  const Body& b = body();
   for (std::size_t i = 0; i < b.nextHop.size(); ++i) {
     if (b.nextHop[i].second == 0) return false;
     if (i > 0 && !(b.nextHop[i - 1].first < b.nextHop[i].first)) return false;
@@ -596,7 +633,7 @@ bool NextHopCollection::verify() const {
 }
 
 std::size_t NextHopCollection::hash() const {
-  const Body& b = *body_;
+  const Body& b = body();
   if (b.hashValid) return b.hash;
   std::uint64_t h = std::uint64_t(b.l2AdjType) | (std::uint64_t(b.flags) << 8) | (std::uint64_t(b.tunnelType) << 16) |
                     (std::uint64_t(b.hierarchyHeight) << 24) | (std::uint64_t(b.nextHop.size()) << 32);
@@ -617,8 +654,8 @@ std::size_t NextHopCollection::hash() const {
 }
 
 bool NextHopCollection::operator==(const NextHopCollection& other) const {
-  const Body& a = *body_;
-  const Body& b = *other.body_;
+  const Body& a = body();
+  const Body& b = other.body();
   if (&a == &b) return true;
   if (a.hashValid && b.hashValid && a.hash != b.hash) return false;
   return a.l2AdjType == b.l2AdjType && a.flags == b.flags && a.tunnelType == b.tunnelType &&
@@ -627,8 +664,8 @@ bool NextHopCollection::operator==(const NextHopCollection& other) const {
 }
 
 std::strong_ordering NextHopCollection::operator<=>(const NextHopCollection& other) const {
-  const Body& a = *body_;
-  const Body& b = *other.body_;
+  const Body& a = body();
+  const Body& b = other.body();
   if (&a == &b) return std::strong_ordering::equal;
   if (auto c = a.l2AdjType <=> b.l2AdjType; c != 0) return c;
   if (auto c = a.flags <=> b.flags; c != 0) return c;

@@ -258,8 +258,11 @@ class EncapInfo {
   // Whether another EncapInfo holds the same content (for tests and stats).
   bool sharesContentWith(const EncapInfo& other) const { return content_ && content_ == other.content_; }
 
-  bool operator==(const EncapInfo& other) const;
-  std::strong_ordering operator<=>(const EncapInfo& other) const;
+  // Most next hops have no encapsulation: that case stays inline.
+  bool operator==(const EncapInfo& other) const { return content_ == other.content_ || contentEqual(other); }
+  std::strong_ordering operator<=>(const EncapInfo& other) const {
+    return content_ == other.content_ ? std::strong_ordering::equal : contentOrder(other);
+  }
 
   std::optional<Value> vexRep() const;
   static EncapInfo fromVexRep(const std::optional<Value>& rep);
@@ -273,6 +276,8 @@ class EncapInfo {
   // Makes the content this EncapInfo's own, creating it when absent.
   Value& maybeCopyWrapper(EncapType kind);
   const Value& content() const;
+  bool contentEqual(const EncapInfo& other) const;
+  std::strong_ordering contentOrder(const EncapInfo& other) const;
 
   Vex::Ptr<Content> content_;
 };
@@ -440,17 +445,17 @@ class NextHopCollection {
   L2AdjType l2AdjType() const { return body_->l2AdjType; }
 
   // nextHop: next hop -> weight (0 when absent).
-  const NextHopWeights& nextHop() const { return body_->nextHop; }
+  const NextHopWeights& nextHop() const { return body().nextHop; }
   std::uint32_t nextHop(const NextHop& nh) const;
   bool nextHopHas(const NextHop& nh) const;
-  std::size_t nextHopSize() const { return body_->nextHop.size(); }
+  std::size_t nextHopSize() const { return body().nextHop.size(); }
   void nextHopIs(const NextHop& nh, std::uint32_t weight);
   void nextHopDel(const NextHop& nh);
   void nextHopReserve(std::size_t count);
 
   // nextHopBitmap: next hop -> via positions (empty when absent); the
   // whole map holds them packed (PackedViaBitmap::unpack).
-  const NextHopBitmaps& nextHopBitmap() const { return body_->nextHopBitmap; }
+  const NextHopBitmaps& nextHopBitmap() const { return body().nextHopBitmap; }
   ViaBitmap nextHopBitmap(const NextHop& nh) const;
   void nextHopBitmapIs(const NextHop& nh, const ViaBitmap& bitmap);
   void nextHopBitmapDel(const NextHop& nh);
@@ -543,16 +548,23 @@ class NextHopCollection {
     std::uint8_t flags = 0;
     NextHopTunnelType tunnelType = NextHopTunnelType::none;
     std::uint8_t hierarchyHeight = 0;
-    NextHopWeights nextHop;
-    NextHopBitmaps nextHopBitmap;
+    // Kept in next-hop order except right after writes (see append).
+    mutable NextHopWeights nextHop;
+    mutable NextHopBitmaps nextHopBitmap;
+    mutable bool nextHopSorted = true;
+    mutable bool nextHopBitmapSorted = true;
     Vex::Ptr<SharedGroupInfo> nhgc;
     mutable std::size_t hash = 0;
     mutable bool hashValid = false;
   };
 
-  // The content, made this collection's own for a write; drops the hash
-  // and the caches.
-  Body& mutate();
+  // The content, made this collection's own for a write (in next-hop
+  // order when `sorted`); drops the hash and the caches.
+  Body& mutate(bool sorted = false);
+  // The content in next-hop order, for reading.
+  const Body& body() const;
+  template <class Vec, class V>
+  static void append(Vec& vec, bool& sorted, const NextHop& nh, V&& value);
 
   Vex::Ptr<Body> body_;
   std::uint64_t totalWeightCache_ = totalWeightNotComputed;

@@ -365,6 +365,31 @@ TEST(NextHopCollectionTest, CopiesShareContentUntilWritten) {
   EXPECT_EQ(b.nextHopGroupSize(), 3u);
 }
 
+TEST(NextHopCollectionTest, TheLastWriteOfANextHopWinsWhateverTheOrder) {
+  NextHop a = nextHop(NextHopEntryType::nextHopArpResolved, 1);
+  NextHop b = nextHop(NextHopEntryType::nextHopArpResolved, 2);
+  NextHopCollection c;
+  c.nextHopIs(b, 1);
+  c.nextHopIs(a, 1);
+  c.nextHopIs(b, 5);
+  c.nextHopBitmapIs(b, bitmapOf({1}));
+  c.nextHopBitmapIs(a, bitmapOf({2}));
+  c.nextHopBitmapIs(b, bitmapOf({3}));
+  NextHopCollection copy = c;
+  EXPECT_EQ(copy.nextHop(b), 5u);
+  EXPECT_EQ(c.nextHopSize(), 2u);
+  EXPECT_EQ(c.nextHop().front().first, a);
+  EXPECT_EQ(c.nextHopBitmap(b), bitmapOf({3}));
+  // Writes after reads, and deletes of next hops written out of order.
+  c.nextHopIs(a, 4);
+  c.nextHopDel(b);
+  EXPECT_EQ(c.nextHopSize(), 1u);
+  EXPECT_EQ(c.nextHop(a), 4u);
+  EXPECT_EQ(copy.nextHop(a), 1u);
+  EXPECT_EQ(copy.nextHop(b), 5u);
+  EXPECT_TRUE(copy.verify());
+}
+
 TEST(NextHopCollectionTest, EqualityIgnoresCaches) {
   NextHopCollection a;
   a.nextHopIs(nextHop(NextHopEntryType::nextHopArpResolved, 1), 2);
