@@ -389,23 +389,47 @@ NextHopCollection::Body& NextHopCollection::mutate(bool sorted) {
 namespace {
 
 // Puts the entries in next-hop order; of entries for the same next hop the
-// one written last stays. Sorting positions rather than entries moves each
-// entry once.
+// one written last stays. The positions are sorted (on the stack for
+// collections of usual size) and the entries then moved once, in place,
+// along the cycles of the permutation, so that sorting allocates nothing.
 template <class Vec>
 void sortKeepingLast(Vec& vec) {
-  std::vector<std::uint32_t> order(vec.size());
-  for (std::uint32_t i = 0; i < order.size(); ++i) order[i] = i;
-  std::sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
+  constexpr std::size_t onStack = 128;
+  std::uint32_t stackOrder[onStack];
+  std::vector<std::uint32_t> heapOrder;
+  std::uint32_t* order = stackOrder;
+  if (vec.size() > onStack) {
+    heapOrder.resize(vec.size());
+    order = heapOrder.data();
+  }
+  const auto n = static_cast<std::uint32_t>(vec.size());
+  for (std::uint32_t i = 0; i < n; ++i) order[i] = i;
+  std::sort(order, order + n, [&](std::uint32_t a, std::uint32_t b) {
     auto c = vec[a].first <=> vec[b].first;
     return c < 0 || (c == 0 && a < b);
   });
-  Vec sorted;
-  sorted.reserve(vec.capacity());
-  for (std::size_t i = 0; i < order.size(); ++i) {
-    if (i + 1 < order.size() && vec[order[i + 1]].first == vec[order[i]].first) continue;
-    sorted.push_back(std::move(vec[order[i]]));
+  // order[i] is the entry that belongs at i; a done position points to
+  // itself.
+  for (std::uint32_t i = 0; i < n; ++i) {
+    if (order[i] == i) continue;
+    auto held = std::move(vec[i]);
+    std::uint32_t j = i;
+    while (order[j] != i) {
+      std::uint32_t from = order[j];
+      vec[j] = std::move(vec[from]);
+      order[j] = j;
+      j = from;
+    }
+    vec[j] = std::move(held);
+    order[j] = j;
   }
-  vec.swap(sorted);
+  std::size_t kept = 0;
+  for (std::size_t i = 0; i < vec.size(); ++i) {
+    if (i + 1 < vec.size() && vec[i + 1].first == vec[i].first) continue;
+    if (kept != i) vec[kept] = std::move(vec[i]);
+    ++kept;
+  }
+  vec.erase(vec.begin() + static_cast<std::ptrdiff_t>(kept), vec.end());
 }
 
 }  // namespace

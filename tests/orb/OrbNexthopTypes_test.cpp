@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 #include <vector>
 
 namespace {
@@ -474,6 +475,25 @@ TEST(NextHopCollectionPropertyTest, HashAndOrderAgreeWithEquality) {
   std::sort(sorted.begin(), sorted.end());
   ASSERT_TRUE(std::is_sorted(sorted.begin(), sorted.end()));
   for (std::size_t i = 1; i < sorted.size(); ++i) ASSERT_TRUE(sorted[i - 1] <= sorted[i]);
+}
+
+TEST(NextHopCollectionPropertyTest, AgreesWithAMapOfTheWrites) {
+  NextHopRandom::Generator gen(4);
+  for (int i = 0; i < 100; ++i) {
+    std::map<NextHop, std::uint32_t> model;
+    NextHopCollection c;
+    for (std::uint32_t n = gen.below(200); n > 0; --n) {
+      NextHop nh = gen.nextHop();
+      std::uint32_t weight = 1 + gen.below(9);
+      model[nh] = weight;
+      c.nextHopIs(nh, weight);
+      // Reads now and then, so that writes land on sorted and unsorted content.
+      if (gen.below(20) == 0) {
+        ASSERT_EQ(c.nextHopSize(), model.size());
+      }
+    }
+    ASSERT_EQ(c.nextHop(), NextHopCollection::NextHopWeights(model.begin(), model.end()));
+  }
 }
 
 TEST(NextHopCollectionPropertyTest, InsertionOrderDoesNotMatter) {
