@@ -21,7 +21,7 @@ namespace {
 constexpr std::uint32_t fecs = 100000;
 constexpr std::uint32_t distinct = 10000;
 
-struct NextHopSpec {
+struct PlannedNextHop {
   Orb::NextHop nextHop;
   std::uint32_t weight;
   std::uint32_t via;
@@ -30,7 +30,7 @@ struct NextHopSpec {
 // The next hops of every distinct collection, in the order its vias
 // resolve (not sorted), and which collection each FEC resolves to.
 struct Workload {
-  std::vector<std::vector<NextHopSpec>> collections;
+  std::vector<std::vector<PlannedNextHop>> collections;
   std::vector<std::uint32_t> fecToCollection;
 
   Workload() {
@@ -79,10 +79,10 @@ void BM_NhcDedup(benchmark::State& state) {
     auto status = Vex::make<DedupStatus>("status");
     std::uint32_t nextIndex = 0;
     for (std::uint32_t f = 0; f < fecs; ++f) {
-      const auto& spec = w.collections[w.fecToCollection[f]];
+      const auto& plan = w.collections[w.fecToCollection[f]];
       Orb::NextHopCollection nextHops(Orb::L2AdjType::routingAdj);
-      nextHops.nextHopReserve(spec.size());
-      for (const auto& s : spec) {
+      nextHops.nextHopReserve(plan.size());
+      for (const auto& s : plan) {
         nextHops.nextHopIs(s.nextHop, s.weight);
         OrbTypes::ViaBitmap bitmap;
         bitmap.bitSet(OrbTypes::ViaBitmapRange(s.via));
