@@ -128,7 +128,8 @@ class ViaBitmapIter {
 
   std::uint32_t position() const { return position_; }
   bool done() const { return done_; }
-  explicit operator bool() const { return !done_ && position_ <= ViaBitmapRange::null; }
+  // True while at a via position: not done, and not before the first bit.
+  explicit operator bool() const { return !done_ && position_ <= ViaBitmapRange::max; }
   ViaBitmapIter& operator++();
 
  private:

@@ -62,6 +62,11 @@ TEST(ViaBitmapTest, IteratesSetBitsInOrderAcrossWordBoundaries) {
   EXPECT_EQ(walk(ViaBitmapIter(bitmap)), (std::vector<std::uint32_t>{0, 31, 32, 63, 64, 1000, 2046}));
   EXPECT_EQ(bitmap.positions(), walk(ViaBitmapIter(bitmap)));
   EXPECT_EQ(bitmap.count(), 7u);
+  // From the null position the walk starts at the first bit.
+  ViaBitmapIter start(bitmap, ViaBitmapRange::null);
+  EXPECT_FALSE(start);
+  ++start;
+  EXPECT_EQ(start.position(), 0u);
   // From a given position the walk continues strictly after it.
   ViaBitmapIter from(bitmap, 31);
   EXPECT_EQ(from.position(), 31u);
