@@ -129,6 +129,85 @@ struct ParityEvent {
 VEX_VALUE(ParityEvent::Key, "Orb::ParityEvent::Key", (table, index))
 VEX_VALUE(ParityEvent, "Orb::ParityEvent", (key, count, timestamp, corrected))
 
+// The layer's own VRF number (the ARP/neighbour agents number VRFs
+// differently); 0 is the default VRF.
+class VrfId {
+ public:
+  constexpr VrfId() = default;
+  constexpr explicit VrfId(std::uint32_t value) : value_(value) {}
+  constexpr std::uint32_t value() const { return value_; }
+  auto operator<=>(const VrfId&) const = default;
+
+  std::uint32_t vexRep() const { return value_; }
+  static VrfId fromVexRep(std::uint32_t value) { return VrfId(value); }
+
+ private:
+  std::uint32_t value_ = 0;
+};
+VEX_SCALAR_VALUE(VrfId, "Orb::VrfId", "value")
+inline std::size_t hash_value(const VrfId& id) { return boost::hash<std::uint32_t>()(id.value()); }
+
+// Layer-3 keys qualified by VRF. The address forms of a prefix key take its
+// VRF and the prefix's address.
+struct VrfAndPrefix {
+  VrfId vrfId;
+  Nexo::Prefix prefix;
+  auto operator<=>(const VrfAndPrefix&) const = default;
+};
+VEX_VALUE(VrfAndPrefix, "Orb::VrfAndPrefix", (vrfId, prefix))
+
+struct VrfAndIp6Prefix {
+  VrfId vrfId;
+  Nexo::Ip6Prefix prefix;
+  auto operator<=>(const VrfAndIp6Prefix&) const = default;
+};
+VEX_VALUE(VrfAndIp6Prefix, "Orb::VrfAndIp6Prefix", (vrfId, prefix))
+
+struct VrfAndIpAddr {
+  VrfId vrfId;
+  Nexo::IpAddr addr;
+  VrfAndIpAddr() = default;
+  VrfAndIpAddr(VrfId v, Nexo::IpAddr a) : vrfId(v), addr(a) {}
+  explicit VrfAndIpAddr(const VrfAndPrefix& vp) : vrfId(vp.vrfId), addr(vp.prefix.addr()) {}
+  auto operator<=>(const VrfAndIpAddr&) const = default;
+};
+VEX_VALUE(VrfAndIpAddr, "Orb::VrfAndIpAddr", (vrfId, addr))
+
+struct VrfAndIp6Addr {
+  VrfId vrfId;
+  Nexo::Ip6Addr addr;
+  VrfAndIp6Addr() = default;
+  VrfAndIp6Addr(VrfId v, Nexo::Ip6Addr a) : vrfId(v), addr(a) {}
+  explicit VrfAndIp6Addr(const VrfAndIp6Prefix& vp) : vrfId(vp.vrfId), addr(vp.prefix.addr()) {}
+  auto operator<=>(const VrfAndIp6Addr&) const = default;
+};
+VEX_VALUE(VrfAndIp6Addr, "Orb::VrfAndIp6Addr", (vrfId, addr))
+
+// Address-family-generic forms: exactly one of the two prefixes or
+// addresses is meaningful, as `isV6` says.
+struct VrfAndIpGenPrefix {
+  VrfId vrfId;
+  bool isV6 = false;
+  Nexo::Prefix prefix;
+  Nexo::Ip6Prefix prefix6;
+  VrfAndIpGenPrefix() = default;
+  VrfAndIpGenPrefix(const VrfAndPrefix& vp) : vrfId(vp.vrfId), prefix(vp.prefix) {}
+  VrfAndIpGenPrefix(const VrfAndIp6Prefix& vp) : vrfId(vp.vrfId), isV6(true), prefix6(vp.prefix) {}
+  auto operator<=>(const VrfAndIpGenPrefix&) const = default;
+};
+VEX_VALUE(VrfAndIpGenPrefix, "Orb::VrfAndIpGenPrefix", (vrfId, isV6, prefix, prefix6))
+
+struct VrfAndIpGenAddr {
+  VrfId vrfId;
+  Nexo::IpGenAddr addr;
+  VrfAndIpGenAddr() = default;
+  VrfAndIpGenAddr(VrfId v, Nexo::IpGenAddr a) : vrfId(v), addr(a) {}
+  VrfAndIpGenAddr(const VrfAndIpAddr& va) : vrfId(va.vrfId), addr(va.addr) {}
+  VrfAndIpGenAddr(const VrfAndIp6Addr& va) : vrfId(va.vrfId), addr(va.addr) {}
+  auto operator<=>(const VrfAndIpGenAddr&) const = default;
+};
+VEX_VALUE(VrfAndIpGenAddr, "Orb::VrfAndIpGenAddr", (vrfId, addr))
+
 }  // namespace Orb
 
 namespace OrbTypes {
