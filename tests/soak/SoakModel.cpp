@@ -261,6 +261,9 @@ ChipView Model::chip() const {
   for (const auto& [vlan, members] : vlanMembers_) {
     HwVlanView hw;
     for (const auto& [intf, tagged] : members) {
+      bool known = intf.rfind("Port-Channel", 0) != 0 || lagStatus_.count(intf);
+      if (known && !tagged) view.untaggedIn[intf].insert(vlan);
+      if (known && blocked(vlan, intf)) view.held.insert(intf);
       if (!inHwVlan(vlan, intf)) continue;
       (tagged ? hw.tagged : hw.untagged).insert(intf);
     }

@@ -41,6 +41,12 @@ struct ChipView {
   std::map<int, HwVlanView> vlans;
   std::map<Intf, std::set<Intf>> lags;
   std::map<MacKey, HwFdbView> fdb;
+  // The VLANs each interface is an untagged member of, blocked there or
+  // not: its untagged frames belong to one of them. Derived by the model
+  // for its forwarder, not read from the chip nor compared.
+  std::map<Intf, std::set<int>> untaggedIn;
+  // Interfaces spanning tree holds out of a VLAN they are configured in.
+  std::set<Intf> held;
 };
 
 class Model {
