@@ -111,6 +111,7 @@ class Model {
   std::map<MacKey, Learned> learned_;
   std::map<MacKey, Intf> tainted_;  // aged or not, nobody can tell any more
   unsigned agingTime_ = 300;        // the bridging configuration's default
+  double agingSince_ = 0;           // when it was last set
 };
 
 }  // namespace Soak
