@@ -655,7 +655,14 @@ void MacAddrSm::walkVlanConfiguration() {
   for (const auto& [vlanId, cache] : in_.vlanHelper->vlanCache()) {
     if (vlanHasMembers(vlanId)) {
       vlansWithMembers_.insert(vlanId);
-      vlanMembers_[vlanId] = vlanMembers(vlanId);
+      // Ports the chip still has in the VLAN count as members too: one that
+      // left while this machine was not there (its update failed or is on
+      // its way) is flushed once the chip takes it out.
+      auto& members = vlanMembers_[vlanId];
+      members = vlanMembers(vlanId);
+      for (const auto& [intf, pvm] : in_.vlanHelper->portVlanMembership()) {
+        if (pvm && (pvm->taggedVlan(vlanId) || pvm->untaggedVlan(vlanId))) members.insert(intf);
+      }
     } else {
       gone.push_back(vlanId);
     }
