@@ -41,8 +41,13 @@ std::string Generator::learn(const Model& model) {
   if (model.uncertain(key(m, v))) return {};
   std::string at = intf();
   // Frames arrive on a LAG through its member ports; one without any
-  // receives nothing.
+  // receives nothing. A chip reports what arrives on a member as learned on
+  // the LAG, so the learn names the LAG: entries naming a member port, which
+  // later moves between LAGs, are not what a chip holds (and the model does
+  // not follow them through such moves).
   if (model.lagExists(at) && model.lagMembers().at(at).empty()) return {};
+  for (const auto& [lag, members] : model.lagMembers())
+    if (members.count(at)) at = lag;
   return fmt::format("chip learn {} vlan {} {}", m, v, at);
 }
 

@@ -32,6 +32,10 @@ class Generator {
   // planned fault the stretch has no learns, whose outcome would depend on
   // how far the chip got.
   std::string next(const Model& model);
+  // The chip still has faults planned after the switch settled (nothing
+  // asked it for what they apply to yet): the next stretch has no learns
+  // either, as the fault may land anywhere in it.
+  void faultsLeftIs(bool left) { faulty_ = faulty_ || left; }
 
  private:
   std::string line(const Model& model, bool& faulty);

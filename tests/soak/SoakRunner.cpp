@@ -212,6 +212,10 @@ class Session {
     return d;
   }
 
+  bool faultsPlanned() {
+    return agent_.chip().tableNamed("vlan").plannedFaults() || agent_.chip().tableNamed("fdb").plannedFaults();
+  }
+
   const Model& model() const { return model_; }
   const std::vector<std::string>& lines() const { return lines_; }
   double maxCommandMs() const { return maxCommandMs_; }
@@ -354,6 +358,7 @@ RunResult run(const RunOptions& options) {
         stop(*difference);
         break;
       }
+      generator.faultsLeftIs(session.faultsPlanned());
       continue;
     }
     if (!session.execute(line)) {
