@@ -59,6 +59,7 @@ class Generator {
   std::vector<std::string> pending_;  // the rest of a change of several lines
   unsigned left_ = 0;                 // commands left in this stretch
   bool faulty_ = false;               // a fault was planned in this stretch
+  std::set<int> leftVlans_;           // VLANs members left while faults were planned
   bool learning_ = true;
 };
 
