@@ -605,7 +605,38 @@ bool MacAddrSm::vlanHasMembers(VlanId vlanId) const {
   return cache && !cache->add().empty();
 }
 
+std::set<IntfId> MacAddrSm::vlanMembers(VlanId vlanId) const {
+  std::set<IntfId> members;
+  if (auto cache = in_.vlanHelper->vlanCache(vlanId)) {
+    for (const auto& [intf, tagged] : cache->add()) members.insert(intf);
+  }
+  return members;
+}
+
 void MacAddrSm::handleVlanUpdateDone(VlanId vlanId) {
+  // A port that left the VLAN (not one spanning tree holds out: that one
+  // is still configured) takes the addresses it learned there along, now
+  // that the chip no longer lets the VLAN's frames in on it: left behind,
+  // they would send the VLAN's frames to a port outside it.
+  auto members = vlanMembers(vlanId);
+  auto& before = vlanMembers_[vlanId];
+  bool flushes = false;
+  for (const auto& intf : before) {
+    if (members.count(intf)) continue;
+    BLIP(trace(), 5, "{} left vlan {}: flushing its addresses there", intf.stringValue(), vlanId.value());
+    if (intf.isLag() && !intf.isSubIntf()) {
+      flushLag(intf, vlanId.value());
+    } else {
+      flushPort(intf, vlanId.value());
+    }
+    flushes = true;
+  }
+  if (members.empty()) {
+    vlanMembers_.erase(vlanId);
+  } else {
+    before = std::move(members);
+  }
+  if (flushes && flushReqTimer_->timeMin() == Vex::never) flushReqTimer_->timeMinIs(Vex::now());
   if (vlanHasMembers(vlanId)) {
     vlansWithMembers_.insert(vlanId);
   } else if (vlansWithMembers_.erase(vlanId)) {
@@ -624,6 +655,14 @@ void MacAddrSm::walkVlanConfiguration() {
   for (const auto& [vlanId, cache] : in_.vlanHelper->vlanCache()) {
     if (vlanHasMembers(vlanId)) {
       vlansWithMembers_.insert(vlanId);
+      // Ports the chip still has in the VLAN count as members too: one that
+      // left while this machine was not there (its update failed or is on
+      // its way) is flushed once the chip takes it out.
+      auto& members = vlanMembers_[vlanId];
+      members = vlanMembers(vlanId);
+      for (const auto& [intf, pvm] : in_.vlanHelper->portVlanMembership()) {
+        if (pvm && (pvm->taggedVlan(vlanId) || pvm->untaggedVlan(vlanId))) members.insert(intf);
+      }
     } else {
       gone.push_back(vlanId);
     }

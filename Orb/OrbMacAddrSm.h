@@ -259,8 +259,11 @@ class MacAddrSm : public OrbBaseSm {
   void handleDot1xIntfStatus(const IntfId& intf);
   void handleEthIntfConfig(const IntfId& intf);
   // The VLAN helper completed an update of the VLAN: its membership may
-  // have changed, and a VLAN that lost its last member is deleted.
+  // have changed, and a VLAN that lost its last member is deleted. Ports
+  // that left it are flushed of the addresses they learned there.
   void handleVlanUpdateDone(VlanId vlanId);
+  // The VLAN's configured members, blocked or not.
+  std::set<IntfId> vlanMembers(VlanId vlanId) const;
   // A VLAN got (or lost) its VNI: remote entries set aside for it go in.
   void handleVlanToVni(VlanId vlanId);
   void handleVlanLearning(VlanId vlanId);
@@ -415,6 +418,9 @@ class MacAddrSm : public OrbBaseSm {
   Vex::HashMap<IntfId, bool> learningOnPort_;
   Vex::HashSet<MacVlanPair> ignoredRows_;
   Vex::HashSet<VlanId> vlansWithMembers_;
+  // Each VLAN's configured members when its last update completed: the
+  // ports that are gone at the next one left it.
+  Vex::HashMap<VlanId, std::set<IntfId>> vlanMembers_;
   bool writingMacTable_ = false;
   struct IntfHostWalk {
     IntfId intf;

@@ -86,8 +86,10 @@ class VlanTopoHelper : public TopoHelper {
   void delVlanFromTopo(const std::string& topoName, std::uint16_t vlan) override;
 
   // The topology no longer gives the port a state: a port it blocked
-  // forwards again in the topology's VLANs.
-  void topoPortStateDel(const std::string& topoName, const IntfId& intf);
+  // forwards again in the topology's VLANs. Virtual, so that a chip layer
+  // that also keeps port states in a table of its own drops the port's
+  // there: left behind, that state would go on blocking the port.
+  virtual void topoPortStateDel(const std::string& topoName, const IntfId& intf);
   // The topology is gone: forget its ports' states and what it waited for.
   void topoStateDelAll(const std::string& topoName);
 

@@ -161,8 +161,11 @@ void LagFeature::registerCommands() {
                      for (const auto& member : status->member()) {
                        if (!wanted.count(member)) stale.push_back(member);
                      }
-                     for (const auto& member : stale) status->memberDel(member);
+                     // The new members first: a LAG whose members are replaced
+                     // never passes through having none, which would take it
+                     // and the addresses learned on it out of the chip.
                      for (const auto& member : wanted) status->memberIs(member);
+                     for (const auto& member : stale) status->memberDel(member);
                    });
   shell_.commandIs("port-channel cleanup-on-restart", "on|off",
                    "off: a LAG whose status goes keeps its hardware and shared state (the agent restarts)",

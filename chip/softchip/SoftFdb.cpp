@@ -83,6 +83,10 @@ bool SoftFdbHelper::takesFrame(Bridging::VlanId vlanId, const Nexo::IntfId& intf
 
 bool SoftFdbHelper::learn(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf) {
   if (!learningOn(intf) || !learningOn(key.vlanId) || !takesFrame(key.vlanId, intf)) return false;
+  // Learning switched off on a LAG holds for the frames of its member ports.
+  const auto* lags = dynamic_cast<const SoftLagTable*>(chip_->table(SoftLagTable::tableName));
+  const Nexo::IntfId* lag = lags ? lags->lagOf(intf) : nullptr;
+  if (lag && !learningOn(*lag)) return false;
   return holdLearn(key, intf);
 }
 

@@ -138,7 +138,7 @@ void SoftForwarding::forward(const Nexo::IntfId& ingress, const Frame& frame, Fo
 
 void SoftForwarding::learnSource(const Frame& frame, const Nexo::IntfId& port, const Nexo::IntfId& intf,
                                  ForwardResult& result) {
-  if (!tables_.fdb) return;
+  if (!tables_.fdb || !learning_) return;
   SoftFdbHelper& fdb = tables_.fdb->helper();
   // Learning is switched per physical port (a LAG's on its members); the
   // entry names the LAG.

@@ -79,6 +79,11 @@ class SoftForwarding {
  public:
   explicit SoftForwarding(SoftChip& chip) : chip_(chip) {}
 
+  // Off: sources are neither learned nor refreshed, so that asking where
+  // frames go leaves the chip exactly as it was. On by default.
+  bool learning() const { return learning_; }
+  void learningIs(bool learning) { learning_ = learning; }
+
   // The frame `frame` arrives on `ingress` (a front-panel port, or a LAG
   // member). Learning changes the forwarding database as the chip would.
   ForwardResult forward(const Nexo::IntfId& ingress, const Frame& frame);
@@ -112,6 +117,7 @@ class SoftForwarding {
   // The frame's flow hash, once a LAG needed it.
   mutable std::optional<std::uint64_t> flowHash_;
   std::uint64_t tablesGeneration_ = 0;
+  bool learning_ = true;
 };
 
 // The chip-level entry point: a frame arriving on `ingress`.

@@ -75,6 +75,12 @@ void SoftTopoHelper::delVlanFromTopo(const std::string& topoName, std::uint16_t 
   VlanTopoHelper::delVlanFromTopo(topoName, vlan);
 }
 
+void SoftTopoHelper::topoPortStateDel(const std::string& topoName, const Nexo::IntfId& intf) {
+  // A port the topology no longer names forwards, as any port it never named.
+  if (auto it = table_.entries.find(topoName); it != table_.entries.end()) it->second.portState.erase(intf);
+  VlanTopoHelper::topoPortStateDel(topoName, intf);
+}
+
 void SoftTopoHelper::flushTopoPort(std::int32_t topoId, const Nexo::IntfId&) {
   auto name = idToName_.find(topoId);
   if (name == idToName_.end()) return;

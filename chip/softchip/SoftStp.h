@@ -59,6 +59,7 @@ class SoftTopoHelper : public Orb::VlanTopoHelper {
                    Orb::PortState state) override;
   void addVlanToTopo(const std::string& topoName, std::uint16_t vlan) override;
   void delVlanFromTopo(const std::string& topoName, std::uint16_t vlan) override;
+  void topoPortStateDel(const std::string& topoName, const Nexo::IntfId& intf) override;
   void flushTopoPort(std::int32_t topoId, const Nexo::IntfId& port) override;
   void flushTopoPortVlan(const Orb::MappedVlan& vlans, const Nexo::IntfId& port) override;
   void verify() override {}

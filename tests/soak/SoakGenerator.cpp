@@ -25,6 +25,7 @@ std::string Generator::next(const Model& model) {
   if (left_ == 0) {
     left_ = 1 + pick(16);
     faulty_ = false;
+    leftVlans_.clear();
     return {};
   }
   --left_;
@@ -41,8 +42,13 @@ std::string Generator::learn(const Model& model) {
   if (model.uncertain(key(m, v))) return {};
   std::string at = intf();
   // Frames arrive on a LAG through its member ports; one without any
-  // receives nothing.
+  // receives nothing. A chip reports what arrives on a member as learned on
+  // the LAG, so the learn names the LAG: entries naming a member port, which
+  // later moves between LAGs, are not what a chip holds (and the model does
+  // not follow them through such moves).
   if (model.lagExists(at) && model.lagMembers().at(at).empty()) return {};
+  for (const auto& [lag, members] : model.lagMembers())
+    if (members.count(at)) at = lag;
   return fmt::format("chip learn {} vlan {} {}", m, v, at);
 }
 
@@ -80,16 +86,28 @@ std::string Generator::line(const Model& model, bool& faulty) {
   unsigned roll = pick(1000);
   if (roll < 300) return faulty || !learning_ ? std::string() : learn(model);
   if (roll < 350) return fmt::format("advance {}", 1 + pick(10));
+  // The forwarding layer flushes a port that left a VLAN (or a VLAN that
+  // lost its members) when the chip's update of the VLAN completes. While
+  // the chip fails updates, a port that leaves and joins again, or a VLAN
+  // deleted and made again, may never be seen gone, and keeps addresses the
+  // model flushed: such a VLAN takes no members until the stretch ends.
   if (roll < 450) {
+    int v = vlan();
+    if (leftVlans_.count(v)) return {};
     std::string what = chance(0.7) ? vlanIntf() : fmt::format("Ethernet{}-{}", 1 + pick(2), 3 + pick(2));
-    return fmt::format("vlan {} add {}{}", vlan(), what, chance(0.3) ? " tagged" : "");
+    return fmt::format("vlan {} add {}{}", v, what, chance(0.3) ? " tagged" : "");
   }
   if (roll < 500) {
     int v = vlan();
     if (!model.vlanExists(v)) return {};
+    if (faulty) leftVlans_.insert(v);
     return fmt::format("vlan {} remove {}", v, vlanIntf());
   }
-  if (roll < 510) return fmt::format("no vlan {}", vlan());
+  if (roll < 510) {
+    int v = vlan();
+    if (faulty) leftVlans_.insert(v);
+    return fmt::format("no vlan {}", v);
+  }
   if (roll < 570) {
     const char* states[] = {"forwarding", "blocking", "blocking", "disabled"};
     return fmt::format("spanning-tree {} {} {}", Model::topology, vlanIntf(), states[pick(4)]);

@@ -32,6 +32,10 @@ class Generator {
   // planned fault the stretch has no learns, whose outcome would depend on
   // how far the chip got.
   std::string next(const Model& model);
+  // The chip still has faults planned after the switch settled (nothing
+  // asked it for what they apply to yet): the next stretch has no learns
+  // either, as the fault may land anywhere in it.
+  void faultsLeftIs(bool left) { faulty_ = faulty_ || left; }
 
  private:
   std::string line(const Model& model, bool& faulty);
@@ -55,6 +59,7 @@ class Generator {
   std::vector<std::string> pending_;  // the rest of a change of several lines
   unsigned left_ = 0;                 // commands left in this stretch
   bool faulty_ = false;               // a fault was planned in this stretch
+  std::set<int> leftVlans_;           // VLANs members left while faults were planned
   bool learning_ = true;
 };
 

@@ -1,6 +1,6 @@
 // soak: runs the randomized soak of the layer-2 switch against the
 // reference model for one or more seeds.
-//   soak [--seeds 1,2,3] [--ops N] [--shrink-seconds S] [--dir DIR]
+//   soak [--seeds 1,2,3] [--ops N] [--frames N] [--no-learning] [--shrink-seconds S] [--dir DIR]
 //   soak --shrink FILE [--shrink-seconds S]   shrinks a scenario further
 // Exits 1 on the first seed whose chip parts from the model, after writing
 // the shrunk scenario that replays it.
@@ -20,6 +20,7 @@ int main(int argc, char** argv) {
   app.add_option("--ops", options.ops, "generated commands per seed");
   app.add_option("--shrink-seconds", options.shrinkSeconds, "time the shrinking of a difference may take");
   app.add_option("--dir", options.scenarioDir, "where a difference's scenario is written");
+  app.add_option("--frames", options.frames, "frames compared at each quiescent point (0: none)");
   bool noLearning = false;
   app.add_flag("--no-learning", noLearning, "leave learns and flushes out of the commands");
   std::string shrinkFile;
@@ -59,8 +60,10 @@ int main(int argc, char** argv) {
     double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     totalOps += result.ops;
     totalSeconds += seconds;
-    fmt::print("soak seed {}: {} ops, {} quiescent checks, {:.1f} s, {:.0f} ops/s, longest command {:.2f} ms\n", seed,
-               result.ops, result.settles, seconds, result.ops / std::max(seconds, 1e-9), result.maxCommandMs);
+    fmt::print(
+        "soak seed {}: {} ops, {} quiescent checks, {} frames, {:.1f} s, {:.0f} ops/s, longest command {:.2f} ms\n",
+        seed, result.ops, result.settles, result.frames, seconds, result.ops / std::max(seconds, 1e-9),
+        result.maxCommandMs);
     if (result.difference) {
       fmt::print("soak seed {}: the chip differs from the model after op {}:\n", seed, result.ops);
       for (const auto& line : result.difference->lines) fmt::print("  {}\n", line);

@@ -156,8 +156,12 @@ void Model::flush(std::optional<int> vlan, std::optional<Intf> intf) {
 void Model::ageUntil(double time) {
   now_ = time;
   if (!agingTime_) return;
-  double gone = agingTime_ + sweepPeriod(agingTime_) + programmingSlack;
-  std::erase_if(learned_, [&](const auto& item) { return item.second.lastSeen + gone <= now_; });
+  // The chip's sweeps start over when the aging time changes: an entry
+  // already due then goes at the first sweep after it.
+  double after = sweepPeriod(agingTime_) + programmingSlack;
+  std::erase_if(learned_, [&](const auto& item) {
+    return std::max(item.second.lastSeen + agingTime_, agingSince_) + after <= now_;
+  });
 }
 
 bool Model::uncertain(const MacKey& key) const {
@@ -191,9 +195,11 @@ void Model::apply(const std::string& line) {
     int vlan = std::atoi(at(1).c_str());
     auto it = vlanMembers_.find(vlan);
     if (it != vlanMembers_.end()) {
-      // A port that leaves a VLAN takes the addresses it learned there along.
+      // A port that leaves a VLAN takes the addresses it learned there along;
+      // a VLAN left without members is deleted, and takes all of them.
       for (const auto& intf : intfList(at(3)))
         if (it->second.erase(intf)) flush(vlan, intf);
+      if (it->second.empty()) flush(vlan, std::nullopt);
     }
   } else if (w[0] == "no" && at(1) == "vlan") {
     int vlan = std::atoi(at(2).c_str());
@@ -243,6 +249,7 @@ void Model::apply(const std::string& line) {
       }
     }
     agingTime_ = time;
+    agingSince_ = now_;
   } else if (w[0] == "clear" && at(1) == "mac" && at(2) == "address-table") {
     std::optional<int> vlan;
     std::optional<Intf> intf;
@@ -261,6 +268,9 @@ ChipView Model::chip() const {
   for (const auto& [vlan, members] : vlanMembers_) {
     HwVlanView hw;
     for (const auto& [intf, tagged] : members) {
+      bool known = intf.rfind("Port-Channel", 0) != 0 || lagStatus_.count(intf);
+      if (known && !tagged) view.untaggedIn[intf].insert(vlan);
+      if (known && blocked(vlan, intf)) view.held.insert(intf);
       if (!inHwVlan(vlan, intf)) continue;
       (tagged ? hw.tagged : hw.untagged).insert(intf);
     }

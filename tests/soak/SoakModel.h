@@ -41,6 +41,12 @@ struct ChipView {
   std::map<int, HwVlanView> vlans;
   std::map<Intf, std::set<Intf>> lags;
   std::map<MacKey, HwFdbView> fdb;
+  // The VLANs each interface is an untagged member of, blocked there or
+  // not: its untagged frames belong to one of them. Derived by the model
+  // for its forwarder, not read from the chip nor compared.
+  std::map<Intf, std::set<int>> untaggedIn;
+  // Interfaces spanning tree holds out of a VLAN they are configured in.
+  std::set<Intf> held;
 };
 
 class Model {
@@ -105,6 +111,7 @@ class Model {
   std::map<MacKey, Learned> learned_;
   std::map<MacKey, Intf> tainted_;  // aged or not, nobody can tell any more
   unsigned agingTime_ = 300;        // the bridging configuration's default
+  double agingSince_ = 0;           // when it was last set
 };
 
 }  // namespace Soak

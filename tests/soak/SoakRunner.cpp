@@ -1,12 +1,15 @@
 #include "tests/soak/SoakRunner.h"
 
 #include "agent/Agent.h"
+#include "chip/softchip/SoftForwarding.h"
 #include "tests/soak/SoakGenerator.h"
 
 #include <fmt/format.h>
 
 #include <chrono>
 #include <fstream>
+#include <functional>
+#include <random>
 #include <sstream>
 
 namespace Soak {
@@ -48,6 +51,70 @@ std::set<typename Map::key_type> keysOf(const Map& a, const Map& b) {
   return keys;
 }
 
+std::string egressText(const std::set<RefEgress>& egress) {
+  if (egress.empty()) return "dropped";
+  std::set<Intf> tagged, untagged;
+  for (const auto& e : egress) (e.tagged ? tagged : untagged).insert(e.intf);
+  return intfsText(tagged, untagged);
+}
+
+// What `chip send` prints for a copy leaving by `e` in `vlan`.
+std::string egressLine(const RefEgress& e, int vlan) {
+  std::string tagging = e.tagged ? fmt::format("tagged {}", vlan) : "untagged";
+  if (e.intf.rfind("Port-Channel", 0) == 0) return fmt::format("{} ({})", tagging, e.intf);
+  return fmt::format("{} {}", e.intf, tagging);
+}
+
+// Frames to compare: from the ports the soak configures, to addresses the
+// forwarding database holds and to unknown, broadcast and multicast ones,
+// tagged or not (some in VLANs nobody configured), some with IP fields that
+// move a LAG's hash. Their own generator, so that the commands stay as the
+// seed has always made them.
+class FrameSampler {
+ public:
+  explicit FrameSampler(std::uint64_t seed) : rng_(seed * 7919 + 17) {}
+
+  std::vector<Probe> sample(const Model& model, unsigned count) {
+    std::vector<std::string> known;
+    for (const auto& [key, entry] : model.chip().fdb) known.push_back(key.first);
+    std::vector<Probe> probes;
+    for (unsigned i = 0; i < count; ++i) {
+      Probe p;
+      p.ingress = "Ethernet" + std::to_string(1 + pick(8));
+      p.frame.src = chance(0.03) ? "01:00:5e:00:00:01" : address(known);
+      unsigned roll = pick(100);
+      if (roll < 55 && !known.empty()) {
+        p.frame.dst = known[pick(known.size())];
+      } else if (roll < 70) {
+        p.frame.dst = "ff:ff:ff:ff:ff:ff";
+      } else if (roll < 80) {
+        p.frame.dst = fmt::format("01:00:5e:00:00:{:02x}", pick(4));
+      } else {
+        p.frame.dst = address(known);
+      }
+      if (chance(0.5)) p.frame.tag = chance(0.1) ? 0 : 10 + static_cast<int>(pick(5));
+      if (chance(0.3)) {
+        p.frame.ip = true;
+        p.frame.ipSeed = static_cast<int>(pick(1000));
+      }
+      probes.push_back(std::move(p));
+    }
+    return probes;
+  }
+
+ private:
+  // A known address, or one of the generator's, or one nobody uses.
+  std::string address(const std::vector<std::string>& known) {
+    if (!known.empty() && chance(0.4)) return known[pick(known.size())];
+    unsigned n = pick(20);
+    return fmt::format("00:00:00:{:02x}:00:{:02x}", n / 4, n);
+  }
+  unsigned pick(std::size_t n) { return std::uniform_int_distribution<unsigned>(0, n - 1)(rng_); }
+  bool chance(double p) { return std::uniform_real_distribution<double>(0, 1)(rng_) < p; }
+
+  std::mt19937_64 rng_;
+};
+
 // One agent and one model fed the same lines.
 class Session {
  public:
@@ -78,7 +145,8 @@ class Session {
   // are carried out, and at most a few minutes while
   // planned faults run out. A VLAN update the chip failed waits for the chip
   // to say it has room again, as a chip does once its fault has cleared.
-  std::optional<Difference> settle() {
+  using Sampler = std::function<std::vector<Probe>(const Model&)>;
+  std::optional<Difference> settle(const Sampler& frames) {
     // Two seconds at least: some reactions are clocked a second on.
     execute("advance 1");
     execute("advance 1");
@@ -93,9 +161,59 @@ class Session {
                                      agent_.vlanHelper().vlanUpdateSize(), agent_.vlanHelper().updatesInFlight(),
                                      agent_.chip().pendingAcks(), agent_.macAddrSm()->updateListSize(),
                                      agent_.macAddrSm()->macTableUpdateListSize())},
+                        {},
                         {}};
     }
-    return compare(model_.chip(), readChip(agent_), model_.uncertainKeys());
+    auto want = model_.chip();
+    auto uncertain = model_.uncertainKeys();
+    if (auto difference = compare(want, readChip(agent_), uncertain)) return difference;
+    return compareFrames(want, uncertain, frames(model_));
+  }
+
+  // Each frame through the chip's forwarding model, learning nothing, and
+  // through the reference forwarder over the model's tables.
+  std::optional<Difference> compareFrames(const ChipView& want, const std::set<MacKey>& uncertain,
+                                          const std::vector<Probe>& probes) {
+    Forwarder reference(want, uncertain);
+    SoftChip::SoftForwarding chip(agent_.chip());
+    chip.learningIs(false);
+    Difference d;
+    for (const auto& probe : probes) {
+      auto text = probe.frame.text();
+      auto result = chip.forward(Nexo::IntfId(probe.ingress), SoftChip::frameFromText(text));
+      auto vlans = reference.classify(probe.ingress, probe.frame);
+      if (!vlans) continue;
+      // Of several VLANs the frame may belong to, the chip's choice.
+      int vlan = vlans->count(result.vlan) ? result.vlan : vlans->empty() ? 0 : *vlans->begin();
+      std::optional<std::set<RefEgress>> expected = std::set<RefEgress>{};
+      if (vlan) expected = reference.forward(probe.ingress, probe.frame, vlan);
+      if (!expected) continue;
+      std::set<RefEgress> got;
+      std::string stray;
+      for (const auto& out : result.egress) {
+        Intf intf = out.lag.empty() ? out.port.stringValue() : out.lag.stringValue();
+        got.insert(RefEgress{intf, out.tagged});
+        auto lag = want.lags.find(intf);
+        if (!out.lag.empty() && (lag == want.lags.end() || !lag->second.count(out.port.stringValue())))
+          stray = fmt::format(" by {}, not an active member of {}", out.port.stringValue(), intf);
+      }
+      if (got == *expected && stray.empty()) continue;
+      d.lines.push_back(fmt::format("frame on {} '{}': model [{}] chip [{}{}]", probe.ingress, text,
+                                    egressText(*expected), egressText(got), stray));
+      auto send = fmt::format("chip send {} {}", probe.ingress, text);
+      if (expected->empty()) d.expects.push_back(fmt::format("expect {} ~ dropped:", send));
+      for (const auto& e : *expected)
+        if (!got.count(e)) d.expects.push_back(fmt::format("expect {} ~ {}", send, egressLine(e, vlan)));
+      for (const auto& e : got)
+        if (!expected->count(e)) d.expects.push_back(fmt::format("expect-not {} ~ {}", send, egressLine(e, vlan)));
+      d.frames.push_back(probe);
+    }
+    if (d.lines.empty()) return std::nullopt;
+    return d;
+  }
+
+  bool faultsPlanned() {
+    return agent_.chip().tableNamed("vlan").plannedFaults() || agent_.chip().tableNamed("fdb").plannedFaults();
   }
 
   const Model& model() const { return model_; }
@@ -185,14 +303,14 @@ std::optional<Difference> compare(const ChipView& want, const ChipView& have, co
   return d;
 }
 
-std::optional<Difference> replay(const std::vector<std::string>& lines) {
+std::optional<Difference> replay(const std::vector<std::string>& lines, const std::vector<Probe>& frames) {
   Session session;
   for (const auto& line : lines)
     if (!session.execute(line)) return std::nullopt;
-  return session.settle();
+  return session.settle([&](const Model&) { return frames; });
 }
 
-std::vector<std::string> shrink(std::vector<std::string> lines, double seconds) {
+std::vector<std::string> shrink(std::vector<std::string> lines, double seconds, const std::vector<Probe>& frames) {
   auto start = Clock::now();
   std::size_t parts = 2;
   while (lines.size() >= 2 && secondsSince(start) < seconds) {
@@ -201,7 +319,7 @@ std::vector<std::string> shrink(std::vector<std::string> lines, double seconds) 
     for (std::size_t begin = 0; begin < lines.size() && secondsSince(start) < seconds; begin += chunk) {
       std::vector<std::string> rest(lines.begin(), lines.begin() + begin);
       rest.insert(rest.end(), lines.begin() + std::min(lines.size(), begin + chunk), lines.end());
-      if (replay(rest)) {
+      if (replay(rest, frames)) {
         lines = std::move(rest);
         parts = std::max<std::size_t>(parts - 1, 2);
         reduced = true;
@@ -218,11 +336,16 @@ std::vector<std::string> shrink(std::vector<std::string> lines, double seconds) 
 RunResult run(const RunOptions& options) {
   RunResult result;
   Generator generator(options.seed, options.learning);
+  FrameSampler sampler(options.seed);
+  auto frames = [&](const Model& model) {
+    result.frames += options.frames;
+    return sampler.sample(model, options.frames);
+  };
   Session session;
   auto stop = [&](const Difference& difference) {
     result.difference = difference;
-    result.shrunk = shrink(session.lines(), options.shrinkSeconds);
-    auto shrunkDifference = replay(result.shrunk);
+    result.shrunk = shrink(session.lines(), options.shrinkSeconds, difference.frames);
+    auto shrunkDifference = replay(result.shrunk, difference.frames);
     result.scenarioPath = writeScenario(options, result.shrunk, shrunkDifference ? *shrunkDifference : difference);
     result.replayFails = scenarioFails(result.scenarioPath);
   };
@@ -231,15 +354,16 @@ RunResult run(const RunOptions& options) {
     auto line = generator.next(session.model());
     if (line.empty()) {
       ++result.settles;
-      if (auto difference = session.settle()) {
+      if (auto difference = session.settle(frames)) {
         stop(*difference);
         break;
       }
+      generator.faultsLeftIs(session.faultsPlanned());
       continue;
     }
     if (!session.execute(line)) {
       // The generator's mistake, not the switch's: nothing to shrink.
-      result.difference = Difference{{"the agent refused a generated command: " + line}, {}};
+      result.difference = Difference{{"the agent refused a generated command: " + line}, {}, {}};
       result.shrunk = session.lines();
       result.shrunk.push_back(line);
       break;
@@ -248,7 +372,7 @@ RunResult run(const RunOptions& options) {
   }
   if (!result.difference) {
     ++result.settles;
-    if (auto difference = session.settle()) stop(*difference);
+    if (auto difference = session.settle(frames)) stop(*difference);
   }
   result.maxCommandMs = session.maxCommandMs();
   return result;

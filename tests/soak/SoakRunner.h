@@ -5,6 +5,7 @@
 // differs and written as a scenario that `orb-agent run FILE` replays.
 #pragma once
 
+#include "tests/soak/SoakForwarder.h"
 #include "tests/soak/SoakModel.h"
 
 #include <cstdint>
@@ -18,11 +19,19 @@ class Agent;
 
 namespace Soak {
 
-// Where the chip and the model part: one line per differing entry, and the
-// scenario checks (expect lines) that fail on the chip as it is.
+// A frame put to the chip's forwarding model and to the reference forwarder.
+struct Probe {
+  Intf ingress;
+  RefFrame frame;
+};
+
+// Where the chip and the model part: one line per differing entry or frame,
+// the scenario checks (expect lines) that fail on the chip as it is, and the
+// frames forwarded differently (for replays to send again).
 struct Difference {
   std::vector<std::string> lines;
   std::vector<std::string> expects;
+  std::vector<Probe> frames;
 };
 
 // The chip's tables as the model states them. Members of a VLAN are read
@@ -41,11 +50,13 @@ struct RunOptions {
   double shrinkSeconds = 60;  // time the shrinking may take
   std::string scenarioDir = ".";
   bool learning = true;  // learns and flushes among the commands
+  unsigned frames = 8;   // frames compared at each quiescent point
 };
 
 struct RunResult {
   std::uint64_t ops = 0;      // commands run
   std::uint64_t settles = 0;  // quiescent points checked
+  std::uint64_t frames = 0;   // frames compared
   double maxCommandMs = 0;    // longest single command, wall clock
   std::optional<Difference> difference;
   std::vector<std::string> shrunk;  // the short command list that still differs
@@ -56,11 +67,12 @@ struct RunResult {
 RunResult run(const RunOptions& options);
 
 // Replays `lines` in a fresh agent and model, lets the switch settle, and
-// returns the difference, if any; nothing when a line is refused.
-std::optional<Difference> replay(const std::vector<std::string>& lines);
+// returns the difference in the tables or in forwarding `frames`, if any;
+// nothing when a line is refused.
+std::optional<Difference> replay(const std::vector<std::string>& lines, const std::vector<Probe>& frames = {});
 
 // Delta debugging over the command list: a shortest list (1-minimal within
 // the time budget) for which replay() still finds a difference.
-std::vector<std::string> shrink(std::vector<std::string> lines, double seconds);
+std::vector<std::string> shrink(std::vector<std::string> lines, double seconds, const std::vector<Probe>& frames = {});
 
 }  // namespace Soak
