@@ -58,7 +58,7 @@ std::string NextHopCollection::stringValue() const {
   for (const auto& [nh, weight] : nextHop()) out += Vex::toStrep(nh) + ", count: " + std::to_string(weight) + "\n";
   out += "nextHopBitmap:\n";
   for (const auto& [nh, bitmap] : nextHopBitmap()) {
-    out += Vex::toStrep(nh) + ", bitmap: " + bitmap.stringValue() + "\n";
+    out += Vex::toStrep(nh) + ", bitmap: " + bitmap.unpack().stringValue() + "\n";
   }
   out += "nextHopGroupEntryL2Infos:\n";
   for (std::uint32_t i = 0; i < group.nextHopGroupSize; ++i) {

@@ -59,8 +59,12 @@ std::vector<std::uint32_t> ViaBitmap::positions() const {
 
 std::string ViaBitmap::stringValue() const {
   std::string out = "ViaBitmap( bits set:";
-  for (std::uint32_t p : positions()) out += " " + std::to_string(p);
-  return out + " )";
+  for (std::uint32_t p : positions()) {
+    out += ' ';
+    out += std::to_string(p);
+  }
+  out += " )";
+  return out;
 }
 
 ViaBitmap ViaBitmap::fromVexRep(const std::vector<std::uint32_t>& positions) {
@@ -77,11 +81,69 @@ std::size_t hash_value(const ViaBitmap& bitmap) {
   std::uint64_t acc = 0;
   std::uint64_t sum = 0;
   for (std::uint32_t i = 0; i < ViaBitmap::words; ++i) {
-    std::uint64_t w = bitmap.word(ViaBitmapIndex(i));
+    std::uint64_t w = bitmap.word_[i];
     acc ^= (w + 0x9e3779b9u * (i + 1)) << (i % 32);
     sum += w;
   }
   std::uint64_t h = acc * 0x9e3779b97f4a7c15ULL ^ sum;
+  return static_cast<std::size_t>(h ^ (h >> 29));
+}
+
+PackedViaBitmap::PackedViaBitmap(const ViaBitmap& bitmap) {
+  // Skips zero words eight at a time: a bitmap usually has one set bit.
+  const auto& words = bitmap.word_;
+  unsigned used = 0;
+  for (std::uint16_t block = 0; block < ViaBitmap::words; block += 8) {
+    std::uint32_t any = 0;
+    std::uint16_t end = std::min<std::uint16_t>(block + 8, ViaBitmap::words);
+    for (std::uint16_t i = block; i < end; ++i) any |= words[i];
+    if (any == 0) continue;
+    for (std::uint16_t i = block; i < end; ++i) {
+      if (words[i] == 0) continue;
+      if (used == 2) {
+        *this = PackedViaBitmap();
+        whole_ = Vex::make<Whole>(bitmap);
+        return;
+      }
+      index_[used] = i;
+      word_[used++] = words[i];
+    }
+  }
+}
+
+ViaBitmap PackedViaBitmap::unpack() const {
+  if (whole_) return whole_->bitmap;
+  ViaBitmap bitmap;
+  for (unsigned i = 0; i < 2 && index_[i] != noWord; ++i) bitmap.wordIs(ViaBitmapIndex(index_[i]), word_[i]);
+  return bitmap;
+}
+
+bool PackedViaBitmap::operator==(const PackedViaBitmap& other) const {
+  if (whole_ || other.whole_) return whole_ && other.whole_ && whole_->bitmap == other.whole_->bitmap;
+  return index_[0] == other.index_[0] && index_[1] == other.index_[1] && word_[0] == other.word_[0] &&
+         word_[1] == other.word_[1];
+}
+
+std::strong_ordering PackedViaBitmap::operator<=>(const PackedViaBitmap& other) const {
+  // Packed bitmaps order before whole ones; any total order consistent
+  // with equality serves the ordering of collections.
+  if (whole_ || other.whole_) {
+    if (!other.whole_) return std::strong_ordering::greater;
+    if (!whole_) return std::strong_ordering::less;
+    return whole_->bitmap <=> other.whole_->bitmap;
+  }
+  for (unsigned i = 0; i < 2; ++i) {
+    if (auto c = index_[i] <=> other.index_[i]; c != 0) return c;
+    if (auto c = word_[i] <=> other.word_[i]; c != 0) return c;
+  }
+  return std::strong_ordering::equal;
+}
+
+std::size_t hash_value(const PackedViaBitmap& packed) {
+  if (packed.whole_) return hash_value(packed.whole_->bitmap);
+  std::uint64_t h = (std::uint64_t(packed.index_[0]) << 48) ^ (std::uint64_t(packed.index_[1]) << 32) ^
+                    packed.word_[0] ^ (std::uint64_t(packed.word_[1]) << 16);
+  h *= 0x9e3779b97f4a7c15ULL;
   return static_cast<std::size_t>(h ^ (h >> 29));
 }
 
@@ -137,7 +199,11 @@ EncapInfo::Value& EncapInfo::maybeCopyWrapper(EncapType kind) {
   } else if (content_->references() > 1) {
     content_ = wrapperFactory(content_->value);
   }
-  content_->value.kind = kind;
+  // The content holds one encapsulation: a new kind starts from scratch.
+  if (content_->value.kind != kind) {
+    content_->value = Value();
+    content_->value.kind = kind;
+  }
   return content_->value;
 }
 
@@ -151,14 +217,12 @@ void EncapInfo::labelsIs(const Nexo::MplsLabelOperation& labels) {
   maybeCopyWrapper(EncapType::encapMpls).labels = labels;
 }
 
-bool EncapInfo::operator==(const EncapInfo& other) const {
-  if (content_ == other.content_) return true;
+bool EncapInfo::contentEqual(const EncapInfo& other) const {
   if (!content_ || !other.content_) return false;
   return content_->value == other.content_->value;
 }
 
-std::strong_ordering EncapInfo::operator<=>(const EncapInfo& other) const {
-  if (content_ == other.content_) return std::strong_ordering::equal;
+std::strong_ordering EncapInfo::contentOrder(const EncapInfo& other) const {
   if (!content_) return std::strong_ordering::less;
   if (!other.content_) return std::strong_ordering::greater;
   return content_->value <=> other.content_->value;
@@ -221,6 +285,8 @@ std::size_t hash_value(const L2AdjRef& ref) {
 std::string L2AdjKey::stringValue() const { return Vex::valueToStrep(type) + " index: " + std::to_string(index); }
 
 // ---- NextHop
+
+static_assert(sizeof(NextHop) <= 56, "a next hop packs into 56 bytes");
 
 namespace {
 
@@ -312,35 +378,103 @@ NextHopCollection::NextHopCollection(L2AdjType l2AdjType) : NextHopCollection() 
   if (l2AdjType != body_->l2AdjType) mutate().l2AdjType = l2AdjType;
 }
 
-NextHopCollection::Body& NextHopCollection::mutate() {
+NextHopCollection::Body& NextHopCollection::mutate(bool sorted) {
+  if (sorted) body();
   if (body_->references() > 1) body_ = Vex::make<Body>(*body_);
   body_->hashValid = false;
   handleNextHopChanged();
   return *body_;
 }
 
+namespace {
+
+// Puts the entries in next-hop order; of entries for the same next hop the
+// one written last stays. The positions are sorted (on the stack for
+// collections of usual size) and the entries then moved once, in place,
+// along the cycles of the permutation, so that sorting allocates nothing.
+template <class Vec>
+void sortKeepingLast(Vec& vec) {
+  constexpr std::size_t onStack = 128;
+  std::uint32_t stackOrder[onStack];
+  std::vector<std::uint32_t> heapOrder;
+  std::uint32_t* order = stackOrder;
+  if (vec.size() > onStack) {
+    heapOrder.resize(vec.size());
+    order = heapOrder.data();
+  }
+  const auto n = static_cast<std::uint32_t>(vec.size());
+  for (std::uint32_t i = 0; i < n; ++i) order[i] = i;
+  std::sort(order, order + n, [&](std::uint32_t a, std::uint32_t b) {
+    auto c = vec[a].first <=> vec[b].first;
+    return c < 0 || (c == 0 && a < b);
+  });
+  // order[i] is the entry that belongs at i; a done position points to
+  // itself.
+  for (std::uint32_t i = 0; i < n; ++i) {
+    if (order[i] == i) continue;
+    auto held = std::move(vec[i]);
+    std::uint32_t j = i;
+    while (order[j] != i) {
+      std::uint32_t from = order[j];
+      vec[j] = std::move(vec[from]);
+      order[j] = j;
+      j = from;
+    }
+    vec[j] = std::move(held);
+    order[j] = j;
+  }
+  std::size_t kept = 0;
+  for (std::size_t i = 0; i < vec.size(); ++i) {
+    if (i + 1 < vec.size() && vec[i + 1].first == vec[i].first) continue;
+    if (kept != i) vec[kept] = std::move(vec[i]);
+    ++kept;
+  }
+  vec.erase(vec.begin() + static_cast<std::ptrdiff_t>(kept), vec.end());
+}
+
+}  // namespace
+
+template <class Vec, class V>
+void NextHopCollection::append(Vec& vec, bool& sorted, const NextHop& nh, V&& value) {
+  // Builders write next hops in via order, not next-hop order: appending
+  // and sorting once when read costs n log n against n^2 for keeping the
+  // vector sorted on every write.
+  if (sorted && !vec.empty() && !(vec.back().first < nh)) sorted = false;
+  vec.emplace_back(nh, std::forward<V>(value));
+}
+
+const NextHopCollection::Body& NextHopCollection::body() const {
+  // Sorting changes how the content is held, not what it is, so it is done
+  // in place even when the content is shared.
+  Body& b = *body_;
+  if (!b.nextHopSorted) {
+    sortKeepingLast(b.nextHop);
+    b.nextHopSorted = true;
+  }
+  if (!b.nextHopBitmapSorted) {
+    sortKeepingLast(b.nextHopBitmap);
+    b.nextHopBitmapSorted = true;
+  }
+  return b;
+}
+
 std::uint32_t NextHopCollection::nextHop(const NextHop& nh) const {
-  auto it = findNextHop(body_->nextHop, nh);
-  return at(body_->nextHop, it, nh) ? it->second : 0;
+  auto it = findNextHop(body().nextHop, nh);
+  return at(body().nextHop, it, nh) ? it->second : 0;
 }
 
 bool NextHopCollection::nextHopHas(const NextHop& nh) const {
-  return at(body_->nextHop, findNextHop(body_->nextHop, nh), nh);
+  return at(body().nextHop, findNextHop(body().nextHop, nh), nh);
 }
 
 void NextHopCollection::nextHopIs(const NextHop& nh, std::uint32_t weight) {
-  auto& vec = mutate().nextHop;
-  auto it = findNextHop(vec, nh);
-  if (it != vec.end() && it->first == nh) {
-    it->second = weight;
-  } else {
-    vec.emplace(it, nh, weight);
-  }
+  Body& b = mutate();
+  append(b.nextHop, b.nextHopSorted, nh, weight);
 }
 
 void NextHopCollection::nextHopDel(const NextHop& nh) {
   if (!nextHopHas(nh)) return;
-  auto& vec = mutate().nextHop;
+  auto& vec = mutate(true).nextHop;
   vec.erase(findNextHop(vec, nh));
 }
 
@@ -350,24 +484,19 @@ void NextHopCollection::nextHopReserve(std::size_t count) {
   b.nextHopBitmap.reserve(count);
 }
 
-const ViaBitmap& NextHopCollection::nextHopBitmap(const NextHop& nh) const {
-  auto it = findNextHop(body_->nextHopBitmap, nh);
-  return at(body_->nextHopBitmap, it, nh) ? it->second : Vex::emptyValue<ViaBitmap>();
+ViaBitmap NextHopCollection::nextHopBitmap(const NextHop& nh) const {
+  auto it = findNextHop(body().nextHopBitmap, nh);
+  return at(body().nextHopBitmap, it, nh) ? it->second.unpack() : ViaBitmap();
 }
 
 void NextHopCollection::nextHopBitmapIs(const NextHop& nh, const ViaBitmap& bitmap) {
-  auto& vec = mutate().nextHopBitmap;
-  auto it = findNextHop(vec, nh);
-  if (it != vec.end() && it->first == nh) {
-    it->second = bitmap;
-  } else {
-    vec.emplace(it, nh, bitmap);
-  }
+  Body& b = mutate();
+  append(b.nextHopBitmap, b.nextHopBitmapSorted, nh, OrbTypes::PackedViaBitmap(bitmap));
 }
 
 void NextHopCollection::nextHopBitmapDel(const NextHop& nh) {
-  if (!at(body_->nextHopBitmap, findNextHop(body_->nextHopBitmap, nh), nh)) return;
-  auto& vec = mutate().nextHopBitmap;
+  if (!at(body().nextHopBitmap, findNextHop(body().nextHopBitmap, nh), nh)) return;
+  auto& vec = mutate(true).nextHopBitmap;
   vec.erase(findNextHop(vec, nh));
 }
 
@@ -439,15 +568,15 @@ void NextHopCollection::updateCaches() {
 std::uint64_t NextHopCollection::totalWeight() const {
   if (totalWeightCache_ != totalWeightNotComputed) return totalWeightCache_;
   std::uint64_t total = 0;
-  for (const auto& [nh, weight] : body_->nextHop) total += weight;
+  for (const auto& [nh, weight] : body().nextHop) total += weight;
   return total;
 }
 
 NextHopTypeCacheType NextHopCollection::nextHopType() const {
   if (nextHopTypeCache_ != NextHopTypeCacheType::invalidCache) return nextHopTypeCache_;
   std::size_t drops = 0;
-  for (const auto& entry : body_->nextHop) drops += entry.first.isDrop();
-  if (drops == body_->nextHop.size()) return NextHopTypeCacheType::allDrop;
+  for (const auto& entry : body().nextHop) drops += entry.first.isDrop();
+  if (drops == body().nextHop.size()) return NextHopTypeCacheType::allDrop;
   return drops == 0 ? NextHopTypeCacheType::noneDrop : NextHopTypeCacheType::someDrop;
 }
 
@@ -455,22 +584,22 @@ bool NextHopCollection::allDrop() const {
   if (nextHopTypeCache_ != NextHopTypeCacheType::invalidCache) {
     return nextHopTypeCache_ == NextHopTypeCacheType::allDrop;
   }
-  return std::all_of(body_->nextHop.begin(), body_->nextHop.end(),
+  return std::all_of(body().nextHop.begin(), body().nextHop.end(),
                      [](const auto& entry) { return entry.first.isDrop(); });
 }
 
 bool NextHopCollection::allArpRequired() const {
-  return !body_->nextHop.empty() && std::all_of(body_->nextHop.begin(), body_->nextHop.end(), [](const auto& entry) {
+  return !body().nextHop.empty() && std::all_of(body().nextHop.begin(), body().nextHop.end(), [](const auto& entry) {
     return entry.first.entryType == NextHopEntryType::nextHopArpRequired;
   });
 }
 
 bool NextHopCollection::allNextHopWeightsAreOne() const {
-  return std::all_of(body_->nextHop.begin(), body_->nextHop.end(), [](const auto& entry) { return entry.second == 1; });
+  return std::all_of(body().nextHop.begin(), body().nextHop.end(), [](const auto& entry) { return entry.second == 1; });
 }
 
 bool NextHopCollection::hasResolvedNextHops() const {
-  return std::any_of(body_->nextHop.begin(), body_->nextHop.end(),
+  return std::any_of(body().nextHop.begin(), body().nextHop.end(),
                      [](const auto& entry) { return entry.first.entryType == NextHopEntryType::nextHopArpResolved; });
 }
 
@@ -502,7 +631,7 @@ NextHopTunnelType NextHopCollection::nextHopGroupTypeToTunnelType(NexthopGroupTy
 }
 
 bool NextHopCollection::verify() const {
-  const Body& b = *body_;
+  const Body& b = body();
   for (std::size_t i = 0; i < b.nextHop.size(); ++i) {
     if (b.nextHop[i].second == 0) return false;
     if (i > 0 && !(b.nextHop[i - 1].first < b.nextHop[i].first)) return false;
@@ -528,7 +657,7 @@ bool NextHopCollection::verify() const {
 }
 
 std::size_t NextHopCollection::hash() const {
-  const Body& b = *body_;
+  const Body& b = body();
   if (b.hashValid) return b.hash;
   std::uint64_t h = std::uint64_t(b.l2AdjType) | (std::uint64_t(b.flags) << 8) | (std::uint64_t(b.tunnelType) << 16) |
                     (std::uint64_t(b.hierarchyHeight) << 24) | (std::uint64_t(b.nextHop.size()) << 32);
@@ -538,7 +667,7 @@ std::size_t NextHopCollection::hash() const {
     h *= 0xff51afd7ed558ccdULL;
   }
   for (const auto& [nh, bitmap] : b.nextHopBitmap) {
-    h ^= hash_value(nh) ^ OrbTypes::hash_value(bitmap);
+    h ^= hash_value(nh) ^ hash_value(bitmap);
     h *= 0xc4ceb9fe1a85ec53ULL;
   }
   // An absent group part and a default one are the same value.
@@ -549,8 +678,8 @@ std::size_t NextHopCollection::hash() const {
 }
 
 bool NextHopCollection::operator==(const NextHopCollection& other) const {
-  const Body& a = *body_;
-  const Body& b = *other.body_;
+  const Body& a = body();
+  const Body& b = other.body();
   if (&a == &b) return true;
   if (a.hashValid && b.hashValid && a.hash != b.hash) return false;
   return a.l2AdjType == b.l2AdjType && a.flags == b.flags && a.tunnelType == b.tunnelType &&
@@ -559,8 +688,8 @@ bool NextHopCollection::operator==(const NextHopCollection& other) const {
 }
 
 std::strong_ordering NextHopCollection::operator<=>(const NextHopCollection& other) const {
-  const Body& a = *body_;
-  const Body& b = *other.body_;
+  const Body& a = body();
+  const Body& b = other.body();
   if (&a == &b) return std::strong_ordering::equal;
   if (auto c = a.l2AdjType <=> b.l2AdjType; c != 0) return c;
   if (auto c = a.flags <=> b.flags; c != 0) return c;

@@ -55,6 +55,8 @@ class ViaBitmapIndex {
 
 // Which via positions (0 to 2047) produced a next hop. Word 64 exists so
 // that the null position has a bit; it is never set by bitSet of a via.
+class PackedViaBitmap;
+
 class ViaBitmap {
  public:
   static constexpr std::uint32_t words = ViaBitmapIndex::max();
@@ -79,11 +81,40 @@ class ViaBitmap {
   std::vector<std::uint32_t> vexRep() const { return positions(); }
   static ViaBitmap fromVexRep(const std::vector<std::uint32_t>& positions);
 
+  friend std::size_t hash_value(const ViaBitmap& bitmap);
+  friend class PackedViaBitmap;
+
  private:
   std::array<std::uint32_t, words> word_{};
 };
 VEX_SCALAR_VALUE(ViaBitmap, "OrbTypes::ViaBitmap", "bitsSet")
 std::size_t hash_value(const ViaBitmap& bitmap);
+
+// A via bitmap as a collection keeps it. Most next hops come from one or
+// two vias, so up to two non-zero words are held inline and a bitmap with
+// more is kept whole and shared; this keeps a collection of 64 next hops
+// from carrying 16 KB of mostly zero words through every copy, hash and
+// comparison. Equal bitmaps always pack the same way.
+class PackedViaBitmap {
+ public:
+  PackedViaBitmap() = default;
+  explicit PackedViaBitmap(const ViaBitmap& bitmap);
+  ViaBitmap unpack() const;
+
+  bool operator==(const PackedViaBitmap& other) const;
+  std::strong_ordering operator<=>(const PackedViaBitmap& other) const;
+  friend std::size_t hash_value(const PackedViaBitmap& packed);
+
+ private:
+  static constexpr std::uint16_t noWord = 0xffff;
+  struct Whole : Vex::PtrInterface {
+    explicit Whole(const ViaBitmap& b) : bitmap(b) {}
+    ViaBitmap bitmap;
+  };
+  std::uint16_t index_[2] = {noWord, noWord};
+  std::uint32_t word_[2] = {0, 0};
+  Vex::Ptr<Whole> whole_;
+};
 
 // Walks the set bits of a bitmap in increasing order, on its own copy:
 //   for (ViaBitmapIter it(bitmap); it; ++it) use(it.position());
@@ -97,7 +128,8 @@ class ViaBitmapIter {
 
   std::uint32_t position() const { return position_; }
   bool done() const { return done_; }
-  explicit operator bool() const { return !done_ && position_ <= ViaBitmapRange::null; }
+  // True while at a via position: not done, and not before the first bit.
+  explicit operator bool() const { return !done_ && position_ <= ViaBitmapRange::max; }
   ViaBitmapIter& operator++();
 
  private:
@@ -227,8 +259,11 @@ class EncapInfo {
   // Whether another EncapInfo holds the same content (for tests and stats).
   bool sharesContentWith(const EncapInfo& other) const { return content_ && content_ == other.content_; }
 
-  bool operator==(const EncapInfo& other) const;
-  std::strong_ordering operator<=>(const EncapInfo& other) const;
+  // Most next hops have no encapsulation: that case stays inline.
+  bool operator==(const EncapInfo& other) const { return content_ == other.content_ || contentEqual(other); }
+  std::strong_ordering operator<=>(const EncapInfo& other) const {
+    return content_ == other.content_ ? std::strong_ordering::equal : contentOrder(other);
+  }
 
   std::optional<Value> vexRep() const;
   static EncapInfo fromVexRep(const std::optional<Value>& rep);
@@ -242,6 +277,8 @@ class EncapInfo {
   // Makes the content this EncapInfo's own, creating it when absent.
   Value& maybeCopyWrapper(EncapType kind);
   const Value& content() const;
+  bool contentEqual(const EncapInfo& other) const;
+  std::strong_ordering contentOrder(const EncapInfo& other) const;
 
   Vex::Ptr<Content> content_;
 };
@@ -264,7 +301,7 @@ class L2AdjRef {
   explicit operator bool() const { return adj_ != nullptr; }
   std::optional<L2AdjKey> key() const;
 
-  bool operator==(const L2AdjRef& other) const { return key() == other.key(); }
+  bool operator==(const L2AdjRef& other) const { return adj_ == other.adj_ || key() == other.key(); }
   std::strong_ordering operator<=>(const L2AdjRef& other) const;
 
   std::optional<L2AdjKey> vexRep() const { return key(); }
@@ -277,13 +314,16 @@ VEX_SCALAR_VALUE(L2AdjRef, "Orb::L2AdjRef", "key")
 std::size_t hash_value(const L2AdjRef& ref);
 
 // One concrete next hop.
+//
+// Fields are laid out to pack into 56 bytes: a collection holds up to 64
+// of them and copies, compares and hashes them on every build.
 struct NextHop {
   NextHopEntryType entryType = NextHopEntryType::nextHopDrop;
+  Routing::NexthopGroup::EntryCounterType nhgCounterType = Routing::NexthopGroup::EntryCounterType::entryCounterNone;
+  Tunnel::TunnelTable::TunnelId tunnelId = 0;
   Nexo::EthAddr mac;
   Nexo::IntfId l2Intf;
   Nexo::IntfId l3Intf;
-  Tunnel::TunnelTable::TunnelId tunnelId = 0;
-  Routing::NexthopGroup::EntryCounterType nhgCounterType = Routing::NexthopGroup::EntryCounterType::entryCounterNone;
   NextHopGroupEntryKey nhgEntryKey;
   EncapInfo encap;
   L2AdjRef hierarchicalNextLevelL2Adj;
@@ -312,7 +352,7 @@ struct NextHop {
   auto operator<=>(const NextHop&) const = default;
 };
 BOOST_DESCRIBE_STRUCT(NextHop, (),
-                      (entryType, mac, l2Intf, l3Intf, tunnelId, nhgCounterType, nhgEntryKey, encap,
+                      (entryType, nhgCounterType, tunnelId, mac, l2Intf, l3Intf, nhgEntryKey, encap,
                        hierarchicalNextLevelL2Adj))
 [[maybe_unused]] inline const char* vexTypeName(const NextHop*) { return "Orb::NextHop"; }
 std::size_t hash_value(const NextHop& nh);
@@ -398,7 +438,7 @@ class NextHopCollection {
   static constexpr std::uint8_t potentialHierarchicalNextHopFlag = 2;
 
   using NextHopWeights = std::vector<std::pair<NextHop, std::uint32_t>>;
-  using NextHopBitmaps = std::vector<std::pair<NextHop, ViaBitmap>>;
+  using NextHopBitmaps = std::vector<std::pair<NextHop, OrbTypes::PackedViaBitmap>>;
 
   NextHopCollection();
   explicit NextHopCollection(L2AdjType l2AdjType);
@@ -406,17 +446,18 @@ class NextHopCollection {
   L2AdjType l2AdjType() const { return body_->l2AdjType; }
 
   // nextHop: next hop -> weight (0 when absent).
-  const NextHopWeights& nextHop() const { return body_->nextHop; }
+  const NextHopWeights& nextHop() const { return body().nextHop; }
   std::uint32_t nextHop(const NextHop& nh) const;
   bool nextHopHas(const NextHop& nh) const;
-  std::size_t nextHopSize() const { return body_->nextHop.size(); }
+  std::size_t nextHopSize() const { return body().nextHop.size(); }
   void nextHopIs(const NextHop& nh, std::uint32_t weight);
   void nextHopDel(const NextHop& nh);
   void nextHopReserve(std::size_t count);
 
-  // nextHopBitmap: next hop -> via positions (empty when absent).
-  const NextHopBitmaps& nextHopBitmap() const { return body_->nextHopBitmap; }
-  const ViaBitmap& nextHopBitmap(const NextHop& nh) const;
+  // nextHopBitmap: next hop -> via positions (empty when absent); the
+  // whole map holds them packed (PackedViaBitmap::unpack).
+  const NextHopBitmaps& nextHopBitmap() const { return body().nextHopBitmap; }
+  ViaBitmap nextHopBitmap(const NextHop& nh) const;
   void nextHopBitmapIs(const NextHop& nh, const ViaBitmap& bitmap);
   void nextHopBitmapDel(const NextHop& nh);
 
@@ -434,6 +475,7 @@ class NextHopCollection {
   // Next-hop-group fields: read through a shared default while none was
   // written; the first write creates the group part of this collection.
   const NextHopGroupInfo& nhgcRawOrDefault() const;
+  // The reference is good until this collection is next written or hashed.
   NextHopGroupInfo& nhgcMutate();
   bool hasNhgc() const { return body_->nhgc != nullptr; }
   std::uint32_t nextHopGroupSize() const { return nhgcRawOrDefault().nextHopGroupSize; }
@@ -507,16 +549,23 @@ class NextHopCollection {
     std::uint8_t flags = 0;
     NextHopTunnelType tunnelType = NextHopTunnelType::none;
     std::uint8_t hierarchyHeight = 0;
-    NextHopWeights nextHop;
-    NextHopBitmaps nextHopBitmap;
+    // Kept in next-hop order except right after writes (see append).
+    mutable NextHopWeights nextHop;
+    mutable NextHopBitmaps nextHopBitmap;
+    mutable bool nextHopSorted = true;
+    mutable bool nextHopBitmapSorted = true;
     Vex::Ptr<SharedGroupInfo> nhgc;
     mutable std::size_t hash = 0;
     mutable bool hashValid = false;
   };
 
-  // The content, made this collection's own for a write; drops the hash
-  // and the caches.
-  Body& mutate();
+  // The content, made this collection's own for a write (in next-hop
+  // order when `sorted`); drops the hash and the caches.
+  Body& mutate(bool sorted = false);
+  // The content in next-hop order, for reading.
+  const Body& body() const;
+  template <class Vec, class V>
+  static void append(Vec& vec, bool& sorted, const NextHop& nh, V&& value);
 
   Vex::Ptr<Body> body_;
   std::uint64_t totalWeightCache_ = totalWeightNotComputed;
