@@ -8,6 +8,7 @@
 
 #include "Orb/OrbBaseHelper.h"
 #include "Orb/OrbCommonTypes.h"
+#include "Orb/OrbNexthopTypes.h"
 #include "platform/types/Bridging.h"
 #include "platform/types/Nexo.h"
 
@@ -108,6 +109,23 @@ class OrbHelperLagSm : public Orb::OrbBaseHelper {
   virtual void maybeShareLagMembership(const Nexo::IntfId&, const Nexo::IntfId&, bool) {}
   virtual void handleVerify() {}
   virtual void handleRetryVerify() {}
+};
+
+// Layer-2 adjacencies in hardware, one per distinct next-hop collection.
+// An add answers addSuccess, or addBusy / addFull when the chip refused it;
+// a refused adjacency is offered again later.
+class OrbHelperL2Adj : public Orb::OrbBaseHelper {
+ public:
+  static constexpr std::uint32_t addSuccess = 0;
+  static constexpr std::uint32_t addBusy = 1;
+  static constexpr std::uint32_t addFull = 2;
+
+  explicit OrbHelperL2Adj(const std::string& name = "OrbHelperL2Adj") : OrbBaseHelper(name) {}
+
+  virtual std::uint32_t doAddAdjacency(const Orb::L2AdjKey&, const Orb::NextHopCollection&) {
+    return ORB_UNIMPLEMENTED(OrbHelperL2Adj, doAddAdjacency);
+  }
+  virtual void doRemoveAdjacency(const Orb::L2AdjKey&) { ORB_UNIMPLEMENTED(OrbHelperL2Adj, doRemoveAdjacency); }
 };
 
 class OrbHelperRecircSm : public Orb::OrbBaseHelper {

@@ -43,6 +43,7 @@ Agent::Agent(const Options& options) {
   lag_ = add<LagFeature>();
   stp_ = add<StpFeature>(*vlan_);
   mac_ = add<MacFeature>(*vlan_);
+  l3_ = add<L3Feature>();
   for (auto& feature : features_) feature->registerCommands();
 }
 

@@ -7,6 +7,7 @@
 #include "agent/CommandShell.h"
 #include "agent/CoreFeature.h"
 #include "agent/Feature.h"
+#include "agent/L3Feature.h"
 #include "agent/LagFeature.h"
 #include "agent/MacFeature.h"
 #include "agent/StpFeature.h"
@@ -39,6 +40,7 @@ class Agent {
   const Vex::Ptr<Orb::StpSm>& stpSm() const { return stp_->sm(); }
   SoftChip::SoftFdbHelper& fdbHelper() { return *mac_->helper(); }
   const Vex::Ptr<Orb::MacAddrSm>& macAddrSm() const { return mac_->sm(); }
+  L3Feature& l3() { return *l3_; }
 
   // Runs one command line, then lets the loop do what became due.
   void execute(const std::string& line, std::ostream& out);
@@ -76,6 +78,7 @@ class Agent {
   LagFeature* lag_ = nullptr;
   StpFeature* stp_ = nullptr;
   MacFeature* mac_ = nullptr;
+  L3Feature* l3_ = nullptr;
 };
 
 }  // namespace Agent

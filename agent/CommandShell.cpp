@@ -12,6 +12,25 @@ void CommandShell::commandIs(const std::string& words, const std::string& usage,
   commands_[words] = Command{split(words), usage, help, std::move(handler)};
 }
 
+void CommandShell::commandFormIs(const std::string& words, const std::string& usage,
+                                 std::function<bool(const Args&)> mine, Handler handler) {
+  auto it = commands_.find(words);
+  if (it == commands_.end()) {
+    commandIs(words, usage, "", std::move(handler));
+    return;
+  }
+  Command& command = it->second;
+  command.usage += " | " + usage;
+  command.handler = [mine = std::move(mine), handler = std::move(handler), previous = std::move(command.handler)](
+                        const Args& args, std::ostream& out) {
+    if (mine(args)) {
+      handler(args, out);
+    } else {
+      previous(args, out);
+    }
+  };
+}
+
 Args CommandShell::split(const std::string& line) {
   Args words;
   std::istringstream in(line);

@@ -28,6 +28,10 @@ class CommandShell {
   // `words` is the command's fixed leading words ("show version"); `usage`
   // the rest of its syntax, for help.
   void commandIs(const std::string& words, const std::string& usage, const std::string& help, Handler handler);
+  // Adds a form to a command another feature registered: `handler` runs
+  // the lines `mine` accepts and hands the others to the command as it was.
+  void commandFormIs(const std::string& words, const std::string& usage, std::function<bool(const Args&)> mine,
+                     Handler handler);
 
   // Runs one line. Blank lines and `#` comments do nothing. Throws
   // CommandError on an unknown command or bad arguments.

@@ -1,0 +1,214 @@
+#include "agent/L3Feature.h"
+
+#include <fmt/format.h>
+
+namespace Agent {
+
+using Orb::VrfId;
+using GlobalFecId = Pond::Fib::GlobalFecId;
+
+// A watched prefix is looked up in its VRF's trie from then on.
+class L3Feature::WatchReactor : public Orb::RouteReactorConfig::Notifiee {
+ public:
+  WatchReactor(const Vex::Ptr<Orb::RouteReactorConfig>& config, Orb::RouteReactorStatus& status)
+      : Notifiee(config), status_(status) {}
+  void handleWatchedPrefix(const Orb::VrfAndPrefix& vp) override {
+    if (notifier()->watchedPrefixHas(vp)) {
+      status_.triePrefixIs(vp);
+    } else {
+      status_.triePrefixDel(vp);
+    }
+  }
+
+ private:
+  Orb::RouteReactorStatus& status_;
+};
+
+class L3Feature::Watch6Reactor : public Orb::Route6ReactorConfig::Notifiee {
+ public:
+  Watch6Reactor(const Vex::Ptr<Orb::Route6ReactorConfig>& config, Orb::Route6ReactorStatus& status)
+      : Notifiee(config), status_(status) {}
+  void handleWatchedPrefix(const Orb::VrfAndIp6Prefix& vp) override {
+    if (notifier()->watchedPrefixHas(vp)) {
+      status_.triePrefixIs(vp);
+    } else {
+      status_.triePrefixDel(vp);
+    }
+  }
+
+ private:
+  Orb::Route6ReactorStatus& status_;
+};
+
+// The reviewer: every review request rebuilds the FEC's collection and
+// counts a pass.
+class L3Feature::ReviewReactor : public Orb::L3Status::Notifiee {
+ public:
+  ReviewReactor(const Vex::Ptr<Orb::L3Status>& status, L3Feature& owner) : Notifiee(status), owner_(owner) {}
+  void handleAdjEntryReviewList(const GlobalFecId& fec) override {
+    if (!notifier()->adjEntryReviewListHas(fec)) return;
+    notifier()->adjEntryReviewCntInc();
+    owner_.fecReview(fec);
+  }
+
+ private:
+  L3Feature& owner_;
+};
+
+L3Feature::L3Feature(const AgentCore& core) : Feature(core) {
+  l3Status_ = Orb::l3StatusFactory("l3Status");
+  internal_ = Orb::orbInternalL3StatusFactory("orbInternalL3Status");
+  routeConfig_ = Orb::routeReactorConfigFactory("routeReactorConfig");
+  route6Config_ = Orb::route6ReactorConfigFactory("route6ReactorConfig");
+  routeStatus_ = Orb::routeReactorStatusFactory("routeReactorStatus");
+  route6Status_ = Orb::route6ReactorStatusFactory("route6ReactorStatus");
+  binder_ = std::make_unique<Orb::L2AdjBinder>(l3Status_, internal_);
+  watchReactor_ = std::make_unique<WatchReactor>(routeConfig_, *routeStatus_);
+  watch6Reactor_ = std::make_unique<Watch6Reactor>(route6Config_, *route6Status_);
+  reviewReactor_ = std::make_unique<ReviewReactor>(l3Status_, *this);
+  adjHelper_ = Vex::make<SoftChip::SoftAdjHelper>(chip_);
+  l2AdjSm_ = Orb::l2AdjSmFactory({ocsd_, adjHelper_, l3Status_, internal_});
+  // The default VRF is there from the start, as the routing agent makes it.
+  vrfIs(L3::VrfName("default"));
+  l3Status_->initializedIs(true);
+}
+
+L3Feature::~L3Feature() {
+  reviewReactor_.reset();
+  watch6Reactor_.reset();
+  watchReactor_.reset();
+  l2AdjSm_.reset();
+  adjHelper_.reset();
+}
+
+VrfId L3Feature::vrfIs(const L3::VrfName& name) {
+  if (l3Status_->vrfIdHas(name)) return l3Status_->vrfId(name);
+  // The default VRF is 0; the others are numbered in order of creation.
+  VrfId id(0);
+  if (!name.isDefault()) {
+    for (const auto& [known, number] : l3Status_->vrfId()) id = std::max(id, VrfId(number.value() + 1));
+  }
+  l3Status_->vrfIdIs(name, id);
+  l3Status_->vrfNameIs(id, name);
+  // The ARP agent numbers VRFs its own way: here, from 1000 on.
+  auto status = l3Status_->vrfL3StatusIs(name, 1000 + id.value());
+  status->tableIdIs(Pond::Fib::TableId(static_cast<std::uint16_t>(id.value())));
+  status->routingEnabledIs(true);
+  status->routing6EnabledIs(true);
+  return id;
+}
+
+VrfId L3Feature::vrfNamed(const std::string& name) const {
+  L3::VrfName vrfName;
+  try {
+    vrfName = L3::VrfName(name);
+  } catch (const Vex::RangeError& e) {
+    throw CommandError(e.what());
+  }
+  if (!l3Status_->vrfIdHas(vrfName)) throw CommandError("no VRF '" + name + "' (vrf NAME first)");
+  return l3Status_->vrfId(vrfName);
+}
+
+void L3Feature::intfVrfIs(const Nexo::IntfId& intf, VrfId vrf) {
+  if (l3Status_->l3IntfVrfIdHas(intf)) {
+    VrfId old = l3Status_->l3IntfVrfId(intf);
+    if (old == vrf) return;
+    if (!internal_->intfToAdjEntry(intf).empty()) {
+      throw CommandError(
+          fmt::format("{} carries vias of FECs; remove them before moving it to another VRF", intf.stringValue()));
+    }
+    l3Status_->l3IntfVrfIdDel(intf, old);
+  }
+  l3Status_->l3IntfVrfIdIs(intf, vrf);
+  l3Status_->vrfL3Status(l3Status_->vrfName(vrf))->l3IntfIs(intf, true);
+}
+
+void L3Feature::fecViaIs(GlobalFecId fec, const Orb::Via& via, std::uint32_t weight) {
+  if (!l3Status_->l3IntfVrfIdHas(via.l3Intf)) {
+    throw CommandError(via.l3Intf.stringValue() + " is not a routed interface (interface INTF vrf NAME first)");
+  }
+  VrfId vrf = l3Status_->l3IntfVrfId(via.l3Intf);
+  if (internal_->fecIdToVrfIdHas(fec) && internal_->fecIdToVrfId(fec) != vrf) {
+    throw CommandError(fmt::format("fec {} has its vias in VRF {}, not in VRF {} of {}", fec.value(),
+                                   l3Status_->vrfName(internal_->fecIdToVrfId(fec)).value(),
+                                   l3Status_->vrfName(vrf).value(), via.l3Intf.stringValue()));
+  }
+  auto entry = l3Status_->adjEntryListIs(fec);
+  Orb::AdjVia vias = entry->adjVia();
+  vias.viaIs(via, weight);
+  entry->adjViaIs(vias);
+  internal_->fecIdToVrfIdIs(fec, vrf);
+  auto users = internal_->nextHopToAdjEntry(Orb::VrfAndIpGenAddr(vrf, via.nextHop));
+  users.insert(fec);
+  internal_->nextHopToAdjEntryIs(Orb::VrfAndIpGenAddr(vrf, via.nextHop), users);
+  users = internal_->intfToAdjEntry(via.l3Intf);
+  users.insert(fec);
+  internal_->intfToAdjEntryIs(via.l3Intf, users);
+  fecReview(fec);
+}
+
+void L3Feature::fecDel(GlobalFecId fec) {
+  auto entry = l3Status_->adjEntryList(fec);
+  if (!entry) throw CommandError(fmt::format("no fec {}", fec.value()));
+  auto counts = l3Status_->adjPrefixCountStatus();
+  std::uint64_t routes = counts->adjPrefixCount(fec) + counts->adjPrefix6Count(fec);
+  if (routes)
+    throw CommandError(fmt::format("fec {} is used by {} route{}", fec.value(), routes, routes == 1 ? "" : "s"));
+  VrfId vrf = internal_->fecIdToVrfId(fec);
+  for (const auto& [via, count] : entry->adjVia().via()) {
+    Orb::VrfAndIpGenAddr nextHop(vrf, via.nextHop);
+    auto users = internal_->nextHopToAdjEntry(nextHop);
+    users.erase(fec);
+    if (users.empty()) {
+      internal_->nextHopToAdjEntryDel(nextHop);
+    } else {
+      internal_->nextHopToAdjEntryIs(nextHop, users);
+    }
+    users = internal_->intfToAdjEntry(via.l3Intf);
+    users.erase(fec);
+    if (users.empty()) {
+      internal_->intfToAdjEntryDel(via.l3Intf);
+    } else {
+      internal_->intfToAdjEntryIs(via.l3Intf, users);
+    }
+  }
+  binder_->fecDel(fec);
+  internal_->fecIdToVrfIdDel(fec);
+  l3Status_->adjEntryReviewListDel(fec);
+}
+
+void L3Feature::neighborIs(const Orb::VrfAndIpAddr& addr, const Orb::NeighborInfo& neighbor) {
+  auto& held = neighbors_[addr];
+  held = neighbor;
+  l3Status_->resolvedAddrIs(addr, true);
+  for (const auto& fec : internal_->nextHopToAdjEntry(Orb::VrfAndIpGenAddr(addr))) fecReview(fec);
+}
+
+void L3Feature::neighborDel(const Orb::VrfAndIpAddr& addr) {
+  if (!neighbors_.erase(addr)) {
+    throw CommandError(
+        fmt::format("no neighbour {} in VRF {}", addr.addr.stringValue(), l3Status_->vrfName(addr.vrfId).value()));
+  }
+  l3Status_->resolvedAddrDel(addr);
+  for (const auto& fec : internal_->nextHopToAdjEntry(Orb::VrfAndIpGenAddr(addr))) fecReview(fec);
+}
+
+void L3Feature::fecReview(GlobalFecId fec) {
+  auto entry = l3Status_->adjEntryList(fec);
+  if (!entry) return;
+  auto lookup = [this](const Orb::VrfAndIpAddr& addr) -> std::optional<Orb::NeighborInfo> {
+    auto it = neighbors_.find(addr);
+    if (it == neighbors_.end()) return std::nullopt;
+    return it->second;
+  };
+  auto nextHops = Orb::buildNextHopCollection(entry->adjVia(), internal_->fecIdToVrfId(fec), lookup);
+  binder_->fecNextHopsIs(fec, nextHops, Orb::TableType::tableTypeLongestPrefix);
+}
+
+GlobalFecId L3Feature::knownFec(const std::string& text) const {
+  GlobalFecId fec(static_cast<std::uint64_t>(parseInteger(text, 1, 0xffffffffL)));
+  if (!l3Status_->adjEntryListHas(fec)) throw CommandError("no fec " + text + " (fec ID via ADDR INTF first)");
+  return fec;
+}
+
+}  // namespace Agent

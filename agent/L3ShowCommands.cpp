@@ -1,0 +1,258 @@
+// `show ip route`, `show ipv6 route`, `show adjacency` and `show ip watched`:
+// the status model as the routing agents and the chip layer see it.
+#include "agent/JsonOutput.h"
+#include "agent/L3Feature.h"
+
+#include <fmt/format.h>
+
+#include <map>
+#include <optional>
+
+namespace Agent {
+
+namespace {
+
+using GlobalFecId = Pond::Fib::GlobalFecId;
+
+std::string nextHopText(const Orb::NextHop& nh, std::uint32_t weight) {
+  return fmt::format("{} {} {} weight {} {}", nh.mac.stringValue(), nh.l2Intf.stringValue(), nh.l3Intf.stringValue(),
+                     weight, Vex::valueToStrep(nh.entryType));
+}
+
+void nextHopsJson(JsonWriter& w, const Orb::NextHopCollection& nextHops) {
+  w.StartArray();
+  for (const auto& [nh, weight] : nextHops.nextHop()) {
+    w.StartObject();
+    w.Key("type");
+    w.String(Vex::valueToStrep(nh.entryType).c_str());
+    w.Key("mac");
+    w.String(nh.mac.stringValue().c_str());
+    w.Key("l2Intf");
+    w.String(nh.l2Intf.stringValue().c_str());
+    w.Key("l3Intf");
+    w.String(nh.l3Intf.stringValue().c_str());
+    w.Key("weight");
+    w.Uint(weight);
+    w.EndObject();
+  }
+  w.EndArray();
+}
+
+// The routes of one family by VRF name, then prefix.
+template <class VrfPrefix>
+using RoutesByVrf = std::map<std::string, std::map<VrfPrefix, Orb::AdjInfo>>;
+
+template <class VrfPrefix, class Map>
+RoutesByVrf<VrfPrefix> routesByVrf(const Orb::L3Status& status, const Map& routes,
+                                   const std::optional<Orb::VrfId>& vrf) {
+  RoutesByVrf<VrfPrefix> byVrf;
+  if (vrf) byVrf[status.vrfName(*vrf).value()];
+  for (const auto& [vp, info] : routes) {
+    if (vrf && vp.vrfId != *vrf) continue;
+    byVrf[status.vrfName(vp.vrfId).value()].emplace(vp, info);
+  }
+  return byVrf;
+}
+
+}  // namespace
+
+void L3Feature::registerShowCommands() {
+  auto showRoutes = [this](const auto& routes, Args args, std::ostream& out, const std::string& usage) {
+    using VrfPrefix = typename std::decay_t<decltype(routes)>::key_type;
+    using Prefix = decltype(VrfPrefix{}.prefix);
+    bool json = takeJsonFlag(args);
+    std::optional<Orb::VrfId> vrf;
+    if (args.size() >= 2 && args[0] == "vrf") {
+      vrf = vrfNamed(args[1]);
+      args.erase(args.begin(), args.begin() + 2);
+    }
+    if (args.size() > 1) throw CommandError("usage: " + usage);
+    std::optional<Prefix> only;
+    if (!args.empty()) {
+      try {
+        only = Prefix(args[0]);
+      } catch (const std::exception&) {
+        throw CommandError("bad prefix '" + args[0] + "'");
+      }
+    }
+    auto byVrf = routesByVrf<VrfPrefix>(*l3Status_, routes, vrf);
+    auto adjOf = [this](GlobalFecId fec) {
+      auto entry = l3Status_->adjEntryList(fec);
+      return entry ? entry->l2Adj() : nullptr;
+    };
+    if (json) {
+      printJson(out, [&](JsonWriter& w) {
+        w.StartObject();
+        w.Key("vrfs");
+        w.StartObject();
+        for (const auto& [name, vrfRoutes] : byVrf) {
+          w.Key(name.c_str());
+          w.StartObject();
+          for (const auto& [vp, info] : vrfRoutes) {
+            if (only && vp.prefix != *only) continue;
+            w.Key(vp.prefix.stringValue().c_str());
+            w.StartObject();
+            w.Key("fec");
+            w.Uint64(info.fecId.value());
+            auto adj = adjOf(info.fecId);
+            w.Key("adjacency");
+            w.String(adj ? adj->key().stringValue().c_str() : "");
+            w.Key("state");
+            w.String(adj ? Vex::valueToStrep(adj->state()).c_str() : "");
+            w.Key("nextHops");
+            nextHopsJson(w, adj ? adj->nextHops() : Orb::NextHopCollection());
+            w.EndObject();
+          }
+          w.EndObject();
+        }
+        w.EndObject();
+        w.EndObject();
+      });
+      return;
+    }
+    for (const auto& [name, vrfRoutes] : byVrf) {
+      out << "VRF " << name << "\n";
+      for (const auto& [vp, info] : vrfRoutes) {
+        if (only && vp.prefix != *only) continue;
+        auto adj = adjOf(info.fecId);
+        out << fmt::format("  {} fec {} adjacency {} {}\n", vp.prefix.stringValue(), info.fecId.value(),
+                           adj ? adj->key().stringValue() : "none", adj ? Vex::valueToStrep(adj->state()) : "");
+        if (!adj) continue;
+        for (const auto& [nh, weight] : adj->nextHops().nextHop()) out << "    via " << nextHopText(nh, weight) << "\n";
+      }
+    }
+  };
+  shell_.commandIs("show ip route", "[vrf NAME] [PREFIX] [json]", "IPv4 routes: FEC, shared adjacency, next hops",
+                   [this, showRoutes](const Args& args, std::ostream& out) {
+                     showRoutes(l3Status_->adjInfoColl()->adjInfoList(), args, out,
+                                "show ip route [vrf NAME] [PREFIX] [json]");
+                   });
+  shell_.commandIs("show ipv6 route", "[vrf NAME] [PREFIX] [json]", "IPv6 routes: FEC, shared adjacency, next hops",
+                   [this, showRoutes](const Args& args, std::ostream& out) {
+                     showRoutes(l3Status_->adjInfoColl()->adjInfo6List(), args, out,
+                                "show ipv6 route [vrf NAME] [PREFIX] [json]");
+                   });
+
+  shell_.commandIs(
+      "show adjacency", "[json]", "shared adjacencies: next hops, state and users per table type",
+      [this](Args args, std::ostream& out) {
+        bool json = takeJsonFlag(args);
+        expectArgs(args, 0, 0, "show adjacency [json]");
+        std::map<Orb::L2AdjKey, Vex::Ptr<Orb::L2Adjacency>> adjs(l3Status_->l2AdjList().begin(),
+                                                                 l3Status_->l2AdjList().end());
+        auto counts = l3Status_->adjPrefixCountStatus();
+        if (json) {
+          printJson(out, [&](JsonWriter& w) {
+            w.StartObject();
+            w.Key("collections");
+            w.Uint64(internal_->nextHopsToL2AdjSize());
+            w.Key("reviewPasses");
+            w.Uint64(l3Status_->adjEntryReviewCnt());
+            w.Key("adjacencies");
+            w.StartObject();
+            for (const auto& [key, adj] : adjs) {
+              w.Key(key.stringValue().c_str());
+              w.StartObject();
+              w.Key("state");
+              w.String(Vex::valueToStrep(adj->state()).c_str());
+              w.Key("nextHops");
+              nextHopsJson(w, adj->nextHops());
+              w.Key("users");
+              w.StartObject();
+              std::set<GlobalFecId> fecs(adj->adjEntry().begin(), adj->adjEntry().end());
+              for (const auto& fec : fecs) {
+                w.Key(std::to_string(fec.value()).c_str());
+                w.StartObject();
+                w.Key("tableTypes");
+                w.Uint(adj->adjEntryAndTableType(fec).value());
+                w.Key("routes");
+                w.Uint64(counts->adjPrefixCount(fec) + counts->adjPrefix6Count(fec));
+                w.EndObject();
+              }
+              w.EndObject();
+              w.Key("usersPerTableType");
+              w.StartObject();
+              for (const auto& [type, users] : std::map(adj->adjTableType().begin(), adj->adjTableType().end())) {
+                w.Key(Vex::valueToStrep(type).c_str());
+                w.Uint(users);
+              }
+              w.EndObject();
+              w.EndObject();
+            }
+            w.EndObject();
+            w.Key("reviews");
+            w.StartObject();
+            for (const auto& [fec, mask] :
+                 std::map(l3Status_->adjEntryReviewList().begin(), l3Status_->adjEntryReviewList().end())) {
+              w.Key(std::to_string(fec.value()).c_str());
+              w.Uint(static_cast<std::uint32_t>(mask));
+            }
+            w.EndObject();
+            w.EndObject();
+          });
+          return;
+        }
+        for (const auto& [key, adj] : adjs) {
+          std::set<GlobalFecId> fecs(adj->adjEntry().begin(), adj->adjEntry().end());
+          std::string users;
+          for (const auto& fec : fecs) users += " " + std::to_string(fec.value());
+          out << fmt::format("Adjacency {} {} fecs{}\n", key.stringValue(), Vex::valueToStrep(adj->state()), users);
+          for (const auto& [nh, weight] : adj->nextHops().nextHop()) out << "  via " << nextHopText(nh, weight) << "\n";
+          for (const auto& [type, count] : std::map(adj->adjTableType().begin(), adj->adjTableType().end()))
+            out << fmt::format("  {} users {}\n", Vex::valueToStrep(type), count);
+        }
+        out << fmt::format("collections {} adjacencies {} review passes {}\n", internal_->nextHopsToL2AdjSize(),
+                           adjs.size(), l3Status_->adjEntryReviewCnt());
+      });
+
+  shell_.commandIs("show ip watched", "[json]", "watched prefixes with their reference counts and options",
+                   [this](Args args, std::ostream& out) {
+                     bool json = takeJsonFlag(args);
+                     expectArgs(args, 0, 0, "show ip watched [json]");
+                     struct Row {
+                       std::string vrf, prefix;
+                       std::uint32_t refCount;
+                       bool monitorNhMac, proactiveArp;
+                     };
+                     std::vector<Row> rows;
+                     auto collect = [&](const auto& watched) {
+                       std::map<typename std::decay_t<decltype(watched)>::key_type, const void*> sorted;
+                       for (const auto& [vp, config] : watched) sorted.emplace(vp, &config);
+                       for (const auto& [vp, raw] : sorted) {
+                         const auto& config = watched.at(vp);
+                         rows.push_back({l3Status_->vrfName(vp.vrfId).value(), vp.prefix.stringValue(), config.refCount,
+                                         config.monitorNhMac, config.proactiveArp});
+                       }
+                     };
+                     collect(routeConfig_->watchedPrefix());
+                     collect(route6Config_->watchedPrefix());
+                     if (json) {
+                       printJson(out, [&](JsonWriter& w) {
+                         w.StartArray();
+                         for (const auto& row : rows) {
+                           w.StartObject();
+                           w.Key("vrf");
+                           w.String(row.vrf.c_str());
+                           w.Key("prefix");
+                           w.String(row.prefix.c_str());
+                           w.Key("refCount");
+                           w.Uint(row.refCount);
+                           w.Key("monitorNhMac");
+                           w.Bool(row.monitorNhMac);
+                           w.Key("proactiveArp");
+                           w.Bool(row.proactiveArp);
+                           w.EndObject();
+                         }
+                         w.EndArray();
+                       });
+                       return;
+                     }
+                     for (const auto& row : rows) {
+                       out << fmt::format("{} {} refs {}{}{}\n", row.vrf, row.prefix, row.refCount,
+                                          row.monitorNhMac ? " monitor-mac" : "",
+                                          row.proactiveArp ? " proactive-arp" : "");
+                     }
+                   });
+}
+
+}  // namespace Agent

@@ -1,0 +1,102 @@
+// Layer-3 commands of orb-agent: bad input is refused with a reason and
+// changes nothing; good input reaches the status model and the chip.
+#include "agent/Agent.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace {
+
+std::string run(Agent::Agent& agent, const std::string& line) {
+  std::ostringstream out;
+  agent.execute(line, out);
+  return out.str();
+}
+
+std::string error(Agent::Agent& agent, const std::string& line) {
+  try {
+    run(agent, line);
+  } catch (const Agent::CommandError& e) {
+    return e.what();
+  }
+  return "";
+}
+
+class L3CommandsTest : public ::testing::Test {
+ protected:
+  Agent::Agent agent{Agent::Options{}};
+  void SetUp() override {
+    run(agent, "vrf red");
+    run(agent, "interface Ethernet1 vrf red");
+    run(agent, "interface Ethernet2 vrf default");
+    run(agent, "fec 10 via 10.0.0.2 Ethernet1");
+  }
+  std::string state() {
+    return run(agent, "show ip route json") + run(agent, "show adjacency json") + run(agent, "show ip watched json") +
+           agent.chip().json();
+  }
+};
+
+TEST_F(L3CommandsTest, BadInputIsRefusedAndChangesNothing) {
+  std::string before = state();
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"vrf " + std::string(101, 'x'), "VrfName::value::bytes > VrfName::maxLength not allowed"},
+      {"interface Ethernet3 vrf blue", "no VRF 'blue'"},
+      {"fec 11 via 10.0.0.2 Ethernet3", "Ethernet3 is not a routed interface"},
+      {"fec 10 via 10.0.9.2 Ethernet2", "fec 10 has its vias in VRF red, not in VRF default"},
+      {"fec 0 via 10.0.0.2 Ethernet1", "out of range"},
+      {"fec 12 via 10.0.0.300 Ethernet1", "bad IPv4 address '10.0.0.300'"},
+      {"fec 12 via 10.0.0.3 Ethernet1 weight 0", "out of range"},
+      {"fec 12 via 10.0.0.3 Ethernet1 weigth 2", "usage: fec ID via ADDR INTF [weight W]"},
+      {"ip route vrf red 10.9.0.0/16 fec 99", "no fec 99"},
+      {"ip route vrf red 10.9.0.0/33 fec 10", "bad IPv4 prefix '10.9.0.0/33'"},
+      {"ip route vrf green 10.9.0.0/16 fec 10", "no VRF 'green'"},
+      {"no ip route vrf red 10.9.0.0/16", "no route 10.9.0.0/16 in VRF red"},
+      {"ipv6 route 2001:db8::/129 fec 10", "bad IPv6 prefix"},
+      {"arp red 10.0.0.2 00:00:00:00:00:02 Ethernet2", "Ethernet2 is not a routed interface of VRF red"},
+      {"arp red 10.0.0.2 01:00:00:00:00:02 Ethernet1", "unicast MAC"},
+      {"no arp red 10.0.0.2", "no neighbour 10.0.0.2 in VRF red"},
+      {"ip watch vrf red 10.1.0.0/16 sometimes", "usage: ip watch"},
+      {"ip watch vrf red 10.1.2.3 proactive-arp", "always has proactive ARP"},
+      {"no ip watch vrf red 10.1.0.0/16", "not watched: 10.1.0.0/16"},
+      {"no ipv6 watch 2001:db8::1", "not watched: 2001:db8::1/128"},
+      {"adjacency review 77", "no fec 77"},
+      {"no fec 77", "no fec 77"},
+      {"chip adjacency full soon 3", "usage: chip adjacency"},
+      {"interface Ethernet1 vrf", "usage:"},
+  };
+  for (const auto& [line, reason] : cases) {
+    EXPECT_NE(error(agent, line).find(reason), std::string::npos) << line << " -> " << error(agent, line);
+    EXPECT_EQ(state(), before) << line;
+  }
+}
+
+TEST_F(L3CommandsTest, AFecInUseAndAnInterfaceWithViasStay) {
+  run(agent, "ip route vrf red 10.9.0.0/16 fec 10");
+  std::string before = state();
+  EXPECT_EQ(error(agent, "no fec 10"), "fec 10 is used by 1 route");
+  EXPECT_NE(error(agent, "interface Ethernet1 vrf default").find("carries vias"), std::string::npos);
+  EXPECT_EQ(state(), before);
+  run(agent, "no ip route vrf red 10.9.0.0/16");
+  run(agent, "no fec 10");
+  EXPECT_EQ(agent.l3().l3Status()->l2AdjListSize(), 0u);
+  EXPECT_EQ(agent.l3().helper()->table().size(), 0u);
+}
+
+TEST_F(L3CommandsTest, TheInterfaceCommandKeepsItsOtherForms) {
+  EXPECT_EQ(error(agent, "interface Ethernet7 link up"), "");
+  EXPECT_NE(error(agent, "interface Ethernet7 sideways").find("usage: interface INTFS link"), std::string::npos);
+}
+
+TEST_F(L3CommandsTest, ARefusedAdjacencyIsAStatusAndComesInWhenThereIsRoom) {
+  run(agent, "chip adjacency capacity 1");
+  run(agent, "fec 20 via 10.0.0.3 Ethernet1 weight 2");
+  EXPECT_NE(run(agent, "show adjacency").find("pending fecs 20"), std::string::npos);
+  EXPECT_TRUE(agent.l3().internal()->adjResourceFull());
+  run(agent, "no fec 10");
+  EXPECT_NE(run(agent, "show adjacency").find("programmed fecs 20"), std::string::npos);
+  EXPECT_FALSE(agent.l3().internal()->adjResourceFull());
+}
+
+}  // namespace
