@@ -9,6 +9,7 @@
 #pragma once
 
 #include "Orb/OrbCommonTypes.h"
+#include "Orb/OrbNexthopTypes.h"
 #include "Orb/OrbPrefixTrie.h"
 #include "platform/vex/Entity.h"
 
@@ -171,10 +172,13 @@ class RouteReactorStatusT : public Vex::Entity {
   class Notifiee : public Vex::BaseNotifiee<RouteReactorStatusT> {
    public:
     using Vex::BaseNotifiee<RouteReactorStatusT>::BaseNotifiee;
+    VEX_KEY_HANDLER(ResolvedPrefix, VrfAndIpGenPrefix)
     VEX_KEY_HANDLER(VrfTrie, VrfId)
   };
   using Entity::Entity;
 
+  // The next hops each watched prefix resolves to now.
+  VEX_COLLECTION(VrfAndIpGenPrefix, Vex::Ptr<NextHopEntryList>, resolvedPrefix, ResolvedPrefix)
   VEX_COLLECTION(VrfId, Vex::Ptr<Trie>, vrfTrie, VrfTrie)
 
   // Adds the prefix to its VRF's trie; true when it was not there.
