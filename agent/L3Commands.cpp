@@ -1,6 +1,7 @@
 // Layer-3 configuration as the routing and ARP agents publish it: VRFs,
 // routed interfaces, FECs with their vias, neighbours, routes, watched
 // prefixes and review requests; and the soft chip's adjacency table knobs.
+#include "agent/ChipTableArgs.h"
 #include "agent/IntfRange.h"
 #include "agent/L3Feature.h"
 
@@ -158,16 +159,7 @@ void L3Feature::registerConfigCommands() {
                    "soft chip adjacency table: size and planned answers", [this](const Args& args, std::ostream&) {
                      const std::string usage = "chip adjacency capacity N | chip adjacency busy|full|fail next N";
                      expectArgs(args, 2, 3, usage);
-                     const char* table = SoftChip::SoftAdjTable::tableName;
-                     if (args[0] == "capacity" && args.size() == 2) {
-                       chip_->capacityIs(table, static_cast<std::size_t>(parseInteger(args[1], 0, 100000000)));
-                       return;
-                     }
-                     SoftChip::Fault fault = SoftChip::faultFromName(args[0] == "fail" ? "failed" : args[0]);
-                     if (fault == SoftChip::Fault::none || args.size() != 3 || args[1] != "next") {
-                       throw CommandError("usage: " + usage);
-                     }
-                     chip_->faultIs(table, fault, static_cast<std::uint32_t>(parseInteger(args[2], 1, 1000000)));
+                     applyChipTableArgs(*chip_, SoftChip::SoftAdjTable::tableName, args, usage);
                    });
 }
 

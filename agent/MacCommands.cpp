@@ -1,6 +1,7 @@
 // MAC table commands: hardware learning on the soft chip, static entries,
 // chip knobs of the forwarding database, and the address table as shown to
 // a person.
+#include "agent/ChipTableArgs.h"
 #include "agent/IntfRange.h"
 #include "agent/MacArgs.h"
 #include "agent/MacFeature.h"
@@ -99,15 +100,7 @@ void MacFeature::registerMacCommands() {
                                                  : SoftChip::SoftFdbHelper::Mode::indirect);
           return;
         }
-        if (args[0] == "capacity" && args.size() == 2) {
-          chip_->capacityIs(table, static_cast<std::size_t>(parseInteger(args[1], 0, 100000000)));
-          return;
-        }
-        SoftChip::Fault fault = SoftChip::faultFromName(args[0] == "fail" ? "failed" : args[0]);
-        if (fault == SoftChip::Fault::none || args.size() != 3 || args[1] != "next") {
-          throw CommandError("usage: " + usage);
-        }
-        chip_->faultIs(table, fault, static_cast<std::uint32_t>(parseInteger(args[2], 1, 1000000)));
+        applyChipTableArgs(*chip_, table, args, usage);
       });
   shell_.commandIs(
       "mac static", "MAC vlan V INTF", "configure a static entry", [config](const Args& args, std::ostream&) {

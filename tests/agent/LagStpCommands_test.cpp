@@ -1,6 +1,7 @@
 // LAG, MLAG and spanning-tree commands of orb-agent, end to end through the
 // soft chip.
 #include "agent/Agent.h"
+#include "tests/agent/AgentCommandRun.h"
 
 #include <gtest/gtest.h>
 
@@ -8,20 +9,8 @@
 
 namespace {
 
-std::string run(Agent::Agent& agent, const std::string& line) {
-  std::ostringstream out;
-  agent.execute(line, out);
-  return out.str();
-}
-
-std::string error(Agent::Agent& agent, const std::string& line) {
-  try {
-    run(agent, line);
-  } catch (const Agent::CommandError& e) {
-    return e.what();
-  }
-  return "";
-}
+using AgentTest::error;
+using AgentTest::run;
 
 TEST(LagCommands, MembersMoveBetweenLagsAndShowInHardware) {
   Agent::Agent agent(Agent::Options{});

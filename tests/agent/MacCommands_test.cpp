@@ -4,6 +4,7 @@
 #include "agent/Agent.h"
 #include "agent/MacPaths.h"
 #include "platform/json/Json.h"
+#include "tests/agent/AgentCommandRun.h"
 
 #include <gtest/gtest.h>
 
@@ -11,20 +12,8 @@
 
 namespace {
 
-std::string run(Agent::Agent& agent, const std::string& line) {
-  std::ostringstream out;
-  agent.execute(line, out);
-  return out.str();
-}
-
-std::string error(Agent::Agent& agent, const std::string& line) {
-  try {
-    run(agent, line);
-  } catch (const Agent::CommandError& e) {
-    return e.what();
-  }
-  return "";
-}
+using AgentTest::error;
+using AgentTest::run;
 
 // Every port a member of the VLANs the tests learn in: nothing is learned
 // on a port outside the frame's VLAN.
