@@ -657,11 +657,15 @@ void MacAddrSm::walkVlanConfiguration() {
       vlansWithMembers_.insert(vlanId);
       // Ports the chip still has in the VLAN count as members too: one that
       // left while this machine was not there (its update failed or is on
-      // its way) is flushed once the chip takes it out.
+      // its way) is flushed once the chip takes it out. A port spanning tree
+      // holds out of the VLAN's egress still takes its frames in, and may
+      // have left too.
       auto& members = vlanMembers_[vlanId];
       members = vlanMembers(vlanId);
       for (const auto& [intf, pvm] : in_.vlanHelper->portVlanMembership()) {
-        if (pvm && (pvm->taggedVlan(vlanId) || pvm->untaggedVlan(vlanId))) members.insert(intf);
+        if (pvm && (pvm->taggedVlan(vlanId) || pvm->untaggedVlan(vlanId) || pvm->ingressVlan(vlanId))) {
+          members.insert(intf);
+        }
       }
     } else {
       gone.push_back(vlanId);

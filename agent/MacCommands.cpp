@@ -128,25 +128,38 @@ void MacFeature::registerMacCommands() {
                    });
   auto flushRequests = hive_->mount<Bridging::HostTableFlushRequestDir>(MacPaths::flushRequest);
   auto flushReplies = hive_->mount<Bridging::HostTableFlushReplyDir>(MacPaths::flushReply);
-  shell_.commandIs("clear mac address-table", "[vlan V] [interface I] [address MAC]",
-                   "flush learned addresses (a flush request, answered by the MAC machine)",
-                   [this, flushRequests](const Args& args, std::ostream&) {
-                     const std::string usage = "clear mac address-table [vlan V] [interface I] [address MAC]";
-                     Bridging::HostTableFlushRequest request;
-                     for (std::size_t i = 0; i < args.size(); i += 2) {
-                       if (i + 1 >= args.size()) throw CommandError("usage: " + usage);
-                       if (args[i] == "vlan") {
-                         request.vlanId = vlanArg(args[i + 1]).value();
-                       } else if (args[i] == "interface") {
-                         request.intf = oneIntf(args[i + 1]);
-                       } else if (args[i] == "address") {
-                         request.addr = macArg(args[i + 1]);
-                       } else {
-                         throw CommandError("usage: " + usage);
-                       }
-                     }
-                     flushRequests->requestIs(fmt::format("cli-{}", ++flushRequestCount_), request);
-                   });
+  shell_.commandIs(
+      "clear mac address-table", "[vlan V] [interface I] [address MAC]",
+      "flush learned addresses (a flush request, answered by the MAC machine)",
+      [this, flushRequests, flushReplies](const Args& args, std::ostream&) {
+        const std::string usage = "clear mac address-table [vlan V] [interface I] [address MAC]";
+        Bridging::HostTableFlushRequest request;
+        for (std::size_t i = 0; i < args.size(); i += 2) {
+          if (i + 1 >= args.size()) throw CommandError("usage: " + usage);
+          if (args[i] == "vlan") {
+            request.vlanId = vlanArg(args[i + 1]).value();
+          } else if (args[i] == "interface") {
+            request.intf = oneIntf(args[i + 1]);
+          } else if (args[i] == "address") {
+            request.addr = macArg(args[i + 1]);
+          } else {
+            throw CommandError("usage: " + usage);
+          }
+        }
+        auto answered = [&](const std::string& name) {
+          return !flushRequests->requestHas(name) ||
+                 (flushReplies->replyHas(name) && flushReplies->reply(name).request == flushRequests->request(name));
+        };
+        // Oldest first, while more than the last few stay answered; one still
+        // pending stops the withdrawal, so every request is answered first.
+        while (flushRequestNames_.size() > answeredFlushRequestsKept && answered(flushRequestNames_.front())) {
+          flushRequests->requestDel(flushRequestNames_.front());
+          flushRequestNames_.pop_front();
+        }
+        auto name = fmt::format("cli-{}", ++flushRequestCount_);
+        flushRequests->requestIs(name, request);
+        flushRequestNames_.push_back(name);
+      });
   shell_.commandIs("show mac dynamic-hosts", "[json]", "how many learned hosts, per interface and per VLAN",
                    [this](Args args, std::ostream& out) {
                      bool json = takeJsonFlag(args);

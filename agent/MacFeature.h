@@ -10,6 +10,7 @@
 #include "agent/VlanFeature.h"
 #include "chip/softchip/SoftFdb.h"
 
+#include <deque>
 #include <string>
 
 namespace Agent {
@@ -51,6 +52,12 @@ class MacFeature : public Feature {
   Vex::Ptr<Orb::NonAgingConfigDirSm> nonAgingSm_;
   Vex::Ptr<Orb::MacAddrSm> macAddrSm_;
   unsigned flushRequestCount_ = 0;
+  // The CLI's flush requests still published, oldest first: answered ones
+  // past the last few are withdrawn, as a requester does once answered, so
+  // that the requests (which the MAC machine walks at every flush) do not
+  // grow with every `clear mac address-table`.
+  std::deque<std::string> flushRequestNames_;
+  static constexpr std::size_t answeredFlushRequestsKept = 8;
   std::string macStorePath_;
 };
 

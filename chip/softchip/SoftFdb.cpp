@@ -297,6 +297,10 @@ void SoftFdbHelper::armAging() {
 }
 
 void SoftFdbHelper::configureAgingTime(std::uint32_t seconds) {
+  // The agent writes the aging time again whenever it (re)starts; the same
+  // time written again leaves the sweeps on their schedule, or an agent
+  // restarting more often than a sweep period would keep anything from aging.
+  if (seconds == agingTime_ && agingClock_->timeMin() != Vex::never) return;
   agingTime_ = seconds;
   armAging();
 }

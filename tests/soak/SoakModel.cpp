@@ -219,15 +219,22 @@ void Model::apply(const std::string& line) {
     peerLink_ = at(2);
   } else if (w[0] == "chip" && at(1) == "learn") {
     learn({macText(at(2)), std::atoi(at(4).c_str())}, at(5));
+  } else if (w[0] == "chip" && at(1) == "fdb" && (at(2) == "busy" || at(2) == "full")) {
+    staticAddMayFail_ = true;
   } else if (w[0] == "chip" && at(1) == "fdb" && at(2) == "learning") {
     softwareLearning_ = at(3) == "software";
   } else if (w[0] == "mac" && at(1) == "static") {
     MacKey key{macText(at(2)), std::atoi(at(4).c_str())};
     statics_[key] = at(5);
     // The static entry takes the address's place in the chip; what was
-    // learned there is forgotten.
-    learned_.erase(key);
-    tainted_.erase(key);
+    // learned there is forgotten. Unless the chip answers the add busy or
+    // full: the learned entry stays in the chip until the add is retried,
+    // and comes back if the static entry is removed before that.
+    auto it = learned_.find(key);
+    if (staticAddMayFail_ && it != learned_.end()) tainted_[key] = it->second.intf;
+    if (!staticAddMayFail_) tainted_.erase(key);
+    if (it != learned_.end()) learned_.erase(it);
+    staticAddMayFail_ = false;
   } else if (w[0] == "mac" && at(1) == "remove" && at(2) == "static") {
     statics_.erase({macText(at(3)), std::atoi(at(5).c_str())});
   } else if (w[0] == "mac" && at(1) == "non-aging") {

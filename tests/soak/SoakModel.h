@@ -110,6 +110,7 @@ class Model {
   std::map<MacKey, std::map<std::string, Intf>> nonAging_;  // by owner
   std::map<MacKey, Learned> learned_;
   std::map<MacKey, Intf> tainted_;  // aged or not, nobody can tell any more
+  bool staticAddMayFail_ = false;   // a chip fault planned for the next add
   unsigned agingTime_ = 300;        // the bridging configuration's default
   double agingSince_ = 0;           // when it was last set
 };

@@ -61,6 +61,18 @@ TEST_F(SoftFdbTest, LearningOffPerPortOrVlanOrWhenFull) {
   EXPECT_EQ(macTable->macEntrySize(), 0u);
 }
 
+TEST_F(SoftFdbTest, SameAgingTimeWrittenAgainKeepsTheSweepsOnSchedule) {
+  fdb->configureAgingTime(20);
+  fdb->learn(a, IntfId("Ethernet1"));
+  // Written again every 4 s, less than the 5 s between sweeps.
+  for (int i = 0; i < 8; ++i) {
+    loop.advance(4);
+    fdb->configureAgingTime(20);
+  }
+  EXPECT_FALSE(fdb->table().entry(a));
+  EXPECT_FALSE(macTable->macEntryHas(a));
+}
+
 TEST_F(SoftFdbTest, AgingRemovesIdleDynamicEntriesOnly) {
   fdb->configureAgingTime(20);
   fdb->learn(a, IntfId("Ethernet1"));
