@@ -59,7 +59,10 @@ std::vector<Nexo::IntfId> parseIntfRange(const std::string& text) {
 
 std::string intfsText(const std::set<Nexo::IntfId>& intfs) {
   std::string text;
-  for (const auto& intf : intfs) text += (text.empty() ? "" : " ") + intf.stringValue();
+  for (const auto& intf : intfs) {
+    if (!text.empty()) text += ' ';
+    text += intf.stringValue();
+  }
   return text.empty() ? "-" : text;
 }
 
