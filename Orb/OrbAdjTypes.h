@@ -268,13 +268,18 @@ class L2Adjacency : public Vex::Entity {
 // gives the collection accessors plus nameFindOrInsert(collection, make),
 // which returns the adjacency of an equal collection or, when there is
 // none, stores and returns make(). The collection's hash is computed once
-// per content, so a look-up costs one hash and one comparison.
+// per content, so a look-up costs one hash and one comparison; on a hit the
+// caller's collection takes the stored content, so that offering it again
+// compares by pointer.
 #define ORB_NEXTHOPS_TO_L2ADJ(name, Name)                                                                  \
   VEX_COLLECTION(::Orb::NextHopCollection, ::Vex::Ptr<::Orb::L2Adjacency>, name, Name)                     \
   template <class Make>                                                                                    \
   ::Vex::Ptr<::Orb::L2Adjacency> name##FindOrInsert(const ::Orb::NextHopCollection& nextHops, Make make) { \
     auto it = name##_.find(nextHops);                                                                      \
-    if (it != name##_.end()) return it->second;                                                            \
+    if (it != name##_.end()) {                                                                             \
+      it->first.shareContentWith(nextHops);                                                                \
+      return it->second;                                                                                   \
+    }                                                                                                      \
     ::Vex::Ptr<::Orb::L2Adjacency> adj = make();                                                           \
     name##_.emplace(nextHops, adj);                                                                        \
     this->notify(&Notifiee::handle##Name, nextHops);                                                       \

@@ -687,6 +687,14 @@ bool NextHopCollection::operator==(const NextHopCollection& other) const {
          nhgcRawOrDefault() == other.nhgcRawOrDefault();
 }
 
+void NextHopCollection::shareContentWith(const NextHopCollection& equal) const {
+  if (equal.body_ == body_) return;
+  // Callers have just found the two equal; the cached hashes are a cheap
+  // guard against a misuse that would change `equal`'s value.
+  ORB_ASSERT(equal.hash() == hash());
+  equal.body_ = body_;
+}
+
 std::strong_ordering NextHopCollection::operator<=>(const NextHopCollection& other) const {
   const Body& a = body();
   const Body& b = other.body();

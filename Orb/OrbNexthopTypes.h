@@ -538,6 +538,11 @@ class NextHopCollection {
   std::strong_ordering operator<=>(const NextHopCollection& other) const;
   // Whether another collection shares this one's content.
   bool sharesContentWith(const NextHopCollection& other) const { return body_ == other.body_; }
+  // Lets `equal`, a collection equal to this one, hold this one's content
+  // instead of its own copy: later comparisons between the two are then a
+  // pointer check, and the copy is freed once nothing else holds it. The
+  // value does not change, so this is allowed on a const collection.
+  void shareContentWith(const NextHopCollection& equal) const;
 
  private:
   struct SharedGroupInfo : Vex::PtrInterface {
@@ -567,7 +572,9 @@ class NextHopCollection {
   template <class Vec, class V>
   static void append(Vec& vec, bool& sorted, const NextHop& nh, V&& value);
 
-  Vex::Ptr<Body> body_;
+  // Mutable only for shareContentWith: which copy of equal content a
+  // collection holds is not part of its value.
+  mutable Vex::Ptr<Body> body_;
   std::uint64_t totalWeightCache_ = totalWeightNotComputed;
   NextHopTypeCacheType nextHopTypeCache_ = NextHopTypeCacheType::invalidCache;
 };

@@ -184,9 +184,13 @@ TEST(NextHopsToL2AdjPropertyTest, FecsWithEqualCollectionsShareAndPartOnChange) 
     auto b = status->fecUses(GlobalFecId(2 * i + 2), twin);
     ASSERT_EQ(a, b);
     ASSERT_EQ(a->nextHops(), c);
+    // The second FEC's copy now holds the stored content, so offering it
+    // again compares by pointer.
+    ASSERT_TRUE(twin.sharesContentWith(c));
     // One of them changes: it moves to another adjacency, the other stays.
     NextHopCollection changed = twin;
     changed.nextHopIs(gen.nextHop(), 7);
+    ASSERT_EQ(twin, c);
     auto moved = status->fecUses(GlobalFecId(2 * i + 2), changed);
     ASSERT_NE(moved, a);
     ASSERT_EQ(status->nextHopsToL2Adj(c), a);
