@@ -92,6 +92,7 @@ void L3Feature::registerCommands() {
   registerConfigCommands();
   registerRouteCommands();
   registerShowCommands();
+  registerResilientCommands();
 }
 
 void L3Feature::registerConfigCommands() {

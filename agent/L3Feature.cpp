@@ -92,6 +92,27 @@ class L3Feature::ChipRouteReactor : public Orb::AdjInfoColl::Notifiee {
   L3Feature& owner_;
 };
 
+// The chip's side of resilient FEC deduping: each request is answered with
+// the FEC the chip shares for the old FEC's next hops; an answer goes when
+// its request does.
+class L3Feature::DedupReactor : public Orb::ResilientEcmpDedupingRequestResponse::Notifiee {
+ public:
+  DedupReactor(const Vex::Ptr<Orb::ResilientEcmpDedupingRequestResponse>& dedup, const SoftChip::SoftRouteHelper& chip)
+      : Notifiee(dedup), chip_(chip) {}
+  void handleRequest(const Orb::ResilientEcmpDedupingId& id) override {
+    const auto& dedup = notifier();
+    if (!dedup->requestHas(id)) {
+      dedup->responseDel(id);
+      return;
+    }
+    auto old = dedup->request(id).oldResilientFecId;
+    dedup->responseIs({id, Pond::Fib::FecId(chip_.sharedResilientFec(old.value()))});
+  }
+
+ private:
+  const SoftChip::SoftRouteHelper& chip_;
+};
+
 L3Feature::L3Feature(const AgentCore& core) : Feature(core) {
   l3Status_ = Orb::l3StatusFactory("l3Status");
   internal_ = Orb::orbInternalL3StatusFactory("orbInternalL3Status");
@@ -109,12 +130,15 @@ L3Feature::L3Feature(const AgentCore& core) : Feature(core) {
   chipL3Reactor_ = std::make_unique<ChipL3Reactor>(l3Status_, *routeHelper_);
   chipRouteReactor_ = std::make_unique<ChipRouteReactor>(l3Status_->adjInfoColl(), *this);
   l3Status_->routerMacIs(Nexo::EthAddr(defaultRouterMac));
+  dedup_ = Orb::resilientEcmpDedupingRequestResponseFactory("resilientEcmpDedupingRequestResponse");
+  dedupReactor_ = std::make_unique<DedupReactor>(dedup_, *routeHelper_);
   // The default VRF is there from the start, as the routing agent makes it.
   vrfIs(L3::VrfName("default"));
   l3Status_->initializedIs(true);
 }
 
 L3Feature::~L3Feature() {
+  dedupReactor_.reset();
   chipRouteReactor_.reset();
   chipL3Reactor_.reset();
   reviewReactor_.reset();

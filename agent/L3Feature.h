@@ -39,10 +39,12 @@ class L3Feature : public Feature {
   class ReviewReactor;
   class ChipL3Reactor;
   class ChipRouteReactor;
+  class DedupReactor;
 
   void registerConfigCommands();
   void registerRouteCommands();
   void registerShowCommands();
+  void registerResilientCommands();
 
   // Writers of what the routing and ARP agents publish. Each checks its
   // input first and throws CommandError before changing anything.
@@ -81,6 +83,9 @@ class L3Feature : public Feature {
   Vex::Ptr<SoftChip::SoftRouteHelper> routeHelper_;
   std::unique_ptr<ChipL3Reactor> chipL3Reactor_;
   std::unique_ptr<ChipRouteReactor> chipRouteReactor_;
+  // Routes ask the chip which resilient FEC they may share.
+  Vex::Ptr<Orb::ResilientEcmpDedupingRequestResponse> dedup_;
+  std::unique_ptr<DedupReactor> dedupReactor_;
   // Resilient FECs and their slot counts.
   std::map<Pond::Fib::GlobalFecId, std::uint32_t> resilientSlots_;
   // Routes the chip refused; written again whenever a route or FEC changes.

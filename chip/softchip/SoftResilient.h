@@ -11,18 +11,12 @@
 //    slots moving to it change.
 // A first layout (or one with another slot count) deals the slots round
 // robin over the members in order.
-//
-// Routes that ask for a resilient FEC over the same members and slot count
-// share one (ResilientFecPool), as the chip's deduping answers them.
 #pragma once
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <map>
-#include <optional>
-#include <set>
-#include <utility>
 #include <vector>
 
 namespace SoftChip {
@@ -92,56 +86,5 @@ inline std::size_t resilientSlotFor(std::uint64_t flowHash, std::size_t slotCoun
   h ^= h >> 33;
   return slotCount ? std::size_t(h % slotCount) : 0;
 }
-
-// Shared resilient FECs: one per member set and slot count, held while a
-// route uses it.
-template <class Member>
-class ResilientFecPool {
- public:
-  using FecId = std::uint64_t;
-
-  explicit ResilientFecPool(FecId firstId = 1) : nextId_(firstId) {}
-
-  // The FEC for the set; made when no route holds one. Each call is one
-  // more user.
-  FecId fecFor(std::vector<Member> members, std::size_t slotCount) {
-    std::sort(members.begin(), members.end());
-    members.erase(std::unique(members.begin(), members.end()), members.end());
-    Key key{std::move(members), slotCount};
-    auto it = byKey_.find(key);
-    if (it == byKey_.end()) {
-      it = byKey_.emplace(std::move(key), Shared{nextId_++, 0}).first;
-      keyOf_.emplace(it->second.fecId, it->first);
-    }
-    ++it->second.users;
-    return it->second.fecId;
-  }
-  // One user less; the FEC goes with its last. False for an unknown FEC.
-  bool release(FecId fecId) {
-    auto at = keyOf_.find(fecId);
-    if (at == keyOf_.end()) return false;
-    auto it = byKey_.find(at->second);
-    if (--it->second.users == 0) {
-      byKey_.erase(it);
-      keyOf_.erase(at);
-    }
-    return true;
-  }
-  std::size_t size() const { return byKey_.size(); }
-  std::size_t users(FecId fecId) const {
-    auto at = keyOf_.find(fecId);
-    return at == keyOf_.end() ? 0 : byKey_.at(at->second).users;
-  }
-
- private:
-  using Key = std::pair<std::vector<Member>, std::size_t>;
-  struct Shared {
-    FecId fecId;
-    std::size_t users;
-  };
-  std::map<Key, Shared> byKey_;
-  std::map<FecId, Key> keyOf_;
-  FecId nextId_;
-};
 
 }  // namespace SoftChip

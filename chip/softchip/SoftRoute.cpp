@@ -145,4 +145,23 @@ std::uint32_t SoftRouteHelper::doAddFec(std::uint64_t fecId, const Orb::L2AdjKey
 
 void SoftRouteHelper::doRemoveFec(std::uint64_t fec) { fecs_.entries.erase(SoftFecKey{fec}); }
 
+std::uint64_t SoftRouteHelper::sharedResilientFec(std::uint64_t fecId) const {
+  const HwFec* fec = fecs_.find(SoftFecKey{fecId});
+  if (!fec || !fec->slotCount) return fecId;
+  auto membersOf = [this](const HwFec& of) {
+    const HwAdj* adj = adjHelper_.table().find(of.adj);
+    auto members = adj ? slotMembers(*adj) : std::vector<SlotMember>{};
+    std::sort(members.begin(), members.end());
+    return members;
+  };
+  const auto members = membersOf(*fec);
+  // The table is ordered by FEC id: the first match is the lowest.
+  for (const auto& [key, other] : fecs_.entries) {
+    if (key.id == fecId) return fecId;
+    if (other.slotCount == fec->slotCount && other.adj == fec->adj) return key.id;
+    if (other.slotCount == fec->slotCount && membersOf(other) == members) return key.id;
+  }
+  return fecId;
+}
+
 }  // namespace SoftChip

@@ -111,6 +111,11 @@ class SoftRouteHelper : public Vex::PtrInterface {
   // much of its slot layout as the change allows.
   std::uint32_t doAddFec(std::uint64_t fec, const Orb::L2AdjKey& adj, std::uint32_t slotCount);
   void doRemoveFec(std::uint64_t fec);
+  // The resilient FEC a route over `fec` may share: the lowest-numbered
+  // resilient FEC whose adjacency has the same next hops (in any order)
+  // and the same slot count. `fec` itself when it is not a resilient FEC
+  // the chip holds.
+  std::uint64_t sharedResilientFec(std::uint64_t fec) const;
 
  private:
   // Admits a write to `table`, counting a refusal.

@@ -23,7 +23,7 @@ class L3CommandsTest : public ::testing::Test {
   }
   std::string state() {
     return run(agent, "show ip route json") + run(agent, "show adjacency json") + run(agent, "show ip watched json") +
-           agent.chip().json();
+           run(agent, "show fec json") + run(agent, "show resilient-ecmp dedup json") + agent.chip().json();
   }
 };
 
@@ -67,6 +67,9 @@ TEST_F(L3CommandsTest, BadInputIsRefusedAndChangesNothing) {
       {"chip route full soon 3", "usage: chip route"},
       {"chip fec capacity", "usage: chip fec"},
       {"show fec 99", "no fec 99"},
+      {"resilient-ecmp dedup 99", "no fec 99"},
+      {"no resilient-ecmp dedup 5", "no deduping request 5"},
+      {"no resilient-ecmp dedup 65536", "out of range"},
   };
   for (const auto& [line, reason] : cases) {
     EXPECT_NE(error(agent, line).find(reason), std::string::npos) << line << " -> " << error(agent, line);

@@ -1,5 +1,5 @@
 // Resilient slot layouts: even spreads, and no slot moving that the change
-// of members does not force; the shared FEC pool; and, through the
+// of members does not force; shared resilient FECs; and, through the
 // forwarding model over a few thousand flows, that routed flows change
 // next hop only as much as a member leaving or joining forces.
 #include "chip/softchip/SoftResilient.h"
@@ -72,23 +72,6 @@ TEST(ResilientSlotLayoutTest, RemovalMovesOnlyTheLeaversSlotsAndAdditionOnlyToTh
       if (slotCount >= members.size()) expectEven(slots, members);
     }
   }
-}
-
-TEST(ResilientFecPoolTest, SameMembersAndSlotsShareOneFec) {
-  SoftChip::ResilientFecPool<int> pool(100);
-  auto a = pool.fecFor({1, 2, 3}, 16);
-  EXPECT_EQ(pool.fecFor({3, 2, 1, 1}, 16), a);  // order and repeats do not matter
-  auto b = pool.fecFor({1, 2}, 16);
-  auto c = pool.fecFor({1, 2, 3}, 32);
-  EXPECT_NE(a, b);
-  EXPECT_NE(a, c);
-  EXPECT_EQ(pool.users(a), 2u);
-  EXPECT_TRUE(pool.release(a));
-  EXPECT_EQ(pool.size(), 3u);
-  EXPECT_TRUE(pool.release(a));
-  EXPECT_EQ(pool.size(), 2u);
-  EXPECT_FALSE(pool.release(a));
-  EXPECT_NE(pool.fecFor({1, 2, 3}, 16), a);  // a new one once the last user went
 }
 
 // A chip with routes to one FEC over an adjacency of N next hops, each on
@@ -233,6 +216,29 @@ TEST_F(ResilientForwardingTest, RefusedWritesChangeNothing) {
   EXPECT_EQ(routes->refused(), 2u);
   EXPECT_EQ(routes->doAddFec(fecId, adjKey, 8), 0u);
   EXPECT_TRUE(forwarding.forward(IntfId("Ethernet1"), flow(0)).slot);
+}
+
+TEST_F(ResilientForwardingTest, EqualMemberSetsShareTheLowestResilientFec) {
+  membersAre({0, 1, 2});
+  ASSERT_EQ(routes->doAddFec(30, adjKey, 16), 0u);
+  ASSERT_EQ(routes->doAddFec(20, adjKey, 16), 0u);
+  ASSERT_EQ(routes->doAddFec(15, adjKey, 8), 0u);  // another slot count
+  EXPECT_EQ(routes->sharedResilientFec(30), 20u);
+  EXPECT_EQ(routes->sharedResilientFec(20), 20u);
+  EXPECT_EQ(routes->sharedResilientFec(15), 15u);
+  // Over another adjacency with the same next hops: the same members.
+  Orb::L2AdjKey other{Orb::L2AdjType::nexthopAdj, 2};
+  Orb::NextHopCollection nextHops(Orb::L2AdjType::nexthopAdj);
+  for (int n : {2, 1, 0}) nextHops.nextHopIs(member(n), 1);
+  ASSERT_EQ(adjacencies->doAddAdjacency(other, nextHops), 0u);
+  ASSERT_EQ(routes->doAddFec(12, other, 16), 0u);
+  EXPECT_EQ(routes->sharedResilientFec(30), 12u);
+  membersAre({0, 1});
+  EXPECT_EQ(routes->sharedResilientFec(30), 20u);
+  // Not resilient, or not in the chip: the FEC stands for itself.
+  ASSERT_EQ(routes->doAddFec(11, adjKey, 0), 0u);
+  EXPECT_EQ(routes->sharedResilientFec(11), 11u);
+  EXPECT_EQ(routes->sharedResilientFec(99), 99u);
 }
 
 TEST_F(ResilientForwardingTest, LongestPrefixPerVrfAndFamily) {
