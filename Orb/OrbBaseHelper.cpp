@@ -19,6 +19,10 @@ void orbAssertAt(const char* source, int line, std::string_view text) {
   orbAssert(std::string(source) + ":" + std::to_string(line) + ": " + std::string(text));
 }
 
+void orbAssertExplained(const char* source, std::string_view expression, std::string_view message) {
+  orbAssert(std::string(source) + " -- assertion failed(" + std::string(expression) + "): " + std::string(message));
+}
+
 EmptyResult unimplementedOperation(const char* helperClass, const char* operation) {
   std::string text = std::string("Call to unimplemented function ") + helperClass + "::" + operation;
   if (!std::getenv("ORB_NOOP_AGENT")) orbAssert(text);

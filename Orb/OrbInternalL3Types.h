@@ -5,6 +5,7 @@
 
 #include "Orb/OrbAdjTypes.h"
 #include "Orb/OrbL3Types.h"
+#include "Orb/OrbResilientEcmpTypes.h"
 #include "platform/vex/Entity.h"
 
 #include <cstdint>
@@ -71,6 +72,8 @@ class OrbInternalL3Status : public Vex::Entity {
     VEX_KEY_HANDLER(ResEcmpBlacklist, GlobalFecId)
     VEX_HANDLER(ResEcmpIndexCounter)
     VEX_KEY_HANDLER(ResEcmpIndexUsed, std::uint32_t)
+    VEX_KEY_HANDLER(ResilientAdjIndexToAdjInfo, VrfId)
+    VEX_KEY_HANDLER(ResilientAdjIndexToAdjInfo6, VrfId)
     VEX_KEY_HANDLER(AttachedRoutes, VrfAndIpGenPrefix)
     VEX_KEY_HANDLER(NhReqIdToVrfId, std::uint64_t)
     VEX_KEY_HANDLER(PvlanL3Intf, Nexo::IntfId)
@@ -138,6 +141,12 @@ class OrbInternalL3Status : public Vex::Entity {
   VEX_SET(GlobalFecId, resEcmpBlacklist, ResEcmpBlacklist)
   VEX_COUNTER(std::uint32_t, resEcmpIndexCounter, ResEcmpIndexCounter)
   VEX_COLLECTION(std::uint32_t, bool, resEcmpIndexUsed, ResEcmpIndexUsed)
+  // Per VRF, the via layout of each resilient adjacency; nameIs(vrf) makes
+  // the VRF's table when absent.
+  VEX_COLLECTION(VrfId, Vex::Ptr<ResilientAdjIndexToAdjInfo>, resilientAdjIndexToAdjInfo, ResilientAdjIndexToAdjInfo)
+  VEX_OWNED_MEMBERS(VrfId, ResilientAdjIndexToAdjInfo, resilientAdjIndexToAdjInfo)
+  VEX_COLLECTION(VrfId, Vex::Ptr<ResilientAdjIndexToAdjInfo6>, resilientAdjIndexToAdjInfo6, ResilientAdjIndexToAdjInfo6)
+  VEX_OWNED_MEMBERS(VrfId, ResilientAdjIndexToAdjInfo6, resilientAdjIndexToAdjInfo6)
 
   VEX_COLLECTION(VrfAndIpGenPrefix, bool, attachedRoutes, AttachedRoutes)
   VEX_COLLECTION(std::uint64_t, VrfId, nhReqIdToVrfId, NhReqIdToVrfId)

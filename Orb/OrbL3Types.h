@@ -5,6 +5,7 @@
 // reactors follow them.
 #pragma once
 
+#include "Orb/OrbAdjSync.h"
 #include "Orb/OrbAdjTypes.h"
 #include "Orb/OrbCommonTypes.h"
 #include "Orb/OrbL3Watch.h"
@@ -177,7 +178,8 @@ class VrfL3Status : public Vex::Entity {
   VEX_COLLECTION(Nexo::Ip6Prefix, std::uint64_t, asyncFailedV6Route, AsyncFailedV6Route)
   VEX_COLLECTION(Pond::Fib::GlobalFecId, bool, adjEntryPrefixWalkList, AdjEntryPrefixWalkList)
   VEX_COLLECTION(Pond::Fib::GlobalFecId, bool, adjEntryIp6PrefixWalkList, AdjEntryIp6PrefixWalkList)
-  VEX_COLLECTION(Pond::Fib::GlobalFecId, std::uint64_t, fecSyncMap, FecSyncMap)
+  // The synchronisation id of each FEC's adjacency in this VRF.
+  VEX_COLLECTION(Pond::Fib::GlobalFecId, AdjSyncId, fecSyncMap, FecSyncMap)
 
  private:
   L3::VrfName vrfName_;

@@ -92,6 +92,7 @@ void L3Feature::registerCommands() {
   registerConfigCommands();
   registerRouteCommands();
   registerShowCommands();
+  registerResilientCommands();
 }
 
 void L3Feature::registerConfigCommands() {
@@ -113,9 +114,16 @@ void L3Feature::registerConfigCommands() {
         auto intf = intfArg(args[0]);
         intfVrfIs(intf, vrfNamed(args[2]));
       });
-  shell_.commandIs("fec", "ID via ADDR INTF [weight W]", "add a via to a FEC (vias of one FEC accumulate)",
+  shell_.commandIs("fec", "ID via ADDR INTF [weight W] | ID resilient slots N",
+                   "add a via to a FEC (vias of one FEC accumulate), or spread its next hops over N stable slots",
                    [this](const Args& args, std::ostream&) {
-                     const std::string usage = "fec ID via ADDR INTF [weight W]";
+                     const std::string usage = "fec ID via ADDR INTF [weight W] | fec ID resilient slots N";
+                     if (args.size() == 4 && args[1] == "resilient") {
+                       if (args[2] != "slots") throw CommandError("usage: " + usage);
+                       auto fec = knownFec(args[0]);
+                       fecResilientIs(fec, static_cast<std::uint32_t>(parseInteger(args[3], 1, maxResilientSlots)));
+                       return;
+                     }
                      if (args.size() != 4 && args.size() != 6) throw CommandError("usage: " + usage);
                      if (args[1] != "via" || (args.size() == 6 && args[4] != "weight")) {
                        throw CommandError("usage: " + usage);
@@ -127,10 +135,42 @@ void L3Feature::registerConfigCommands() {
                      auto weight = args.size() == 6 ? parseInteger(args[5], 1, 65535) : 1;
                      fecViaIs(fec, via, static_cast<std::uint32_t>(weight));
                    });
-  shell_.commandIs("no fec", "ID", "remove a FEC that no route uses", [this](const Args& args, std::ostream&) {
-    expectArgs(args, 1, 1, "no fec ID");
-    fecDel(fecArg(args[0]));
-  });
+  shell_.commandIs("no fec", "ID | ID via ADDR INTF | ID resilient",
+                   "remove a FEC that no route uses, one of its vias, or its resilience",
+                   [this](const Args& args, std::ostream&) {
+                     const std::string usage = "no fec ID | no fec ID via ADDR INTF | no fec ID resilient";
+                     if (args.size() == 1) {
+                       fecDel(fecArg(args[0]));
+                     } else if (args.size() == 2 && args[1] == "resilient") {
+                       fecResilientIs(knownFec(args[0]), 0);
+                     } else if (args.size() == 4 && args[1] == "via") {
+                       auto fec = knownFec(args[0]);
+                       Orb::Via via;
+                       via.nextHop = textArg<Nexo::IpAddr>(args[2], "IPv4 address");
+                       via.l3Intf = intfArg(args[3]);
+                       fecViaDel(fec, via);
+                     } else {
+                       throw CommandError("usage: " + usage);
+                     }
+                   });
+  shell_.commandIs("ip router-mac", "MAC", "the MAC that frames to be routed are addressed to",
+                   [this](const Args& args, std::ostream&) {
+                     expectArgs(args, 1, 1, "ip router-mac MAC");
+                     auto mac = textArg<Nexo::EthAddr>(args[0], "MAC address");
+                     if (mac.isZero() || mac.isMulticast())
+                       throw CommandError("a router MAC is unicast, not " + args[0]);
+                     l3Status_->routerMacIs(mac);
+                   });
+  for (const char* table : {SoftChip::SoftRouteTable::tableName, SoftChip::SoftFecTable::tableName}) {
+    shell_.commandIs(fmt::format("chip {}", table), "capacity N | busy|full|fail next N",
+                     fmt::format("soft chip {} table: size and planned answers", table),
+                     [this, table](const Args& args, std::ostream&) {
+                       const std::string usage =
+                           fmt::format("chip {0} capacity N | chip {0} busy|full|fail next N", table);
+                       expectArgs(args, 2, 3, usage);
+                       applyChipTableArgs(*chip_, table, args, usage);
+                     });
+  }
   shell_.commandIs("arp", "VRF ADDR MAC INTF", "the ARP agent resolved a neighbour",
                    [this](const Args& args, std::ostream&) {
                      expectArgs(args, 4, 4, "arp VRF ADDR MAC INTF");

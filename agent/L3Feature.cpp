@@ -55,6 +55,64 @@ class L3Feature::ReviewReactor : public Orb::L3Status::Notifiee {
   L3Feature& owner_;
 };
 
+// Routed interfaces and the router MAC, as the chip holds them.
+class L3Feature::ChipL3Reactor : public Orb::L3Status::Notifiee {
+ public:
+  ChipL3Reactor(const Vex::Ptr<Orb::L3Status>& status, SoftChip::SoftRouteHelper& chip)
+      : Notifiee(status), chip_(chip) {}
+  void handleRouterMac() override { chip_.routerMacIs(notifier()->routerMac()); }
+  void handleL3IntfVrfId(const Nexo::IntfId& intf) override {
+    if (notifier()->l3IntfVrfIdHas(intf)) {
+      chip_.doAddL3Intf(intf, notifier()->l3IntfVrfId(intf).value());
+    } else {
+      chip_.doRemoveL3Intf(intf);
+    }
+  }
+
+ private:
+  SoftChip::SoftRouteHelper& chip_;
+};
+
+// Routes, as the routing agent publishes them, into the chip.
+class L3Feature::ChipRouteReactor : public Orb::AdjInfoColl::Notifiee {
+ public:
+  ChipRouteReactor(const Vex::Ptr<Orb::AdjInfoColl>& routes, L3Feature& owner) : Notifiee(routes), owner_(owner) {}
+  void handleAdjInfoList(const Orb::VrfAndPrefix& vp) override {
+    SoftChip::SoftRouteKey key{vp.vrfId.value(), false, vp.prefix, {}};
+    const auto& routes = notifier();
+    owner_.routeToChip(vp.vrfId, key, routes->adjInfoListHas(vp) ? &routes->adjInfoList(vp) : nullptr);
+  }
+  void handleAdjInfo6List(const Orb::VrfAndIp6Prefix& vp) override {
+    SoftChip::SoftRouteKey key{vp.vrfId.value(), true, {}, vp.prefix};
+    const auto& routes = notifier();
+    owner_.routeToChip(vp.vrfId, key, routes->adjInfo6ListHas(vp) ? &routes->adjInfo6List(vp) : nullptr);
+  }
+
+ private:
+  L3Feature& owner_;
+};
+
+// The chip's side of resilient FEC deduping: each request is answered with
+// the FEC the chip shares for the old FEC's next hops; an answer goes when
+// its request does.
+class L3Feature::DedupReactor : public Orb::ResilientEcmpDedupingRequestResponse::Notifiee {
+ public:
+  DedupReactor(const Vex::Ptr<Orb::ResilientEcmpDedupingRequestResponse>& dedup, const SoftChip::SoftRouteHelper& chip)
+      : Notifiee(dedup), chip_(chip) {}
+  void handleRequest(const Orb::ResilientEcmpDedupingId& id) override {
+    const auto& dedup = notifier();
+    if (!dedup->requestHas(id)) {
+      dedup->responseDel(id);
+      return;
+    }
+    auto old = dedup->request(id).oldResilientFecId;
+    dedup->responseIs({id, Pond::Fib::FecId(chip_.sharedResilientFec(old.value()))});
+  }
+
+ private:
+  const SoftChip::SoftRouteHelper& chip_;
+};
+
 L3Feature::L3Feature(const AgentCore& core) : Feature(core) {
   l3Status_ = Orb::l3StatusFactory("l3Status");
   internal_ = Orb::orbInternalL3StatusFactory("orbInternalL3Status");
@@ -68,16 +126,26 @@ L3Feature::L3Feature(const AgentCore& core) : Feature(core) {
   reviewReactor_ = std::make_unique<ReviewReactor>(l3Status_, *this);
   adjHelper_ = Vex::make<SoftChip::SoftAdjHelper>(chip_);
   l2AdjSm_ = Orb::l2AdjSmFactory({ocsd_, adjHelper_, l3Status_, internal_});
+  routeHelper_ = Vex::make<SoftChip::SoftRouteHelper>(chip_, *adjHelper_);
+  chipL3Reactor_ = std::make_unique<ChipL3Reactor>(l3Status_, *routeHelper_);
+  chipRouteReactor_ = std::make_unique<ChipRouteReactor>(l3Status_->adjInfoColl(), *this);
+  l3Status_->routerMacIs(Nexo::EthAddr(defaultRouterMac));
+  dedup_ = Orb::resilientEcmpDedupingRequestResponseFactory("resilientEcmpDedupingRequestResponse");
+  dedupReactor_ = std::make_unique<DedupReactor>(dedup_, *routeHelper_);
   // The default VRF is there from the start, as the routing agent makes it.
   vrfIs(L3::VrfName("default"));
   l3Status_->initializedIs(true);
 }
 
 L3Feature::~L3Feature() {
+  dedupReactor_.reset();
+  chipRouteReactor_.reset();
+  chipL3Reactor_.reset();
   reviewReactor_.reset();
   watch6Reactor_.reset();
   watchReactor_.reset();
   l2AdjSm_.reset();
+  routeHelper_.reset();
   adjHelper_.reset();
 }
 
@@ -173,8 +241,47 @@ void L3Feature::fecDel(GlobalFecId fec) {
     }
   }
   binder_->fecDel(fec);
+  routeHelper_->doRemoveFec(fec.value());
+  resilientSlots_.erase(fec);
   internal_->fecIdToVrfIdDel(fec);
   l3Status_->adjEntryReviewListDel(fec);
+}
+
+void L3Feature::fecViaDel(GlobalFecId fec, const Orb::Via& via) {
+  auto entry = l3Status_->adjEntryList(fec);
+  Orb::AdjVia vias = entry->adjVia();
+  if (!vias.via().contains(via)) {
+    throw CommandError(
+        fmt::format("fec {} has no via {} {}", fec.value(), via.nextHop.stringValue(), via.l3Intf.stringValue()));
+  }
+  vias.viaDel(via);
+  entry->adjViaIs(vias);
+  VrfId vrf = internal_->fecIdToVrfId(fec);
+  bool nextHopStays = false, intfStays = false;
+  for (const auto& [other, count] : vias.via()) {
+    nextHopStays |= other.nextHop == via.nextHop;
+    intfStays |= other.l3Intf == via.l3Intf;
+  }
+  Orb::VrfAndIpGenAddr nextHop(vrf, via.nextHop);
+  if (!nextHopStays) {
+    auto users = internal_->nextHopToAdjEntry(nextHop);
+    users.erase(fec);
+    if (users.empty()) {
+      internal_->nextHopToAdjEntryDel(nextHop);
+    } else {
+      internal_->nextHopToAdjEntryIs(nextHop, users);
+    }
+  }
+  if (!intfStays) {
+    auto users = internal_->intfToAdjEntry(via.l3Intf);
+    users.erase(fec);
+    if (users.empty()) {
+      internal_->intfToAdjEntryDel(via.l3Intf);
+    } else {
+      internal_->intfToAdjEntryIs(via.l3Intf, users);
+    }
+  }
+  fecReview(fec);
 }
 
 void L3Feature::neighborIs(const Orb::VrfAndIpAddr& addr, const Orb::NeighborInfo& neighbor) {
@@ -203,6 +310,50 @@ void L3Feature::fecReview(GlobalFecId fec) {
   };
   auto nextHops = Orb::buildNextHopCollection(entry->adjVia(), internal_->fecIdToVrfId(fec), lookup);
   binder_->fecNextHopsIs(fec, nextHops, Orb::TableType::tableTypeLongestPrefix);
+  fecToChip(fec);
+}
+
+void L3Feature::fecToChip(GlobalFecId fec) {
+  auto entry = l3Status_->adjEntryList(fec);
+  if (!entry || !entry->l2Adj()) {
+    routeHelper_->doRemoveFec(fec.value());
+    return;
+  }
+  auto slots = resilientSlots_.find(fec);
+  routeHelper_->doAddFec(fec.value(), entry->l2Adj()->key(), slots == resilientSlots_.end() ? 0 : slots->second);
+  // A route the chip refused may fit now.
+  for (auto it = refusedRoutes_.begin(); it != refusedRoutes_.end();) {
+    auto key = *it++;
+    routeToChip(VrfId(key.vrf), key, nullptr);
+  }
+}
+
+void L3Feature::fecResilientIs(GlobalFecId fec, std::uint32_t slots) {
+  if (slots) {
+    resilientSlots_[fec] = slots;
+  } else {
+    resilientSlots_.erase(fec);
+  }
+  fecToChip(fec);
+}
+
+void L3Feature::routeToChip(VrfId vrf, const SoftChip::SoftRouteKey& key, const Orb::AdjInfo* info) {
+  if (!info) {
+    // Called again for a refused route: look it up as published.
+    auto routes = l3Status_->adjInfoColl();
+    if (key.v6 && routes->adjInfo6ListHas({vrf, key.prefix6})) info = &routes->adjInfo6List({vrf, key.prefix6});
+    if (!key.v6 && routes->adjInfoListHas({vrf, key.prefix})) info = &routes->adjInfoList({vrf, key.prefix});
+  }
+  if (!info) {
+    refusedRoutes_.erase(key);
+    routeHelper_->doRemoveRoute(key);
+    return;
+  }
+  if (routeHelper_->doAddRoute(key, info->fecId.value()) == SoftChip::SoftRouteHelper::addSuccess) {
+    refusedRoutes_.erase(key);
+  } else {
+    refusedRoutes_.insert(key);
+  }
 }
 
 GlobalFecId L3Feature::knownFec(const std::string& text) const {

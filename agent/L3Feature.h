@@ -10,9 +10,11 @@
 #include "Orb/OrbL3Types.h"
 #include "agent/Feature.h"
 #include "chip/softchip/SoftAdj.h"
+#include "chip/softchip/SoftRoute.h"
 
 #include <map>
 #include <memory>
+#include <set>
 
 namespace Agent {
 
@@ -25,15 +27,24 @@ class L3Feature : public Feature {
   const Vex::Ptr<Orb::L3Status>& l3Status() const { return l3Status_; }
   const Vex::Ptr<Orb::OrbInternalL3Status>& internal() const { return internal_; }
   const Vex::Ptr<SoftChip::SoftAdjHelper>& helper() const { return adjHelper_; }
+  const Vex::Ptr<SoftChip::SoftRouteHelper>& routeHelper() const { return routeHelper_; }
+
+  // The router MAC the chip routes frames to until `ip router-mac` changes it.
+  static constexpr std::uint64_t defaultRouterMac = 0x020000000001ULL;
+  static constexpr long maxResilientSlots = 4096;
 
  private:
   class WatchReactor;
   class Watch6Reactor;
   class ReviewReactor;
+  class ChipL3Reactor;
+  class ChipRouteReactor;
+  class DedupReactor;
 
   void registerConfigCommands();
   void registerRouteCommands();
   void registerShowCommands();
+  void registerResilientCommands();
 
   // Writers of what the routing and ARP agents publish. Each checks its
   // input first and throws CommandError before changing anything.
@@ -42,11 +53,18 @@ class L3Feature : public Feature {
   void intfVrfIs(const Nexo::IntfId& intf, Orb::VrfId vrf);
   void fecViaIs(Pond::Fib::GlobalFecId fec, const Orb::Via& via, std::uint32_t weight);
   void fecDel(Pond::Fib::GlobalFecId fec);
+  void fecViaDel(Pond::Fib::GlobalFecId fec, const Orb::Via& via);
   void neighborIs(const Orb::VrfAndIpAddr& addr, const Orb::NeighborInfo& neighbor);
   void neighborDel(const Orb::VrfAndIpAddr& addr);
   // Rebuilds the FEC's collection from its vias and the neighbours.
   void fecReview(Pond::Fib::GlobalFecId fec);
   Pond::Fib::GlobalFecId knownFec(const std::string& text) const;
+  // Writes the FEC to the chip over its current adjacency (or takes it out
+  // when it has none).
+  void fecToChip(Pond::Fib::GlobalFecId fec);
+  // Makes the FEC resilient over `slots` slots; 0 makes it ordinary again.
+  void fecResilientIs(Pond::Fib::GlobalFecId fec, std::uint32_t slots);
+  void routeToChip(Orb::VrfId vrf, const SoftChip::SoftRouteKey& key, const Orb::AdjInfo* info);
 
   Vex::Ptr<Orb::L3Status> l3Status_;
   Vex::Ptr<Orb::OrbInternalL3Status> internal_;
@@ -62,6 +80,16 @@ class L3Feature : public Feature {
   std::unique_ptr<WatchReactor> watchReactor_;
   std::unique_ptr<Watch6Reactor> watch6Reactor_;
   std::unique_ptr<ReviewReactor> reviewReactor_;
+  Vex::Ptr<SoftChip::SoftRouteHelper> routeHelper_;
+  std::unique_ptr<ChipL3Reactor> chipL3Reactor_;
+  std::unique_ptr<ChipRouteReactor> chipRouteReactor_;
+  // Routes ask the chip which resilient FEC they may share.
+  Vex::Ptr<Orb::ResilientEcmpDedupingRequestResponse> dedup_;
+  std::unique_ptr<DedupReactor> dedupReactor_;
+  // Resilient FECs and their slot counts.
+  std::map<Pond::Fib::GlobalFecId, std::uint32_t> resilientSlots_;
+  // Routes the chip refused; written again whenever a route or FEC changes.
+  std::set<SoftChip::SoftRouteKey> refusedRoutes_;
 };
 
 }  // namespace Agent

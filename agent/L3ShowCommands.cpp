@@ -4,6 +4,9 @@
 #include "agent/L3Feature.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
 
 #include <map>
 #include <optional>
@@ -205,6 +208,81 @@ void L3Feature::registerShowCommands() {
                            adjs.size(), l3Status_->adjEntryReviewCnt());
       });
 
+  shell_.commandIs(
+      "show fec", "[ID] [json]", "FECs as the chip holds them: adjacency, and the slot layout of resilient ones",
+      [this](Args args, std::ostream& out) {
+        bool json = takeJsonFlag(args);
+        expectArgs(args, 0, 1, "show fec [ID] [json]");
+        std::optional<GlobalFecId> only;
+        if (!args.empty()) only = knownFec(args[0]);
+        // Every FEC the layer knows, with what the chip holds for it.
+        std::map<GlobalFecId, const SoftChip::HwFec*> fecs;
+        for (const auto& [fec, entry] : l3Status_->adjEntryList()) {
+          if (!only || fec == *only) fecs[fec] = routeHelper_->fecs().find(SoftChip::SoftFecKey{fec.value()});
+        }
+        auto slotsFor = [this](GlobalFecId fec) {
+          auto it = resilientSlots_.find(fec);
+          return it == resilientSlots_.end() ? 0u : it->second;
+        };
+        if (json) {
+          printJson(out, [&](JsonWriter& w) {
+            w.StartObject();
+            w.Key("fecs");
+            w.StartObject();
+            for (const auto& [fec, hw] : fecs) {
+              w.Key(std::to_string(fec.value()).c_str());
+              w.StartObject();
+              w.Key("resilientSlots");
+              w.Uint(slotsFor(fec));
+              w.Key("adjacency");
+              if (hw) {
+                w.String(hw->adj.stringValue().c_str());
+              } else {
+                w.Null();
+              }
+              w.Key("slots");
+              w.StartArray();
+              if (hw) {
+                for (const auto& member : hw->slots) {
+                  w.StartObject();
+                  w.Key("mac");
+                  w.String(member.mac.stringValue().c_str());
+                  w.Key("l2Intf");
+                  w.String(member.l2Intf.stringValue().c_str());
+                  w.Key("resolved");
+                  w.Bool(member.resolved);
+                  w.EndObject();
+                }
+              }
+              w.EndArray();
+              w.EndObject();
+            }
+            w.EndObject();
+            w.EndObject();
+          });
+          return;
+        }
+        for (const auto& [fec, hw] : fecs) {
+          std::uint32_t slots = slotsFor(fec);
+          // A refused write leaves the chip with what it held before.
+          std::string chipSlots = hw && hw->slotCount != slots ? fmt::format(" (chip: {} slots)", hw->slotCount) : "";
+          out << fmt::format("fec {} adjacency {}{}{}\n", fec.value(), hw ? hw->adj.stringValue() : "(not in hardware)",
+                             slots ? fmt::format(" resilient slots {}", slots) : "", chipSlots);
+          if (!hw || !slots) continue;
+          // Each next hop with its slots, in the order they first appear.
+          std::vector<std::pair<SoftChip::SlotMember, std::vector<std::size_t>>> byMember;
+          for (std::size_t slot = 0; slot < hw->slots.size(); ++slot) {
+            auto it = std::find_if(byMember.begin(), byMember.end(),
+                                   [&](const auto& held) { return held.first == hw->slots[slot]; });
+            if (it == byMember.end()) it = byMember.insert(byMember.end(), {hw->slots[slot], {}});
+            it->second.push_back(slot);
+          }
+          for (const auto& [member, held] : byMember) {
+            out << fmt::format("  {} {}{} slots {} [{}]\n", member.mac.stringValue(), member.l2Intf.stringValue(),
+                               member.resolved ? "" : " unresolved", held.size(), fmt::join(held, " "));
+          }
+        }
+      });
   shell_.commandIs("show ip watched", "[json]", "watched prefixes with their reference counts and options",
                    [this](Args args, std::ostream& out) {
                      bool json = takeJsonFlag(args);

@@ -12,11 +12,21 @@ namespace Agent {
 namespace {
 
 void printResult(std::ostream& out, const SoftChip::ForwardResult& result) {
-  if (!result.egress.empty()) {
+  if (result.routed) {
+    out << fmt::format("routed in vrf {} by fec {}{}\n", result.vrf, result.fec,
+                       result.slot ? fmt::format(" slot {}", *result.slot) : "");
+    for (const auto& egress : result.egress) {
+      out << egress.port.stringValue();
+      if (!egress.lag.empty()) out << " (" << egress.lag.stringValue() << ")";
+      out << fmt::format(" src {} dst {} ttl {}\n", egress.srcMac.stringValue(), egress.dstMac.stringValue(),
+                         egress.ttl);
+    }
+  } else if (!result.egress.empty()) {
     out << fmt::format("vlan {} {} to {} port{}\n", result.vlan, result.flooded ? "flooded" : "forwarded",
                        result.egress.size(), result.egress.size() == 1 ? "" : "s");
   }
   for (const auto& egress : result.egress) {
+    if (result.routed) break;
     out << egress.port.stringValue() << (egress.tagged ? fmt::format(" tagged {}", egress.vlan) : " untagged");
     if (!egress.lag.empty()) out << " (" << egress.lag.stringValue() << ")";
     out << "\n";
@@ -59,9 +69,31 @@ void resultJson(JsonWriter& w, const SoftChip::ForwardResult& result) {
     } else {
       w.Null();
     }
+    if (result.routed) {
+      w.Key("srcMac");
+      w.String(egress.srcMac.stringValue().c_str());
+      w.Key("dstMac");
+      w.String(egress.dstMac.stringValue().c_str());
+      w.Key("ttl");
+      w.Uint(egress.ttl);
+    }
     w.EndObject();
   }
   w.EndArray();
+  w.Key("routed");
+  w.Bool(result.routed);
+  if (result.routed || result.fec) {
+    w.Key("vrf");
+    w.Uint(result.vrf);
+    w.Key("fec");
+    w.Uint64(result.fec);
+    w.Key("slot");
+    if (result.slot) {
+      w.Uint(*result.slot);
+    } else {
+      w.Null();
+    }
+  }
   w.Key("learned");
   w.Bool(result.learned);
   w.Key("moved");
@@ -76,11 +108,12 @@ void CoreFeature::registerPacketCommands() {
   shell_.commandIs(
       "chip send", "INTF FRAME [json]",
       "a frame into the chip on a port; prints each port it leaves by (and its tag), what was learned, or why "
-      "it was dropped. FRAME: src MAC dst MAC [vlan V [pri P]] [type 0xNNNN] [ip SRC DST [tcp|udp SPORT DPORT]]",
+      "it was dropped. FRAME: src MAC dst MAC [vlan V [pri P]] [type 0xNNNN] [ip SRC DST [ttl N] [tcp|udp SPORT "
+      "DPORT]]",
       [this](Args args, std::ostream& out) {
         const std::string usage =
             "chip send INTF src MAC dst MAC [vlan V [pri P]] [type 0xNNNN] "
-            "[ip SRC DST [tcp|udp SPORT DPORT]] [json]";
+            "[ip SRC DST [ttl N] [tcp|udp SPORT DPORT]] [json]";
         bool json = takeJsonFlag(args);
         if (args.size() < 2) throw CommandError("usage: " + usage);
         auto ports = parseIntfRange(args[0]);

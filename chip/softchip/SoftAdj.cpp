@@ -46,9 +46,12 @@ std::uint32_t SoftAdjHelper::doAddAdjacency(const Orb::L2AdjKey& key, const Orb:
     adj.nextHops.push_back(
         {nh.mac, nh.l2Intf, nh.l3Intf, weight, nh.entryType == Orb::NextHopEntryType::nextHopArpResolved});
   }
+  if (written_) written_(key);
   return addSuccess;
 }
 
-void SoftAdjHelper::doRemoveAdjacency(const Orb::L2AdjKey& key) { table_.entries.erase(key); }
+void SoftAdjHelper::doRemoveAdjacency(const Orb::L2AdjKey& key) {
+  if (table_.entries.erase(key) && written_) written_(key);
+}
 
 }  // namespace SoftChip

@@ -6,6 +6,7 @@
 #include "Orb/OrbHelper.h"
 #include "chip/softchip/SoftChip.h"
 
+#include <functional>
 #include <map>
 #include <vector>
 
@@ -51,7 +52,12 @@ class SoftAdjHelper : public OrbHelper::OrbHelperL2Adj {
   std::uint32_t doAddAdjacency(const Orb::L2AdjKey& key, const Orb::NextHopCollection& nextHops) override;
   void doRemoveAdjacency(const Orb::L2AdjKey& key) override;
 
+  // Called after an adjacency is written or removed, so that what the chip
+  // derives from it (resilient slots) follows.
+  void adjacencyWrittenIs(std::function<void(const Orb::L2AdjKey&)> written) { written_ = std::move(written); }
+
  private:
+  std::function<void(const Orb::L2AdjKey&)> written_;
   Vex::Ptr<SoftChip> chip_;
   SoftAdjTable table_;
   std::uint64_t refused_ = 0;

@@ -2,6 +2,7 @@
 
 #include "chip/softchip/SoftFdb.h"
 #include "chip/softchip/SoftLag.h"
+#include "chip/softchip/SoftRoute.h"
 #include "chip/softchip/SoftStp.h"
 #include "chip/softchip/SoftVlan.h"
 
@@ -28,7 +29,10 @@ Orb::PortState portState(const HwTopology* topology, const Nexo::IntfId& intf) {
 void ForwardResult::clear() {
   vlan = 0;
   egress.clear();
-  flooded = learned = moved = false;
+  flooded = learned = moved = routed = false;
+  vrf = 0;
+  fec = 0;
+  slot.reset();
   drop.clear();
 }
 
@@ -39,6 +43,10 @@ const SoftForwarding::Tables& SoftForwarding::tables() {
   tables_.lags = static_cast<const SoftLagTable*>(chip_.table(SoftLagTable::tableName));
   tables_.topologies = static_cast<const SoftTopologyTable*>(chip_.table(SoftTopologyTable::tableName));
   tables_.fdb = static_cast<SoftFdbTable*>(chip_.table(SoftFdbTable::tableName));
+  tables_.l3Intfs = static_cast<const SoftL3IntfTable*>(chip_.table(SoftL3IntfTable::tableName));
+  tables_.routes = static_cast<const SoftRouteTable*>(chip_.table(SoftRouteTable::tableName));
+  tables_.fecs = static_cast<const SoftFecTable*>(chip_.table(SoftFecTable::tableName));
+  tables_.adjacencies = static_cast<const SoftAdjTable*>(chip_.table(SoftAdjTable::tableName));
   tablesGeneration_ = chip_.tablesGeneration();
   return tables_;
 }
@@ -63,6 +71,12 @@ void SoftForwarding::forward(const Nexo::IntfId& ingress, const Frame& frame, Fo
   flowHash_.reset();
   const Tables& t = tables();
   const Nexo::IntfId from = logical(ingress);
+  if (t.l3Intfs) {
+    if (const HwL3Intf* routed = t.l3Intfs->find(from)) {
+      route(routed->vrf, frame, result);
+      return;
+    }
+  }
   if (!t.vlans) {
     result.drop = "no VLAN table";
     return;
@@ -175,6 +189,84 @@ void SoftForwarding::addEgress(const HwVlan& vlan, const Nexo::IntfId& member, c
   } else {
     out.port = intf;
   }
+  result.egress.push_back(out);
+}
+
+void SoftForwarding::route(std::uint32_t vrf, const Frame& frame, ForwardResult& result) const {
+  const Tables& t = tables_;
+  if (!frame.ipDst || (frame.etherType != Frame::etherTypeIpv4 && frame.etherType != Frame::etherTypeIpv6)) {
+    result.drop = "routed interface: not an IP frame";
+    return;
+  }
+  if (frame.dst != t.l3Intfs->routerMac) {
+    result.drop = fmt::format("routed interface: {} is not the router MAC", frame.dst.stringValue());
+    return;
+  }
+  result.vrf = vrf;
+  if (frame.ttl <= 1) {
+    result.drop = fmt::format("TTL {} expired", frame.ttl);
+    return;
+  }
+  const HwRoute* hwRoute = t.routes ? t.routes->lookup(vrf, *frame.ipDst) : nullptr;
+  if (!hwRoute) {
+    result.drop = fmt::format("no route to {} in vrf {}", frame.ipDst->stringValue(), vrf);
+    return;
+  }
+  result.fec = hwRoute->fec;
+  const HwFec* fec = t.fecs ? t.fecs->find(SoftFecKey{hwRoute->fec}) : nullptr;
+  if (!fec) {
+    result.drop = fmt::format("fec {} not in hardware", hwRoute->fec);
+    return;
+  }
+  const HwAdj* adj = t.adjacencies ? t.adjacencies->find(fec->adj) : nullptr;
+  if (!adj || adj->nextHops.empty()) {
+    result.drop =
+        fmt::format("fec {}: adjacency {} has no next hops in hardware", hwRoute->fec, fec->adj.stringValue());
+    return;
+  }
+  if (!flowHash_) flowHash_ = frameFlowHash(frame);
+  HwNextHop nextHop;
+  if (fec->slotCount) {
+    if (fec->slots.empty()) {
+      result.drop = fmt::format("fec {}: no slots laid", hwRoute->fec);
+      return;
+    }
+    std::size_t slot = resilientSlotFor(*flowHash_, fec->slots.size());
+    result.slot = static_cast<std::uint32_t>(slot);
+    nextHop = fec->slots[slot];
+  } else {
+    // By weight: a next hop of weight w takes w shares of the hash space.
+    std::uint64_t total = 0;
+    for (const auto& nh : adj->nextHops) total += std::max<std::uint32_t>(nh.weight, 1);
+    std::uint64_t pick = resilientSlotFor(*flowHash_, total);
+    for (const auto& nh : adj->nextHops) {
+      std::uint64_t share = std::max<std::uint32_t>(nh.weight, 1);
+      if (pick < share) {
+        nextHop = nh;
+        break;
+      }
+      pick -= share;
+    }
+  }
+  if (!nextHop.resolved) {
+    result.drop = fmt::format("fec {}: next hop on {} unresolved", hwRoute->fec, nextHop.l3Intf.stringValue());
+    return;
+  }
+  FrameEgress out;
+  out.port = nextHop.l2Intf;
+  if (nextHop.l2Intf.isLag()) {
+    const HwLag* lag = t.lags ? t.lags->lag(nextHop.l2Intf) : nullptr;
+    if (!lag || lag->members.empty()) {
+      result.drop = fmt::format("{} has no active member", nextHop.l2Intf.stringValue());
+      return;
+    }
+    out.lag = nextHop.l2Intf;
+    out.port = lag->memberFor(*flowHash_);
+  }
+  out.srcMac = t.l3Intfs->routerMac;
+  out.dstMac = nextHop.mac;
+  out.ttl = static_cast<std::uint8_t>(frame.ttl - 1);
+  result.routed = true;
   result.egress.push_back(out);
 }
 

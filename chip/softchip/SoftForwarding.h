@@ -27,6 +27,15 @@
 //    frameFlowHash and HwLag::memberFor, so that one flow always takes one
 //    member and a member going moves only the flows it carried.
 //
+// A frame arriving on a routed interface (one the chip's layer-3 interface
+// table holds) is routed instead, in the interface's VRF: it must be IPv4
+// or IPv6 and addressed to the router MAC, and its TTL above 1; the
+// longest prefix holding its destination names a FEC, the FEC its
+// adjacency, and the flow hash picks one next hop (by slot for a resilient
+// FEC, by weight otherwise). The copy leaves untagged by the next hop's
+// interface (one member of a LAG) with the router MAC as source, the next
+// hop's as destination, and its TTL one lower.
+//
 // A chip without a table of some kind does without it: no LAG table, no
 // LAGs; no topology table, every port forwards; no forwarding database,
 // every destination is unknown and nothing is learned.
@@ -41,7 +50,11 @@
 
 namespace SoftChip {
 
+class SoftAdjTable;
 class SoftFdbTable;
+class SoftFecTable;
+class SoftL3IntfTable;
+class SoftRouteTable;
 class SoftLagTable;
 class SoftTopologyTable;
 class SoftVlanTable;
@@ -55,6 +68,10 @@ struct FrameEgress {
   Nexo::IntfId lag;   // the LAG `port` was chosen from; empty when none
   bool tagged = false;
   std::uint16_t vlan = 0;  // the tag it carries when `tagged`
+  // A routed copy's rewritten header; zero for a bridged copy.
+  Nexo::EthAddr srcMac;
+  Nexo::EthAddr dstMac;
+  std::uint8_t ttl = 0;
   bool operator==(const FrameEgress&) const = default;
 };
 
@@ -68,6 +85,12 @@ struct ForwardResult {
   // new address, or moved from another port.
   bool learned = false;
   bool moved = false;
+  // Routed: the VRF, the FEC the route named and, for a resilient FEC, the
+  // slot the flow took.
+  bool routed = false;
+  std::uint32_t vrf = 0;
+  std::uint64_t fec = 0;
+  std::optional<std::uint32_t> slot;
   // Why the frame went nowhere; empty when it left the chip.
   std::string drop;
 
@@ -97,6 +120,10 @@ class SoftForwarding {
     const SoftLagTable* lags = nullptr;
     const SoftTopologyTable* topologies = nullptr;
     SoftFdbTable* fdb = nullptr;
+    const SoftL3IntfTable* l3Intfs = nullptr;
+    const SoftRouteTable* routes = nullptr;
+    const SoftFecTable* fecs = nullptr;
+    const SoftAdjTable* adjacencies = nullptr;
   };
   // The chip's tables, looked up again only when the chip's set changed.
   const Tables& tables();
@@ -109,6 +136,8 @@ class SoftForwarding {
   // Adds a copy leaving by `intf` (a port or a LAG) with the VLAN's tagging.
   void addEgress(const HwVlan& vlan, const Nexo::IntfId& member, const Nexo::IntfId& intf, const Frame& frame,
                  ForwardResult& result) const;
+  // Routes a frame that arrived on a routed interface of `vrf`.
+  void route(std::uint32_t vrf, const Frame& frame, ForwardResult& result) const;
   void flood(const HwVlan& vlan, const HwTopology* topology, const Nexo::IntfId& from, const Frame& frame,
              ForwardResult& result) const;
 

@@ -108,6 +108,10 @@ Frame frameFromText(std::string_view text) {
     frame.ipDst = reader.ip("a destination IPv4 or IPv6 address");
     if (frame.ipDst->isV6() != frame.ipSrc->isV6()) bad(dstToken, "an address of the source's family");
     frame.etherType = frame.ipSrc->isV6() ? Frame::etherTypeIpv6 : Frame::etherTypeIpv4;
+    if (reader.peek() == "ttl") {
+      reader.take("'ttl'");
+      frame.ttl = static_cast<std::uint8_t>(reader.number("a TTL 0-255", 255));
+    }
     if (reader.peek() == "tcp" || reader.peek() == "udp") {
       frame.l4 = reader.take("'tcp' or 'udp'") == "tcp" ? L4Protocol::tcp : L4Protocol::udp;
       frame.srcPort = static_cast<std::uint16_t>(reader.number("a source port 0-65535", 65535));
@@ -134,6 +138,7 @@ std::string frameText(const Frame& frame) {
   if (frame.etherType != implied) text += fmt::format(" type 0x{:04x}", frame.etherType);
   if (frame.ipSrc && frame.ipDst) {
     text += fmt::format(" ip {} {}", frame.ipSrc->stringValue(), frame.ipDst->stringValue());
+    if (frame.ttl != Frame::defaultTtl) text += fmt::format(" ttl {}", frame.ttl);
     if (frame.l4 != L4Protocol::none) {
       text += fmt::format(" {} {} {}", frame.l4 == L4Protocol::tcp ? "tcp" : "udp", frame.srcPort, frame.dstPort);
     }

@@ -4,7 +4,7 @@
 //
 // Its text form is short to type in scenarios:
 //
-//   src MAC dst MAC [vlan V [pri P]] [type ETHERTYPE] [ip SRC DST [tcp|udp SPORT DPORT]]
+//   src MAC dst MAC [vlan V [pri P]] [type ETHERTYPE] [ip SRC DST [ttl N] [tcp|udp SPORT DPORT]]
 //
 // e.g. "src 00:00:00:00:00:01 dst ff:ff:ff:ff:ff:ff vlan 10 ip 10.0.0.1 10.0.0.2 udp 1000 2000".
 // `ip` takes two IPv4 or two IPv6 addresses. The ethertype defaults to IPv4
@@ -36,6 +36,7 @@ struct Frame {
   static constexpr std::uint16_t etherTypeIpv4 = 0x0800;
   static constexpr std::uint16_t etherTypeIpv6 = 0x86dd;
   static constexpr std::uint16_t etherTypeLocal = 0x88b5;
+  static constexpr std::uint8_t defaultTtl = 64;
 
   Nexo::EthAddr src;
   Nexo::EthAddr dst;
@@ -44,6 +45,7 @@ struct Frame {
   // Both set, of one family, or neither.
   std::optional<Nexo::IpGenAddr> ipSrc;
   std::optional<Nexo::IpGenAddr> ipDst;
+  std::uint8_t ttl = defaultTtl;  // TTL or hop limit; routing lowers it
   L4Protocol l4 = L4Protocol::none;
   std::uint16_t srcPort = 0;
   std::uint16_t dstPort = 0;
@@ -64,7 +66,7 @@ std::string frameText(const Frame& frame);
 
 // The hash a LAG picks its member by: source and destination MAC, ethertype,
 // IP addresses and L4 ports, so every frame of one flow takes one member.
-// Not the tag: a flow keeps its member whichever VLAN it is carried in.
+// Not the TTL, which changes hop by hop. Not the tag: a flow keeps its member whichever VLAN it is carried in.
 std::uint64_t frameFlowHash(const Frame& frame);
 
 }  // namespace SoftChip

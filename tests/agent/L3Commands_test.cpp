@@ -23,7 +23,7 @@ class L3CommandsTest : public ::testing::Test {
   }
   std::string state() {
     return run(agent, "show ip route json") + run(agent, "show adjacency json") + run(agent, "show ip watched json") +
-           agent.chip().json();
+           run(agent, "show fec json") + run(agent, "show resilient-ecmp dedup json") + agent.chip().json();
   }
 };
 
@@ -54,11 +54,58 @@ TEST_F(L3CommandsTest, BadInputIsRefusedAndChangesNothing) {
       {"no fec 77", "no fec 77"},
       {"chip adjacency full soon 3", "usage: chip adjacency"},
       {"interface Ethernet1 vrf", "usage:"},
+      {"fec 10 resilient slots 0", "out of range"},
+      {"fec 10 resilient slots 4097", "out of range"},
+      {"fec 99 resilient slots 8", "no fec 99"},
+      {"fec 10 resilient slot 8", "usage: fec ID via ADDR INTF [weight W] | fec ID resilient slots N"},
+      {"no fec 10 via 10.0.0.9 Ethernet1", "fec 10 has no via 10.0.0.9 Ethernet1"},
+      {"no fec 10 via 10.0.0.x Ethernet1", "bad IPv4 address"},
+      {"no fec 10 resilience", "usage: no fec ID"},
+      {"no fec 99 resilient", "no fec 99"},
+      {"ip router-mac 01:00:00:00:00:01", "a router MAC is unicast"},
+      {"ip router-mac nonsense", "bad MAC address"},
+      {"chip route full soon 3", "usage: chip route"},
+      {"chip fec capacity", "usage: chip fec"},
+      {"show fec 99", "no fec 99"},
+      {"resilient-ecmp dedup 99", "no fec 99"},
+      {"no resilient-ecmp dedup 5", "no deduping request 5"},
+      {"no resilient-ecmp dedup 65536", "out of range"},
   };
   for (const auto& [line, reason] : cases) {
     EXPECT_NE(error(agent, line).find(reason), std::string::npos) << line << " -> " << error(agent, line);
     EXPECT_EQ(state(), before) << line;
   }
+}
+
+TEST_F(L3CommandsTest, AResilientFecFollowsItsViasInTheChip) {
+  run(agent, "vrf blue");
+  run(agent, "interface Ethernet3 vrf red");
+  run(agent, "interface Ethernet4 vrf blue");
+  run(agent, "arp red 10.0.0.2 00:00:00:00:aa:02 Ethernet1");
+  run(agent, "arp red 10.0.0.3 00:00:00:00:aa:03 Ethernet3");
+  run(agent, "fec 10 via 10.0.0.3 Ethernet3");
+  run(agent, "fec 10 resilient slots 8");
+  run(agent, "ip route vrf red 10.9.0.0/16 fec 10");
+  const auto& chip = *agent.l3().routeHelper();
+  const auto* fec = chip.fecs().find(SoftChip::SoftFecKey{10});
+  ASSERT_TRUE(fec);
+  EXPECT_EQ(fec->slots.size(), 8u);
+  EXPECT_EQ(chip.routes().size(), 1u);
+  EXPECT_EQ(chip.l3Intfs().size(), 4u);
+  // The via goes: every slot is the survivor's.
+  run(agent, "no fec 10 via 10.0.0.3 Ethernet3");
+  fec = chip.fecs().find(SoftChip::SoftFecKey{10});
+  ASSERT_TRUE(fec);
+  for (const auto& member : fec->slots) EXPECT_EQ(member.mac, Nexo::EthAddr("00:00:00:00:aa:02"));
+  EXPECT_NE(run(agent, "show fec 10").find("00:00:00:00:aa:02 Ethernet1 slots 8 [0 1 2 3 4 5 6 7]"), std::string::npos);
+  run(agent, "no fec 10 resilient");
+  EXPECT_EQ(chip.fecs().find(SoftChip::SoftFecKey{10})->slotCount, 0u);
+  run(agent, "no ip route vrf red 10.9.0.0/16");
+  run(agent, "no fec 10");
+  EXPECT_EQ(chip.routes().size(), 0u);
+  EXPECT_EQ(chip.fecs().size(), 0u);
+  run(agent, "interface Ethernet4 vrf red");
+  EXPECT_EQ(chip.l3Intfs().find(Nexo::IntfId("Ethernet4"))->vrf, 1u);
 }
 
 TEST_F(L3CommandsTest, AFecInUseAndAnInterfaceWithViasStay) {

@@ -24,6 +24,8 @@ TEST(SoftFrame, TextFormsParseBackToTheSameFrame) {
            "src 00:00:00:00:00:01 dst 00:00:00:00:00:02 vlan 10 ip 10.0.0.1 10.0.0.2 udp 1000 2000",
            "src 00:00:00:00:00:01 dst 00:00:00:00:00:02 ip 2001:db8::1 2001:db8::2 tcp 0 65535",
            "src 00:00:00:00:00:01 dst 00:00:00:00:00:02 type 0x0806 ip 10.0.0.1 10.0.0.2",
+           "src 00:00:00:00:00:01 dst 00:00:00:00:00:02 ip 10.0.0.1 10.0.0.2 ttl 1 udp 1 2",
+           "src 00:00:00:00:00:01 dst 00:00:00:00:00:02 ip 2001:db8::1 2001:db8::2 ttl 0",
        }) {
     Frame frame = frameFromText(text);
     EXPECT_EQ(frameText(frame), text);
@@ -44,6 +46,13 @@ TEST(SoftFrame, ShortFormsFillTheirDefaults) {
   EXPECT_EQ(frameFromText("src 00:00:00:00:00:01 dst 00:00:00:00:00:02 ip ::1 ::2").etherType, Frame::etherTypeIpv6);
   EXPECT_EQ(frameFromText("src 00:00:00:00:00:01 dst 00:00:00:00:00:02").etherType, Frame::etherTypeLocal);
   EXPECT_FALSE(frameFromText("src 00:00:00:00:00:01 dst 00:00:00:00:00:02").tag);
+  // The TTL is 64 unless given, and printed only when it is not.
+  EXPECT_EQ(frame.ttl, Frame::defaultTtl);
+  EXPECT_EQ(frameText(frameFromText("src 00:00:00:00:00:01 dst 00:00:00:00:00:02 ip ::1 ::2 ttl 64")),
+            "src 00:00:00:00:00:01 dst 00:00:00:00:00:02 ip ::1 ::2");
+  // A flow keeps its hash hop by hop.
+  EXPECT_EQ(SoftChip::frameFlowHash(frameFromText("src 00:00:00:00:00:01 dst 00:00:00:00:00:02 ip ::1 ::2 ttl 3")),
+            SoftChip::frameFlowHash(frameFromText("src 00:00:00:00:00:01 dst 00:00:00:00:00:02 ip ::1 ::2")));
 }
 
 // The message of the error `text` raises.
@@ -76,6 +85,9 @@ TEST(SoftFrame, BadTextNamesTheTokenAtFault) {
       {macs + " udp 1 2", "bad frame token 'udp': expected 'vlan', 'type', 'ip' or the end of the frame"},
       {macs + " ip 10.0.0.1 10.0.0.2 sctp 1 2", "bad frame token 'sctp': expected the end of the frame"},
       {macs + " ip 10.0.0.1 10.0.0.2 vlan 10", "bad frame token 'vlan'"},
+      {macs + " ip 10.0.0.1 10.0.0.2 ttl 256", "bad frame token '256': expected a TTL 0-255"},
+      {macs + " ip 10.0.0.1 10.0.0.2 ttl", "frame ends early: expected a TTL 0-255"},
+      {macs + " ttl 3", "bad frame token 'ttl'"},
   };
   for (const auto& [text, error] : cases) {
     EXPECT_NE(errorOf(text).find(error), std::string::npos) << "'" << text << "' gave: " << errorOf(text);
