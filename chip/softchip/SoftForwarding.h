@@ -16,6 +16,8 @@
 //  - the port's spanning-tree state in the VLAN's topology: blocking or
 //    disabled drop the frame, learning learns its source and drops it;
 //  - a multicast source is dropped, never learned;
+//  - the ingress ACL of the port for the frame's kind (IPv4, IPv6, or any
+//    other frame: MAC) matches it in priority order: a deny drops it;
 //  - the source is learned or moved through the forwarding database's own
 //    learn (hardware learning, or a report to the CPU in software learning
 //    mode), when learning is on for the port and the VLAN;
@@ -25,7 +27,8 @@
 //    forward, never back to the ingress port or LAG;
 //  - a frame to a LAG leaves by exactly one member, chosen by
 //    frameFlowHash and HwLag::memberFor, so that one flow always takes one
-//    member and a member going moves only the flows it carried.
+//    member and a member going moves only the flows it carried;
+//  - each copy meets the egress ACL of its port, which may deny it.
 //
 // A chip without a table of some kind does without it: no LAG table, no
 // LAGs; no topology table, every port forwards; no forwarding database,
@@ -34,6 +37,7 @@
 
 #include "chip/softchip/SoftChip.h"
 #include "chip/softchip/SoftFrame.h"
+#include "platform/model/Acl.h"
 
 #include <optional>
 #include <string>
@@ -41,7 +45,9 @@
 
 namespace SoftChip {
 
+class SoftAclTable;
 class SoftFdbTable;
+struct AclVerdict;
 class SoftLagTable;
 class SoftTopologyTable;
 class SoftVlanTable;
@@ -70,6 +76,9 @@ struct ForwardResult {
   bool moved = false;
   // Why the frame went nowhere; empty when it left the chip.
   std::string drop;
+  // The ACL decisions the frame met ("acl ip web in on Ethernet1: seq 10
+  // permits"), ingress first.
+  std::vector<std::string> acls;
 
   bool dropped() const { return !drop.empty(); }
   void clear();
@@ -97,7 +106,16 @@ class SoftForwarding {
     const SoftLagTable* lags = nullptr;
     const SoftTopologyTable* topologies = nullptr;
     SoftFdbTable* fdb = nullptr;
+    SoftAclTable* acl = nullptr;
   };
+  // The L2 pipeline, with the ingress ACL after spanning tree.
+  void bridge(const Nexo::IntfId& ingress, const Frame& frame, ForwardResult& result);
+  // The ACL applied at `intf` in `direction` for the frame's kind, if one
+  // matched: noted on the result and counted.
+  std::optional<AclVerdict> aclVerdict(const Nexo::IntfId& intf, Acl::AclDirection direction, const Frame& frame,
+                                       ForwardResult& result);
+  // Takes out the copies an egress ACL denies.
+  void filterEgress(const Frame& frame, ForwardResult& result);
   // The chip's tables, looked up again only when the chip's set changed.
   const Tables& tables();
   // The LAG a port is a member of, or the port itself.
