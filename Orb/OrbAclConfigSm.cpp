@@ -312,10 +312,12 @@ void AclConfigSm::commitOne(AclData& data) {
     BLIP(aclTrace(), 5, "addIntfToAcl returned True for {}", pair.stringValue());
     data.boundIntfs().insert(pair);
     typeSm_->blockedIntfDel(pair.intfId);
-    if (root_->aclStatus() && root_->aclStatus()->errdisabledIntf(pair.intfId)) {
-      root_->doErrdisable(pair.intfId, false);
-      BLIP(aclTrace(), 3, "Moved {} out of errdisable state", pair.intfId.stringValue());
-    }
+  }
+  // Ports taken out of service over an earlier attempt come back.
+  for (const auto& pair : data.boundIntfs()) {
+    if (!root_->aclStatus() || !root_->aclStatus()->errdisabledIntf(pair.intfId)) continue;
+    root_->doErrdisable(pair.intfId, false);
+    BLIP(aclTrace(), 3, "Moved {} out of errdisable state", pair.intfId.stringValue());
   }
 }
 

@@ -142,7 +142,16 @@ Acl::MacFilter macFilterArgs(RuleReader& reader) {
     const std::string& word = reader.take("");
     if (word == "type") {
       const std::string& value = reader.take("an ethertype");
-      filter.etherType = static_cast<std::uint16_t>(parseInteger(value, 0, 0xffff));
+      std::size_t used = 0;
+      unsigned long parsed = 0x10000;
+      try {
+        if (value.rfind("0x", 0) == 0 && value.size() > 2) parsed = std::stoul(value.substr(2), &used, 16);
+      } catch (const std::exception&) {
+      }
+      if (used != value.size() - 2 || parsed > 0xffff) {
+        throw CommandError(fmt::format("bad ethertype '{}': expected 0x0000-0xffff", value));
+      }
+      filter.etherType = static_cast<std::uint16_t>(parsed);
     } else if (word == "mpls") {
       filter.matchMplsLabel = true;
       filter.mplsLabel = parseInteger(reader.take("an MPLS label"), -2147483647L, 2147483647L);
