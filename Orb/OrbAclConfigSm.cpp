@@ -7,6 +7,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <iterator>
+
 namespace Orb {
 
 class AclDataSm::DataReactor : public Vex::Reactor<AclData, AclDataSm> {
@@ -255,9 +258,11 @@ void AclConfigSm::commitAcl() {
 
 namespace {
 
-std::set<std::uint32_t> ruleIds(const std::vector<AclSubrule>& subrules) {
-  std::set<std::uint32_t> ids;
-  for (const auto& subrule : subrules) ids.insert(subrule.uniqueId);
+std::vector<std::uint32_t> ruleIds(const std::vector<AclRule>& rules) {
+  std::vector<std::uint32_t> ids;
+  ids.reserve(rules.size());
+  for (const auto& rule : rules) ids.push_back(rule.uniqueId);
+  std::sort(ids.begin(), ids.end());
   return ids;
 }
 
@@ -270,17 +275,18 @@ void AclConfigSm::commitOne(AclData& data) {
   if (data.state == AclDataState::prepared) {
     if (type() == Acl::mac()) ORB_ASSERT(type() == Acl::mac());
     const bool isNew = !data.installed;
-    static const std::vector<AclSubrule> none;
-    const auto before = ruleIds(isNew ? none : data.committedSubrules);
+    static const std::vector<std::uint32_t> none;
+    const auto& before = isNew ? none : data.committedRuleIds;
     data.hwResult = helper.commitAcl(data);
     if (helper.deferredOperationsSupported() && root_->updatingAcls()) root_->opRequested();
     std::string changes;
-    const auto after = ruleIds(data.subrules);
-    for (auto id : after) {
-      if (!before.count(id)) changes += fmt::format(", add rule id: {}", id);
-    }
-    for (auto id : before) {
-      if (!after.count(id)) changes += fmt::format(", remove rule id: {}", id);
+    auto after = ruleIds(data.rules);
+    if (aclTrace().enabled(3)) {
+      std::vector<std::uint32_t> added, removed;
+      std::set_difference(after.begin(), after.end(), before.begin(), before.end(), std::back_inserter(added));
+      std::set_difference(before.begin(), before.end(), after.begin(), after.end(), std::back_inserter(removed));
+      for (auto id : added) changes += fmt::format(", add rule id: {}", id);
+      for (auto id : removed) changes += fmt::format(", remove rule id: {}", id);
     }
     BLIP(aclTrace(), 3, "{}{}{}", isNew ? "Create status: " : "Update status: ", data.hwResult.status, changes);
     data.dirtyIs(false);
@@ -289,7 +295,7 @@ void AclConfigSm::commitOne(AclData& data) {
       data.unstable = true;
       return;
     }
-    data.committedSubrules = data.subrules;
+    data.committedRuleIds = std::move(after);
     data.installed = true;
     data.unstable = false;
     data.state = AclDataState::installed;

@@ -118,9 +118,11 @@ class AclConfigSm : public OrbBaseSm {
   void createMacAclRule(AclData& data, std::uint32_t seq, const Acl::MacRuleConfig& rule);
   // The subrules of one IP rule of either family: port blocks crossed,
   // TCP flags for established connections, the fragment-permit rule.
-  void createIpAclRuleData(AclData& data, AclSubrule base, const Acl::PortMatch& sourcePort,
+  void createIpAclRuleData(AclData& data, AclRule base, const Acl::PortMatch& sourcePort,
                            const Acl::PortMatch& destinationPort, bool established, bool fragments);
-  void createFragPermitRule(AclData& data, const AclSubrule& base);
+  void createFragPermitRule(AclData& data, const AclRule& base);
+  // Adds a rule to the instance; its index.
+  std::uint32_t ruleIs(AclData& data, const AclRule& rule);
   void offer(AclData& data, const AclSubrule& subrule);
   void checkFinalRuleStatus(AclData& data);
 

@@ -22,6 +22,7 @@ class AclHelper : public Orb::OrbBaseHelper {
  public:
   using AclData = Orb::AclData;
   using AclDataStatus = Orb::AclDataStatus;
+  using AclRule = Orb::AclRule;
   using AclSubrule = Orb::AclSubrule;
   using IntfPairKey = Orb::IntfPairKey;
   using OpsCompletedHandler = std::function<void(std::uint32_t)>;
@@ -36,19 +37,21 @@ class AclHelper : public Orb::OrbBaseHelper {
 
   virtual void hwInit() {}
   // Building an instance: precreateAcl first, then one call per subrule in
-  // rule order, the final rule last. Each create answers whether the chip
+  // rule order (a subrule names its rule by index in data.rules), the final
+  // rule last. Each create answers whether the chip
   // can hold the subrule.
   virtual void precreateAcl(AclData&, AclDataStatus&) {}
-  virtual bool createIpAclSubrule(Acl::AclType, const AclSubrule&, std::uint32_t /*uniqueId*/, AclData&) {
+  virtual bool createIpAclSubrule(Acl::AclType, const AclRule&, const AclSubrule&, std::uint32_t /*uniqueId*/,
+                                  AclData&) {
     return ORB_UNIMPLEMENTED(AclHelper, createIpAclSubrule);
   }
-  virtual bool createIpFragRule(AclData&, const AclSubrule&, std::uint32_t /*uniqueId*/) {
+  virtual bool createIpFragRule(AclData&, const AclRule&, const AclSubrule&, std::uint32_t /*uniqueId*/) {
     return ORB_UNIMPLEMENTED(AclHelper, createIpFragRule);
   }
-  virtual bool createMacAclRule(const AclSubrule&, std::uint32_t /*uniqueId*/, AclData&) {
+  virtual bool createMacAclRule(const AclRule&, const AclSubrule&, std::uint32_t /*uniqueId*/, AclData&) {
     return ORB_UNIMPLEMENTED(AclHelper, createMacAclRule);
   }
-  virtual bool createFinalAclRule(Acl::AclType, AclData&, const AclSubrule&) {
+  virtual bool createFinalAclRule(Acl::AclType, AclData&, const AclRule&, const AclSubrule&) {
     return ORB_UNIMPLEMENTED(AclHelper, createFinalAclRule);
   }
   // Hands the built instance to the chip: new, or replacing the version

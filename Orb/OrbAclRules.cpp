@@ -40,6 +40,7 @@ void AclConfigSm::createAclForData(AclData& data) {
     data.unstable = true;
     return;
   }
+  data.rules.clear();
   data.subrules.clear();
   data.unsupportedRules.clear();
   helper.precreateAcl(data, *aclDataStatusIs(data.key()));
@@ -64,12 +65,16 @@ void AclConfigSm::createAclForData(AclData& data) {
       }
       break;
   }
-  AclSubrule final;
+  AclRule final;
   final.kind = AclSubruleKind::final;
   final.uniqueId = finalRuleId;
   final.action = Acl::AclAction::deny;
-  data.subrules.push_back(final);
-  if (!helper.createFinalAclRule(type(), data, final)) data.unsupportedRules.insert(finalRuleId);
+  data.rules.push_back(final);
+  AclSubrule finalEntry;
+  finalEntry.rule = static_cast<std::uint32_t>(data.rules.size() - 1);
+  data.subrules.push_back(finalEntry);
+  if (!helper.createFinalAclRule(type(), data, data.rules.back(), finalEntry))
+    data.unsupportedRules.insert(finalRuleId);
   data.numRules = rules;
   data.count = rules + 1;
   checkFinalRuleStatus(data);
@@ -94,32 +99,37 @@ void AclConfigSm::checkFinalRuleStatus(AclData& data) {
   }
 }
 
+std::uint32_t AclConfigSm::ruleIs(AclData& data, const AclRule& rule) {
+  data.rules.push_back(rule);
+  return static_cast<std::uint32_t>(data.rules.size() - 1);
+}
+
 void AclConfigSm::offer(AclData& data, const AclSubrule& subrule) {
   auto& helper = *root_->aclHelper();
   data.subrules.push_back(subrule);
+  const AclRule& rule = data.rules[subrule.rule];
   bool supported = false;
-  switch (subrule.kind) {
+  switch (rule.kind) {
     case AclSubruleKind::ip:
     case AclSubruleKind::ip6:
-      supported = helper.createIpAclSubrule(type(), subrule, subrule.uniqueId, data);
+      supported = helper.createIpAclSubrule(type(), rule, subrule, rule.uniqueId, data);
       break;
     case AclSubruleKind::fragPermit:
-      supported = helper.createIpFragRule(data, subrule, subrule.uniqueId);
+      supported = helper.createIpFragRule(data, rule, subrule, rule.uniqueId);
       break;
     case AclSubruleKind::mac:
-      supported = helper.createMacAclRule(subrule, subrule.uniqueId, data);
+      supported = helper.createMacAclRule(rule, subrule, rule.uniqueId, data);
       break;
     case AclSubruleKind::final:
       orbAssert("the final rule is not offered as a rule");
   }
-  if (!supported) {
-    data.unsupportedRules.insert(subrule.uniqueId);
-    BLIP(aclTrace(), 3, "rule {} (seq {}) is not supported by the chip", subrule.uniqueId, subrule.seq);
+  if (!supported && data.unsupportedRules.insert(rule.uniqueId).second) {
+    BLIP(aclTrace(), 3, "rule {} (seq {}) is not supported by the chip", rule.uniqueId, rule.seq);
   }
 }
 
 void AclConfigSm::createIpAclRule(AclData& data, std::uint32_t seq, const Acl::IpRuleConfig& rule) {
-  AclSubrule base;
+  AclRule base;
   base.kind = AclSubruleKind::ip;
   base.seq = seq;
   base.uniqueId = rule.uniqueId;
@@ -132,7 +142,7 @@ void AclConfigSm::createIpAclRule(AclData& data, std::uint32_t seq, const Acl::I
 }
 
 void AclConfigSm::createIp6AclRule(AclData& data, std::uint32_t seq, const Acl::Ip6RuleConfig& rule) {
-  AclSubrule base;
+  AclRule base;
   base.kind = AclSubruleKind::ip6;
   base.seq = seq;
   base.uniqueId = rule.uniqueId;
@@ -144,7 +154,7 @@ void AclConfigSm::createIp6AclRule(AclData& data, std::uint32_t seq, const Acl::
                       rule.filter.fragments);
 }
 
-void AclConfigSm::createIpAclRuleData(AclData& data, AclSubrule base, const Acl::PortMatch& sourcePort,
+void AclConfigSm::createIpAclRuleData(AclData& data, AclRule base, const Acl::PortMatch& sourcePort,
                                       const Acl::PortMatch& destinationPort, bool established, bool fragments) {
   if (base.protocol == protocolTcp && established) {
     BLIP(aclTrace(), 6, "\tEstablished: Yes");
@@ -163,7 +173,7 @@ void AclConfigSm::createIpAclRuleData(AclData& data, AclSubrule base, const Acl:
       createFragPermitRule(data, base);
     } else {
       BLIP(aclTrace(), 5, "Not Creating fragment permit rule");
-      offer(data, base);
+      offer(data, {ruleIs(data, base), {0, 0, 0}, {0, 0, 0}});
     }
     return;
   }
@@ -171,18 +181,14 @@ void AclConfigSm::createIpAclRuleData(AclData& data, AclSubrule base, const Acl:
   const AclPortMaskVector destinations = portMasks(destinationPort);
   base.sourceRange = sourcePort;
   base.destinationRange = destinationPort;
+  const std::uint32_t rule = ruleIs(data, base);
   for (const auto& source : sources) {
-    for (const auto& destination : destinations) {
-      AclSubrule subrule = base;
-      subrule.sourcePort = source;
-      subrule.destinationPort = destination;
-      offer(data, subrule);
-    }
+    for (const auto& destination : destinations) offer(data, {rule, source, destination});
   }
 }
 
-void AclConfigSm::createFragPermitRule(AclData& data, const AclSubrule& base) {
-  AclSubrule fragRule = base;
+void AclConfigSm::createFragPermitRule(AclData& data, const AclRule& base) {
+  AclRule fragRule = base;
   fragRule.kind = AclSubruleKind::fragPermit;
   const std::string match =
       base.kind == AclSubruleKind::ip6
@@ -196,16 +202,16 @@ void AclConfigSm::createFragPermitRule(AclData& data, const AclSubrule& base) {
   BLIP(aclTrace(), 5, "Creating fragment permit rule");
   data.fragMap.insert(match);
   BLIP(aclTrace(), 6, "fragMap({}): insert {}", data.key().stringValue(), match);
-  offer(data, fragRule);
+  offer(data, {ruleIs(data, fragRule), {0, 0, 0}, {0, 0, 0}});
 }
 
 void AclConfigSm::createMacAclRule(AclData& data, std::uint32_t seq, const Acl::MacRuleConfig& rule) {
-  AclSubrule subrule;
-  subrule.kind = AclSubruleKind::mac;
-  subrule.seq = seq;
-  subrule.uniqueId = rule.uniqueId;
-  subrule.action = rule.action;
-  subrule.mac = rule.filter;
+  AclRule macRule;
+  macRule.kind = AclSubruleKind::mac;
+  macRule.seq = seq;
+  macRule.uniqueId = rule.uniqueId;
+  macRule.action = rule.action;
+  macRule.mac = rule.filter;
   try {
     Acl::checkMacFilter(rule.filter);
   } catch (const Vex::RangeError& e) {
@@ -214,7 +220,7 @@ void AclConfigSm::createMacAclRule(AclData& data, std::uint32_t seq, const Acl::
     data.unsupportedRules.insert(rule.uniqueId);
     return;
   }
-  offer(data, subrule);
+  offer(data, {ruleIs(data, macRule), {0, 0, 0}, {0, 0, 0}});
 }
 
 }  // namespace Orb

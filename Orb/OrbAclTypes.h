@@ -58,9 +58,9 @@ BOOST_DESCRIBE_ENUM(AclSubruleKind, ip, ip6, mac, fragPermit, final)
 inline constexpr std::uint8_t tcpFlagRst = 0x04;
 inline constexpr std::uint8_t tcpFlagAck = 0x10;
 
-// One entry's worth of matching: a rule's addresses and protocol with one
-// source-port block and one destination-port block.
-struct AclSubrule {
+// One rule as compiled: what it matches apart from its L4 ports, and the
+// configured port ranges its subrules' blocks come from.
+struct AclRule {
   AclSubruleKind kind = AclSubruleKind::ip;
   std::uint32_t seq = 0;       // the rule's sequence number (0 for the final rule)
   std::uint32_t uniqueId = 0;  // the rule's id; the final rule's is finalRuleId
@@ -70,20 +70,29 @@ struct AclSubrule {
   Nexo::Ip6Prefix source6;
   Nexo::Ip6Prefix destination6;
   std::uint8_t protocol = 0;
-  AclPortMask sourcePort;
-  AclPortMask destinationPort;
-  // The configured ranges the blocks come from, for chips with range
-  // checkers (op any when the rule has no port match).
+  // The configured ranges (op any when the rule has no port match), for
+  // chips with range checkers.
   Acl::PortMatch sourceRange;
   Acl::PortMatch destinationRange;
   std::uint8_t tcpFlagsAny = 0;
   bool fragment = false;  // matches non-first fragments only
   Acl::MacFilter mac;
+  auto operator<=>(const AclRule&) const = default;
+};
+VEX_VALUE(AclRule, "Orb::AclRule",
+          (kind, seq, uniqueId, action, source, destination, source6, destination6, protocol, sourceRange,
+           destinationRange, tcpFlagsAny, fragment, mac))
+
+// One entry's worth of matching: a rule (by its index in the instance's
+// rules) with one source-port block and one destination-port block. Small,
+// since a rule of two wide ranges makes hundreds.
+struct AclSubrule {
+  std::uint32_t rule = 0;
+  AclPortMask sourcePort;
+  AclPortMask destinationPort;
   auto operator<=>(const AclSubrule&) const = default;
 };
-VEX_VALUE(AclSubrule, "Orb::AclSubrule",
-          (kind, seq, uniqueId, action, source, destination, source6, destination6, protocol, sourcePort,
-           destinationPort, sourceRange, destinationRange, tcpFlagsAny, fragment, mac))
+VEX_VALUE(AclSubrule, "Orb::AclSubrule", (rule, sourcePort, destinationPort))
 
 inline constexpr std::uint32_t finalRuleId = 0xffffffff;
 
@@ -145,9 +154,10 @@ class AclData : public Vex::Entity {
   std::set<IntfPairKey>& boundIntfs() { return boundIntfs_; }
   const std::set<IntfPairKey>& boundIntfs() const { return boundIntfs_; }
 
+  std::vector<AclRule> rules;
   std::vector<AclSubrule> subrules;
-  // The subrules of the version the chip holds.
-  std::vector<AclSubrule> committedSubrules;
+  // The rule ids of the version the chip holds.
+  std::vector<std::uint32_t> committedRuleIds;
   // Rule ids the chip said it cannot hold.
   std::set<std::uint32_t> unsupportedRules;
   AclFragMap fragMap;

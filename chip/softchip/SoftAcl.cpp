@@ -2,6 +2,8 @@
 
 #include "Orb/OrbL4.h"
 
+#include <algorithm>
+
 namespace SoftChip {
 
 namespace {
@@ -45,7 +47,7 @@ bool needsChecker(const Acl::PortMatch& match) {
 
 }  // namespace
 
-bool aclEntryMatches(const Orb::AclSubrule& match, const Frame& frame) {
+bool aclEntryMatches(const Orb::AclRule& match, const HwAclEntry& entry, const Frame& frame) {
   using Kind = Orb::AclSubruleKind;
   if (match.kind == Kind::final) return true;
   if (match.kind == Kind::mac) {
@@ -67,11 +69,11 @@ bool aclEntryMatches(const Orb::AclSubrule& match, const Frame& frame) {
   if (match.fragment) return frame.fragment;
   // A non-first fragment has no L4 header: only a rule that asks nothing
   // of it matches.
-  const bool asksL4 = match.sourcePort.mask != 0 || match.destinationPort.mask != 0 || match.tcpFlagsAny != 0;
+  const bool asksL4 = entry.sourcePort.mask != 0 || entry.destinationPort.mask != 0 || match.tcpFlagsAny != 0;
   if (frame.fragment) return !asksL4;
   if (!asksL4) return true;
   if (frame.l4 == L4Protocol::none) return false;
-  if (!match.sourcePort.matches(frame.srcPort) || !match.destinationPort.matches(frame.dstPort)) return false;
+  if (!entry.sourcePort.matches(frame.srcPort) || !entry.destinationPort.matches(frame.dstPort)) return false;
   return match.tcpFlagsAny == 0 || (frame.l4 == L4Protocol::tcp && (frame.tcpFlags & match.tcpFlagsAny) != 0);
 }
 
@@ -83,21 +85,22 @@ std::size_t SoftAclTable::size() const {
   return used;
 }
 
-std::size_t SoftAclTable::rangesInUse(const Orb::AclKey* replacing, const std::vector<Orb::AclSubrule>* extra) const {
-  std::set<std::pair<std::uint16_t, std::uint16_t>> ranges;
-  auto collect = [&](const Orb::AclSubrule& subrule) {
-    for (const auto* match : {&subrule.sourceRange, &subrule.destinationRange}) {
-      if (needsChecker(*match)) ranges.insert({match->low, match->high});
+std::size_t SoftAclTable::rangesInUse(const Orb::AclKey* replacing, const std::vector<Orb::AclRule>* extra) const {
+  std::vector<std::pair<std::uint16_t, std::uint16_t>> ranges;
+  auto collect = [&](const Orb::AclRule& rule) {
+    for (const auto* match : {&rule.sourceRange, &rule.destinationRange}) {
+      if (needsChecker(*match)) ranges.push_back({match->low, match->high});
     }
   };
   for (const auto& [key, acl] : entries) {
     if (replacing && key == *replacing) continue;
-    for (const auto& entry : acl.entries) collect(entry.match);
+    for (const auto& rule : acl.rules) collect(rule);
   }
   if (extra) {
-    for (const auto& subrule : *extra) collect(subrule);
+    for (const auto& rule : *extra) collect(rule);
   }
-  return ranges.size();
+  std::sort(ranges.begin(), ranges.end());
+  return static_cast<std::size_t>(std::unique(ranges.begin(), ranges.end()) - ranges.begin());
 }
 
 const Orb::AclKey* SoftAclTable::boundAt(const Nexo::IntfId& intf, Acl::AclDirection direction,
@@ -119,9 +122,10 @@ std::optional<AclVerdict> SoftAclTable::classify(const Orb::AclKey& key, const F
   HwAcl* acl = find(key);
   if (!acl) return std::nullopt;
   for (auto& entry : acl->entries) {
-    if (!aclEntryMatches(entry.match, frame)) continue;
+    const Orb::AclRule& rule = acl->rules[entry.rule];
+    if (!aclEntryMatches(rule, entry, frame)) continue;
     ++entry.hits;
-    return AclVerdict{key, entry.match.seq, entry.match.uniqueId, entry.match.action == Acl::AclAction::permit};
+    return AclVerdict{key, rule.seq, rule.uniqueId, rule.action == Acl::AclAction::permit};
   }
   return std::nullopt;
 }
@@ -138,10 +142,11 @@ void SoftAclTable::dumpEntry(JsonWriter& writer, const HwAcl& acl) const {
   writer.StartArray();
   for (const auto& entry : acl.entries) {
     writer.StartObject();
+    const Orb::AclRule& rule = acl.rules[entry.rule];
     writer.Key("seq");
-    writer.Uint(entry.match.seq);
+    writer.Uint(rule.seq);
     writer.Key("action");
-    writer.String(entry.match.action == Acl::AclAction::permit ? "permit" : "deny");
+    writer.String(rule.action == Acl::AclAction::permit ? "permit" : "deny");
     writer.Key("hits");
     writer.Uint64(entry.hits);
     writer.EndObject();
@@ -159,31 +164,54 @@ std::uint64_t SoftAclHelper::ruleHits(const Orb::AclKey& key, std::uint32_t uniq
   if (!acl) return 0;
   std::uint64_t hits = 0;
   for (const auto& entry : acl->entries) {
-    if (entry.match.uniqueId == uniqueId) hits += entry.hits;
+    if (acl->rules[entry.rule].uniqueId == uniqueId) hits += entry.hits;
   }
   return hits;
 }
 
-void SoftAclHelper::precreateAcl(AclData& data, AclDataStatus&) { staged_[data.key()].clear(); }
+HwAclRules& SoftAclHelper::staged(const AclData& data) {
+  if (stagedFor_ != &data) {
+    staging_ = &staged_[data.key()];
+    stagedFor_ = &data;
+  }
+  return *staging_;
+}
 
-bool SoftAclHelper::createIpAclSubrule(Acl::AclType, const AclSubrule& subrule, std::uint32_t, AclData& data) {
-  staged_[data.key()].push_back(subrule);
+void SoftAclHelper::stage(const AclData& data, const AclRule& rule, const AclSubrule& subrule) {
+  HwAclRules& build = staged(data);
+  // Subrules of one rule come together: the rule is copied once.
+  if (build.entries.empty() || lastRule_ != subrule.rule) {
+    build.rules.push_back(rule);
+    lastRule_ = subrule.rule;
+  }
+  build.entries.push_back(
+      {static_cast<std::uint32_t>(build.rules.size() - 1), subrule.sourcePort, subrule.destinationPort, 0});
+}
+
+void SoftAclHelper::precreateAcl(AclData& data, AclDataStatus&) {
+  stagedFor_ = nullptr;
+  staged(data).clear();
+}
+
+bool SoftAclHelper::createIpAclSubrule(Acl::AclType, const AclRule& rule, const AclSubrule& subrule, std::uint32_t,
+                                       AclData& data) {
+  stage(data, rule, subrule);
   return true;
 }
 
-bool SoftAclHelper::createIpFragRule(AclData& data, const AclSubrule& subrule, std::uint32_t) {
-  staged_[data.key()].push_back(subrule);
+bool SoftAclHelper::createIpFragRule(AclData& data, const AclRule& rule, const AclSubrule& subrule, std::uint32_t) {
+  stage(data, rule, subrule);
   return true;
 }
 
-bool SoftAclHelper::createMacAclRule(const AclSubrule& subrule, std::uint32_t, AclData& data) {
-  if (subrule.mac.matchMplsLabel || subrule.mac.matchMplsInnerLabel) return false;
-  staged_[data.key()].push_back(subrule);
+bool SoftAclHelper::createMacAclRule(const AclRule& rule, const AclSubrule& subrule, std::uint32_t, AclData& data) {
+  if (rule.mac.matchMplsLabel || rule.mac.matchMplsInnerLabel) return false;
+  stage(data, rule, subrule);
   return true;
 }
 
-bool SoftAclHelper::createFinalAclRule(Acl::AclType, AclData& data, const AclSubrule& subrule) {
-  staged_[data.key()].push_back(subrule);
+bool SoftAclHelper::createFinalAclRule(Acl::AclType, AclData& data, const AclRule& rule, const AclSubrule& subrule) {
+  stage(data, rule, subrule);
   return true;
 }
 
@@ -193,8 +221,8 @@ void SoftAclHelper::acknowledge() {
 
 Orb::AclHwResult SoftAclHelper::commitAcl(AclData& data) {
   const std::string unit = SoftAclTable::unitName;
-  auto staged = std::move(staged_[data.key()]);
-  staged_.erase(data.key());
+  HwAclRules& build = staged(data);
+  stagedFor_ = nullptr;
   acknowledge();
   if (!plannedStatus_.empty()) {
     const std::uint32_t status = plannedStatus_.front();
@@ -213,25 +241,28 @@ Orb::AclHwResult SoftAclHelper::commitAcl(AclData& data) {
   }
   const HwAcl* existing = table_.find(data.key());
   const std::size_t others = table_.size() - (existing ? existing->entries.size() : 0);
-  if (others + staged.size() > table_.capacity()) return {Orb::AclHwStatus::outOfTcam, unit};
-  if (table_.rangesInUse(&data.key(), &staged) > table_.rangeCheckers()) {
+  if (others + build.entries.size() > table_.capacity()) return {Orb::AclHwStatus::outOfTcam, unit};
+  if (table_.rangesInUse(&data.key(), &build.rules) > table_.rangeCheckers()) {
     return {Orb::AclHwStatus::tooManyL4PortRanges, ""};
   }
   HwAcl& acl = table_.entries[data.key()];
   // Counters stay with their rule across a rebuild.
   std::map<std::uint32_t, std::uint64_t> kept;
-  for (const auto& entry : acl.entries) kept[entry.match.uniqueId] += entry.hits;
-  acl.entries.clear();
-  acl.aclNumber = data.aclNumber;
-  for (auto& subrule : staged) {
-    HwAclEntry entry{subrule, 0};
-    auto it = kept.find(subrule.uniqueId);
-    if (it != kept.end()) {
-      entry.hits = it->second;
-      kept.erase(it);
-    }
-    acl.entries.push_back(entry);
+  for (const auto& entry : acl.entries) {
+    if (entry.hits) kept[acl.rules[entry.rule].uniqueId] += entry.hits;
   }
+  for (auto& entry : build.entries) {
+    if (kept.empty()) break;
+    auto it = kept.find(build.rules[entry.rule].uniqueId);
+    if (it == kept.end()) continue;
+    entry.hits = it->second;
+    kept.erase(it);
+  }
+  // The new version goes in; the old one's storage serves the next build.
+  acl.rules.swap(build.rules);
+  acl.entries.swap(build.entries);
+  build.clear();
+  acl.aclNumber = data.aclNumber;
   return {Orb::AclHwStatus::succeeded, unit};
 }
 
@@ -242,6 +273,7 @@ void SoftAclHelper::removeAcl(AclData& data) {
   }
   table_.entries.erase(data.key());
   staged_.erase(data.key());
+  stagedFor_ = nullptr;
 }
 
 bool SoftAclHelper::addIntfToAcl(const IntfPairKey& pair, AclData& data, AclDataStatus&) {

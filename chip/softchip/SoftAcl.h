@@ -30,14 +30,26 @@ inline std::string softKeyText(const AclKey& key) { return key.stringValue(); }
 
 namespace SoftChip {
 
+// One TCAM entry: a rule of its ACL (by index) with one block of each port.
 struct HwAclEntry {
-  Orb::AclSubrule match;
+  std::uint32_t rule = 0;
+  Orb::AclPortMask sourcePort;
+  Orb::AclPortMask destinationPort;
   std::uint64_t hits = 0;
 };
 
-struct HwAcl {
-  std::uint32_t aclNumber = 0;
+// The rules and entries of one instance, as committed or being built.
+struct HwAclRules {
+  std::vector<Orb::AclRule> rules;
   std::vector<HwAclEntry> entries;  // in priority order
+  void clear() {
+    rules.clear();
+    entries.clear();
+  }
+};
+
+struct HwAcl : HwAclRules {
+  std::uint32_t aclNumber = 0;
   std::set<Orb::IntfPairKey> bound;
   // Hits per rule id already reported to a poll.
   std::map<std::uint32_t, std::uint64_t> polled;
@@ -67,7 +79,7 @@ class SoftAclTable : public SoftTableOf<Orb::AclKey, HwAcl> {
   void rangeCheckersIs(std::size_t count) { rangeCheckers_ = count; }
   // Distinct multi-block port ranges over every instance, with `extra`'s
   // instead of those of `replacing`.
-  std::size_t rangesInUse(const Orb::AclKey* replacing, const std::vector<Orb::AclSubrule>* extra) const;
+  std::size_t rangesInUse(const Orb::AclKey* replacing, const std::vector<Orb::AclRule>* extra) const;
 
   // The instance applied at a port (or its LAG) in a direction for a
   // frame of this kind, if any.
@@ -86,8 +98,8 @@ class SoftAclTable : public SoftTableOf<Orb::AclKey, HwAcl> {
   std::map<std::tuple<Nexo::IntfId, Acl::AclDirection, Acl::AclType>, Orb::AclKey> bindings_;
 };
 
-// Whether an entry matches a frame (exposed for tests).
-bool aclEntryMatches(const Orb::AclSubrule& match, const Frame& frame);
+// Whether an entry of `rule` matches a frame (exposed for tests).
+bool aclEntryMatches(const Orb::AclRule& rule, const HwAclEntry& entry, const Frame& frame);
 
 class SoftAclHelper : public OrbHelper::AclHelper {
  public:
@@ -106,10 +118,11 @@ class SoftAclHelper : public OrbHelper::AclHelper {
   std::uint64_t ruleHits(const Orb::AclKey& key, std::uint32_t uniqueId) const;
 
   void precreateAcl(AclData& data, AclDataStatus& status) override;
-  bool createIpAclSubrule(Acl::AclType, const AclSubrule& subrule, std::uint32_t, AclData& data) override;
-  bool createIpFragRule(AclData& data, const AclSubrule& subrule, std::uint32_t) override;
-  bool createMacAclRule(const AclSubrule& subrule, std::uint32_t, AclData& data) override;
-  bool createFinalAclRule(Acl::AclType, AclData& data, const AclSubrule& subrule) override;
+  bool createIpAclSubrule(Acl::AclType, const AclRule& rule, const AclSubrule& subrule, std::uint32_t,
+                          AclData& data) override;
+  bool createIpFragRule(AclData& data, const AclRule& rule, const AclSubrule& subrule, std::uint32_t) override;
+  bool createMacAclRule(const AclRule& rule, const AclSubrule& subrule, std::uint32_t, AclData& data) override;
+  bool createFinalAclRule(Acl::AclType, AclData& data, const AclRule& rule, const AclSubrule& subrule) override;
   Orb::AclHwResult commitAcl(AclData& data) override;
   void removeAcl(AclData& data) override;
   bool addIntfToAcl(const IntfPairKey& pair, AclData& data, AclDataStatus& status) override;
@@ -122,10 +135,18 @@ class SoftAclHelper : public OrbHelper::AclHelper {
 
  private:
   void acknowledge();
+  // The instance being built: entries are staged there until the commit.
+  HwAclRules& staged(const AclData& data);
+  void stage(const AclData& data, const AclRule& rule, const AclSubrule& subrule);
 
   Vex::Ptr<SoftChip> chip_;
   SoftAclTable table_;
-  std::map<Orb::AclKey, std::vector<AclSubrule>> staged_;
+  // Per instance the version being built; after a commit, the storage of
+  // the version it replaced, kept for the next build.
+  std::map<Orb::AclKey, HwAclRules> staged_;
+  const AclData* stagedFor_ = nullptr;
+  HwAclRules* staging_ = nullptr;
+  std::uint32_t lastRule_ = 0;  // the data's index of the rule staged last
   std::deque<std::uint32_t> plannedStatus_;
   bool deferred_ = false;
 };

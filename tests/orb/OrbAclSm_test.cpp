@@ -26,23 +26,28 @@ class RecordingAclHelper : public OrbHelper::AclHelper {
  public:
   std::deque<AclHwResult> answers;
   std::vector<std::string> calls;
-  std::vector<AclSubrule> offered;
+  struct Offered {
+    AclRule rule;
+    AclSubrule subrule;
+  };
+  std::vector<Offered> offered;
   bool deferred = false;
   bool refuseMac = false;
 
-  bool createIpAclSubrule(Acl::AclType, const AclSubrule& subrule, std::uint32_t, AclData&) override {
-    offered.push_back(subrule);
+  bool createIpAclSubrule(Acl::AclType, const AclRule& rule, const AclSubrule& subrule, std::uint32_t,
+                          AclData&) override {
+    offered.push_back({rule, subrule});
     return true;
   }
-  bool createIpFragRule(AclData&, const AclSubrule& subrule, std::uint32_t) override {
-    offered.push_back(subrule);
+  bool createIpFragRule(AclData&, const AclRule& rule, const AclSubrule& subrule, std::uint32_t) override {
+    offered.push_back({rule, subrule});
     return true;
   }
-  bool createMacAclRule(const AclSubrule& subrule, std::uint32_t, AclData&) override {
-    offered.push_back(subrule);
+  bool createMacAclRule(const AclRule& rule, const AclSubrule& subrule, std::uint32_t, AclData&) override {
+    offered.push_back({rule, subrule});
     return !refuseMac;
   }
-  bool createFinalAclRule(Acl::AclType, AclData&, const AclSubrule&) override { return true; }
+  bool createFinalAclRule(Acl::AclType, AclData&, const AclRule&, const AclSubrule&) override { return true; }
   AclHwResult commitAcl(AclData& data) override {
     calls.push_back("commit " + data.key().stringValue() + " #" + std::to_string(data.aclNumber));
     if (answers.empty()) return {0, "Unit0"};
@@ -110,17 +115,19 @@ TEST_F(AclSmTest, PortBlocksAreCrossedSourceOuterInRuleOrderThenTheFinalRule) {
   apply("Ethernet1", "web");
   ASSERT_EQ(helper->offered.size(), 3u);
   // Sequence 10 first, though it was written second.
-  EXPECT_EQ(helper->offered[0].seq, 10u);
-  EXPECT_EQ(helper->offered[0].sourcePort, (AclPortMask{0, 0, 0}));
-  EXPECT_EQ(helper->offered[0].destinationPort, (AclPortMask{80, 80, 65535}));
+  EXPECT_EQ(helper->offered[0].rule.seq, 10u);
+  EXPECT_EQ(helper->offered[0].subrule.sourcePort, (AclPortMask{0, 0, 0}));
+  EXPECT_EQ(helper->offered[0].subrule.destinationPort, (AclPortMask{80, 80, 65535}));
   // 1..3 is 1 and 2-3; 8..9 is one block: (1, 8-9), (2-3, 8-9).
-  EXPECT_EQ(helper->offered[1].sourcePort, (AclPortMask{1, 1, 65535}));
-  EXPECT_EQ(helper->offered[2].sourcePort, (AclPortMask{2, 3, 65534}));
-  EXPECT_EQ(helper->offered[2].destinationPort, (AclPortMask{8, 9, 65534}));
+  EXPECT_EQ(helper->offered[1].subrule.sourcePort, (AclPortMask{1, 1, 65535}));
+  EXPECT_EQ(helper->offered[2].subrule.sourcePort, (AclPortMask{2, 3, 65534}));
+  EXPECT_EQ(helper->offered[2].subrule.destinationPort, (AclPortMask{8, 9, 65534}));
   auto* configSm = sm->aclTypeConfigSm(Acl::ip())->aclConfigSm("web");
   auto data = configSm->aclData({Acl::ip(), "web", AclDirection::aclIn, {}});
   ASSERT_TRUE(data);
-  EXPECT_EQ(data->subrules.back().kind, AclSubruleKind::final);
+  EXPECT_EQ(data->rules[data->subrules.back().rule].kind, AclSubruleKind::final);
+  EXPECT_EQ(data->rules.size(), 3u);
+  EXPECT_EQ(data->subrules.size(), 4u);
   EXPECT_EQ(data->numRules, 2u);
   EXPECT_EQ(data->count, 3u);
   EXPECT_EQ(configSm->uniqueIdToSeq(2), 10u);
@@ -143,8 +150,8 @@ TEST_F(AclSmTest, EstablishedAddsAckAndRstOnTcpOnly) {
   Blip::handle("OrbAclSm").levelIs(0);
   Blip::sinkIs(nullptr);
   ASSERT_EQ(helper->offered.size(), 2u);
-  EXPECT_EQ(helper->offered[0].tcpFlagsAny, tcpFlagAck | tcpFlagRst);
-  EXPECT_EQ(helper->offered[1].tcpFlagsAny, 0);
+  EXPECT_EQ(helper->offered[0].rule.tcpFlagsAny, tcpFlagAck | tcpFlagRst);
+  EXPECT_EQ(helper->offered[1].rule.tcpFlagsAny, 0);
   EXPECT_TRUE(traces->contains("\tEstablished: Yes"));
   EXPECT_TRUE(traces->contains("\tAdding ACK flag"));
   EXPECT_TRUE(traces->contains("\tAdding RST flag"));
@@ -167,11 +174,11 @@ TEST_F(AclSmTest, FragmentPermitRulesAreMadeOncePerMatch) {
   Blip::handle("OrbAclSm").levelIs(0);
   Blip::sinkIs(nullptr);
   ASSERT_EQ(helper->offered.size(), 2u);
-  EXPECT_EQ(helper->offered[0].kind, AclSubruleKind::fragPermit);
-  EXPECT_TRUE(helper->offered[0].fragment);
-  EXPECT_EQ(helper->offered[1].kind, AclSubruleKind::ip);
-  EXPECT_TRUE(helper->offered[1].fragment);
-  EXPECT_EQ(helper->offered[1].action, AclAction::deny);
+  EXPECT_EQ(helper->offered[0].rule.kind, AclSubruleKind::fragPermit);
+  EXPECT_TRUE(helper->offered[0].rule.fragment);
+  EXPECT_EQ(helper->offered[1].rule.kind, AclSubruleKind::ip);
+  EXPECT_TRUE(helper->offered[1].rule.fragment);
+  EXPECT_EQ(helper->offered[1].rule.action, AclAction::deny);
   EXPECT_TRUE(traces->contains("Creating fragment permit rule"));
   EXPECT_TRUE(traces->contains("Matching fragment permit rule already created"));
   EXPECT_TRUE(traces->contains("Not Creating fragment permit rule"));
