@@ -6,6 +6,7 @@
 // name them.
 #pragma once
 
+#include "Orb/OrbAclHelper.h"
 #include "Orb/OrbBaseHelper.h"
 #include "Orb/OrbCommonTypes.h"
 #include "Orb/OrbNexthopTypes.h"
@@ -261,16 +262,6 @@ class PrivateVlanDriverMappingHelper : public Orb::OrbBaseHelper {
 class MlagHelper : public Orb::OrbBaseHelper {
  public:
   explicit MlagHelper(const std::string& name = "MlagHelper") : OrbBaseHelper(name) {}
-};
-
-class AclHelper : public Orb::OrbBaseHelper {
- public:
-  explicit AclHelper(const std::string& name = "AclHelper") : OrbBaseHelper(name) {}
-};
-
-class AclHelperCallbackData : public Orb::OrbBaseHelper {
- public:
-  explicit AclHelperCallbackData(const std::string& name = "AclHelperCallbackData") : OrbBaseHelper(name) {}
 };
 
 class OrbPktSmHelper : public Orb::OrbBaseHelper {

@@ -12,7 +12,7 @@ Blip::Handle& orbTraceHandle(const std::string& module) { return Blip::handle(mo
 
 void registerOrbTraceModules() {
   for (const char* module : {"OrbCommon", "OrbVlanHelper", "OrbVlanPhyIntfSm", "OrbLagSm", "OrbStpSm", "OrbMacAddrSm",
-                             "OrbNonAgingMacSm", "OrbMacAddrSmPStoreHelper", "OrbChipProgrammer"})
+                             "OrbNonAgingMacSm", "OrbMacAddrSmPStoreHelper", "OrbChipProgrammer", "OrbAclSm", "OrbL4"})
     orbTraceHandle(module);
 }
 

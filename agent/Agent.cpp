@@ -44,6 +44,7 @@ Agent::Agent(const Options& options) {
   stp_ = add<StpFeature>(*vlan_);
   mac_ = add<MacFeature>(*vlan_);
   l3_ = add<L3Feature>();
+  acl_ = add<AclFeature>();
   for (auto& feature : features_) feature->registerCommands();
 }
 

@@ -4,6 +4,7 @@
 // down in reverse.
 #pragma once
 
+#include "agent/AclFeature.h"
 #include "agent/CommandShell.h"
 #include "agent/CoreFeature.h"
 #include "agent/Feature.h"
@@ -41,6 +42,7 @@ class Agent {
   SoftChip::SoftFdbHelper& fdbHelper() { return *mac_->helper(); }
   const Vex::Ptr<Orb::MacAddrSm>& macAddrSm() const { return mac_->sm(); }
   L3Feature& l3() { return *l3_; }
+  AclFeature& acl() { return *acl_; }
 
   // Runs one command line, then lets the loop do what became due.
   void execute(const std::string& line, std::ostream& out);
@@ -79,6 +81,7 @@ class Agent {
   StpFeature* stp_ = nullptr;
   MacFeature* mac_ = nullptr;
   L3Feature* l3_ = nullptr;
+  AclFeature* acl_ = nullptr;
 };
 
 }  // namespace Agent

@@ -33,6 +33,7 @@ void printResult(std::ostream& out, const SoftChip::ForwardResult& result) {
   }
   if (result.learned) out << "source learned\n";
   if (result.moved) out << "source moved\n";
+  for (const auto& acl : result.acls) out << acl << "\n";
   if (result.dropped()) out << "dropped: " << result.drop << "\n";
 }
 
@@ -54,6 +55,10 @@ void resultJson(JsonWriter& w, const SoftChip::ForwardResult& result) {
   }
   w.Key("flooded");
   w.Bool(result.flooded);
+  w.Key("acls");
+  w.StartArray();
+  for (const auto& acl : result.acls) w.String(acl.c_str());
+  w.EndArray();
   w.Key("egress");
   w.StartArray();
   for (const auto& egress : result.egress) {
@@ -109,11 +114,11 @@ void CoreFeature::registerPacketCommands() {
       "chip send", "INTF FRAME [json]",
       "a frame into the chip on a port; prints each port it leaves by (and its tag), what was learned, or why "
       "it was dropped. FRAME: src MAC dst MAC [vlan V [pri P]] [type 0xNNNN] [ip SRC DST [ttl N] [tcp|udp SPORT "
-      "DPORT]]",
+      "DPORT [flags F,..]] [fragment]]",
       [this](Args args, std::ostream& out) {
         const std::string usage =
             "chip send INTF src MAC dst MAC [vlan V [pri P]] [type 0xNNNN] "
-            "[ip SRC DST [ttl N] [tcp|udp SPORT DPORT]] [json]";
+            "[ip SRC DST [ttl N] [tcp|udp SPORT DPORT [flags F,..]] [fragment]] [json]";
         bool json = takeJsonFlag(args);
         if (args.size() < 2) throw CommandError("usage: " + usage);
         auto ports = parseIntfRange(args[0]);

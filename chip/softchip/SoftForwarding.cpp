@@ -1,5 +1,6 @@
 #include "chip/softchip/SoftForwarding.h"
 
+#include "chip/softchip/SoftAcl.h"
 #include "chip/softchip/SoftFdb.h"
 #include "chip/softchip/SoftLag.h"
 #include "chip/softchip/SoftRoute.h"
@@ -34,6 +35,7 @@ void ForwardResult::clear() {
   fec = 0;
   slot.reset();
   drop.clear();
+  acls.clear();
 }
 
 const SoftForwarding::Tables& SoftForwarding::tables() {
@@ -47,6 +49,7 @@ const SoftForwarding::Tables& SoftForwarding::tables() {
   tables_.routes = static_cast<const SoftRouteTable*>(chip_.table(SoftRouteTable::tableName));
   tables_.fecs = static_cast<const SoftFecTable*>(chip_.table(SoftFecTable::tableName));
   tables_.adjacencies = static_cast<const SoftAdjTable*>(chip_.table(SoftAdjTable::tableName));
+  tables_.acl = static_cast<SoftAclTable*>(chip_.table(SoftAclTable::tableName));
   tablesGeneration_ = chip_.tablesGeneration();
   return tables_;
 }
@@ -69,6 +72,36 @@ ForwardResult SoftForwarding::forward(const Nexo::IntfId& ingress, const Frame& 
 void SoftForwarding::forward(const Nexo::IntfId& ingress, const Frame& frame, ForwardResult& result) {
   result.clear();
   flowHash_.reset();
+  bridge(ingress, frame, result);
+  if (!result.dropped() && tables_.acl) filterEgress(frame, result);
+}
+
+std::optional<AclVerdict> SoftForwarding::aclVerdict(const Nexo::IntfId& intf, Acl::AclDirection direction,
+                                                     const Frame& frame, ForwardResult& result) {
+  const Acl::AclType type = !frame.ipSrc ? Acl::mac() : frame.ipSrc->isV6() ? Acl::ipv6() : Acl::ip();
+  const Orb::AclKey* key = tables_.acl->boundAt(intf, direction, type);
+  if (!key) return std::nullopt;
+  auto verdict = tables_.acl->classify(*key, frame);
+  if (!verdict) return std::nullopt;
+  const std::string rule =
+      verdict->uniqueId == Orb::finalRuleId ? "implicit deny" : fmt::format("seq {}", verdict->seq);
+  result.acls.push_back(
+      fmt::format("acl {} on {}: {} {}", key->stringValue(), name(intf), rule, verdict->permit ? "permits" : "denies"));
+  return verdict;
+}
+
+void SoftForwarding::filterEgress(const Frame& frame, ForwardResult& result) {
+  std::string denied;
+  std::erase_if(result.egress, [&](const FrameEgress& out) {
+    auto verdict = aclVerdict(out.port, Acl::AclDirection::aclOut, frame, result);
+    if (!verdict || verdict->permit) return false;
+    if (denied.empty()) denied = fmt::format("acl {} on {} denies", verdict->key.stringValue(), name(out.port));
+    return true;
+  });
+  if (result.egress.empty() && !denied.empty()) result.drop = denied;
+}
+
+void SoftForwarding::bridge(const Nexo::IntfId& ingress, const Frame& frame, ForwardResult& result) {
   const Tables& t = tables();
   const Nexo::IntfId from = logical(ingress);
   if (t.l3Intfs) {
@@ -116,6 +149,13 @@ void SoftForwarding::forward(const Nexo::IntfId& ingress, const Frame& frame, Fo
   if (frame.src.isMulticast()) {
     result.drop = "source MAC multicast";
     return;
+  }
+  if (t.acl) {
+    auto verdict = aclVerdict(ingress, Acl::AclDirection::aclIn, frame, result);
+    if (verdict && !verdict->permit) {
+      result.drop = fmt::format("acl {} on {} denies", verdict->key.stringValue(), name(ingress));
+      return;
+    }
   }
   learnSource(frame, ingress, from, result);
   if (!::SoftChip::forwards(state)) {

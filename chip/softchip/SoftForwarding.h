@@ -16,6 +16,8 @@
 //  - the port's spanning-tree state in the VLAN's topology: blocking or
 //    disabled drop the frame, learning learns its source and drops it;
 //  - a multicast source is dropped, never learned;
+//  - the ingress ACL of the port for the frame's kind (IPv4, IPv6, or any
+//    other frame: MAC) matches it in priority order: a deny drops it;
 //  - the source is learned or moved through the forwarding database's own
 //    learn (hardware learning, or a report to the CPU in software learning
 //    mode), when learning is on for the port and the VLAN;
@@ -25,7 +27,8 @@
 //    forward, never back to the ingress port or LAG;
 //  - a frame to a LAG leaves by exactly one member, chosen by
 //    frameFlowHash and HwLag::memberFor, so that one flow always takes one
-//    member and a member going moves only the flows it carried.
+//    member and a member going moves only the flows it carried;
+//  - each copy meets the egress ACL of its port, which may deny it.
 //
 // A frame arriving on a routed interface (one the chip's layer-3 interface
 // table holds) is routed instead, in the interface's VRF: it must be IPv4
@@ -43,6 +46,7 @@
 
 #include "chip/softchip/SoftChip.h"
 #include "chip/softchip/SoftFrame.h"
+#include "platform/model/Acl.h"
 
 #include <optional>
 #include <string>
@@ -50,11 +54,13 @@
 
 namespace SoftChip {
 
+class SoftAclTable;
 class SoftAdjTable;
 class SoftFdbTable;
 class SoftFecTable;
 class SoftL3IntfTable;
 class SoftRouteTable;
+struct AclVerdict;
 class SoftLagTable;
 class SoftTopologyTable;
 class SoftVlanTable;
@@ -93,6 +99,9 @@ struct ForwardResult {
   std::optional<std::uint32_t> slot;
   // Why the frame went nowhere; empty when it left the chip.
   std::string drop;
+  // The ACL decisions the frame met ("acl ip web in on Ethernet1: seq 10
+  // permits"), ingress first.
+  std::vector<std::string> acls;
 
   bool dropped() const { return !drop.empty(); }
   void clear();
@@ -124,7 +133,16 @@ class SoftForwarding {
     const SoftRouteTable* routes = nullptr;
     const SoftFecTable* fecs = nullptr;
     const SoftAdjTable* adjacencies = nullptr;
+    SoftAclTable* acl = nullptr;
   };
+  // The L2 pipeline, with the ingress ACL after spanning tree.
+  void bridge(const Nexo::IntfId& ingress, const Frame& frame, ForwardResult& result);
+  // The ACL applied at `intf` in `direction` for the frame's kind, if one
+  // matched: noted on the result and counted.
+  std::optional<AclVerdict> aclVerdict(const Nexo::IntfId& intf, Acl::AclDirection direction, const Frame& frame,
+                                       ForwardResult& result);
+  // Takes out the copies an egress ACL denies.
+  void filterEgress(const Frame& frame, ForwardResult& result);
   // The chip's tables, looked up again only when the chip's set changed.
   const Tables& tables();
   // The LAG a port is a member of, or the port itself.

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <array>
+
 #include <charconv>
 #include <cstring>
 #include <vector>
@@ -24,6 +26,37 @@ std::vector<std::string_view> tokens(std::string_view text) {
 
 [[noreturn]] void bad(std::string_view token, std::string_view expected) {
   throw FrameSyntaxError(fmt::format("bad frame token '{}': expected {}", token, expected));
+}
+
+constexpr std::array<const char*, 6> tcpFlagNames{"fin", "syn", "rst", "psh", "ack", "urg"};
+
+// "ack,rst": each name once, any order.
+std::uint8_t tcpFlagsFromText(std::string_view text) {
+  std::uint8_t flags = 0;
+  std::size_t start = 0;
+  while (start <= text.size()) {
+    std::size_t end = text.find(',', start);
+    if (end == std::string_view::npos) end = text.size();
+    const std::string_view name = text.substr(start, end - start);
+    std::uint8_t bit = 0;
+    for (std::size_t i = 0; i < tcpFlagNames.size(); ++i) {
+      if (name == tcpFlagNames[i]) bit = static_cast<std::uint8_t>(1u << i);
+    }
+    if (!bit || (flags & bit)) bad(text, "TCP flags: fin, syn, rst, psh, ack, urg, each once, joined by ','");
+    flags |= bit;
+    start = end + 1;
+  }
+  return flags;
+}
+
+std::string tcpFlagsText(std::uint8_t flags) {
+  std::string text;
+  for (std::size_t i = 0; i < tcpFlagNames.size(); ++i) {
+    if (!(flags & (1u << i))) continue;
+    if (!text.empty()) text += ',';
+    text += tcpFlagNames[i];
+  }
+  return text;
 }
 
 // Walks the tokens; each take names what it expected when it finds
@@ -116,6 +149,14 @@ Frame frameFromText(std::string_view text) {
       frame.l4 = reader.take("'tcp' or 'udp'") == "tcp" ? L4Protocol::tcp : L4Protocol::udp;
       frame.srcPort = static_cast<std::uint16_t>(reader.number("a source port 0-65535", 65535));
       frame.dstPort = static_cast<std::uint16_t>(reader.number("a destination port 0-65535", 65535));
+      if (frame.l4 == L4Protocol::tcp && reader.peek() == "flags") {
+        reader.take("'flags'");
+        frame.tcpFlags = tcpFlagsFromText(reader.take("TCP flags (ack,rst,...)"));
+      }
+    }
+    if (reader.peek() == "fragment") {
+      reader.take("'fragment'");
+      frame.fragment = true;
     }
   }
   if (etherType) frame.etherType = *etherType;
@@ -141,7 +182,9 @@ std::string frameText(const Frame& frame) {
     if (frame.ttl != Frame::defaultTtl) text += fmt::format(" ttl {}", frame.ttl);
     if (frame.l4 != L4Protocol::none) {
       text += fmt::format(" {} {} {}", frame.l4 == L4Protocol::tcp ? "tcp" : "udp", frame.srcPort, frame.dstPort);
+      if (frame.l4 == L4Protocol::tcp && frame.tcpFlags) text += " flags " + tcpFlagsText(frame.tcpFlags);
     }
+    if (frame.fragment) text += " fragment";
   }
   return text;
 }

@@ -4,12 +4,14 @@
 //
 // Its text form is short to type in scenarios:
 //
-//   src MAC dst MAC [vlan V [pri P]] [type ETHERTYPE] [ip SRC DST [ttl N] [tcp|udp SPORT DPORT]]
+//   src MAC dst MAC [vlan V [pri P]] [type ETHERTYPE]
+//       [ip SRC DST [ttl N] [tcp SPORT DPORT [flags F,...] | udp SPORT DPORT] [fragment]]
 //
 // e.g. "src 00:00:00:00:00:01 dst ff:ff:ff:ff:ff:ff vlan 10 ip 10.0.0.1 10.0.0.2 udp 1000 2000".
 // `ip` takes two IPv4 or two IPv6 addresses. The ethertype defaults to IPv4
 // (0x0800) or IPv6 (0x86dd) after `ip`, and to 0x88b5 (local experimental)
-// without it. frameText prints the one canonical form, which parses back
+// without it. TCP flags are named (fin, syn, rst, psh, ack, urg);
+// `fragment` makes the packet a non-first fragment. frameText prints the one canonical form, which parses back
 // to the same frame.
 #pragma once
 
@@ -49,6 +51,8 @@ struct Frame {
   L4Protocol l4 = L4Protocol::none;
   std::uint16_t srcPort = 0;
   std::uint16_t dstPort = 0;
+  std::uint8_t tcpFlags = 0;  // TCP only: fin 0x01, syn 0x02, rst 0x04, psh 0x08, ack 0x10, urg 0x20
+  bool fragment = false;      // a non-first fragment: its L4 ports are not seen
 
   bool operator==(const Frame&) const = default;
 };
