@@ -96,6 +96,24 @@ inline void copyIn(void* shared, const void* local, std::size_t bytes) {
     std::atomic_ref<std::uint64_t>(to[i]).store(from[i], std::memory_order_relaxed);
 }
 
+// The same from unaligned private bytes of any length; the tail of the last
+// word is written as zeros.
+inline void copyInBytes(void* shared, const void* local, std::size_t bytes) {
+  auto* to = static_cast<std::uint64_t*>(shared);
+  auto* from = static_cast<const unsigned char*>(local);
+  std::size_t full = bytes / 8;
+  for (std::size_t i = 0; i < full; ++i) {
+    std::uint64_t word;
+    std::memcpy(&word, from + 8 * i, 8);
+    std::atomic_ref<std::uint64_t>(to[i]).store(word, std::memory_order_relaxed);
+  }
+  if (bytes % 8) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, from + 8 * full, bytes % 8);
+    std::atomic_ref<std::uint64_t>(to[full]).store(word, std::memory_order_relaxed);
+  }
+}
+
 inline void copyOut(void* local, const void* shared, std::size_t bytes) {
   auto* to = static_cast<std::uint64_t*>(local);
   auto* from = static_cast<std::uint64_t*>(const_cast<void*>(shared));

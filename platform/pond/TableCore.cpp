@@ -43,6 +43,19 @@ std::uint64_t powerOfTwoAtLeast(std::uint64_t n) { return std::bit_ceil(n < 2 ? 
 // inside a write, or scribbled on the counter).
 constexpr std::uint64_t maxSpins = std::uint64_t{1} << 22;
 
+// memcmp() == 0 without the call, for rows of a few words.
+inline bool bytesEqual(const unsigned char* a, const void* bv, std::size_t bytes) {
+  auto* b = static_cast<const unsigned char*>(bv);
+  std::size_t at = 0;
+  for (; at + 8 <= bytes; at += 8) {
+    std::uint64_t x, y;
+    std::memcpy(&x, a + at, 8);
+    std::memcpy(&y, b + at, 8);
+    if (x != y) return false;
+  }
+  return std::memcmp(a + at, b + at, bytes - at) == 0;
+}
+
 void relax(std::uint64_t spin) {
   if (spin % 64 == 63) ::sched_yield();
 }
@@ -66,19 +79,23 @@ void TableCore::report(const std::string& message) const {
     std::fprintf(stderr, "pond corruption: %s\n", text.c_str());
 }
 
-unsigned char* TableCore::slot(std::uint64_t index) const {
+inline unsigned char* TableCore::slot(std::uint64_t index) const {
   return static_cast<unsigned char*>(segment_.base()) + slotsOffset_ + index * slotStride_;
 }
 
-std::uint64_t TableCore::home(const void* key) const {
+inline std::uint64_t TableCore::home(const void* key) const {
   // Fold the key's words; shifts rather than a multiply so dense small keys
   // keep their order (they map to themselves below 2^17).
   std::uint64_t h = 0;
   auto* bytes = static_cast<const unsigned char*>(key);
-  for (std::size_t at = 0, word = 0; at < keySize_; at += 8, ++word) {
-    std::uint64_t w = 0;
-    std::memcpy(&w, bytes + at, std::min<std::size_t>(8, keySize_ - at));
-    h ^= std::rotl(w, static_cast<int>(word * 23 % 64));
+  if (keySize_ == 8) {
+    std::memcpy(&h, bytes, 8);
+  } else {
+    for (std::size_t at = 0, word = 0; at < keySize_; at += 8, ++word) {
+      std::uint64_t w = 0;
+      std::memcpy(&w, bytes + at, std::min<std::size_t>(8, keySize_ - at));
+      h ^= std::rotl(w, static_cast<int>(word * 23 % 64));
+    }
   }
   h ^= (h >> 17) ^ (h >> 31) ^ (h >> 47);
   return h & (slotCount_ - 1);
@@ -312,7 +329,7 @@ void TableCore::flush() {
   }
 }
 
-void TableCore::noteWrite() {
+inline void TableCore::noteWrite() {
   if (++unflushed_ >= flushEvery) {
     flush();
     return;
@@ -351,47 +368,43 @@ bool TableCore::readSlot(std::uint64_t index, std::uint32_t& state) const {
   return false;
 }
 
-void TableCore::writeSlot(std::uint64_t index, std::uint32_t state, const void* row) {
+inline void TableCore::writeSlot(std::uint64_t index, std::uint32_t state, const void* row) {
   unsigned char* s = slot(index);
   std::uint32_t seq = load<std::uint32_t>(s, std::memory_order_relaxed);
   store<std::uint32_t>(s, seq + 1, std::memory_order_relaxed);
   std::atomic_thread_fence(std::memory_order_release);
   store<std::uint32_t>(s + 4, state, std::memory_order_relaxed);
-  if (row) {
-    const std::size_t padded = roundUp8(rowSize_);
-    scratch_[padded / 8 - 1] = 0;  // the padding after the row reads as zeros
-    std::memcpy(scratch_.data(), row, rowSize_);
-    copyIn(s + sizeof(SlotHead), scratch_.data(), padded);
-  }
+  if (row) copyInBytes(s + sizeof(SlotHead), row, rowSize_);
   store<std::uint32_t>(s, seq + 2);
 }
 
-std::uint32_t TableCore::writerState(std::uint64_t index) const {
+inline std::uint32_t TableCore::writerState(std::uint64_t index) const {
   return load<std::uint32_t>(slot(index) + 4, std::memory_order_relaxed);
 }
 
-const unsigned char* TableCore::writerKey(std::uint64_t index) const {
+inline const unsigned char* TableCore::writerKey(std::uint64_t index) const {
   return slot(index) + sizeof(SlotHead) + keyOffset_;
 }
 
-void TableCore::append(const void* key) {
+inline void TableCore::append(const void* key) {
   auto* entry =
       static_cast<unsigned char*>(segment_.base()) + logOffset_ + (logHead_ & (logCapacity_ - 1)) * logStride_;
   store<std::uint64_t>(entry, 2 * logHead_ + 1, std::memory_order_relaxed);
   std::atomic_thread_fence(std::memory_order_release);
-  std::uint64_t words[8] = {};
-  const std::size_t padded = roundUp8(keySize_);
-  if (padded <= sizeof(words)) {
-    std::memcpy(words, key, keySize_);
-    copyIn(entry + 8, words, padded);
-  } else {
-    std::vector<std::uint64_t> big(padded / 8);
-    std::memcpy(big.data(), key, keySize_);
-    copyIn(entry + 8, big.data(), padded);
-  }
+  copyInBytes(entry + 8, key, keySize_);
   store<std::uint64_t>(entry, 2 * logHead_ + 2);
   ++logHead_;
   store<std::uint64_t>(&headerOf(segment_)->logHead, logHead_);
+}
+
+inline bool TableCore::keyEquals(const unsigned char* held, const void* key) const {
+  if (keySize_ == 8) {  // the common case (FEC ids, indexes), without a call
+    std::uint64_t a, b;
+    std::memcpy(&a, held, 8);
+    std::memcpy(&b, key, 8);
+    return a == b;
+  }
+  return std::memcmp(held, key, keySize_) == 0;
 }
 
 // ---- writer
@@ -404,8 +417,8 @@ bool TableCore::write(const void* row, bool force) {
   std::uint64_t free = slotCount_;  // none yet
   for (std::uint64_t probe = 0; probe < slotCount_; ++probe, index = (index + 1) & mask) {
     std::uint32_t state = writerState(index);
-    if (state == slotUsed && std::memcmp(writerKey(index), key, keySize_) == 0) {
-      if (!force && std::memcmp(slot(index) + sizeof(SlotHead), row, rowSize_) == 0) return true;
+    if (state == slotUsed && keyEquals(writerKey(index), key)) {
+      if (!force && bytesEqual(slot(index) + sizeof(SlotHead), row, rowSize_)) return true;
       writeSlot(index, slotUsed, row);
       append(key);
       noteWrite();
@@ -432,7 +445,7 @@ bool TableCore::erase(const void* key) {
   for (std::uint64_t probe = 0; probe < slotCount_; ++probe, index = (index + 1) & mask) {
     std::uint32_t state = writerState(index);
     if (state == slotEmpty) return false;
-    if (state != slotUsed || std::memcmp(writerKey(index), key, keySize_) != 0) continue;
+    if (state != slotUsed || !keyEquals(writerKey(index), key)) continue;
     if (writerState((index + 1) & mask) == slotEmpty) {
       // The end of a probe chain: it and the tombstones before it go empty.
       writeSlot(index, slotEmpty, nullptr);

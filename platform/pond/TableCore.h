@@ -132,6 +132,7 @@ class TableCore {
   void writeSlot(std::uint64_t index, std::uint32_t state, const void* row);
   std::uint32_t writerState(std::uint64_t index) const;
   const unsigned char* writerKey(std::uint64_t index) const;
+  bool keyEquals(const unsigned char* held, const void* key) const;
   void append(const void* key);
   void noteWrite();
   void registerReader();
