@@ -23,6 +23,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <set>
 #include <string>
 
 namespace Orb {
@@ -75,6 +76,15 @@ enum class MplsPayloadType : std::uint32_t {
 };
 BOOST_DESCRIBE_ENUM(MplsPayloadType, mplsPayloadUnknown, mplsPayloadIpv4, mplsPayloadIpv6, mplsPayloadMpls,
                     mplsPayloadEthernet)
+
+// Per FEC id: the sources that request it and those that have answered it
+// (held in OrbInternalL3Status::fecIdToRequestSourceMap).
+struct FecIdToRequestSourceMapping {
+  std::set<FecRequestSource> requestSource;
+  std::set<FecRequestSource> responseSource;
+  auto operator<=>(const FecIdToRequestSourceMapping&) const = default;
+};
+VEX_VALUE(FecIdToRequestSourceMapping, "Orb::FecIdToRequestSourceMapping", (requestSource, responseSource))
 
 // The hardware tunnel a FEC encapsulates into: its kind and index (0, 0: none).
 struct HwTunnelId {

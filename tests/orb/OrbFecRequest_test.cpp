@@ -1,6 +1,7 @@
 // Hardware FEC id request and response rows, their tables, and reading a
 // requested FEC back.
 #include "Orb/OrbFecRequest.h"
+#include "Orb/OrbInternalL3Types.h"
 #include "platform/pond/Layout.h"
 #include "platform/pond/Segment.h"
 
@@ -95,6 +96,19 @@ TEST(OrbFecRequestRows, PrintedFormsParseBackAndRequestIdsCount) {
   EXPECT_EQ(Vex::fromStrep<FecToL2IntfId>(Vex::toStrep(l2)), l2);
   EXPECT_THROW(Vex::fromStrep<HwFecIdRequest>("Value('Orb::HwFecIdRequest', ** {'requestType': 'bigFec'})"),
                Vex::ParseError);
+}
+
+TEST(OrbFecRequestRows, TheLayerKeepsWhichSourcesAskForAndAnswerEachFec) {
+  auto internal = orbInternalL3StatusFactory("internal");
+  FecIdToRequestSourceMapping mapping;
+  mapping.requestSource = {FecRequestSource::fecRequestPwLocal, FecRequestSource::fecRequestEvpn};
+  mapping.responseSource = {FecRequestSource::fecRequestEvpn};
+  internal->fecIdToRequestSourceMapIs(Pond::Fib::GlobalFecId(12), mapping);
+  EXPECT_EQ(internal->fecIdToRequestSourceMap(Pond::Fib::GlobalFecId(12)), mapping);
+  EXPECT_EQ(Vex::toStrep(mapping),
+            "Value('Orb::FecIdToRequestSourceMapping', ** {'requestSource': ['fecRequestEvpn', 'fecRequestPwLocal'], "
+            "'responseSource': ['fecRequestEvpn']})");
+  EXPECT_EQ(Vex::fromStrep<FecIdToRequestSourceMapping>(Vex::toStrep(mapping)), mapping);
 }
 
 // Records what a request entity notifies, in order.
