@@ -38,6 +38,7 @@ Segment Segment::create(const std::string& name, std::size_t bytes) {
   segment.fd_ = ::shm_open(name.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600);
   if (segment.fd_ < 0) fail("shm_open", name);
   segment.owner_ = true;
+  segment.ownerPid_ = ::getpid();
   if (::ftruncate(segment.fd_, static_cast<off_t>(bytes)) != 0) fail("ftruncate", name);
   void* base = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, segment.fd_, 0);
   if (base == MAP_FAILED) fail("mmap", name);
@@ -74,7 +75,7 @@ bool Segment::isLinked() const {
 void Segment::close() {
   if (base_) ::munmap(base_, bytes_);
   if (fd_ >= 0) ::close(fd_);
-  if (owner_) ::shm_unlink(name_.c_str());
+  if (owner_ && ownerPid_ == ::getpid()) ::shm_unlink(name_.c_str());
   base_ = nullptr;
   bytes_ = 0;
   fd_ = -1;
@@ -88,7 +89,8 @@ Segment::Segment(Segment&& other) noexcept
       base_(std::exchange(other.base_, nullptr)),
       bytes_(std::exchange(other.bytes_, 0)),
       fd_(std::exchange(other.fd_, -1)),
-      owner_(std::exchange(other.owner_, false)) {}
+      owner_(std::exchange(other.owner_, false)),
+      ownerPid_(other.ownerPid_) {}
 
 Segment& Segment::operator=(Segment&& other) noexcept {
   if (this != &other) {
@@ -98,6 +100,7 @@ Segment& Segment::operator=(Segment&& other) noexcept {
     bytes_ = std::exchange(other.bytes_, 0);
     fd_ = std::exchange(other.fd_, -1);
     owner_ = std::exchange(other.owner_, false);
+    ownerPid_ = other.ownerPid_;
   }
   return *this;
 }

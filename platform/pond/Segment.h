@@ -34,7 +34,8 @@ class Segment {
   // Whether the segment still has its name (the owner has not removed it).
   bool isLinked() const;
 
-  // Unmaps; the owner also removes the name.
+  // Unmaps; the owner also removes the name (not a forked child of the
+  // owner, which only inherited the mapping).
   void close();
 
   // A segment name: "/" and letters, digits, '.', '_' or '-', at most 200
@@ -47,6 +48,7 @@ class Segment {
   std::size_t bytes_ = 0;
   int fd_ = -1;
   bool owner_ = false;
+  int ownerPid_ = 0;
 };
 
 }  // namespace Pond

@@ -153,6 +153,7 @@ void TableCore::controlIs(const TableControl& control) {
   logHead_ = 0;
   wakeFds_.assign(maxReaders, -1);
   wakePids_.assign(maxReaders, 0);
+  writerPid_ = ::getpid();
   status_ = MountStatus::mounted;
 }
 
@@ -235,7 +236,7 @@ MountStatus TableCore::mount() {
 }
 
 void TableCore::close() {
-  if (segment_.isMapped() && isWriter()) {
+  if (segment_.isMapped() && isWriter() && writerPid_ == ::getpid()) {
     store<std::uint32_t>(&headerOf(segment_)->closed, 1);
     flush();
   }
@@ -290,11 +291,13 @@ void TableCore::unregisterReader() {
   if (fifoKeepAlive_ >= 0) ::close(fifoKeepAlive_);
   fifoRead_ = fifoKeepAlive_ = -1;
   if (readerIndex_ < 0) return;
-  if (!fifoPath_.empty()) ::unlink(fifoPath_.c_str());
+  // A forked child of the reader leaves the parent's registration alone.
   auto* slots = reinterpret_cast<std::uint64_t*>(static_cast<unsigned char*>(segment_.base()) + readersOffset_);
   std::uint64_t word = load<std::uint64_t>(&slots[readerIndex_]);
-  if (readerPid(word) == static_cast<std::uint32_t>(::getpid()))
+  if (readerPid(word) == static_cast<std::uint32_t>(::getpid())) {
+    if (!fifoPath_.empty()) ::unlink(fifoPath_.c_str());
     store<std::uint64_t>(&slots[readerIndex_], readerWord(0, readerGeneration(word)));
+  }
   readerIndex_ = -1;
   fifoPath_.clear();
 }

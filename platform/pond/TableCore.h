@@ -160,6 +160,7 @@ class TableCore {
   // Writer.
   std::uint64_t rowCount_ = 0;
   std::uint64_t logHead_ = 0;
+  int writerPid_ = 0;  // a forked child inherits the object, not the role
   std::size_t unflushed_ = 0;
   Vex::Ptr<Vex::Clock> flushClock_;
   std::vector<int> wakeFds_;             // per reader slot, -1: not open

@@ -4,6 +4,7 @@
 #include "tests/platform/pond/PondTestRows.h"
 
 #include <poll.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <gtest/gtest.h>
@@ -136,6 +137,29 @@ TEST(PondCrossProcess, CorruptionWrittenByAnotherProcessIsReportedNotFatal) {
   Pond::Layout::store<std::uint64_t>(&header->magic, 0xdead);
   scribbled.signal();
   EXPECT_EQ(waitChild(child), ok);
+}
+
+TEST(PondCrossProcess, AForkedChildLeavingCleanlyKeepsItsParentsTables) {
+  std::string prefix = uniquePrefix();
+  Table writer;
+  writer.controlIs(writerControl(prefix));
+  writer.set(makeRow(1, 1));
+  Table reader;
+  reader.controlIs(readerControl(prefix));
+  pid_t child = forkChild([&] {
+    writer.close();  // what its destructors would do on exit()
+    reader.close();
+    return int(ok);
+  });
+  ASSERT_EQ(waitChild(child), ok);
+  EXPECT_TRUE(Pond::Segment::open("/" + prefix + "rows").isMapped());
+  writer.set(makeRow(2, 2));
+  std::vector<std::uint64_t> keys;
+  reader.processChanges({.onKey = [&](const std::uint64_t& key) { keys.push_back(key); }});
+  EXPECT_EQ(keys, std::vector<std::uint64_t>{2});
+  EXPECT_EQ(reader.mountStatus(), MountStatus::mounted);
+  struct stat st {};
+  EXPECT_EQ(::stat(("/dev/shm/" + prefix + "rows.r0").c_str(), &st), 0) << "the reader's FIFO went";
 }
 
 // Two readers read hot rows while the writer rewrites them at full rate:
