@@ -4,6 +4,7 @@
 #pragma once
 
 #include "Orb/OrbAdjTypes.h"
+#include "Orb/OrbFecRequest.h"
 #include "Orb/OrbL3Types.h"
 #include "Orb/OrbResilientEcmpTypes.h"
 #include "platform/vex/Entity.h"
@@ -76,6 +77,7 @@ class OrbInternalL3Status : public Vex::Entity {
     VEX_KEY_HANDLER(ResilientAdjIndexToAdjInfo6, VrfId)
     VEX_KEY_HANDLER(AttachedRoutes, VrfAndIpGenPrefix)
     VEX_KEY_HANDLER(NhReqIdToVrfId, std::uint64_t)
+    VEX_KEY_HANDLER(FecIdToRequestSourceMap, GlobalFecId)
     VEX_KEY_HANDLER(PvlanL3Intf, Nexo::IntfId)
     VEX_HANDLER(HardwareRoutingEnabled)
     VEX_HANDLER(NextL2AdjIndex)
@@ -150,6 +152,8 @@ class OrbInternalL3Status : public Vex::Entity {
 
   VEX_COLLECTION(VrfAndIpGenPrefix, bool, attachedRoutes, AttachedRoutes)
   VEX_COLLECTION(std::uint64_t, VrfId, nhReqIdToVrfId, NhReqIdToVrfId)
+  // Which FEC request sources ask for each FEC, and which have an answer.
+  VEX_COLLECTION(GlobalFecId, FecIdToRequestSourceMapping, fecIdToRequestSourceMap, FecIdToRequestSourceMap)
   VEX_COLLECTION(Nexo::IntfId, bool, pvlanL3Intf, PvlanL3Intf)
   VEX_ATTR(bool, hardwareRoutingEnabled, HardwareRoutingEnabled, false)
 };

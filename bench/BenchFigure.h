@@ -31,6 +31,12 @@ struct Figure {
   // whatever it reports must hold over all of them (a maximum over the
   // rounds, say, or what the first run measured).
   std::function<std::string()> extra;
+  // Rates and ratio from wall-clock time rather than this process's CPU
+  // time: for work that other processes do while this one waits.
+  bool wallTime = false;
+  // The figure cannot be taken on this machine (a tool it measures against
+  // is missing): it prints "RESULT <name> ratio=nan skipped=1" and runs nothing.
+  bool skipped = false;
 };
 
 // Registers a figure; returns true so it can initialise a static.

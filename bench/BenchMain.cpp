@@ -28,7 +28,7 @@ std::vector<Figure>& figures() {
   return all;
 }
 
-// Keeps the CPU seconds per iteration of every benchmark of the last run.
+// Keeps the CPU (and wall-clock) seconds per iteration of every benchmark of the last run.
 // CPU time, as the library's own rate counters use: on a shared machine it
 // drifts less than wall time when other work takes the cores.
 class RecordingReporter : public benchmark::ConsoleReporter {
@@ -39,6 +39,7 @@ class RecordingReporter : public benchmark::ConsoleReporter {
 
   // By function name (the last variant to run) and by full run name.
   std::map<std::string, double> secondsPerIteration;
+  std::map<std::string, double> wallSecondsPerIteration;
   // Rows are printed only while this is set; later rounds stay quiet and
   // are summed up per figure instead.
   bool printRows = true;
@@ -65,15 +66,19 @@ class RecordingReporter : public benchmark::ConsoleReporter {
       double seconds = run.cpu_accumulated_time / static_cast<double>(run.iterations);
       secondsPerIteration[run.run_name.function_name] = seconds;
       secondsPerIteration[run.run_name.str()] = seconds;
+      double wall = run.real_accumulated_time / static_cast<double>(run.iterations);
+      wallSecondsPerIteration[run.run_name.function_name] = wall;
+      wallSecondsPerIteration[run.run_name.str()] = wall;
     }
     // Errors always show: a round that failed must not pass unnoticed.
     bool failed = std::any_of(runs.begin(), runs.end(), [](const Run& run) { return run.error_occurred; });
     if (printRows || failed) ConsoleReporter::ReportRuns(runs);
   }
 
-  std::optional<double> measured(const std::string& name) const {
-    auto found = secondsPerIteration.find(name);
-    if (found == secondsPerIteration.end() || found->second <= 0) return std::nullopt;
+  std::optional<double> measured(const std::string& name, bool wallTime) const {
+    const auto& seconds = wallTime ? wallSecondsPerIteration : secondsPerIteration;
+    auto found = seconds.find(name);
+    if (found == seconds.end() || found->second <= 0) return std::nullopt;
     return found->second;
   }
 
@@ -97,12 +102,13 @@ std::string filterFor(const std::string& name) {
   return fmt::format("^{}$", escapeRegex(name));
 }
 
-// Runs the benchmark `name` and nothing else; returns its CPU seconds per
+// Runs the benchmark `name` and nothing else; returns its CPU (or wall-clock) seconds per
 // iteration, if it ran without error.
-std::optional<double> runAlone(RecordingReporter& reporter, const std::string& name) {
+std::optional<double> runAlone(RecordingReporter& reporter, const std::string& name, bool wallTime) {
   reporter.secondsPerIteration.clear();
+  reporter.wallSecondsPerIteration.clear();
   benchmark::RunSpecifiedBenchmarks(&reporter, filterFor(name));
-  return reporter.measured(name);
+  return reporter.measured(name, wallTime);
 }
 
 double median(std::vector<double> values) {
@@ -124,9 +130,9 @@ Rounds takeFigure(RecordingReporter& reporter, const Figure& f, int rounds) {
   Rounds taken;
   for (int round = 0; round < rounds; ++round) {
     reporter.printRows = round == 0;
-    auto seconds = runAlone(reporter, f.benchmark);
+    auto seconds = runAlone(reporter, f.benchmark, f.wallTime);
     std::optional<double> referenceSeconds;
-    if (!f.reference.empty()) referenceSeconds = runAlone(reporter, f.reference);
+    if (!f.reference.empty()) referenceSeconds = runAlone(reporter, f.reference, f.wallTime);
     if (!seconds) continue;
     double perItem = *seconds / f.items;
     taken.rates.push_back(1.0 / perItem);
@@ -237,6 +243,10 @@ int main(int argc, char** argv) {
   }
   std::vector<std::string> results;
   for (const auto* f : chosen) {
+    if (f->skipped) {
+      results.push_back(fmt::format("RESULT {} ratio=nan skipped=1", f->name));
+      continue;
+    }
     auto taken = Bench::takeFigure(reporter, *f, *rounds);
     Bench::printRounds(*f, taken);
     if (!taken.rates.empty()) results.push_back(Bench::resultLine(*f, taken));

@@ -90,6 +90,15 @@ concept ScalarValue = requires(const T& v, const T* p) {
 template <class T>
 concept ValueType = DescribedValue<T> || ScalarValue<T>;
 
+// A field type that is only a different storage of another printable type
+// (a 4-byte aligned double in a shared-memory row, say) prints and parses
+// exactly as that type: it provides `vexPlain()` and `fromVexPlain(plain)`.
+template <class T>
+concept PlainValue = requires(const T& v) {
+  v.vexPlain();
+  T::fromVexPlain(v.vexPlain());
+};
+
 template <class E>
 concept DescribedEnum = std::is_enum_v<E> && boost::describe::has_describe_enumerators<E>::value;
 
@@ -161,6 +170,8 @@ void print(std::string& out, const T& value) {
     out += std::to_string(value);
   } else if constexpr (std::is_floating_point_v<T>) {
     out += doubleText(static_cast<double>(value));
+  } else if constexpr (PlainValue<T>) {
+    print(out, value.vexPlain());
   } else if constexpr (std::is_convertible_v<const T&, std::string_view>) {
     out += quote(value);
   } else if constexpr (DescribedEnum<T>) {
@@ -245,6 +256,10 @@ void parse(Parser& in, T& value) {
     parseInteger(in, value);
   } else if constexpr (std::is_floating_point_v<T>) {
     value = static_cast<T>(parseDouble(in));
+  } else if constexpr (PlainValue<T>) {
+    std::decay_t<decltype(std::declval<const T&>().vexPlain())> plain{};
+    parse(in, plain);
+    value = T::fromVexPlain(plain);
   } else if constexpr (std::is_same_v<T, std::string>) {
     value = in.parseString();
   } else if constexpr (DescribedEnum<T>) {

@@ -1,0 +1,99 @@
+#include "Orb/OrbFecRequest.h"
+
+#include "Orb/OrbAssert.h"
+
+namespace Orb {
+
+namespace {
+
+Pond::TableControl tableControl(const std::string& prefix, const char* name, Pond::TableControl::Role role,
+                                std::size_t capacity) {
+  Pond::TableControl control;
+  control.prefix = prefix;
+  control.name = name;
+  control.role = role;
+  control.capacity = capacity;
+  return control;
+}
+
+}  // namespace
+
+void FecIdToHwFecIdRequest::controlIs(const std::string& prefix, Pond::TableControl::Role role, std::size_t capacity) {
+  fecControlIs(tableControl(prefix, "fec", role, capacity));
+  fec6ControlIs(tableControl(prefix, "fec6", role, capacity));
+  hwFecIdRequestControlIs(tableControl(prefix, "hwFecIdRequest", role, capacity));
+  objTupleToFecIdControlIs(tableControl(prefix, "objTupleToFecId", role, capacity));
+  adjSyncIdMapControlIs(tableControl(prefix, "adjSyncIdMap", role, capacity));
+  syncRequestsReadyControlIs(tableControl(prefix, "syncRequestsReady", role, 1));
+}
+
+void FecIdToHwFecIdResponse::controlIs(const std::string& prefix, Pond::TableControl::Role role, std::size_t capacity) {
+  hwFecIdControlIs(tableControl(prefix, "hwFecId", role, capacity));
+  l2IntfIdControlIs(tableControl(prefix, "l2IntfId", role, capacity));
+}
+
+Vex::Ptr<FecIdToHwFecIdRequest> fecIdToHwFecIdRequestFactory(const std::string& name) {
+  return Vex::make<FecIdToHwFecIdRequest>(name);
+}
+
+Vex::Ptr<FecIdToHwFecIdResponse> fecIdToHwFecIdResponseFactory(const std::string& name) {
+  return Vex::make<FecIdToHwFecIdResponse>(name);
+}
+
+std::string fecRequestPrefix(const std::string& base, FecRequestSource source, bool response) {
+  return base + Vex::valueToStrep(source) + (response ? "-response-" : "-request-");
+}
+
+template <class FecRow>
+bool addFecRequest(FecIdToHwFecIdRequest& requests, const FecRow& fec, const HwFecIdRequest& request) {
+  ORB_ASSERT(fec.key == request.key);
+  bool stored;
+  if constexpr (std::is_same_v<FecRow, Pond::Fib6::Fec>)
+    stored = requests.fec6Is(fec);
+  else
+    stored = requests.fecIs(fec);
+  // A request whose FEC did not fit would name a FEC no reader can find.
+  return stored && requests.hwFecIdRequestIs(request);
+}
+template bool addFecRequest(FecIdToHwFecIdRequest&, const Pond::Fib::Fec&, const HwFecIdRequest&);
+template bool addFecRequest(FecIdToHwFecIdRequest&, const Pond::Fib6::Fec&, const HwFecIdRequest&);
+
+void withdrawFecRequest(FecIdToHwFecIdRequest& requests, Pond::Fib::FecId fecId) {
+  requests.hwFecIdRequestDel(fecId);
+  requests.fecDel(fecId);
+}
+
+void withdrawFecRequest6(FecIdToHwFecIdRequest& requests, Pond::Fib::FecId fecId) {
+  requests.hwFecIdRequestDel(fecId);
+  requests.fec6Del(fecId);
+}
+
+template <class Family>
+void loadHwFecIdRequestFec(Pond::Fib::FecId fecId, FecRequestSource source, const AllFecIdToHwFecIdRequestResponse& all,
+                           FecReadData& out) {
+  const auto& requests = all.requestCollection(source);
+  if (!requests) {
+    out.status = FecReadData::noRequester;
+    return;
+  }
+  // A corrupt row has been reported through the table's corruption handler
+  // by the read itself, and reads as not found.
+  bool found;
+  if constexpr (std::is_same_v<Family, IPv6>) {
+    auto row = requests->fec6Find(fecId);
+    found = row.has_value();
+    if (found) out.fec6 = *row;
+  } else {
+    auto row = requests->fecFind(fecId);
+    found = row.has_value();
+    if (found) out.fec = *row;
+  }
+  out.status = found ? FecReadData::fecFound : FecReadData::fecNotFound;
+  out.fecType = fecTypeForDomain<Family>();
+}
+template void loadHwFecIdRequestFec<IPv4>(Pond::Fib::FecId, FecRequestSource, const AllFecIdToHwFecIdRequestResponse&,
+                                          FecReadData&);
+template void loadHwFecIdRequestFec<IPv6>(Pond::Fib::FecId, FecRequestSource, const AllFecIdToHwFecIdRequestResponse&,
+                                          FecReadData&);
+
+}  // namespace Orb
