@@ -10,6 +10,7 @@
 // static assertions below hold the offsets.
 #pragma once
 
+#include "Orb/OrbAdjSync.h"
 #include "platform/model/MacTypes.h"
 #include "platform/pond/EntityTable.h"
 #include "platform/pond/Packed.h"
@@ -109,22 +110,6 @@ class HwFecId {
 };
 VEX_SCALAR_VALUE(HwFecId, "Orb::HwFecId", "value")
 inline std::size_t hash_value(const HwFecId& id) { return boost::hash<std::uint64_t>()(id.value()); }
-
-// The synchronisation id of a FEC's adjacency.
-class AdjSyncId {
- public:
-  constexpr AdjSyncId() = default;
-  constexpr explicit AdjSyncId(std::uint64_t value) : value_(value) {}
-  constexpr std::uint64_t value() const { return value_; }
-  auto operator<=>(const AdjSyncId&) const = default;
-  std::uint64_t vexRep() const { return value_; }
-  static AdjSyncId fromVexRep(std::uint64_t value) { return AdjSyncId(value); }
-
- private:
-  std::uint64_t value_ = 0;
-};
-VEX_SCALAR_VALUE(AdjSyncId, "Orb::AdjSyncId", "value")
-inline std::size_t hash_value(const AdjSyncId& id) { return boost::hash<std::uint64_t>()(id.value()); }
 
 // A requester's readiness flag, the key of its only SyncRequestsReady row.
 class ReadyBool {
