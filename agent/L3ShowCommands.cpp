@@ -272,9 +272,10 @@ void L3Feature::registerShowCommands() {
           // Each next hop with its slots, in the order they first appear.
           std::vector<std::pair<SoftChip::SlotMember, std::vector<std::size_t>>> byMember;
           for (std::size_t slot = 0; slot < hw->slots.size(); ++slot) {
-            auto it = std::find_if(byMember.begin(), byMember.end(),
-                                   [&](const auto& held) { return held.first == hw->slots[slot]; });
-            if (it == byMember.end()) it = byMember.insert(byMember.end(), {hw->slots[slot], {}});
+            const SoftChip::SlotMember& inSlot = hw->slots[slot];
+            auto it =
+                std::find_if(byMember.begin(), byMember.end(), [&](const auto& held) { return held.first == inSlot; });
+            if (it == byMember.end()) it = byMember.insert(byMember.end(), {inSlot, {}});
             it->second.push_back(slot);
           }
           for (const auto& [member, held] : byMember) {
