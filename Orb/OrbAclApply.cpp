@@ -237,7 +237,24 @@ void AclSm::doAclUninstallPhase() {
 }
 
 void AclSm::doAclPreparePhase() {
+  blockReplacedInstances();
   forEachConfigSm([](AclConfigSm& sm) { sm.prepareAcl(); });
+}
+
+void AclSm::blockReplacedInstances() {
+  forEachConfigSm([&](AclConfigSm& sm) {
+    auto* typeSm = aclTypeConfigSm(sm.type());
+    for (const auto& [key, data] : sm.aclData()) {
+      if (!data->dirty() || !data->installed || data->activeIntfs().empty()) continue;
+      unblockAclIs(key);
+      for (const auto& pair : data->activeIntfs()) {
+        BLIP(aclTrace(), 5, "vlanIdToblock = none for {} and permitDuringAclUpdate = {}", pair.intfId.stringValue(),
+             permitDuringAclUpdate());
+        typeSm->blockedIntfIs(pair.intfId);
+        blockedIntfIs(pair.intfId, true);
+      }
+    }
+  });
 }
 
 void AclSm::doAclCommitPhase() {
@@ -245,8 +262,25 @@ void AclSm::doAclCommitPhase() {
 }
 
 void AclSm::doAclUnblockPhase() {
-  for (const auto& key : unblockAcls_) BLIP(aclTrace(), 5, "Unblocking {}", key.stringValue());
+  for (const auto& key : unblockAcls_) {
+    BLIP(aclTrace(), 5, "Unblocking {}", key.stringValue());
+    auto* typeSm = aclTypeConfigSm(key.type);
+    auto* configSm = typeSm ? typeSm->aclConfigSm(key.name) : nullptr;
+    auto data = configSm ? configSm->aclData(key) : nullptr;
+    if (!data) continue;
+    for (const auto& pair : data->activeIntfs()) {
+      typeSm->blockedIntfDel(pair.intfId);
+      blockedIntfIs(pair.intfId, false);
+    }
+  }
   unblockAcls_.clear();
+  // An instance that went away while its interfaces were blocked leaves
+  // them to be let go here.
+  std::vector<Nexo::IntfId> leftBlocked(blockedIntfInternal_.begin(), blockedIntfInternal_.end());
+  for (const auto& intf : leftBlocked) {
+    for (auto& [type, typeSm] : typeSms_) typeSm->blockedIntfDel(intf);
+    blockedIntfIs(intf, false);
+  }
 }
 
 void AclSm::doAclDonePhase() {

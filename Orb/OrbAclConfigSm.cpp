@@ -62,17 +62,22 @@ class AclConfigSm::ConfigReactor : public Vex::Reactor<Acl::AclConfig, AclConfig
   using Reactor::Reactor;
   VEX_REACT(Version, handleCurrCfg)
   VEX_REACT(ClearCounter, handleClearCounter)
+  VEX_REACT(CounterUpdateRequest, handleCounterUpdateRequest)
 };
 
 AclConfigSm::AclConfigSm(const Vex::Ptr<Acl::AclConfig>& aclConfig, AclTypeConfigSm* typeSm, AclSm* root)
     : OrbBaseSm(root->ocsd()), aclConfig_(aclConfig), typeSm_(typeSm), root_(root) {
   ORB_ASSERT(aclConfig_);
   reactor_ = std::make_unique<ConfigReactor>(this, aclConfig_);
+  counterClock_ = Vex::clockFactory([this] { handleCounterUpdateRequestTime(); });
+  clockIs(counterClock_);
   initializedIs(true);
 }
 
 AclConfigSm::~AclConfigSm() {
   vexDoZombieReactors(true);
+  counterClock_->timeMinIs(Vex::never);
+  clockDel(counterClock_);
   reactor_.reset();
   instances_.clear();
 }
@@ -361,7 +366,49 @@ void AclConfigSm::handleClearCounter() { clearDirtyChip(); }
 void AclConfigSm::clearDirtyChip() {
   const auto& aclStatus = root_->aclStatus();
   if (!aclStatus) return;
-  if (auto listStatus = aclStatus->aclStatus({type(), aclName()})) listStatus->ruleStatusDelAll();
+  auto listStatus = aclStatus->aclStatus({type(), aclName()});
+  if (!listStatus) return;
+  BLIP(aclTrace(), 5, "{}: aclConfig()->clearCounter() {}", aclName(), aclConfig_->clearCounter());
+  // What the chip counted since its last poll goes with the rest.
+  auto discarded = Vex::make<Acl::AclStatus>(listStatus->key());
+  for (const auto& [key, data] : data_) {
+    if (data->installed) readAclCounters(*root_->aclHelper(), *data, *discarded, std::nullopt, ~0u);
+  }
+  listStatus->ruleStatusDelAll();
+  listStatus->ruleStatusPerChipDelAll();
+}
+
+void AclConfigSm::handleCounterUpdateRequest() { counterClock_->timeMinIs(Vex::now()); }
+
+void AclConfigSm::handleCounterUpdateRequestTime() {
+  const auto& aclStatus = root_->aclStatus();
+  auto listStatus = aclStatus ? aclStatus->aclStatus({type(), aclName()}) : nullptr;
+  if (!listStatus) return;
+  auto& helper = *root_->aclHelper();
+  if (helper.counterChips().empty()) {
+    BLIP(aclTrace(), 3, "{}: Acl counters not supported", aclName());
+    counterBookmark_.reset();
+    return;
+  }
+  std::uint32_t budget = burstSize_;
+  auto it = counterBookmark_ ? data_.lower_bound(counterBookmark_->key) : data_.begin();
+  for (; it != data_.end(); ++it) {
+    const auto& [key, data] = *it;
+    if (!data->installed || key.direction == Acl::AclDirection::aclOut) {
+      BLIP(aclTrace(), 7, "{} not installed or egress ACL, skip", key.stringValue());
+      continue;
+    }
+    std::optional<std::uint32_t> after;
+    if (counterBookmark_ && counterBookmark_->key == key) after = counterBookmark_->seq;
+    const AclCounterRead read = readAclCounters(helper, *data, *listStatus, after, budget);
+    budget -= std::min(budget, read.rules);
+    if (read.finished && budget) continue;
+    counterBookmark_ = CounterBookmark{key, read.lastSeq};
+    counterClock_->timeMinIs(Vex::now());
+    return;
+  }
+  counterBookmark_.reset();
+  listStatus->counterUpdateTimeIs(Vex::now());
 }
 
 }  // namespace Orb

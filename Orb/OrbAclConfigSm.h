@@ -7,6 +7,7 @@
 #include "Orb/OrbAclTypes.h"
 #include "Orb/OrbBaseHelper.h"
 #include "platform/model/Acl.h"
+#include "platform/vex/Clock.h"
 
 #include <map>
 #include <memory>
@@ -100,6 +101,12 @@ class AclConfigSm : public OrbBaseSm {
   void handleClearCounter();
   void handleInitialized() override;
   void clearDirtyChip();
+  // A counter update asked for through the configuration: the list's
+  // ingress instances are read in bursts, continued from the clock.
+  void handleCounterUpdateRequest();
+  void handleCounterUpdateRequestTime();
+  std::uint32_t counterBurstSize() const { return burstSize_; }
+  void counterBurstSizeIs(std::uint32_t rules) { burstSize_ = rules ? rules : 1; }
 
  private:
   class ConfigReactor;
@@ -133,8 +140,14 @@ class AclConfigSm : public OrbBaseSm {
   std::map<AclKey, Vex::Ptr<AclData>> data_;
   std::unique_ptr<ConfigReactor> reactor_;
   bool destroying_ = false;
-  std::uint32_t bookmark_ = 0;
+  // Where the on-request update stopped: after rule `seq` of `key`.
+  struct CounterBookmark {
+    AclKey key;
+    std::uint32_t seq = 0;
+  };
+  std::optional<CounterBookmark> counterBookmark_;
   std::uint32_t burstSize_ = 100;
+  Vex::Ptr<Vex::Clock> counterClock_;
 };
 
 Vex::Ptr<AclConfigSm> aclConfigSmFactory(const Vex::Ptr<Acl::AclConfig>& aclConfig, AclTypeConfigSm* typeSm,

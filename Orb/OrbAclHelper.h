@@ -71,6 +71,13 @@ class AclHelper : public Orb::OrbBaseHelper {
   }
   virtual bool intfSupportsAcl(const Nexo::IntfId&) { return true; }
 
+  // Drops (or lets through again) all traffic of an interface while its
+  // ACL is replaced on a chip that cannot swap an ACL in one step.
+  virtual void blockIntf(const Nexo::IntfId&, bool /*block*/, const std::string& /*unit*/) {}
+  // Whether traffic passes rather than being blocked during an update;
+  // `paramConfig` is what the configuration asks for.
+  virtual bool getPermitDuringAclUpdate(bool paramConfig) { return paramConfig; }
+
   // Packets the rule matched on `chip` since the previous call.
   virtual std::uint64_t aclRuleCountersSinceLastPoll(const AclData&, const std::string& /*chip*/,
                                                      std::uint32_t /*uniqueId*/) {

@@ -25,13 +25,37 @@ IntfPairKey AclDirectionTypeConfigSm::intfPair(const Nexo::IntfId& intf) const {
   return {intf, {}};
 }
 
-void AclDirectionTypeConfigSm::handleAclIntfConfig(const Nexo::IntfId& intf) {
+std::string AclDirectionTypeConfigSm::wantedAcl(const Nexo::IntfId& intf) const {
   const auto& config = typeSm_->aclIntfTypeConfig();
-  const std::string wanted = config ? config->intf(intf).aclName(direction_) : std::string();
+  if (!config) return {};
+  // A LAG's list applies to its members; a member's own list is what it
+  // keeps when it leaves (or when its LAG has none).
+  if (intf.isEthernet() && !intf.isSubIntf()) {
+    const Nexo::IntfId lag = ocsd()->portToLag(intf);
+    if (!lag.empty()) {
+      const std::string lagAcl = config->intf(lag).aclName(direction_);
+      if (!lagAcl.empty()) return lagAcl;
+    }
+  }
+  return config->intf(intf).aclName(direction_);
+}
+
+void AclDirectionTypeConfigSm::handleAclIntfConfig(const Nexo::IntfId& intf) {
+  if (intf.isLag() && !intf.isSubIntf()) {
+    for (const auto& [port, lag] : ocsd()->portToLag()) {
+      if (lag == intf) handleAclIntfConfig(port);
+    }
+    return;
+  }
+  const std::string wanted = wantedAcl(intf);
   auto bound = binding_.find(intf);
   const std::string current = bound == binding_.end() ? std::string() : bound->second;
   const IntfPairKey pair = intfPair(intf);
-  if (wanted == current && (current.empty() || boundAt_[intf] == pair)) return;
+  if (wanted == current) {
+    if (!current.empty() && boundAt_[intf] != pair)
+      updateAclOnLagMember(intf, boundAt_[intf].lagIntfId, pair.lagIntfId);
+    return;
+  }
   if (!current.empty()) {
     if (auto* sm = typeSm_->aclConfigSm(current)) sm->portActiveDel(boundAt_[intf], direction_, false);
     binding_.erase(intf);
@@ -194,6 +218,7 @@ void AclTypeConfigSm::handleAcl(const std::string& name) {
 void AclTypeConfigSm::handleIntf(const Nexo::IntfId& intf) {
   directionSms_[0]->handleAclIntfConfig(intf);
   directionSms_[1]->handleAclIntfConfig(intf);
+  if (intf.isLag() && intf.isSubIntf()) root_->lagSubIntfBindingChanged(intf);
   root_->doApplyAcls(false);
 }
 
@@ -222,6 +247,7 @@ AclSm::AclSm(const AclSmInputs& inputs) : OrbBaseSm(inputs.ocsd), in_(inputs) {
   clockIs(updaterClock_);
   in_.orbHelper->opsCompletedHandlerIs([this](std::uint32_t count) { handleAclDataOpsCompleted(count); });
   in_.orbHelper->hwInit();
+  countersPoller_ = Vex::make<AclCountersPoller>(this);
   initializedIs(true);
 }
 
@@ -230,8 +256,10 @@ AclSm::~AclSm() {
   in_.orbHelper->opsCompletedHandlerIs(nullptr);
   updaterClock_->timeMinIs(Vex::never);
   clockDel(updaterClock_);
+  countersPoller_.reset();
   configReactor_.reset();
   commonReactor_.reset();
+  lagSms_.clear();
   typeSms_.clear();
 }
 
@@ -271,21 +299,32 @@ void AclSm::handleAclIntfTypeConfig(Acl::AclType type) {
 }
 
 void AclSm::handlePortToLag(const Nexo::IntfId& intf) {
-  const Nexo::IntfId newLag = ocsd()->portToLag(intf);
-  for (auto& [type, sm] : typeSms_) {
+  if (!intf.isEthernet() || intf.isSubIntf()) return;
+  auto& sm = lagSms_[intf];
+  if (!sm) sm = Vex::make<EthPhyIntfLagConfigAclSm>(intf, this);
+  sm->handleLag();
+  if (sm->lag().empty()) lagSms_.erase(intf);
+  doApplyAcls(false);
+}
+
+void AclSm::lagSubIntfBindingChanged(const Nexo::IntfId& subIntf) {
+  bool bound = false;
+  for (const auto& [type, typeSm] : typeSms_) {
     for (auto direction : {Acl::AclDirection::aclIn, Acl::AclDirection::aclOut}) {
-      auto& dirSm = sm->directionSm(direction);
-      auto bound = dirSm.binding().find(intf);
-      if (bound == dirSm.binding().end()) continue;
-      dirSm.updateAclOnLagMember(intf, dirSm.boundAt(intf).lagIntfId, newLag);
+      bound = bound || typeSm->directionSm(direction).binding().count(subIntf);
     }
   }
-  doApplyAcls(false);
+  auto known = lagToSubIntfMap_.find(subIntf.parentIntfId());
+  if (bound || (known != lagToSubIntfMap_.end() && known->second.count(subIntf))) lagToSubIntfIs(subIntf, bound);
+}
+
+void AclSm::reapplyAt(const Nexo::IntfId& intf, const char* why) {
+  forEachConfigSm([&](AclConfigSm& sm) { sm.reapplyAt(intf, why); });
 }
 
 void AclSm::handleInternalVlan(const Nexo::IntfId& intf) {
   BLIP(aclTrace(), 4, "internalVlanId changed for {}", intf.stringValue());
-  forEachConfigSm([&](AclConfigSm& sm) { sm.reapplyAt(intf, "internalVlanId changed for "); });
+  reapplyAt(intf, "internalVlanId changed for ");
 }
 
 void AclSm::forEachConfigSm(const std::function<void(AclConfigSm&)>& f) {
@@ -335,6 +374,47 @@ void AclSm::doErrdisable(const Nexo::IntfId& intf, bool on) {
   if (!in_.aclStatus->errdisabledIntf(intf)) return;
   BLIP(aclTrace(), 2, "Removing Errdisable on {} on all chips", intf.stringValue());
   in_.aclStatus->errdisabledIntfDel(intf);
+}
+
+bool AclSm::permitDuringAclUpdate() const {
+  return in_.orbHelper->getPermitDuringAclUpdate(in_.aclConfig->permitDuringUpdate());
+}
+
+void AclSm::blockedIntfIs(const Nexo::IntfId& intf, bool block) {
+  if (in_.orbHelper->asyncAclConfig()) orbAssert("!aclHelper()->asyncAclConfig()");
+  if (block) {
+    if (permitDuringAclUpdate()) {
+      BLIP(aclTrace(), 5, "Not blocking intf because of cli configuration: {}", intf.stringValue());
+      return;
+    }
+    if (!blockedIntfInternal_.insert(intf).second) return;
+    BLIP(aclTrace(), 3, "Blocking intf {}", intf.stringValue());
+    in_.orbHelper->blockIntf(intf, true, "");
+    return;
+  }
+  if (!blockedIntfInternal_.count(intf)) return;
+  for (const auto& [type, typeSm] : typeSms_) {
+    if (!typeSm->blockedIntf().count(intf)) continue;
+    BLIP(aclTrace(), 5, "{} still blocked for {}", intf.stringValue(), Acl::aclTypeName(type));
+    return;
+  }
+  blockedIntfInternal_.erase(intf);
+  BLIP(aclTrace(), 3, "Unblocking intf {}", intf.stringValue());
+  in_.orbHelper->blockIntf(intf, false, "");
+}
+
+void AclSm::lagToSubIntfIs(const Nexo::IntfId& subIntf, bool bound) {
+  const Nexo::IntfId parentLag = subIntf.parentIntfId();
+  if (bound) {
+    if (!lagToSubIntfMap_[parentLag].insert(subIntf).second) return;
+    BLIP(aclTrace(), 5, "Add{} to lagToSubIntfMap", subIntf.stringValue());
+    return;
+  }
+  if (!lagToSubIntfMapHas(parentLag)) orbAssert("lagToSubIntfMapHas( parentLag )");
+  auto& subIntfs = lagToSubIntfMap_[parentLag];
+  if (!subIntfs.erase(subIntf)) return;
+  BLIP(aclTrace(), 5, "Remove{} from lagToSubIntfMap", subIntf.stringValue());
+  if (subIntfs.empty()) lagToSubIntfMap_.erase(parentLag);
 }
 
 AclMounter::AclMounter(const Vex::Ptr<Hive::Root>& hive, const Vex::Ptr<OrbCommonSmData>& ocsd,

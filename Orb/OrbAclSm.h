@@ -15,7 +15,9 @@
 #pragma once
 
 #include "Orb/OrbAclConfigSm.h"
+#include "Orb/OrbAclCounters.h"
 #include "Orb/OrbAclHelper.h"
+#include "Orb/OrbAclLagSm.h"
 #include "Orb/OrbCommon.h"
 #include "platform/hive/Hive.h"
 #include "platform/model/Acl.h"
@@ -56,8 +58,12 @@ class AclDirectionTypeConfigSm : public OrbBaseSm {
 
   // The list applied at each interface in this direction.
   const std::map<Nexo::IntfId, std::string>& binding() const { return binding_; }
-  // The interface's list changed (or the interface's LAG did).
+  // The interface's list changed (or the interface's LAG did). For a LAG,
+  // each of its members.
   void handleAclIntfConfig(const Nexo::IntfId& intf);
+  // The list the interface applies in this direction: a LAG member's
+  // LAG's when it has one, else its own.
+  std::string wantedAcl(const Nexo::IntfId& intf) const;
   // A port moved between LAGs: its binding moves with it.
   void updateAclOnLagMember(const Nexo::IntfId& member, const Nexo::IntfId& oldLag, const Nexo::IntfId& newLag);
   // A list came: the interfaces already naming it bind now.
@@ -178,6 +184,27 @@ class AclSm : public OrbBaseSm {
   // Interfaces taken out of service (cause "acl").
   void doErrdisable(const Nexo::IntfId& intf, bool on);
 
+  // Blocking while instances are replaced on a chip that acknowledges
+  // later: every interface of a replaced instance drops its traffic from
+  // the build until the unblock phase, unless traffic is to be permitted
+  // during updates.
+  bool permitDuringAclUpdate() const;
+  void blockedIntfIs(const Nexo::IntfId& intf, bool block);
+  const std::set<Nexo::IntfId>& blockedIntfInternal() const { return blockedIntfInternal_; }
+
+  // Sub-interfaces with an ACL, by the LAG they belong to: their bindings
+  // follow the LAG's members.
+  const std::map<Nexo::IntfId, std::set<Nexo::IntfId>>& lagToSubIntfMap() const { return lagToSubIntfMap_; }
+  bool lagToSubIntfMapHas(const Nexo::IntfId& lag) const { return lagToSubIntfMap_.count(lag) != 0; }
+  void lagToSubIntfIs(const Nexo::IntfId& subIntf, bool bound);
+  // A LAG sub-interface's lists changed: it joins or leaves the map.
+  void lagSubIntfBindingChanged(const Nexo::IntfId& subIntf);
+  // Marks the instances applied at `intf` for building again.
+  void reapplyAt(const Nexo::IntfId& intf, const char* why);
+
+  // Reads rule counters from the chip into the status, every period.
+  AclCountersPoller& countersPoller() const { return *countersPoller_; }
+
  private:
   class ConfigReactor;
   class CommonReactor;
@@ -191,6 +218,8 @@ class AclSm : public OrbBaseSm {
   void doAclCommitPhase();
   void doAclUnblockPhase();
   void advancePhase();
+  // Blocks the interfaces of the installed instances about to be rebuilt.
+  void blockReplacedInstances();
 
   AclSmInputs in_;
   std::unique_ptr<ConfigReactor> configReactor_;
@@ -208,6 +237,10 @@ class AclSm : public OrbBaseSm {
   bool applyAgain_ = false;
   std::set<AclKey> unblockAcls_;
   std::set<AclKey> resourceFull_;
+  Vex::Ptr<AclCountersPoller> countersPoller_;
+  std::set<Nexo::IntfId> blockedIntfInternal_;
+  std::map<Nexo::IntfId, std::set<Nexo::IntfId>> lagToSubIntfMap_;
+  std::map<Nexo::IntfId, Vex::Ptr<EthPhyIntfLagConfigAclSm>> lagSms_;
 };
 
 Vex::Ptr<AclSm> aclSmFactory(const AclSmInputs& inputs);

@@ -318,8 +318,7 @@ void AclFeature::accessGroupIs(const Args& args) {
     throw CommandError(e.what());
   }
   for (const auto& intf : intfs) {
-    if (intf.isLag()) throw CommandError("ACLs on port-channels are applied to their members for now: " + args[0]);
-    if (!intf.isEthernet() && !intf.isVlan()) throw CommandError("no ACL on " + intf.stringValue());
+    if (!intf.isEthernet() && !intf.isLag() && !intf.isVlan()) throw CommandError("no ACL on " + intf.stringValue());
   }
   auto intfConfig = config_->aclIntfTypeConfigIs(type);
   for (const auto& intf : intfs) {
@@ -351,6 +350,28 @@ void AclFeature::registerListCommands() {
                (args.size() >= 4 && args[1] == "no" && args[3] == "access-group");
       },
       [this](const Args& args, std::ostream&) { accessGroupIs(args); });
+  shell_.commandIs("hardware access-list update default-result", "permit|deny",
+                   "what interfaces do with their traffic while their ACL is replaced",
+                   [this](const Args& args, std::ostream&) {
+                     expectArgs(args, 1, 1, "hardware access-list update default-result permit|deny");
+                     if (args[0] != "permit" && args[0] != "deny") {
+                       throw CommandError(fmt::format("bad default result '{}': expected permit or deny", args[0]));
+                     }
+                     config_->permitDuringUpdateIs(args[0] == "permit");
+                   });
+  shell_.commandIs("clear access-lists counters", "[NAME]", "zero the counters of every list (or of one)",
+                   [this](const Args& args, std::ostream&) {
+                     expectArgs(args, 0, 1, "clear access-lists counters [NAME]");
+                     bool found = false;
+                     for (const auto& [type, typeConfig] : config_->aclTypeConfig()) {
+                       for (const auto& [name, acl] : typeConfig->acl()) {
+                         if (!args.empty() && args[0] != name) continue;
+                         acl->clearCounterInc();
+                         found = true;
+                       }
+                     }
+                     if (!args.empty() && !found) throw CommandError("no access-list " + args[0]);
+                   });
   shell_.commandIs(
       "chip acl",
       "capacity N | ranges N | busy|full|fail next N | status WORD next N | mode direct|deferred | "
@@ -379,6 +400,29 @@ void AclFeature::registerListCommands() {
 }
 
 void AclFeature::registerShowCommands() {
+  shell_.commandIs("show errdisable", "[json]", "interfaces taken out of service, with their cause",
+                   [this](const Args& given, std::ostream& out) {
+                     Args args = given;
+                     const bool json = takeJsonFlag(args);
+                     expectArgs(args, 0, 0, "show errdisable [json]");
+                     const std::set<Nexo::IntfId> intfs(status_->errdisabledIntf().begin(),
+                                                        status_->errdisabledIntf().end());
+                     if (json) {
+                       printJson(out, [&](JsonWriter& w) {
+                         w.StartObject();
+                         w.Key("interfaces");
+                         w.StartObject();
+                         for (const auto& intf : intfs) {
+                           w.Key(intf.stringValue().c_str());
+                           w.String("acl");
+                         }
+                         w.EndObject();
+                         w.EndObject();
+                       });
+                       return;
+                     }
+                     for (const auto& intf : intfs) out << fmt::format("{:<16} acl\n", intf.stringValue());
+                   });
   shell_.commandIs(
       "show access-lists", "[NAME] [json]", "lists with their rules, counters and status",
       [this](const Args& given, std::ostream& out) {
@@ -416,12 +460,13 @@ void AclFeature::registerShowCommands() {
           }
         }
         if (!args.empty() && lists.empty()) throw CommandError("no access-list " + args[0]);
-        auto hits = [&](const List& list, std::uint32_t uniqueId) {
-          std::uint64_t total = 0;
-          for (auto dir : {Acl::AclDirection::aclIn, Acl::AclDirection::aclOut}) {
-            total += helper_->ruleHits({list.type, list.name, dir, {}}, uniqueId);
-          }
-          return total;
+        // Counters come from the lists' status; asking for an update
+        // first reads what the chip counted since the last poll.
+        for (const auto& list : lists) config_->aclTypeConfig(list.type)->acl(list.name)->counterUpdateRequestInc();
+        loop_->runUntilIdle();
+        auto hits = [&](const List& list, std::uint32_t seq) -> std::uint64_t {
+          auto st = status_->aclStatus({list.type, list.name});
+          return st ? st->ruleStatus(seq) : 0;
         };
         if (json) {
           printJson(out, [&](JsonWriter& w) {
@@ -443,12 +488,12 @@ void AclFeature::registerShowCommands() {
                 w.Key("text");
                 w.String(row.text.c_str());
                 w.Key("packets");
-                w.Uint64(hits(list, row.uniqueId));
+                w.Uint64(hits(list, row.seq));
                 w.EndObject();
               }
               w.EndArray();
               w.Key("implicitDenyPackets");
-              w.Uint64(hits(list, Orb::finalRuleId));
+              w.Uint64(hits(list, Acl::finalRuleSeq));
               w.Key("status");
               w.StartObject();
               for (const auto& [dir, text] : list.status) {
@@ -475,9 +520,9 @@ void AclFeature::registerShowCommands() {
           out << title << " Access List " << list.name << "\n";
           auto counted = [&](std::uint64_t n) { return n ? fmt::format(" [match {} packets]", n) : std::string(); };
           for (const auto& row : list.rows) {
-            out << fmt::format("        {} {}{}\n", row.seq, row.text, counted(hits(list, row.uniqueId)));
+            out << fmt::format("        {} {}{}\n", row.seq, row.text, counted(hits(list, row.seq)));
           }
-          out << fmt::format("        implicit deny{}\n", counted(hits(list, Orb::finalRuleId)));
+          out << fmt::format("        implicit deny{}\n", counted(hits(list, Acl::finalRuleSeq)));
           for (const auto& [dir, text] : list.status) out << fmt::format("        status {}: {}\n", dir, text);
         }
         std::set<Nexo::IntfId> errdisabled(status_->errdisabledIntf().begin(), status_->errdisabledIntf().end());

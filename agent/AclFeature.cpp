@@ -9,9 +9,11 @@ AclFeature::AclFeature(const AgentCore& core) : Feature(core) {
   config_ = mounter.inputs().aclConfig;
   status_ = mounter.inputs().aclStatus;
   sm_ = mounter.doMountsComplete();
+  errdisableWatch_ = std::make_unique<ErrdisableWatch>(status_, *chip_);
 }
 
 AclFeature::~AclFeature() {
+  errdisableWatch_.reset();
   sm_.reset();
   helper_.reset();
 }
@@ -19,6 +21,14 @@ AclFeature::~AclFeature() {
 void AclFeature::registerCommands() {
   registerListCommands();
   registerShowCommands();
+}
+
+void AclFeature::ErrdisableWatch::handleErrdisabledIntf(const Nexo::IntfId& intf) {
+  if (notifier()->errdisabledIntf(intf)) {
+    chip_.portDisabledIs(intf, "acl");
+  } else {
+    chip_.portDisabledDel(intf);
+  }
 }
 
 std::uint32_t AclFeature::nextUniqueId(Acl::AclType type, const std::string& name) {

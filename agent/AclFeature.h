@@ -35,8 +35,20 @@ class AclFeature : public Feature {
   void accessGroupIs(const Args& args);
   std::uint32_t nextUniqueId(Acl::AclType type, const std::string& name);
 
+  // Error-disabled interfaces go out of service on the chip, as the
+  // interface agent would shut them.
+  class ErrdisableWatch : public Acl::Status::Notifiee {
+   public:
+    ErrdisableWatch(const Vex::Ptr<Acl::Status>& status, SoftChip::SoftChip& chip) : Notifiee(status), chip_(chip) {}
+    void handleErrdisabledIntf(const Nexo::IntfId& intf) override;
+
+   private:
+    SoftChip::SoftChip& chip_;
+  };
+
   Vex::Ptr<Acl::Config> config_;
   Vex::Ptr<Acl::Status> status_;
+  std::unique_ptr<ErrdisableWatch> errdisableWatch_;
   Vex::Ptr<SoftChip::SoftAclHelper> helper_;
   Vex::Ptr<Orb::AclSm> sm_;
   std::map<std::pair<Acl::AclType, std::string>, std::uint32_t> uniqueIds_;

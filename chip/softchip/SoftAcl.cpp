@@ -159,14 +159,20 @@ SoftAclHelper::SoftAclHelper(const Vex::Ptr<SoftChip>& chip) : AclHelper("SoftAc
 
 SoftAclHelper::~SoftAclHelper() = default;
 
+std::uint64_t HwAcl::hits(std::uint32_t uniqueId) const {
+  if (entriesByRuleId.empty()) {
+    for (std::uint32_t i = 0; i < entries.size(); ++i) entriesByRuleId[rules[entries[i].rule].uniqueId].push_back(i);
+  }
+  auto it = entriesByRuleId.find(uniqueId);
+  if (it == entriesByRuleId.end()) return 0;
+  std::uint64_t total = 0;
+  for (auto index : it->second) total += entries[index].hits;
+  return total;
+}
+
 std::uint64_t SoftAclHelper::ruleHits(const Orb::AclKey& key, std::uint32_t uniqueId) const {
   const HwAcl* acl = table_.find(key);
-  if (!acl) return 0;
-  std::uint64_t hits = 0;
-  for (const auto& entry : acl->entries) {
-    if (acl->rules[entry.rule].uniqueId == uniqueId) hits += entry.hits;
-  }
-  return hits;
+  return acl ? acl->hits(uniqueId) : 0;
 }
 
 HwAclRules& SoftAclHelper::staged(const AclData& data) {
@@ -261,6 +267,7 @@ Orb::AclHwResult SoftAclHelper::commitAcl(AclData& data) {
   // The new version goes in; the old one's storage serves the next build.
   acl.rules.swap(build.rules);
   acl.entries.swap(build.entries);
+  acl.entriesByRuleId.clear();
   build.clear();
   acl.aclNumber = data.aclNumber;
   return {Orb::AclHwStatus::succeeded, unit};
@@ -295,7 +302,7 @@ std::uint64_t SoftAclHelper::aclRuleCountersSinceLastPoll(const AclData& data, c
   if (chip != SoftAclTable::unitName) return 0;
   HwAcl* acl = table_.find(data.key());
   if (!acl) return 0;
-  const std::uint64_t total = ruleHits(data.key(), uniqueId);
+  const std::uint64_t total = acl->hits(uniqueId);
   std::uint64_t& polled = acl->polled[uniqueId];
   const std::uint64_t delta = total >= polled ? total - polled : total;
   polled = total;

@@ -22,6 +22,8 @@
 #include <map>
 #include <optional>
 #include <set>
+
+#include <boost/unordered/unordered_flat_map.hpp>
 #include <vector>
 
 namespace Orb {
@@ -52,7 +54,11 @@ struct HwAcl : HwAclRules {
   std::uint32_t aclNumber = 0;
   std::set<Orb::IntfPairKey> bound;
   // Hits per rule id already reported to a poll.
-  std::map<std::uint32_t, std::uint64_t> polled;
+  boost::unordered_flat_map<std::uint32_t, std::uint64_t> polled;
+  // The entries of each rule id, worked out on the first count after a
+  // commit, so that polling every rule stays linear in the entries.
+  mutable boost::unordered_flat_map<std::uint32_t, std::vector<std::uint32_t>> entriesByRuleId;
+  std::uint64_t hits(std::uint32_t uniqueId) const;
 };
 
 // What an ACL decided for a frame: the instance, the rule that matched and
@@ -86,6 +92,17 @@ class SoftAclTable : public SoftTableOf<Orb::AclKey, HwAcl> {
   const Orb::AclKey* boundAt(const Nexo::IntfId& intf, Acl::AclDirection direction, Acl::AclType type) const;
   void bindingIs(const Nexo::IntfId& intf, Acl::AclDirection direction, Acl::AclType type, const Orb::AclKey* key);
 
+  // Interfaces blocked while their ACL is replaced: they drop everything.
+  bool blocked(const Nexo::IntfId& intf) const { return blocked_.count(intf) != 0; }
+  bool anyBlocked() const { return !blocked_.empty(); }
+  void blockedIs(const Nexo::IntfId& intf, bool block) {
+    if (block) {
+      blocked_.insert(intf);
+    } else {
+      blocked_.erase(intf);
+    }
+  }
+
   // Matches the frame against the instance's entries in priority order,
   // counting a hit on the first that matches.
   std::optional<AclVerdict> classify(const Orb::AclKey& key, const Frame& frame);
@@ -96,6 +113,7 @@ class SoftAclTable : public SoftTableOf<Orb::AclKey, HwAcl> {
  private:
   std::size_t rangeCheckers_ = defaultRangeCheckers;
   std::map<std::tuple<Nexo::IntfId, Acl::AclDirection, Acl::AclType>, Orb::AclKey> bindings_;
+  std::set<Nexo::IntfId> blocked_;
 };
 
 // Whether an entry of `rule` matches a frame (exposed for tests).
@@ -130,6 +148,7 @@ class SoftAclHelper : public OrbHelper::AclHelper {
   std::uint64_t aclRuleCountersSinceLastPoll(const AclData& data, const std::string& chip,
                                              std::uint32_t uniqueId) override;
   std::vector<std::string> counterChips() override { return {SoftAclTable::unitName}; }
+  void blockIntf(const Nexo::IntfId& intf, bool block, const std::string&) override { table_.blockedIs(intf, block); }
   bool establishedSupported() override { return true; }
   bool deferredOperationsSupported() override { return deferred_; }
 

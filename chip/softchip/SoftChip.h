@@ -8,6 +8,7 @@
 #pragma once
 
 #include "chip/softchip/SoftTable.h"
+#include "platform/types/Nexo.h"
 #include "platform/vex/Ptr.h"
 
 #include <map>
@@ -46,8 +47,19 @@ class SoftChip : public Vex::PtrInterface {
 
   std::string json() const;
 
+  // Ports taken out of service (error-disabled) with their cause: they
+  // neither receive nor send.
+  const std::string* portDisabledCause(const Nexo::IntfId& port) const {
+    auto it = disabledPorts_.find(port);
+    return it == disabledPorts_.end() ? nullptr : &it->second;
+  }
+  void portDisabledIs(const Nexo::IntfId& port, const std::string& cause) { disabledPorts_[port] = cause; }
+  void portDisabledDel(const Nexo::IntfId& port) { disabledPorts_.erase(port); }
+  bool hasDisabledPorts() const { return !disabledPorts_.empty(); }
+
  private:
   std::map<std::string, SoftTable*, std::less<>> tables_;
+  std::map<Nexo::IntfId, std::string> disabledPorts_;
   std::uint64_t tablesGeneration_ = 1;
 };
 

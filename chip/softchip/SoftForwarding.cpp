@@ -72,8 +72,34 @@ ForwardResult SoftForwarding::forward(const Nexo::IntfId& ingress, const Frame& 
 void SoftForwarding::forward(const Nexo::IntfId& ingress, const Frame& frame, ForwardResult& result) {
   result.clear();
   flowHash_.reset();
+  tables();
+  if (auto why = outOfService(ingress)) {
+    result.drop = *why;
+    return;
+  }
   bridge(ingress, frame, result);
+  if (!result.dropped()) dropOutOfService(result);
   if (!result.dropped() && tables_.acl) filterEgress(frame, result);
+}
+
+std::optional<std::string> SoftForwarding::outOfService(const Nexo::IntfId& port) const {
+  if (const std::string* cause = chip_.portDisabledCause(port)) {
+    return fmt::format("{} is errdisabled ({})", name(port), *cause);
+  }
+  if (tables_.acl && tables_.acl->blocked(port))
+    return fmt::format("{} is blocked while its ACL is updated", name(port));
+  return std::nullopt;
+}
+
+void SoftForwarding::dropOutOfService(ForwardResult& result) const {
+  if (!chip_.hasDisabledPorts() && !(tables_.acl && tables_.acl->anyBlocked())) return;
+  std::string why;
+  std::erase_if(result.egress, [&](const FrameEgress& out) {
+    auto reason = outOfService(out.port);
+    if (reason && why.empty()) why = *reason;
+    return reason.has_value();
+  });
+  if (result.egress.empty() && !why.empty()) result.drop = why;
 }
 
 std::optional<AclVerdict> SoftForwarding::aclVerdict(const Nexo::IntfId& intf, Acl::AclDirection direction,

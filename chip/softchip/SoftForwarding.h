@@ -8,6 +8,8 @@
 //   if (result.dropped()) ... result.drop ...
 //
 // The steps, in the order a chip's pipeline takes them:
+//  - a port error-disabled, or blocked while its ACL is replaced, neither
+//    receives nor sends;
 //  - a frame arriving on a LAG member arrives on the LAG (the chip's LAG
 //    table says which ports are members);
 //  - its VLAN is its tag's, or for an untagged (or priority-tagged) frame
@@ -135,6 +137,11 @@ class SoftForwarding {
     const SoftAdjTable* adjacencies = nullptr;
     SoftAclTable* acl = nullptr;
   };
+  // Why a port neither receives nor sends (error-disabled, or blocked
+  // while its ACL is replaced); nothing when it is in service.
+  std::optional<std::string> outOfService(const Nexo::IntfId& port) const;
+  // Takes out the copies to ports out of service.
+  void dropOutOfService(ForwardResult& result) const;
   // The L2 pipeline, with the ingress ACL after spanning tree.
   void bridge(const Nexo::IntfId& ingress, const Frame& frame, ForwardResult& result);
   // The ACL applied at `intf` in `direction` for the frame's kind, if one

@@ -136,6 +136,7 @@ class AclConfig : public Vex::Entity {
     VEX_KEY_HANDLER(MacRuleBySequence, std::uint32_t)
     VEX_HANDLER(Version)
     VEX_HANDLER(ClearCounter)
+    VEX_HANDLER(CounterUpdateRequest)
   };
   AclConfig(const std::string& name, AclType type) : Entity(name), type_(type) {}
   AclType type() const { return type_; }
@@ -148,6 +149,9 @@ class AclConfig : public Vex::Entity {
   VEX_COUNTER(std::uint32_t, version, Version)
   // Bumped to ask for the list's counters to be cleared.
   VEX_COUNTER(std::uint32_t, clearCounter, ClearCounter)
+  // Bumped to ask for the list's counters to be read from the chip now
+  // rather than at the next periodic poll.
+  VEX_COUNTER(std::uint32_t, counterUpdateRequest, CounterUpdateRequest)
 
  private:
   AclType type_;
@@ -210,8 +214,13 @@ class Config : public Vex::Entity {
     using BaseNotifiee::BaseNotifiee;
     VEX_KEY_HANDLER(AclTypeConfig, AclType)
     VEX_KEY_HANDLER(AclIntfTypeConfig, AclType)
+    VEX_HANDLER(PermitDuringUpdate)
   };
   using Entity::Entity;
+  // While a list is replaced on a chip that cannot swap it in one step,
+  // its interfaces drop everything unless this is set, in which case they
+  // pass everything until the new version is in.
+  VEX_ATTR(bool, permitDuringUpdate, PermitDuringUpdate, false)
   VEX_ORDERED_COLLECTION(AclType, Vex::Ptr<AclTypeConfig>, aclTypeConfig, AclTypeConfig)
   VEX_OWNED_MEMBERS(AclType, AclTypeConfig, aclTypeConfig)
   VEX_ORDERED_COLLECTION(AclType, Vex::Ptr<AclIntfTypeConfig>, aclIntfTypeConfig, AclIntfTypeConfig)
@@ -236,8 +245,21 @@ struct AclNameKey {
 };
 VEX_VALUE(AclNameKey, "Acl::AclNameKey", (type, name))
 
+// The key of a rule's counter on one chip.
+struct RuleChipKey {
+  std::uint32_t seq = 0;
+  std::string chip;
+  auto operator<=>(const RuleChipKey&) const = default;
+};
+VEX_VALUE(RuleChipKey, "Acl::RuleChipKey", (seq, chip))
+
+// The sequence number the counter of a list's implicit final deny is kept
+// under: after every configured rule.
+inline constexpr std::uint32_t finalRuleSeq = 0xffffffff;
+
 // The status of one list: per direction it is applied in, and the packets
-// each rule (by sequence number) matched, summed over directions and chips.
+// each rule (by sequence number) matched, summed over directions and chips
+// and per chip. Counters are kept across rebuilds of the list.
 class AclStatus : public Vex::Entity {
  public:
   class Notifiee : public Vex::BaseNotifiee<AclStatus> {
@@ -245,12 +267,20 @@ class AclStatus : public Vex::Entity {
     using BaseNotifiee::BaseNotifiee;
     VEX_KEY_HANDLER(InstanceStatus, AclDirection)
     VEX_KEY_HANDLER(RuleStatus, std::uint32_t)
+    VEX_KEY_HANDLER(RuleStatusPerChip, RuleChipKey)
     VEX_HANDLER(CounterUpdateTime)
   };
   explicit AclStatus(const AclNameKey& key) : Entity(key.name), key_(key) {}
   const AclNameKey& key() const { return key_; }
   VEX_ORDERED_COLLECTION(AclDirection, AclInstanceStatus, instanceStatus, InstanceStatus)
   VEX_ORDERED_COLLECTION(std::uint32_t, std::uint64_t, ruleStatus, RuleStatus)
+  VEX_ORDERED_COLLECTION(RuleChipKey, std::uint64_t, ruleStatusPerChip, RuleStatusPerChip)
+  // Adds a rule's packets counted on `chip` since the last poll.
+  void ruleCounterAdd(std::uint32_t seq, const std::string& chip, std::uint64_t packets) {
+    ruleStatusIs(seq, ruleStatus(seq) + packets);
+    const RuleChipKey key{seq, chip};
+    ruleStatusPerChipIs(key, ruleStatusPerChip(key) + packets);
+  }
   VEX_ATTR(double, counterUpdateTime, CounterUpdateTime, 0)
 
  private:

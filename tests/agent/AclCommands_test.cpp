@@ -64,8 +64,9 @@ TEST_F(AclCommandsTest, BadInputIsRefusedAndChangesNothing) {
       {"no ip access-list nope", "no ip access-list nope"},
       {"no ip access-list t 99", "ip access-list t has no rule 99"},
       {"interface Ethernet1 ip access-group t sideways", "bad direction 'sideways': expected in or out"},
-      {"interface Port-Channel1 ip access-group t in", "ACLs on port-channels are applied to their members"},
       {"chip acl mode sideways", "usage: chip acl"},
+      {"hardware access-list update default-result maybe", "bad default result 'maybe'"},
+      {"clear access-lists counters nosuch", "no access-list nosuch"},
   };
   for (const auto& [line, reason] : refused) {
     const std::string got = error(agent, line);

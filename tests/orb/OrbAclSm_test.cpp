@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <deque>
 #include <string>
 #include <vector>
@@ -64,6 +65,11 @@ class RecordingAclHelper : public OrbHelper::AclHelper {
     calls.push_back("unbind " + pair.stringValue() + " " + data.key().stringValue());
   }
   bool deferredOperationsSupported() override { return deferred; }
+  bool asyncAclConfig() override { return async; }
+  void blockIntf(const Nexo::IntfId& intf, bool block, const std::string&) override {
+    calls.push_back((block ? "block " : "unblock ") + intf.stringValue());
+  }
+  bool async = false;
 };
 
 class AclSmTest : public ::testing::Test {
@@ -376,6 +382,74 @@ TEST_F(AclSmTest, DeferredChipRunsPhasesAsItAnswers) {
   EXPECT_EQ(sm->aclApplyPhase(), AclSm::AclApplyPhase::Done);
 }
 
+TEST_F(AclSmTest, ALagsListAppliesToItsMembersAndAMemberLeavingTakesItsOwnBack) {
+  ipRule(ipAcl("lag"), 10, AclAction::permit, {});
+  ipRule(ipAcl("own"), 10, AclAction::deny, {});
+  auto sm = start();
+  apply("Port-Channel1", "lag");
+  apply("Ethernet3", "own");
+  EXPECT_EQ(helper->calls.back(), "bind Ethernet3 ip own in");
+  ocsd->portToLagIs(Nexo::IntfId("Ethernet1"), Nexo::IntfId("Port-Channel1"));
+  EXPECT_EQ(helper->calls.back(), "bind Ethernet1(Port-Channel1) ip lag in");
+  ocsd->portToLagIs(Nexo::IntfId("Ethernet3"), Nexo::IntfId("Port-Channel1"));
+  EXPECT_EQ(helper->calls.back(), "bind Ethernet3(Port-Channel1) ip lag in");
+  EXPECT_EQ(sm->aclTypeConfigSm(Acl::ip())->directionSm(AclDirection::aclIn).boundAt(Nexo::IntfId("Ethernet3")),
+            (IntfPairKey{Nexo::IntfId("Ethernet3"), Nexo::IntfId("Port-Channel1")}));
+  ocsd->portToLagDel(Nexo::IntfId("Ethernet3"));
+  EXPECT_EQ(helper->calls.back(), "bind Ethernet3 ip own in");
+  // The LAG's list taken off: its member is unbound.
+  apply("Port-Channel1", "");
+  EXPECT_EQ(helper->calls.back(), "remove ip lag in");
+}
+
+TEST_F(AclSmTest, LagSubInterfacesAreRebuiltWhenTheLagsMembersChange) {
+  ipRule(ipAcl("sub"), 10, AclAction::permit, {});
+  auto sm = start();
+  const Nexo::IntfId subIntf("Port-Channel2.100");
+  apply("Port-Channel2.100", "sub");
+  ASSERT_TRUE(sm->lagToSubIntfMapHas(Nexo::IntfId("Port-Channel2")));
+  EXPECT_EQ(helper->calls.back(), "bind Port-Channel2.100 ip sub in");
+  const auto commits = helper->calls.size();
+  ocsd->portToLagIs(Nexo::IntfId("Ethernet7"), Nexo::IntfId("Port-Channel2"));
+  loop.runUntilIdle();
+  EXPECT_EQ(helper->calls[commits], "commit ip sub in #1");
+  apply("Port-Channel2.100", "");
+  EXPECT_FALSE(sm->lagToSubIntfMapHas(Nexo::IntfId("Port-Channel2")));
+}
+
+TEST_F(AclSmTest, ReplacingOnADeferredChipBlocksTheInterfacesUntilTheUnblockPhase) {
+  helper->deferred = true;
+  auto acl = ipAcl("d");
+  ipRule(acl, 10, AclAction::permit, {});
+  auto sm = start();
+  apply("Ethernet1", "d");
+  helper->opsCompleted();
+  // A first install has nothing to protect.
+  EXPECT_EQ(std::count(helper->calls.begin(), helper->calls.end(), "block Ethernet1"), 0);
+  acl->versionInc();
+  EXPECT_EQ(sm->aclApplyPhase(), AclSm::AclApplyPhase::Commit);
+  EXPECT_EQ(helper->calls[helper->calls.size() - 2], "block Ethernet1");
+  EXPECT_EQ(sm->blockedIntfInternal().size(), 1u);
+  helper->opsCompleted();
+  EXPECT_EQ(helper->calls.back(), "unblock Ethernet1");
+  EXPECT_TRUE(sm->blockedIntfInternal().empty());
+  EXPECT_EQ(sm->aclApplyPhase(), AclSm::AclApplyPhase::Done);
+}
+
+TEST_F(AclSmTest, PermitDuringUpdateNeverBlocks) {
+  helper->deferred = true;
+  config->permitDuringUpdateIs(true);
+  auto acl = ipAcl("d");
+  ipRule(acl, 10, AclAction::permit, {});
+  auto sm = start();
+  apply("Ethernet1", "d");
+  helper->opsCompleted();
+  acl->versionInc();
+  helper->opsCompleted();
+  for (const auto& call : helper->calls) EXPECT_EQ(call.find("block"), std::string::npos) << call;
+  EXPECT_TRUE(sm->blockedIntfInternal().empty());
+}
+
 using AclSmDeathTest = AclSmTest;
 
 TEST_F(AclSmDeathTest, BrokenInvariantsStop) {
@@ -387,6 +461,10 @@ TEST_F(AclSmDeathTest, BrokenInvariantsStop) {
                "intfPair.lagIntf should be a LAG");
   EXPECT_DEATH(checkIntfPairKey({Nexo::IntfId("Vlan10"), Nexo::IntfId("Port-Channel1")}),
                "When intf is an SVI or SubIntf or Tunnel-Intf, lag should be null");
+  helper->async = true;
+  EXPECT_DEATH(sm->blockedIntfIs(Nexo::IntfId("Ethernet1"), true), "!aclHelper\\(\\)->asyncAclConfig\\(\\)");
+  helper->async = false;
+  EXPECT_DEATH(sm->lagToSubIntfIs(Nexo::IntfId("Port-Channel9.1"), false), "lagToSubIntfMapHas\\( parentLag \\)");
 }
 
 }  // namespace
