@@ -22,7 +22,8 @@
 //    learn (hardware learning, or a report to the CPU in software learning
 //    mode), when learning is on for the port and the VLAN;
 //  - a known unicast destination goes to its entry's port (dropped if that
-//    is the ingress port); unknown unicast, broadcast and multicast flood
+//    is the ingress port); unknown unicast, broadcast and multicast meet
+//    the ingress port's storm-control meters, then flood
 //    to the VLAN's egress members (its flood set, expansion included) that
 //    forward, never back to the ingress port or LAG;
 //  - a frame to a LAG leaves by exactly one member, chosen by
@@ -60,6 +61,7 @@ class SoftFdbTable;
 class SoftFecTable;
 class SoftL3IntfTable;
 class SoftRouteTable;
+class SoftStormControlTable;
 struct AclVerdict;
 class SoftLagTable;
 class SoftTopologyTable;
@@ -134,6 +136,7 @@ class SoftForwarding {
     const SoftFecTable* fecs = nullptr;
     const SoftAdjTable* adjacencies = nullptr;
     SoftAclTable* acl = nullptr;
+    SoftStormControlTable* stormControl = nullptr;
   };
   // The L2 pipeline, with the ingress ACL after spanning tree.
   void bridge(const Nexo::IntfId& ingress, const Frame& frame, ForwardResult& result);

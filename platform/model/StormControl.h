@@ -8,6 +8,8 @@
 #include "platform/vex/Entity.h"
 #include "platform/vex/Value.h"
 
+#include <boost/describe/enum.hpp>
+
 #include <cstdint>
 
 namespace Bridging::StormControl {
