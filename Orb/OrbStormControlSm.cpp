@@ -74,15 +74,12 @@ class StormControlSm::VexIntfConfig : public Vex::Reactor<IntfConfig, StormContr
   }
 };
 
-class StormControlSm::VexEthPhyIntfStatus : public Vex::Reactor<Interface::EthPhyIntfStatus, StormControlSm> {
+// Link and speed of every port, as the platform publishes them.
+class StormControlSm::VexEthPhyIntfStatus : public Vex::Reactor<Interface::EthPhyIntfStatusDir, StormControlSm> {
  public:
   using Reactor::Reactor;
-  void handleActive() override {
-    react([this] { owner()->handleActive(notifier()->intf()); });
-  }
-  void handleSpeed() override {
-    react([this] { owner()->handleSpeed(notifier()->intf()); });
-  }
+  VEX_REACT_KEY(LinkUp, IntfId, handleActive)
+  VEX_REACT_KEY(Speed, IntfId, handleSpeed)
 };
 
 class StormControlSm::VexAggregateTcConfig
@@ -108,15 +105,10 @@ class StormControlSm::ConfigReactor : public Vex::Reactor<Bridging::StormControl
   VEX_REACT_KEY(AggregateTcConfig, std::uint8_t, handleAggregateTcConfig)
 };
 
-class StormControlSm::PhyDirReactor : public Vex::Reactor<Interface::EthPhyIntfStatusDir, StormControlSm> {
- public:
-  using Reactor::Reactor;
-  VEX_REACT_KEY(IntfStatus, IntfId, handleEthPhyIntfStatus)
-};
-
 class StormControlSm::OcsdReactor : public Vex::Reactor<OrbCommonSmData, StormControlSm> {
  public:
   using Reactor::Reactor;
+  VEX_REACT_KEY(Intf, IntfId, handleIntf)
   VEX_REACT_KEY(PortToLag, IntfId, handlePortToLag)
   VEX_REACT_KEY(LagToPort, IntfId, handleLagToPort)
 };
@@ -129,7 +121,7 @@ StormControlSm::StormControlSm(const StormControlSmInputs& inputs) : OrbBaseSm(i
   ORB_ASSERT(in_.status);
   ORB_ASSERT(in_.ethPhyIntfStatusDir);
   configReactor_ = std::make_unique<ConfigReactor>(this, in_.config);
-  phyDirReactor_ = std::make_unique<PhyDirReactor>(this, in_.ethPhyIntfStatusDir);
+  vexPhyStatus_ = std::make_unique<VexEthPhyIntfStatus>(this, in_.ethPhyIntfStatusDir);
   ocsdReactor_ = std::make_unique<OcsdReactor>(this, inputs.ocsd);
   vexBurst_ = std::make_unique<VexBurstConfig>(this, in_.config->burstConfig());
   clock_ = Vex::clockFactory([this] { handleTime(); });
@@ -141,19 +133,16 @@ StormControlSm::~StormControlSm() {
   vexDoZombieReactors(true);
   clock_->timeMinIs(Vex::never);
   vexIntfConfig_.clear();
-  vexPhyStatus_.clear();
+  vexPhyStatus_.reset();
   vexTc_.clear();
   vexBurst_.reset();
   configReactor_.reset();
-  phyDirReactor_.reset();
   ocsdReactor_.reset();
 }
 
 void StormControlSm::handleInitialized() {
   in_.orbHelper->hwInit();
   in_.orbHelper->installRules();
-  for (const auto& [port, status] : in_.ethPhyIntfStatusDir->intfStatus())
-    vexPhyStatus_[port] = std::make_unique<VexEthPhyIntfStatus>(this, status);
   for (const auto& [port, lag] : ocsd()->portToLag()) lagOf_[port] = lag;
   for (const auto& [intf, config] : in_.config->intfConfig()) handleIntfConfig(intf);
   for (const auto& [tc, config] : in_.config->aggregateTcConfig()) handleAggregateTcConfig(tc);
@@ -169,17 +158,11 @@ void StormControlSm::periodIs(Vex::Seconds period) {
 
 void StormControlSm::armClock(Vex::Seconds when) { clock_->timeMinIs(when); }
 
-bool StormControlSm::knownPort(const IntfId& port) const { return in_.ethPhyIntfStatusDir->intfStatusHas(port); }
+bool StormControlSm::knownPort(const IntfId& port) const { return ocsd()->intfHas(port); }
 
-bool StormControlSm::activePort(const IntfId& port) const {
-  auto status = in_.ethPhyIntfStatusDir->intfStatus(port);
-  return status && status->active();
-}
+bool StormControlSm::activePort(const IntfId& port) const { return in_.ethPhyIntfStatusDir->linkUp(port); }
 
-std::uint64_t StormControlSm::speedKbps(const IntfId& port) const {
-  auto status = in_.ethPhyIntfStatusDir->intfStatus(port);
-  return status ? status->speedKbps() : 0;
-}
+std::uint64_t StormControlSm::speedKbps(const IntfId& port) const { return in_.ethPhyIntfStatusDir->speedKbps(port); }
 
 bool StormControlSm::levelSupported(LevelType levelType) {
   if (levelType == LevelType::uucast) return in_.orbHelper->uucastLevelEnabled();
@@ -342,17 +325,15 @@ void StormControlSm::removeOrphanedStatus() {
   }
 }
 
-void StormControlSm::handleEthPhyIntfStatus(const IntfId& port) {
-  auto status = in_.ethPhyIntfStatusDir->intfStatus(port);
-  if (status) {
-    auto& reactor = vexPhyStatus_[port];
-    if (!reactor || reactor->notifier() != status) reactor = std::make_unique<VexEthPhyIntfStatus>(this, status);
+void StormControlSm::handleIntf(const IntfId& port) {
+  if (port.isLag()) return;  // a LAG's ports come through portToLag
+  if (knownPort(port)) {
+    reprogramPort(port);
   } else {
-    vexPhyStatus_.erase(port);
-    // The port is gone from the platform: nothing of it stays in hardware.
-    hw_.erase(port);
+    BLIP(trace(), 3, "Disabling storm control on {}", port.stringValue());
+    clearPort(port);
   }
-  handleSpeed(port);
+  if (in_.config->intfConfigHas(port)) updateStatus(port);
 }
 
 void StormControlSm::handleActive(const IntfId& port) {

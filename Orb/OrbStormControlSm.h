@@ -14,9 +14,10 @@
 
 #include "Orb/OrbBaseHelper.h"
 #include "Orb/OrbCommon.h"
+#include "Orb/OrbMacAddrSmInputs.h"
 #include "Orb/OrbStormControlHelper.h"
 #include "platform/hive/Hive.h"
-#include "platform/model/EthPhyIntfStatus.h"
+#include "platform/model/MacModels.h"
 #include "platform/model/StormControl.h"
 
 #include <array>
@@ -79,7 +80,8 @@ class StormControlSm : public OrbBaseSm {
   void handleInitialized() override;
   void handleIntfConfig(const IntfId& intf);
   void handleThreshold(const IntfId& intf, LevelType levelType);
-  void handleEthPhyIntfStatus(const IntfId& port);
+  // The platform gained or lost the port.
+  void handleIntf(const IntfId& port);
   void handleActive(const IntfId& port);
   void handleSpeed(const IntfId& port);
   void handlePortToLag(const IntfId& port);
@@ -100,7 +102,6 @@ class StormControlSm : public OrbBaseSm {
   class VexAggregateTcConfig;
   class VexBurstConfig;
   class ConfigReactor;
-  class PhyDirReactor;
   class OcsdReactor;
 
   bool knownPort(const IntfId& port) const;
@@ -128,11 +129,10 @@ class StormControlSm : public OrbBaseSm {
   // The LAG each port was last seen in, to know which LAG it left.
   std::map<IntfId, IntfId> lagOf_;
   std::map<IntfId, std::unique_ptr<VexIntfConfig>> vexIntfConfig_;
-  std::map<IntfId, std::unique_ptr<VexEthPhyIntfStatus>> vexPhyStatus_;
+  std::unique_ptr<VexEthPhyIntfStatus> vexPhyStatus_;
   std::map<std::uint8_t, std::unique_ptr<VexAggregateTcConfig>> vexTc_;
   std::unique_ptr<VexBurstConfig> vexBurst_;
   std::unique_ptr<ConfigReactor> configReactor_;
-  std::unique_ptr<PhyDirReactor> phyDirReactor_;
   std::unique_ptr<OcsdReactor> ocsdReactor_;
   Vex::Ptr<Vex::Clock> clock_;
   Vex::Seconds period_ = 1.0;
@@ -158,7 +158,7 @@ class StormControlMounter {
 
   static constexpr const char* configPath = "bridging/stormcontrol/config";
   static constexpr const char* statusPath = "bridging/stormcontrol/status";
-  static constexpr const char* ethPhyIntfStatusPath = "interface/status/eth/phy";
+  static constexpr const char* ethPhyIntfStatusPath = MacAddrSmMounter::ethPhyIntfStatusPath;
 
  private:
   Vex::Ptr<Hive::Root> hive_;

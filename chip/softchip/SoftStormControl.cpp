@@ -10,9 +10,7 @@ namespace SoftChip {
 using Bridging::StormControl::levelTypeName;
 using Bridging::StormControl::ThresholdMode;
 
-std::string softKeyText(const StormMeterKey& key) {
-  return key.port.stringValue() + " " + levelTypeName(key.level);
-}
+std::string softKeyText(const StormMeterKey& key) { return key.port.stringValue() + " " + levelTypeName(key.level); }
 
 bool SoftStormControlTable::metered(const Nexo::IntfId& port) const {
   auto it = entries.lower_bound({port, StormLevel::uucast});
@@ -135,7 +133,8 @@ bool SoftStormControlHelper::verifyPort(const IntfId& intf, const IntfId& lagInt
     const HwStormMeter* meter = table_.meter(intf, levelType);
     std::optional<std::uint64_t> expected;
     const Threshold threshold = intfConfig ? intfConfig->threshold(levelType) : Threshold{};
-    const bool supported = (levelType != LevelType::uucast || uucastLevel_) && (levelType != LevelType::all || allLevel_);
+    const bool supported =
+        (levelType != LevelType::uucast || uucastLevel_) && (levelType != LevelType::all || allLevel_);
     if (threshold.mode == ThresholdMode::rate && supported) expected = threshold.rate;
     if (threshold.mode == ThresholdMode::level && supported && rate)
       expected = rate * std::uint64_t{threshold.level} / 10000;
