@@ -223,11 +223,12 @@ void StormControlSm::applyConfig(const IntfId& intf) {
 StormControlSm::HwLevel StormControlSm::wantedLevel(const IntfId& port, LevelType levelType) {
   HwLevel wanted;
   if (!activePort(port)) return wanted;
-  wanted.lag = ocsd()->portToLag(port);
-  auto config = in_.config->intfConfig(wanted.lag.empty() ? port : wanted.lag);
+  const IntfId& lag = ocsd()->portToLag(port);
+  auto config = in_.config->intfConfig(lag.empty() ? port : lag);
   if (!config) return wanted;
+  wanted.lag = lag;
   const Threshold& threshold = config->threshold(levelType);
-  if (!threshold.enabled() || !levelSupported(levelType)) return wanted;
+  if (!threshold.enabled() || !levelSupported(levelType)) return HwLevel{};
   if (threshold.mode == ThresholdMode::rate) {
     wanted.threshold = threshold;
     wanted.rate = threshold.rate;
@@ -235,7 +236,7 @@ StormControlSm::HwLevel StormControlSm::wantedLevel(const IntfId& port, LevelTyp
   }
   // Unknown speed: no meter rather than one of a stale speed.
   auto rate = stormControlRate(speedKbps(port), threshold.level);
-  if (!rate) return wanted;
+  if (!rate) return HwLevel{};
   wanted.threshold = threshold;
   wanted.rate = *rate;
   return wanted;
