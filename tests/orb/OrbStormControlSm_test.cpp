@@ -236,7 +236,7 @@ TEST_F(StormControlSmTest, MemberOfALagWithoutConfigHasStormControlDisabled) {
   EXPECT_FALSE(helper->meter(e1, LevelType::broadcast));
   // The LAG's configuration coming and going follows.
   set(pc1, LevelType::multicast, 100);
-  EXPECT_EQ(helper->meter(e1, LevelType::multicast), (Meter{10'000, pc1}));
+  EXPECT_EQ(helper->meter(e1, LevelType::multicast), (Meter{100'000, pc1}));
   config->intfConfigDel(pc1);
   EXPECT_TRUE(helper->meters.empty());
   EXPECT_FALSE(status->intfStatusHas(pc1));
