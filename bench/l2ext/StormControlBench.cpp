@@ -13,6 +13,8 @@
 #include <fmt/format.h>
 #include <boost/unordered/unordered_flat_map.hpp>
 
+#include <time.h>
+
 #include <algorithm>
 #include <chrono>
 #include <memory>
@@ -51,8 +53,18 @@ void BM_RawLevelLookups(benchmark::State& state) {
 }
 BENCHMARK(BM_RawLevelLookups)->Unit(benchmark::kMicrosecond);
 
+// The longest slice in this thread's CPU time, which is what the slice
+// costs; and in wall time, which on a shared machine also holds whatever
+// ran in between.
 double maxSliceMs = 0;
+double maxSliceWallMs = 0;
 std::uint64_t slicesPerWalk = 0;
+
+double threadCpuMs() {
+  timespec ts{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+  return double(ts.tv_sec) * 1e3 + double(ts.tv_nsec) / 1e6;
+}
 
 void BM_StormControlWalk(benchmark::State& state) {
   Vex::EventLoop loop(std::make_unique<Vex::MonotonicTimeSource>());
@@ -78,9 +90,11 @@ void BM_StormControlWalk(benchmark::State& state) {
     std::uint64_t slices = 0;
     do {
       const auto start = std::chrono::steady_clock::now();
+      const double startCpu = threadCpuMs();
       sm->handleTime();
+      maxSliceMs = std::max(maxSliceMs, threadCpuMs() - startCpu);
       const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - start;
-      maxSliceMs = std::max(maxSliceMs, took.count());
+      maxSliceWallMs = std::max(maxSliceWallMs, took.count());
       ++slices;
     } while (sm->walkPending());
     slicesPerWalk = std::max(slicesPerWalk, slices);
@@ -89,8 +103,11 @@ void BM_StormControlWalk(benchmark::State& state) {
 }
 BENCHMARK(BM_StormControlWalk)->Unit(benchmark::kMicrosecond);
 
-const bool registered = Bench::figure(
-    {"storm_control_1024", "ports_per_s", "BM_StormControlWalk", "BM_RawLevelLookups", double(ports), double(ports),
-     [] { return fmt::format("max_slice_ms={:.3f} slices_per_walk={}", maxSliceMs, slicesPerWalk); }});
+const bool registered =
+    Bench::figure({"storm_control_1024", "ports_per_s", "BM_StormControlWalk", "BM_RawLevelLookups", double(ports),
+                   double(ports), [] {
+                     return fmt::format("max_slice_ms={:.3f} max_slice_wall_ms={:.3f} slices_per_walk={}", maxSliceMs,
+                                        maxSliceWallMs, slicesPerWalk);
+                   }});
 
 }  // namespace
