@@ -12,7 +12,8 @@ Blip::Handle& orbTraceHandle(const std::string& module) { return Blip::handle(mo
 
 void registerOrbTraceModules() {
   for (const char* module : {"OrbCommon", "OrbVlanHelper", "OrbVlanPhyIntfSm", "OrbLagSm", "OrbStpSm", "OrbMacAddrSm",
-                             "OrbNonAgingMacSm", "OrbMacAddrSmPStoreHelper", "OrbChipProgrammer", "OrbAclSm", "OrbL4"})
+                             "OrbNonAgingMacSm", "OrbMacAddrSmPStoreHelper", "OrbChipProgrammer", "OrbAclSm", "OrbL4",
+                             "OrbStormControlSm"})
     orbTraceHandle(module);
 }
 

@@ -4,6 +4,7 @@
 #include "chip/softchip/SoftFdb.h"
 #include "chip/softchip/SoftLag.h"
 #include "chip/softchip/SoftRoute.h"
+#include "chip/softchip/SoftStormControl.h"
 #include "chip/softchip/SoftStp.h"
 #include "chip/softchip/SoftVlan.h"
 
@@ -50,6 +51,7 @@ const SoftForwarding::Tables& SoftForwarding::tables() {
   tables_.fecs = static_cast<const SoftFecTable*>(chip_.table(SoftFecTable::tableName));
   tables_.adjacencies = static_cast<const SoftAdjTable*>(chip_.table(SoftAdjTable::tableName));
   tables_.acl = static_cast<SoftAclTable*>(chip_.table(SoftAclTable::tableName));
+  tables_.stormControl = static_cast<SoftStormControlTable*>(chip_.table(SoftStormControlTable::tableName));
   tablesGeneration_ = chip_.tablesGeneration();
   return tables_;
 }
@@ -208,6 +210,13 @@ void SoftForwarding::bridge(const Nexo::IntfId& ingress, const Frame& frame, For
       }
       addEgress(*vlan, named ? to : entry->intf, to, frame, result);
       if (result.egress.empty()) result.drop = fmt::format("{} has no active member", name(to));
+      return;
+    }
+  }
+  if (t.stormControl) {
+    if (auto level = t.stormControl->discard(ingress, SoftStormControlTable::frameLevel(frame))) {
+      result.drop = fmt::format("storm control: {} above its level on {}",
+                                Bridging::StormControl::levelTypeName(*level), name(ingress));
       return;
     }
   }

@@ -24,7 +24,8 @@
 //    learn (hardware learning, or a report to the CPU in software learning
 //    mode), when learning is on for the port and the VLAN;
 //  - a known unicast destination goes to its entry's port (dropped if that
-//    is the ingress port); unknown unicast, broadcast and multicast flood
+//    is the ingress port); unknown unicast, broadcast and multicast meet
+//    the ingress port's storm-control meters, then flood
 //    to the VLAN's egress members (its flood set, expansion included) that
 //    forward, never back to the ingress port or LAG;
 //  - a frame to a LAG leaves by exactly one member, chosen by
@@ -62,6 +63,7 @@ class SoftFdbTable;
 class SoftFecTable;
 class SoftL3IntfTable;
 class SoftRouteTable;
+class SoftStormControlTable;
 struct AclVerdict;
 class SoftLagTable;
 class SoftTopologyTable;
@@ -136,6 +138,7 @@ class SoftForwarding {
     const SoftFecTable* fecs = nullptr;
     const SoftAdjTable* adjacencies = nullptr;
     SoftAclTable* acl = nullptr;
+    SoftStormControlTable* stormControl = nullptr;
   };
   // Why a port neither receives nor sends (error-disabled, or blocked
   // while its ACL is replaced); nothing when it is in service.

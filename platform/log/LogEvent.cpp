@@ -42,10 +42,34 @@ int argumentCount(const std::string& format) {
       while (i < format.size() && format[i] >= '0' && format[i] <= '9') ++i;
     }
     while (i < format.size() && std::strchr("hljztL", format[i])) ++i;
-    if (i >= format.size() || !std::strchr("diouxXeEfFgGaAcsp", format[i])) return -1;
     ++count;
+    if (format[i - 1] == 'L' && (i >= format.size() || !std::strchr("eEfFgGaA", format[i]))) continue;
+    if (i >= format.size() || !std::strchr("diouxXeEfFgGaAcsp", format[i])) return -1;
   }
   return count;
+}
+
+// The format as printf takes it: a bare "%L" (a 64-bit count, as older
+// event definitions write it) becomes "%llu".
+std::string printfFormat(const std::string& format) {
+  std::string out;
+  out.reserve(format.size());
+  for (std::size_t i = 0; i < format.size(); ++i) {
+    out += format[i];
+    if (format[i] != '%') continue;
+    if (i + 1 < format.size() && format[i + 1] == '%') {
+      out += format[++i];
+      continue;
+    }
+    std::size_t j = i + 1;
+    while (j < format.size() && std::strchr("-+ #0'*.0123456789hljzt", format[j])) ++j;
+    if (j < format.size() && format[j] == 'L' && (j + 1 >= format.size() || !std::strchr("eEfFgGaA", format[j + 1]))) {
+      out.append(format, i + 1, j - i - 1);
+      out += "llu";
+      i = j;
+    }
+  }
+  return out;
 }
 
 }  // namespace
@@ -97,14 +121,15 @@ void emitFormatted(const EventDef* def, int count, ...) {
     throw std::logic_error("log event " + def->id + " takes " + std::to_string(expected) + " arguments, not " +
                            std::to_string(count));
   }
+  const std::string format = printfFormat(def->format);
   va_list args;
   va_start(args, count);
   va_list copy;
   va_copy(copy, args);
-  int size = std::vsnprintf(nullptr, 0, def->format.c_str(), copy);
+  int size = std::vsnprintf(nullptr, 0, format.c_str(), copy);
   va_end(copy);
   std::string message(size > 0 ? static_cast<std::size_t>(size) : 0, '\0');
-  if (size > 0) std::vsnprintf(message.data(), message.size() + 1, def->format.c_str(), args);
+  if (size > 0) std::vsnprintf(message.data(), message.size() + 1, format.c_str(), args);
   va_end(args);
   registry().sink->write(*def, Event{def->id, std::move(message)});
 }

@@ -4,6 +4,8 @@
 //
 //   const Log::Definition tableFull{{"ETH_TABLEFULL", "Table full: %s on VLAN %d", "Why.", "What to do."}};
 //   tableFull.emit(name, 10);             // or Log::emit("ETH_TABLEFULL", name, 10)
+//
+// A bare "%L" in a format stands for a 64-bit count (pass unsigned long long).
 #pragma once
 
 #include <memory>

@@ -237,9 +237,13 @@ class EthPhyIntfStatusDir : public Vex::Entity {
    public:
     using BaseNotifiee::BaseNotifiee;
     VEX_KEY_HANDLER(LinkUp, Nexo::IntfId)
+    VEX_KEY_HANDLER(Speed, Nexo::IntfId)
   };
   using Entity::Entity;
   VEX_COLLECTION(Nexo::IntfId, bool, linkUp, LinkUp)
+  // Operational speed in megabits per second; none (0) while unknown.
+  VEX_COLLECTION(Nexo::IntfId, std::uint64_t, speed, Speed)
+  std::uint64_t speedKbps(const Nexo::IntfId& intf) const { return speed(intf) * 1000; }
 };
 
 }  // namespace Interface
