@@ -12,6 +12,7 @@
 #include "agent/LagFeature.h"
 #include "agent/MacFeature.h"
 #include "agent/StpFeature.h"
+#include "agent/SubIntfFeature.h"
 #include "agent/VlanFeature.h"
 
 #include <iosfwd>
@@ -43,6 +44,7 @@ class Agent {
   const Vex::Ptr<Orb::MacAddrSm>& macAddrSm() const { return mac_->sm(); }
   L3Feature& l3() { return *l3_; }
   AclFeature& acl() { return *acl_; }
+  SubIntfFeature& subIntf() { return *subIntf_; }
 
   // Runs one command line, then lets the loop do what became due.
   void execute(const std::string& line, std::ostream& out);
@@ -82,6 +84,7 @@ class Agent {
   MacFeature* mac_ = nullptr;
   L3Feature* l3_ = nullptr;
   AclFeature* acl_ = nullptr;
+  SubIntfFeature* subIntf_ = nullptr;
 };
 
 }  // namespace Agent
