@@ -10,6 +10,7 @@
 #include "Orb/OrbBaseHelper.h"
 #include "Orb/OrbCommonTypes.h"
 #include "Orb/OrbNexthopTypes.h"
+#include "platform/model/SubIntf.h"
 #include "platform/types/Bridging.h"
 #include "platform/types/Nexo.h"
 
@@ -160,9 +161,32 @@ class OrbSubIntfCountersHelper : public Orb::OrbBaseHelper {
   explicit OrbSubIntfCountersHelper(const std::string& name = "OrbSubIntfCountersHelper") : OrbBaseHelper(name) {}
 };
 
+// Sub-interfaces in hardware: the VLAN-translation entries that map a
+// parent port's (or LAG's) 802.1Q encapsulation to the VLAN a sub-interface
+// forwards in, and back for egress. An add answers an
+// OrbTypes::TableAddStatus (0 success, 1 busy, 2 full; anything else
+// failed).
 class OrbHelperSubIntf : public Orb::OrbBaseHelper {
  public:
   explicit OrbHelperSubIntf(const std::string& name = "OrbHelperSubIntf") : OrbBaseHelper(name) {}
+
+  virtual std::uint32_t doAddDot1qEncapToVsiMap(const Nexo::IntfId& /*subIntf*/, const Nexo::IntfId& /*parentIntf*/,
+                                                Bridging::VlanIdOrNone, const Interface::SubIntfEncap&,
+                                                bool /*isL2SubIntf*/) {
+    return ORB_UNIMPLEMENTED(OrbHelperSubIntf, doAddDot1qEncapToVsiMap);
+  }
+  virtual void doDeleteDot1qEncapToVsiMap(const Nexo::IntfId& /*subIntf*/, const Nexo::IntfId& /*parentIntf*/,
+                                          Bridging::VlanIdOrNone, const Interface::SubIntfEncap&,
+                                          bool /*isL2SubIntf*/) {
+    ORB_UNIMPLEMENTED(OrbHelperSubIntf, doDeleteDot1qEncapToVsiMap);
+  }
+  // A port joined (left) a LAG that carries sub-interfaces: its frames are
+  // matched against the LAG's encapsulations.
+  virtual void doAddPortToLag(const Nexo::IntfId& /*port*/, const Nexo::IntfId& /*lag*/) {}
+  virtual void doDeletePortFromLag(const Nexo::IntfId& /*port*/) {}
+  // After each change: whether any mapping is programmed, and whether any
+  // sub-interface waits on a conflict.
+  virtual void doUpdateStatuses(bool /*anyProgrammed*/, bool /*anyConflicted*/) {}
 };
 
 class OrbHelperPortStatusSm : public Orb::OrbBaseHelper {

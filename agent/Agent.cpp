@@ -46,6 +46,7 @@ Agent::Agent(const Options& options) {
   l3_ = add<L3Feature>();
   acl_ = add<AclFeature>();
   stormControl_ = add<StormControlFeature>();
+  subIntf_ = add<SubIntfFeature>();
   for (auto& feature : features_) feature->registerCommands();
 }
 

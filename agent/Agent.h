@@ -13,6 +13,7 @@
 #include "agent/MacFeature.h"
 #include "agent/StormControlFeature.h"
 #include "agent/StpFeature.h"
+#include "agent/SubIntfFeature.h"
 #include "agent/VlanFeature.h"
 
 #include <iosfwd>
@@ -45,6 +46,7 @@ class Agent {
   L3Feature& l3() { return *l3_; }
   AclFeature& acl() { return *acl_; }
   StormControlFeature& stormControl() { return *stormControl_; }
+  SubIntfFeature& subIntf() { return *subIntf_; }
 
   // Runs one command line, then lets the loop do what became due.
   void execute(const std::string& line, std::ostream& out);
@@ -85,6 +87,7 @@ class Agent {
   L3Feature* l3_ = nullptr;
   AclFeature* acl_ = nullptr;
   StormControlFeature* stormControl_ = nullptr;
+  SubIntfFeature* subIntf_ = nullptr;
 };
 
 }  // namespace Agent

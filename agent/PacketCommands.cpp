@@ -11,13 +11,23 @@ namespace Agent {
 
 namespace {
 
+// " tagged V[ inner W][ by SUBINTF]" of a copy that carries tags.
+std::string tagsText(const SoftChip::FrameEgress& egress) {
+  std::string text = fmt::format(" tagged {}", egress.vlan);
+  if (egress.innerVlan) text += fmt::format(" inner {}", egress.innerVlan);
+  if (!egress.subIntf.empty()) text += " by " + egress.subIntf.stringValue();
+  return text;
+}
+
 void printResult(std::ostream& out, const SoftChip::ForwardResult& result) {
+  if (!result.subIntf.empty()) out << "in by sub-interface " << result.subIntf.stringValue() << "\n";
   if (result.routed) {
     out << fmt::format("routed in vrf {} by fec {}{}\n", result.vrf, result.fec,
                        result.slot ? fmt::format(" slot {}", *result.slot) : "");
     for (const auto& egress : result.egress) {
       out << egress.port.stringValue();
       if (!egress.lag.empty()) out << " (" << egress.lag.stringValue() << ")";
+      if (egress.tagged) out << tagsText(egress);
       out << fmt::format(" src {} dst {} ttl {}\n", egress.srcMac.stringValue(), egress.dstMac.stringValue(),
                          egress.ttl);
     }
@@ -27,7 +37,7 @@ void printResult(std::ostream& out, const SoftChip::ForwardResult& result) {
   }
   for (const auto& egress : result.egress) {
     if (result.routed) break;
-    out << egress.port.stringValue() << (egress.tagged ? fmt::format(" tagged {}", egress.vlan) : " untagged");
+    out << egress.port.stringValue() << (egress.tagged ? tagsText(egress) : " untagged");
     if (!egress.lag.empty()) out << " (" << egress.lag.stringValue() << ")";
     out << "\n";
   }
@@ -74,6 +84,11 @@ void resultJson(JsonWriter& w, const SoftChip::ForwardResult& result) {
     } else {
       w.Null();
     }
+    if (egress.innerVlan) {
+      w.Key("innerVlan");
+      w.Uint(egress.innerVlan);
+    }
+    if (!egress.subIntf.empty()) optionalString("subIntf", egress.subIntf.stringValue());
     if (result.routed) {
       w.Key("srcMac");
       w.String(egress.srcMac.stringValue().c_str());
@@ -85,6 +100,7 @@ void resultJson(JsonWriter& w, const SoftChip::ForwardResult& result) {
     w.EndObject();
   }
   w.EndArray();
+  if (!result.subIntf.empty()) optionalString("subIntf", result.subIntf.stringValue());
   w.Key("routed");
   w.Bool(result.routed);
   if (result.routed || result.fec) {

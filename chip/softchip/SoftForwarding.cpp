@@ -6,6 +6,7 @@
 #include "chip/softchip/SoftRoute.h"
 #include "chip/softchip/SoftStormControl.h"
 #include "chip/softchip/SoftStp.h"
+#include "chip/softchip/SoftSubIntf.h"
 #include "chip/softchip/SoftVlan.h"
 
 #include <fmt/format.h>
@@ -30,6 +31,7 @@ Orb::PortState portState(const HwTopology* topology, const Nexo::IntfId& intf) {
 
 void ForwardResult::clear() {
   vlan = 0;
+  subIntf = Nexo::IntfId();
   egress.clear();
   flooded = learned = moved = routed = false;
   vrf = 0;
@@ -52,6 +54,7 @@ const SoftForwarding::Tables& SoftForwarding::tables() {
   tables_.adjacencies = static_cast<const SoftAdjTable*>(chip_.table(SoftAdjTable::tableName));
   tables_.acl = static_cast<SoftAclTable*>(chip_.table(SoftAclTable::tableName));
   tables_.stormControl = static_cast<SoftStormControlTable*>(chip_.table(SoftStormControlTable::tableName));
+  tables_.subIntfs = static_cast<const SoftSubIntfTable*>(chip_.table(SoftSubIntfTable::tableName));
   tablesGeneration_ = chip_.tablesGeneration();
   return tables_;
 }
@@ -131,8 +134,26 @@ void SoftForwarding::filterEgress(const Frame& frame, ForwardResult& result) {
 
 void SoftForwarding::bridge(const Nexo::IntfId& ingress, const Frame& frame, ForwardResult& result) {
   const Tables& t = tables();
-  const Nexo::IntfId from = logical(ingress);
-  if (t.l3Intfs) {
+  const Nexo::IntfId port = logical(ingress);
+  // Sub-interface tags first: a match takes the frame out of its tag's VLAN.
+  const HwSubIntf* sub = nullptr;
+  if (t.subIntfs && frame.tag && frame.tag->vlan && !t.subIntfs->empty()) {
+    sub = t.subIntfs->match(port, frame.tag->vlan, frame.innerTag ? frame.innerTag->vlan : 0);
+  }
+  if (sub) {
+    result.subIntf = sub->subIntf;
+    if (!sub->isL2) {
+      const HwL3Intf* routed = t.l3Intfs ? t.l3Intfs->find(sub->subIntf) : nullptr;
+      if (!routed) {
+        result.drop = fmt::format("sub-interface {} is not routed", name(sub->subIntf));
+        return;
+      }
+      route(routed->vrf, frame, result);
+      return;
+    }
+  }
+  const Nexo::IntfId from = sub ? sub->subIntf : port;
+  if (t.l3Intfs && !sub) {
     if (const HwL3Intf* routed = t.l3Intfs->find(from)) {
       route(routed->vrf, frame, result);
       return;
@@ -144,7 +165,7 @@ void SoftForwarding::bridge(const Nexo::IntfId& ingress, const Frame& frame, For
   }
 
   // Classification: the tag's VLAN, or the port's untagged VLAN.
-  std::uint16_t vlanNumber = frame.tag ? frame.tag->vlan : 0;
+  std::uint16_t vlanNumber = sub ? sub->vlan : frame.tag ? frame.tag->vlan : 0;
   if (vlanNumber == 0) {
     const Bridging::VlanId* untagged = t.vlans->untaggedVlan(from);
     if (!untagged && from != ingress) untagged = t.vlans->untaggedVlan(ingress);
@@ -164,7 +185,8 @@ void SoftForwarding::bridge(const Nexo::IntfId& ingress, const Frame& frame, For
 
   // Ingress filtering: the LAG or the port must be let in.
   const SoftVlanTable& vlans = *t.vlans;
-  if (!HwVlan::takesIn(vlans.role(*vlan, from)) && (from == ingress || !HwVlan::takesIn(vlans.role(*vlan, ingress)))) {
+  // A layer-2 sub-interface is let in by its mapping.
+  if (!sub && !HwVlan::takesIn(vlans.role(*vlan, from)) && (from == ingress || !HwVlan::takesIn(vlans.role(*vlan, ingress)))) {
     result.drop = fmt::format("ingress filtering: {} not a member of vlan {}", name(from), vlanNumber);
     return;
   }
@@ -203,6 +225,15 @@ void SoftForwarding::bridge(const Nexo::IntfId& ingress, const Frame& frame, For
         result.drop = fmt::format("{} not forwarding in vlan {}", name(to), vlanNumber);
         return;
       }
+      if (to.isSubIntf()) {
+        FrameEgress out;
+        if (!subIntfEgress(to, frame, out)) {
+          result.drop = fmt::format("sub-interface {} not in hardware", name(to));
+          return;
+        }
+        result.egress.push_back(out);
+        return;
+      }
       bool named = HwVlan::member(vlans.role(*vlan, to));
       if (!named && !HwVlan::member(vlans.role(*vlan, entry->intf))) {
         result.drop = fmt::format("{} not a member of vlan {}", name(to), vlanNumber);
@@ -222,6 +253,7 @@ void SoftForwarding::bridge(const Nexo::IntfId& ingress, const Frame& frame, For
   }
   result.flooded = true;
   flood(*vlan, topology, from, frame, result);
+  if (t.subIntfs && !t.subIntfs->empty()) floodSubIntfs(vlanNumber, from, frame, result);
   if (result.egress.empty()) result.drop = fmt::format("no egress: vlan {} floods to no other port", vlanNumber);
 }
 
@@ -329,7 +361,12 @@ void SoftForwarding::route(std::uint32_t vrf, const Frame& frame, ForwardResult&
   }
   FrameEgress out;
   out.port = nextHop.l2Intf;
-  if (nextHop.l2Intf.isLag()) {
+  if (nextHop.l2Intf.isSubIntf()) {
+    if (!t.subIntfs || !subIntfEgress(nextHop.l2Intf, frame, out)) {
+      result.drop = fmt::format("sub-interface {} not in hardware", nextHop.l2Intf.stringValue());
+      return;
+    }
+  } else if (nextHop.l2Intf.isLag()) {
     const HwLag* lag = t.lags ? t.lags->lag(nextHop.l2Intf) : nullptr;
     if (!lag || lag->members.empty()) {
       result.drop = fmt::format("{} has no active member", nextHop.l2Intf.stringValue());
@@ -366,6 +403,39 @@ void SoftForwarding::flood(const HwVlan& vlan, const HwTopology* topology, const
   for (const auto& [member, role] : vlan.roles) floodTo(member, role);
   std::sort(result.egress.begin(), result.egress.end(),
             [](const FrameEgress& a, const FrameEgress& b) { return a.port < b.port; });
+}
+
+}  // namespace SoftChip
+
+namespace SoftChip {
+
+bool SoftForwarding::subIntfEgress(const Nexo::IntfId& subIntf, const Frame& frame, FrameEgress& out) const {
+  const SoftSubIntfKey* key = tables_.subIntfs ? tables_.subIntfs->keyOf(subIntf) : nullptr;
+  if (!key) return false;
+  out.subIntf = subIntf;
+  out.tagged = true;
+  out.vlan = key->outerTag;
+  out.innerVlan = key->innerTag;
+  out.port = key->parent;
+  if (key->parent.isLag()) {
+    const HwLag* lag = tables_.lags ? tables_.lags->lag(key->parent) : nullptr;
+    if (!lag || lag->members.empty()) return false;
+    if (!flowHash_) flowHash_ = frameFlowHash(frame);
+    out.lag = key->parent;
+    out.port = lag->memberFor(*flowHash_);
+  }
+  return true;
+}
+
+void SoftForwarding::floodSubIntfs(std::uint16_t vlan, const Nexo::IntfId& from, const Frame& frame,
+                                   ForwardResult& result) const {
+  for (const auto& [key, entry] : tables_.subIntfs->entries) {
+    if (!entry.isL2 || entry.vlan != vlan || entry.subIntf == from) continue;
+    FrameEgress out;
+    if (subIntfEgress(entry.subIntf, frame, out)) result.egress.push_back(out);
+  }
+  std::stable_sort(result.egress.begin(), result.egress.end(),
+                   [](const FrameEgress& a, const FrameEgress& b) { return a.port < b.port; });
 }
 
 }  // namespace SoftChip

@@ -42,6 +42,13 @@
 // interface (one member of a LAG) with the router MAC as source, the next
 // hop's as destination, and its TTL one lower.
 //
+// A frame whose tags match a sub-interface of its port or LAG (the chip's
+// VLAN-translation table) is that sub-interface's and never meets the VLAN
+// of its tag: a routed sub-interface routes it (as a routed interface, by
+// the sub-interface's VRF), a layer-2 one bridges it in the sub-interface's
+// VLAN with the sub-interface as where it came from. A copy leaving by a
+// sub-interface carries its tags on its parent.
+//
 // A chip without a table of some kind does without it: no LAG table, no
 // LAGs; no topology table, every port forwards; no forwarding database,
 // every destination is unknown and nothing is learned.
@@ -64,6 +71,7 @@ class SoftFecTable;
 class SoftL3IntfTable;
 class SoftRouteTable;
 class SoftStormControlTable;
+class SoftSubIntfTable;
 struct AclVerdict;
 class SoftLagTable;
 class SoftTopologyTable;
@@ -78,6 +86,8 @@ struct FrameEgress {
   Nexo::IntfId lag;   // the LAG `port` was chosen from; empty when none
   bool tagged = false;
   std::uint16_t vlan = 0;  // the tag it carries when `tagged`
+  std::uint16_t innerVlan = 0;  // the inner tag of a double-tagged copy
+  Nexo::IntfId subIntf;         // the sub-interface it leaves by; empty when none
   // A routed copy's rewritten header; zero for a bridged copy.
   Nexo::EthAddr srcMac;
   Nexo::EthAddr dstMac;
@@ -88,6 +98,8 @@ struct FrameEgress {
 struct ForwardResult {
   // The VLAN the frame was classified to; 0 when it was dropped before.
   std::uint16_t vlan = 0;
+  // The sub-interface whose tags the frame carried; empty when none.
+  Nexo::IntfId subIntf;
   // Ordered by port. Empty when dropped.
   std::vector<FrameEgress> egress;
   bool flooded = false;  // sent to the flood set, the destination unknown or not unicast
@@ -139,6 +151,7 @@ class SoftForwarding {
     const SoftAdjTable* adjacencies = nullptr;
     SoftAclTable* acl = nullptr;
     SoftStormControlTable* stormControl = nullptr;
+    const SoftSubIntfTable* subIntfs = nullptr;
   };
   // Why a port neither receives nor sends (error-disabled, or blocked
   // while its ACL is replaced); nothing when it is in service.
@@ -166,6 +179,11 @@ class SoftForwarding {
                  ForwardResult& result) const;
   // Routes a frame that arrived on a routed interface of `vrf`.
   void route(std::uint32_t vrf, const Frame& frame, ForwardResult& result) const;
+  // Fills `out` to leave by the sub-interface `subIntf` (its parent, one
+  // member of a LAG parent, with its tags); false when it cannot.
+  bool subIntfEgress(const Nexo::IntfId& subIntf, const Frame& frame, FrameEgress& out) const;
+  // Adds copies for the layer-2 sub-interfaces bridged in `vlan`, but `from`.
+  void floodSubIntfs(std::uint16_t vlan, const Nexo::IntfId& from, const Frame& frame, ForwardResult& result) const;
   void flood(const HwVlan& vlan, const HwTopology* topology, const Nexo::IntfId& from, const Frame& frame,
              ForwardResult& result) const;
 

@@ -128,6 +128,11 @@ Frame frameFromText(std::string_view text) {
       tag.priority = static_cast<std::uint8_t>(reader.number("a priority 0-7", 7));
     }
     frame.tag = tag;
+    if (reader.peek() == "inner") {
+      reader.take("'inner'");
+      frame.innerTag = FrameTag{static_cast<std::uint16_t>(reader.number("an inner VLAN 1-4094", 4094)), 0};
+      if (frame.innerTag->vlan == 0) bad("0", "an inner VLAN 1-4094");
+    }
   }
   std::optional<std::uint16_t> etherType;
   if (reader.peek() == "type") {
@@ -172,6 +177,7 @@ std::string frameText(const Frame& frame) {
   if (frame.tag) {
     text += fmt::format(" vlan {}", frame.tag->vlan);
     if (frame.tag->priority) text += fmt::format(" pri {}", frame.tag->priority);
+    if (frame.innerTag) text += fmt::format(" inner {}", frame.innerTag->vlan);
   }
   std::uint16_t implied = !frame.ipSrc          ? Frame::etherTypeLocal
                           : frame.ipSrc->isV6() ? Frame::etherTypeIpv6

@@ -4,11 +4,12 @@
 //
 // Its text form is short to type in scenarios:
 //
-//   src MAC dst MAC [vlan V [pri P]] [type ETHERTYPE]
+//   src MAC dst MAC [vlan V [pri P] [inner W]] [type ETHERTYPE]
 //       [ip SRC DST [ttl N] [tcp SPORT DPORT [flags F,...] | udp SPORT DPORT] [fragment]]
 //
 // e.g. "src 00:00:00:00:00:01 dst ff:ff:ff:ff:ff:ff vlan 10 ip 10.0.0.1 10.0.0.2 udp 1000 2000".
-// `ip` takes two IPv4 or two IPv6 addresses. The ethertype defaults to IPv4
+// `inner W` adds a second (inner) 802.1Q tag, as a double-tagged frame
+// carries it. `ip` takes two IPv4 or two IPv6 addresses. The ethertype defaults to IPv4
 // (0x0800) or IPv6 (0x86dd) after `ip`, and to 0x88b5 (local experimental)
 // without it. TCP flags are named (fin, syn, rst, psh, ack, urg);
 // `fragment` makes the packet a non-first fragment. frameText prints the one canonical form, which parses back
@@ -43,6 +44,7 @@ struct Frame {
   Nexo::EthAddr src;
   Nexo::EthAddr dst;
   std::optional<FrameTag> tag;
+  std::optional<FrameTag> innerTag;  // only with `tag`: a double-tagged frame
   std::uint16_t etherType = etherTypeLocal;
   // Both set, of one family, or neither.
   std::optional<Nexo::IpGenAddr> ipSrc;

@@ -1,0 +1,625 @@
+#include "Orb/OrbSubIntfSm.h"
+
+#include "Orb/OrbAssert.h"
+#include "Orb/OrbTrace.h"
+#include "platform/model/MacTypes.h"
+
+#include <fmt/format.h>
+
+#include <cstdlib>
+
+namespace Orb {
+
+namespace {
+
+constexpr const char* subIntfSource = "/src/Orb/OrbSubIntfSm.cpp";
+
+Blip::Handle& trace() {
+  static Blip::Handle& handle = orbTraceHandle("OrbSubIntfSm");
+  return handle;
+}
+
+std::string encapText(const SubIntfEncap& encap) {
+  return fmt::format("outerTag {} innerTag {}", encap.outerTag, encap.innerTag);
+}
+
+}  // namespace
+
+// --- reactors ---
+
+class OrbSubIntfSm::ConfigDirReactor : public Vex::Reactor<Interface::SubIntfConfigDir, OrbSubIntfSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(IntfConfig, Nexo::IntfId, handleSubIntfConfigAndStatusChange)
+};
+
+class OrbSubIntfSm::StatusDirReactor : public Vex::Reactor<Interface::SubIntfStatusDir, OrbSubIntfSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(IntfStatus, Nexo::IntfId, handleSubIntfConfigAndStatusChange)
+};
+
+class OrbSubIntfSm::ConfigReactor : public Vex::Reactor<Interface::SubIntfConfig, OrbSubIntfSm> {
+ public:
+  using Reactor::Reactor;
+  void handleDot1qEncap() override { changed(); }
+  void handleMacsecProxy() override { changed(); }
+
+ private:
+  void changed() {
+    react([this] { owner()->handleSubIntfConfigAndStatusChange(notifier()->intfId()); });
+  }
+};
+
+class OrbSubIntfSm::StatusReactor : public Vex::Reactor<Interface::SubIntfStatus, OrbSubIntfSm> {
+ public:
+  using Reactor::Reactor;
+  void handleForwardingModel() override { changed(); }
+  void handleForwardingVlanId() override { changed(); }
+  void handleProgramInHw() override { changed(); }
+  void handleInitialized() override { changed(); }
+
+ private:
+  void changed() {
+    react([this] { owner()->handleSubIntfConfigAndStatusChange(notifier()->intfId()); });
+  }
+};
+
+class OrbSubIntfSm::ConnectorReactor : public Vex::Reactor<Pseudowire::LocalConnectorInfoTable, OrbSubIntfSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(Connector, Nexo::IntfId, handlePwEndPoint)
+};
+
+class OrbSubIntfSm::MacsecReactor : public Vex::Reactor<MacsecProxy::Status, OrbSubIntfSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(ProxySubIntf, Nexo::IntfId, handleMacsecProxySubIntfStatus)
+};
+
+class OrbSubIntfSm::OcsdReactor : public Vex::Reactor<OrbCommonSmData, OrbSubIntfSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(PortToLag, Nexo::IntfId, handlePortToLag)
+  VEX_REACT_KEY(MultiEncapIntf, Nexo::IntfId, handleMultiEncapIntf)
+};
+
+// --- construction ---
+
+OrbSubIntfSm::OrbSubIntfSm(const SubIntfSmInputs& inputs) : OrbBaseSm(inputs.ocsd), in_(inputs) {
+  ORB_ASSERT_AT(subIntfSource, in_.orbHelper, "orbHelper()");
+  ORB_ASSERT_AT(subIntfSource, in_.subIntfConfigDir && in_.subIntfStatusDir,
+                "subIntfConfigDir() && subIntfStatusDir()");
+  if (!in_.localConnectorInfoTable) in_.localConnectorInfoTable = Vex::make<Pseudowire::LocalConnectorInfoTable>("lc");
+  if (!in_.macsecProxyStatus) in_.macsecProxyStatus = Vex::make<MacsecProxy::Status>("macsecProxy");
+  if (!in_.hwConfig) in_.hwConfig = Vex::make<Hardware::SubIntf::Config>("hwConfig");
+  if (!in_.hwStatus) in_.hwStatus = Vex::make<Hardware::SubIntf::Status>("hwStatus");
+  clock_ = Vex::clockFactory([this] { retryConflictedIntfs(); });
+  clockIs(clock_);
+  configDirReactor_ = std::make_unique<ConfigDirReactor>(this, in_.subIntfConfigDir);
+  statusDirReactor_ = std::make_unique<StatusDirReactor>(this, in_.subIntfStatusDir);
+  connectorReactor_ = std::make_unique<ConnectorReactor>(this, in_.localConnectorInfoTable);
+  macsecReactor_ = std::make_unique<MacsecReactor>(this, in_.macsecProxyStatus);
+  ocsdReactor_ = std::make_unique<OcsdReactor>(this, in_.ocsd);
+  if (auto verify = in_.ocsd->verifySm()) verify->verifiableIs(this);
+  initializedIs(true);
+}
+
+OrbSubIntfSm::~OrbSubIntfSm() {
+  vexDoZombieReactors(true);
+  clock_->timeMinIs(Vex::never);
+  if (ocsd() && ocsd()->verifySm()) ocsd()->verifySm()->verifiableDel(this);
+  configReactor_.clear();
+  statusReactor_.clear();
+  configDirReactor_.reset();
+  statusDirReactor_.reset();
+  connectorReactor_.reset();
+  macsecReactor_.reset();
+  ocsdReactor_.reset();
+}
+
+void OrbSubIntfSm::handleInitialized() {
+  for (const auto& [intf, proxied] : in_.macsecProxyStatus->proxySubIntf()) macsecProxySubIntf_[intf] = proxied;
+  std::set<Nexo::IntfId> all;
+  for (const auto& [intf, config] : in_.subIntfConfigDir->intfConfig()) all.insert(intf);
+  for (const auto& [intf, status] : in_.subIntfStatusDir->intfStatus()) all.insert(intf);
+  for (const auto& intf : all) handleSubIntfConfigAndStatusChange(intf);
+}
+
+// --- look-ups ---
+
+Bridging::VlanIdOrNone OrbSubIntfSm::mapIntfIdToVlanId(const Nexo::IntfId& intf) const {
+  if (auto it = subIntfIdToInternalVlanId_.find(intf); it != subIntfIdToInternalVlanId_.end()) return it->second;
+  if (auto it = pwIntfIdToVlanId_.find(intf); it != pwIntfIdToVlanId_.end()) return it->second;
+  return {};
+}
+
+std::optional<Nexo::IntfId> OrbSubIntfSm::mapRoutedVlanIdToIntfId(std::uint32_t vlan) const {
+  return vlanIdToIntfIdMap_.routedOwner(Bridging::VlanIdOrNone(vlan));
+}
+
+SubIntfEncap OrbSubIntfSm::effectiveEncap(const Nexo::IntfId& intf) const {
+  if (auto it = dynamicEncap_.find(intf); it != dynamicEncap_.end()) return it->second;
+  auto config = in_.subIntfConfigDir->intfConfig(intf);
+  return config ? config->dot1qEncap() : SubIntfEncap{};
+}
+
+bool OrbSubIntfSm::isConfigAndStatusReady(const Nexo::IntfId& intf) const {
+  auto config = in_.subIntfConfigDir->intfConfig(intf);
+  auto status = in_.subIntfStatusDir->intfStatus(intf);
+  if (!config || !status || !status->initialized()) return false;
+  if (effectiveEncap(intf).isNone()) return false;
+  return !status->forwardingVlanId().isNone() || in_.localConnectorInfoTable->connectorHas(intf);
+}
+
+bool OrbSubIntfSm::subIntfStatusIsOKToAddMap(const Interface::SubIntfStatus& status) const {
+  BLIP(trace(), 8, "subIntfStatusIsOKToAddMap intf:{}, operStatus:{}, programInHw:{}", status.intfId().stringValue(),
+       Vex::valueToStrep(status.operStatus()), status.programInHw());
+  return status.programInHw();
+}
+
+std::optional<OrbSubIntfSm::Dot1qEncapAndVlanId> OrbSubIntfSm::wantedMapping(const Nexo::IntfId& intf) const {
+  if (!isConfigAndStatusReady(intf)) return std::nullopt;
+  auto config = in_.subIntfConfigDir->intfConfig(intf);
+  auto status = in_.subIntfStatusDir->intfStatus(intf);
+  if (!subIntfStatusIsOKToAddMap(*status)) return std::nullopt;
+  if (config->macsecProxy() && !macsecProxySubIntf_.count(intf)) return std::nullopt;
+  Dot1qEncapAndVlanId entry;
+  entry.parentIntf = intf.parentIntfId();
+  entry.dot1qEncap = effectiveEncap(intf);
+  if (in_.localConnectorInfoTable->connectorHas(intf)) {
+    entry.vlanId = in_.localConnectorInfoTable->connector(intf);
+    entry.isL2SubIntf = true;
+    if (entry.vlanId.isNone()) return std::nullopt;
+  } else {
+    entry.vlanId = status->forwardingVlanId();
+    entry.isL2SubIntf = status->isL2SubIntf();
+  }
+  return entry;
+}
+
+// --- reactions ---
+
+void OrbSubIntfSm::syncReactors(const Nexo::IntfId& intf) {
+  auto config = in_.subIntfConfigDir->intfConfig(intf);
+  if (config) {
+    auto& reactor = configReactor_[intf];
+    if (!reactor || reactor->notifier() != config) reactor = std::make_unique<ConfigReactor>(this, config);
+  } else {
+    configReactor_.erase(intf);
+  }
+  auto status = in_.subIntfStatusDir->intfStatus(intf);
+  if (status) {
+    auto& reactor = statusReactor_[intf];
+    if (!reactor || reactor->notifier() != status) reactor = std::make_unique<StatusReactor>(this, status);
+  } else {
+    statusReactor_.erase(intf);
+  }
+}
+
+void OrbSubIntfSm::handleSubIntfConfigAndStatusChange(const Nexo::IntfId& intf) {
+  if (!Nexo::SubIntfId::isSubIntfId(intf)) {
+    BLIP(trace(), 3, "{} is not a sub-interface, ignored", intf.stringValue());
+    return;
+  }
+  syncReactors(intf);
+  if (in_.localConnectorInfoTable->connectorHas(intf)) {
+    handlePwEndPoint(intf);
+    return;
+  }
+  auto wanted = wantedMapping(intf);
+  auto current = programmed_.find(intf);
+  const bool refused = hwRetryIntf_.count(intf) != 0;
+  if (current != programmed_.end() && wanted && current->second.entry == *wanted && !current->second.pwEndPoint &&
+      !refused) {
+    conflictedIntf_.erase(intf);
+    return;
+  }
+  if (current != programmed_.end()) doDeleteDot1qEncapToVsiMap(intf);
+  hwRetryIntf_.erase(intf);
+  if (!wanted) {
+    BLIP(trace(), 7, "{} not ready for hardware", intf.stringValue());
+    conflictedIntf_.erase(intf);
+    updateStatuses();
+    return;
+  }
+  if (!checkConflictAndRetry(intf, true)) doAddDot1qEncapToVsiMap(intf, *wanted, false);
+  updateStatuses();
+}
+
+void OrbSubIntfSm::handlePwEndPoint(const Nexo::IntfId& intf) {
+  if (!Nexo::SubIntfId::isSubIntfId(intf)) return;
+  const bool isConnector = in_.localConnectorInfoTable->connectorHas(intf);
+  auto current = programmed_.find(intf);
+  if (!isConnector) {
+    // No longer a pseudowire end point: an ordinary sub-interface again.
+    if (current != programmed_.end() && current->second.pwEndPoint) doDeleteDot1qEncapToVsiMap(intf);
+    pwIntfIdToVlanId_.erase(intf);
+    pwIntfIdProgrammedInHw_.erase(intf);
+    handleSubIntfConfigAndStatusChange(intf);
+    return;
+  }
+  syncReactors(intf);
+  auto wanted = wantedMapping(intf);
+  const bool refused = hwRetryIntf_.count(intf) != 0;
+  if (current != programmed_.end() && wanted && current->second.entry == *wanted && current->second.pwEndPoint &&
+      !refused) {
+    return;
+  }
+  if (current != programmed_.end()) doDeleteDot1qEncapToVsiMap(intf);
+  hwRetryIntf_.erase(intf);
+  pwIntfIdToVlanId_.erase(intf);
+  pwIntfIdProgrammedInHw_.erase(intf);
+  if (wanted) {
+    // Checked all the same, for the trace: a port connector never conflicts.
+    checkConflictAndRetry(intf, true);
+    doAddDot1qEncapToVsiMap(intf, *wanted, true);
+  }
+  updateStatuses();
+}
+
+void OrbSubIntfSm::handleDynamicEncap(const Nexo::IntfId& intf) { handleSubIntfConfigAndStatusChange(intf); }
+
+void OrbSubIntfSm::dynamicEncapIs(const Nexo::IntfId& intf, const SubIntfEncap& encap) {
+  dynamicEncap_[intf] = encap;
+  handleDynamicEncap(intf);
+}
+
+void OrbSubIntfSm::dynamicEncapDel(const Nexo::IntfId& intf) {
+  if (!dynamicEncap_.erase(intf)) return;
+  handleDynamicEncap(intf);
+}
+
+void OrbSubIntfSm::handleMacsecProxySubIntfStatus(const Nexo::IntfId& intf) {
+  if (in_.macsecProxyStatus->proxySubIntfHas(intf)) {
+    macsecProxySubIntf_[intf] = in_.macsecProxyStatus->proxySubIntf(intf);
+  } else {
+    macsecProxySubIntf_.erase(intf);
+  }
+  BLIP(trace(), 5, "macsec proxy {} for {}", macsecProxySubIntf_.count(intf) ? "up" : "down", intf.stringValue());
+  handleSubIntfConfigAndStatusChange(intf);
+}
+
+void OrbSubIntfSm::handleMultiEncapIntf(const Nexo::IntfId& intf) {
+  std::vector<Nexo::IntfId> children;
+  for (const auto& [sub, config] : in_.subIntfConfigDir->intfConfig()) {
+    if (sub.parentIntfId() == intf.parentIntfId()) children.push_back(sub);
+  }
+  for (const auto& sub : children) handleSubIntfConfigAndStatusChange(sub);
+}
+
+void OrbSubIntfSm::handlePortToLag(const Nexo::IntfId& port) {
+  const Nexo::IntfId& lag = ocsd()->portToLag(port);
+  auto told = lagMemberTold_.find(port);
+  if (told != lagMemberTold_.end() && told->second != lag) {
+    BLIP(trace(), 5, "doDeletePortFromLag {} (was in {})", port.stringValue(), told->second.stringValue());
+    in_.orbHelper->doDeletePortFromLag(port);
+    lagMemberTold_.erase(told);
+  }
+  if (!lag.empty()) syncLagMembers(lag);
+}
+
+void OrbSubIntfSm::syncLagMembers(const Nexo::IntfId& lag) {
+  bool carries = false;
+  for (const auto& [intf, programmed] : programmed_) carries |= programmed.entry.parentIntf == lag;
+  for (const auto& [port, state] : ocsd()->lagToPort(lag).ports) {
+    auto told = lagMemberTold_.find(port);
+    if (carries && told == lagMemberTold_.end()) {
+      BLIP(trace(), 5, "doAddPortToLag {} {}", port.stringValue(), lag.stringValue());
+      in_.orbHelper->doAddPortToLag(port, lag);
+      lagMemberTold_[port] = lag;
+    } else if (!carries && told != lagMemberTold_.end()) {
+      BLIP(trace(), 5, "doDeletePortFromLag {}", port.stringValue());
+      in_.orbHelper->doDeletePortFromLag(port);
+      lagMemberTold_.erase(told);
+    }
+  }
+}
+
+// --- conflicts and retries ---
+
+bool OrbSubIntfSm::checkConflictAndRetry(const Nexo::IntfId& intf, bool retry) {
+  if (!Nexo::SubIntfId::isSubIntfId(intf)) orbAssert("Nexo::SubIntfId::isSubIntfId( intfId )");
+  if (in_.localConnectorInfoTable->connectorHas(intf)) {
+    BLIP(trace(), 5, "{} is a port connector, skipping", intf.stringValue());
+    conflictedIntf_.erase(intf);
+    return false;
+  }
+  auto status = in_.subIntfStatusDir->intfStatus(intf);
+  const SubIntfEncap encap = effectiveEncap(intf);
+  const bool checkTagConflict = !encap.isNone();
+  const bool checkVlanIdConflict = status && !status->forwardingVlanId().isNone();
+  bool tagConflict = false;
+  std::optional<Nexo::IntfId> conflictingIntf;
+  if (checkTagConflict) {
+    auto it = parentIntfIdAndDot1qEncapMap_.find({intf.parentIntfId(), encap});
+    if (it != parentIntfIdAndDot1qEncapMap_.end() && it->second != intf) {
+      tagConflict = true;
+      conflictingIntf = it->second;
+    }
+  }
+  bool vlanIdConflict = false;
+  if (checkVlanIdConflict) {
+    if (auto other = vlanIdToIntfIdMap_.conflictingIntfId(intf, status->forwardingVlanId(), status->isL2SubIntf())) {
+      vlanIdConflict = true;
+      if (!conflictingIntf) conflictingIntf = other;
+    }
+  }
+  const bool returnValue = tagConflict || vlanIdConflict;
+  BLIP(trace(), 5,
+       "checkConflictAndRetry intf:{}, checkTagConflict:{}, checkVlanIdConflict:{}, tagConflict:{}, "
+       "vlanIdConflict:{}, conflicting:{}, returnValue:{}",
+       intf.stringValue(), checkTagConflict, checkVlanIdConflict, tagConflict, vlanIdConflict,
+       conflictingIntf ? conflictingIntf->stringValue() : std::string("none"), returnValue);
+  if (!returnValue) {
+    conflictedIntf_.erase(intf);
+    return false;
+  }
+  BLIP(trace(), 3, "Adding {} to conflict retry Q", intf.stringValue());
+  conflictedIntf_[intf] = true;
+  if (retry) armRetryTimer();
+  return true;
+}
+
+void OrbSubIntfSm::armRetryTimer() {
+  if (retryArmed_) {
+    BLIP(trace(), 7, "Retry conflict Q timer already set");
+    return;
+  }
+  const Vex::Seconds at = Vex::now() + retryInterval_;
+  BLIP(trace(), 5, "Retry conflicted Q timer scheduled at {}, delay: {}", at, retryInterval_);
+  retryArmed_ = true;
+  clock_->timeMinIs(at);
+}
+
+void OrbSubIntfSm::retryConflictedIntfs() {
+  retryArmed_ = false;
+  std::vector<Nexo::IntfId> waiting;
+  for (const auto& [intf, conflicted] : conflictedIntf_) waiting.push_back(intf);
+  waiting.insert(waiting.end(), hwRetryIntf_.begin(), hwRetryIntf_.end());
+  for (const auto& intf : waiting) {
+    BLIP(trace(), 5, "Retrying programming {}", intf.stringValue());
+    if (in_.localConnectorInfoTable->connectorHas(intf)) {
+      handlePwEndPoint(intf);
+    } else {
+      handleSubIntfConfigAndStatusChange(intf);
+    }
+  }
+}
+
+// --- programming ---
+
+void OrbSubIntfSm::doAddDot1qEncapToVsiMap(const Nexo::IntfId& intf, const Dot1qEncapAndVlanId& entry,
+                                           bool pwEndPoint) {
+  if (pwEndPoint) {
+    pwIntfIdToVlanId_[intf] = entry.vlanId;
+  } else {
+    vlanIdToIntfIdMap_.updateConfig(intf, entry.vlanId, entry.isL2SubIntf, true);
+    subIntfIdToInternalVlanId_[intf] = entry.vlanId;
+  }
+  parentIntfIdAndDot1qEncapMap_[{entry.parentIntf, entry.dot1qEncap}] = intf;
+  programmed_[intf] = {entry, pwEndPoint};
+  in_.hwConfig->intfIdToDot1qEncapAndVlanIdIs(intf, entry);
+  if (dynamicEncap_.count(intf)) {
+    dynamicEncapStatus_[intf] = entry.dot1qEncap;
+  } else {
+    dynamicEncapStatus_.erase(intf);
+  }
+  std::uint32_t status =
+      in_.orbHelper->doAddDot1qEncapToVsiMap(intf, entry.parentIntf, entry.vlanId, entry.dot1qEncap, entry.isL2SubIntf);
+  if (status == OrbTypes::tableAddSuccess) {
+    BLIP(trace(), 5, "OrbSubIntfSm:doAddDot1qEncapToVsiMap added (dot1qEncap:{}), vlanId:{}) map on intf:{}",
+         encapText(entry.dot1qEncap), entry.vlanId.value(), intf.stringValue());
+  } else {
+    BLIP(trace(), 1, "OrbSubIntfSm:doAddDot1qEncapToVsiMap {}: Helper failure: status {}", intf.stringValue(), status);
+    // Busy clears by itself and a full table may gain room: both are tried
+    // again with the queue. Any other failure waits for a change.
+    if (status == OrbTypes::tableAddBusy || status == OrbTypes::tableAddFull) {
+      hwRetryIntf_.insert(intf);
+      armRetryTimer();
+    }
+  }
+  if (pwEndPoint) pwIntfIdProgrammedInHw_[intf] = status == OrbTypes::tableAddSuccess;
+  doUpdateSubIntfTableAddStatus(intf, entry, status);
+  if (entry.parentIntf.isLag()) syncLagMembers(entry.parentIntf);
+}
+
+void OrbSubIntfSm::doDeleteDot1qEncapToVsiMap(const Nexo::IntfId& intf) {
+  auto it = programmed_.find(intf);
+  if (it == programmed_.end()) return;
+  const Programmed old = it->second;
+  programmed_.erase(it);
+  const bool inHardware = in_.hwStatus->intfIdToDot1qEncapAndVlanId(intf).tableAddStatus == OrbTypes::tableAddSuccess &&
+                          in_.hwStatus->intfIdToDot1qEncapAndVlanIdHas(intf);
+  if (inHardware) {
+    in_.orbHelper->doDeleteDot1qEncapToVsiMap(intf, old.entry.parentIntf, old.entry.vlanId, old.entry.dot1qEncap,
+                                              old.entry.isL2SubIntf);
+    BLIP(trace(), 5, "OrbSubIntfSm:doDeleteDot1qEncapToVsiMap deleted (dot1qEncap:{}), vlanId:{}) map on intf:{}",
+         encapText(old.entry.dot1qEncap), old.entry.vlanId.value(), intf.stringValue());
+  }
+  if (old.pwEndPoint) {
+    pwIntfIdToVlanId_.erase(intf);
+    pwIntfIdProgrammedInHw_.erase(intf);
+  } else {
+    vlanIdToIntfIdMap_.updateConfig(intf, old.entry.vlanId, old.entry.isL2SubIntf, false);
+    subIntfIdToInternalVlanId_.erase(intf);
+  }
+  auto key = ParentIntfIdAndDot1qEncap{old.entry.parentIntf, old.entry.dot1qEncap};
+  if (auto owner = parentIntfIdAndDot1qEncapMap_.find(key);
+      owner != parentIntfIdAndDot1qEncapMap_.end() && owner->second == intf) {
+    parentIntfIdAndDot1qEncapMap_.erase(owner);
+  }
+  dynamicEncapStatus_.erase(intf);
+  in_.hwConfig->intfIdToDot1qEncapAndVlanIdDel(intf);
+  BLIP(trace(), 6, "{} Delete map in hwStatus->intfIdToDot1qEncapAndVlanId()", intf.stringValue());
+  in_.hwStatus->intfIdToDot1qEncapAndVlanIdDel(intf);
+  if (old.entry.parentIntf.isLag()) syncLagMembers(old.entry.parentIntf);
+}
+
+void OrbSubIntfSm::doUpdateSubIntfTableAddStatus(const Nexo::IntfId& intf, const Dot1qEncapAndVlanId& entry,
+                                                 std::uint32_t status) {
+  BLIP(trace(), 5,
+       "doUpdateSubIntfTableAddStatus, update SubIntf VlanXlate         tbl add status for subIntfId:{} innerTag:{}, "
+       "dot1qEncap outerTag:{}, vlanId:{}, isL2SubIntf:{}, status:{}",
+       intf.stringValue(), entry.dot1qEncap.innerTag, entry.dot1qEncap.outerTag, entry.vlanId.value(),
+       entry.isL2SubIntf, status);
+  Dot1qEncapAndVlanId taken = entry;
+  taken.tableAddStatus = status;
+  BLIP(trace(), 6, "{} Add map to hwStatus->intfIdToDot1qEncapAndVlanId()", intf.stringValue());
+  in_.hwStatus->intfIdToDot1qEncapAndVlanIdIs(intf, taken);
+}
+
+void OrbSubIntfSm::updateStatuses() {
+  bool anyProgrammed = false;
+  for (const auto& [intf, entry] : in_.hwStatus->intfIdToDot1qEncapAndVlanId())
+    anyProgrammed |= entry.tableAddStatus == OrbTypes::tableAddSuccess;
+  std::pair<bool, bool> now{anyProgrammed, !conflictedIntf_.empty()};
+  if (lastStatuses_ == now) return;
+  lastStatuses_ = now;
+  in_.orbHelper->doUpdateStatuses(now.first, now.second);
+}
+
+// --- verification ---
+
+void OrbSubIntfSm::mismatch(VerifyReport& report, std::string line, int sourceLine) {
+  BLIP(trace(), 3, "verify: {}", line);
+  if (std::getenv("SIMULATION_VMID")) {
+    verificationFailures_.push_back(fmt::format("{}:{}: {}", subIntfSource, sourceLine, line));
+  }
+  report.mismatch(std::move(line));
+}
+
+void OrbSubIntfSm::handleVerify() {
+  VerifyReport report;
+  handleVerify(report);
+  if (auto verifyData = ocsd()->verifyData()) verifyData->outputIs(verifyName(), report.lines());
+}
+
+void OrbSubIntfSm::handleVerify(VerifyReport& report) {
+  if (disableVerify_) {
+    BLIP(trace(), 5, "verification disabled");
+    return;
+  }
+  std::set<Nexo::IntfId> all;
+  for (const auto& [intf, config] : in_.subIntfConfigDir->intfConfig()) all.insert(intf);
+  for (const auto& [intf, entry] : in_.hwConfig->intfIdToDot1qEncapAndVlanId()) all.insert(intf);
+  for (const auto& intf : all) {
+    verifyHwConfig(intf, report);
+    verifyHwStatus(intf, intf.parentIntfId(), report);
+    verifyParentIntfIdAndDot1qEncapMap(intf, intf.parentIntfId(), report);
+  }
+}
+
+void OrbSubIntfSm::verifyHwConfig(const Nexo::IntfId& intf, VerifyReport& report) {
+  const std::string name = intf.stringValue();
+  const bool inHwConfig = in_.hwConfig->intfIdToDot1qEncapAndVlanIdHas(intf);
+  auto config = in_.subIntfConfigDir->intfConfig(intf);
+  if (!config) {
+    if (inHwConfig) mismatch(report, name + " is member of hwConfig->intfIdToDot1qEncapAndVlanIdIterator", __LINE__);
+    return;
+  }
+  auto wanted = wantedMapping(intf);
+  const bool waiting = conflictedIntf_.count(intf) != 0;
+  if (!wanted || waiting) {
+    if (inHwConfig) mismatch(report, name + " is member of hwConfig->intfIdToDot1qEncapAndVlanIdIterator", __LINE__);
+    return;
+  }
+  if (!inHwConfig) {
+    mismatch(report, name + " hwConfig invalid", __LINE__);
+    return;
+  }
+  const auto& hw = in_.hwConfig->intfIdToDot1qEncapAndVlanId(intf);
+  if (!dynamicEncap_.count(intf) && config->dot1qEncap() != hw.dot1qEncap) {
+    mismatch(report,
+             fmt::format("{}: subIntfConfigDot1qEncap({}) != hwConfigDot1qEncap({})", name,
+                         encapText(config->dot1qEncap()), encapText(hw.dot1qEncap)),
+             __LINE__);
+  }
+  if (wanted->vlanId != hw.vlanId) {
+    mismatch(report,
+             fmt::format("{}: subIntfStatusVlanId({}) != hwConfigVlanId({})", name, wanted->vlanId.value(),
+                         hw.vlanId.value()),
+             __LINE__);
+  }
+  if (wanted->isL2SubIntf != hw.isL2SubIntf) {
+    mismatch(report,
+             fmt::format("{}: isL2SubIntf({}) != hwConfigIsL2SubIntf({})", name, wanted->isL2SubIntf, hw.isL2SubIntf),
+             __LINE__);
+  }
+  auto dynamic = dynamicEncap_.find(intf);
+  auto applied = dynamicEncapStatus_.find(intf);
+  if (dynamic != dynamicEncap_.end() && (applied == dynamicEncapStatus_.end() || applied->second != dynamic->second)) {
+    mismatch(report,
+             fmt::format("{}: dynamicEncap({}) != dynamicEncapStatus({})", name, encapText(dynamic->second),
+                         applied == dynamicEncapStatus_.end() ? std::string("none") : encapText(applied->second)),
+             __LINE__);
+  }
+}
+
+void OrbSubIntfSm::verifyHwStatus(const Nexo::IntfId& intf, const Nexo::IntfId& parentIntf, VerifyReport& report) {
+  const bool inConfig = in_.hwConfig->intfIdToDot1qEncapAndVlanIdHas(intf);
+  const bool inStatus = in_.hwStatus->intfIdToDot1qEncapAndVlanIdHas(intf);
+  if (!inConfig && !inStatus) return;
+  if (inConfig != inStatus) {
+    mismatch(report,
+             fmt::format("{} on {}: hwStatus {} hwConfig", intf.stringValue(), parentIntf.stringValue(),
+                         inStatus ? "has no" : "missing from"),
+             __LINE__);
+    return;
+  }
+  Dot1qEncapAndVlanId asked = in_.hwConfig->intfIdToDot1qEncapAndVlanId(intf);
+  Dot1qEncapAndVlanId taken = in_.hwStatus->intfIdToDot1qEncapAndVlanId(intf);
+  asked.tableAddStatus = taken.tableAddStatus;
+  if (asked != taken) {
+    mismatch(report,
+             fmt::format("{} on {}: hwStatus differs from hwConfig", intf.stringValue(), parentIntf.stringValue()),
+             __LINE__);
+  }
+}
+
+void OrbSubIntfSm::verifyParentIntfIdAndDot1qEncapMap(const Nexo::IntfId& intf, const Nexo::IntfId& parentIntf,
+                                                      VerifyReport& report) {
+  auto it = programmed_.find(intf);
+  if (it != programmed_.end()) {
+    auto owner = parentIntfIdAndDot1qEncapMap_.find({parentIntf, it->second.entry.dot1qEncap});
+    if (owner == parentIntfIdAndDot1qEncapMap_.end() || owner->second != intf) {
+      mismatch(report,
+               fmt::format("{}: ({}, {}) is NOT in parentIntfIdAndDot1qEncapMap", intf.stringValue(),
+                           parentIntf.stringValue(), encapText(it->second.entry.dot1qEncap)),
+               __LINE__);
+    }
+    return;
+  }
+  for (const auto& [key, owner] : parentIntfIdAndDot1qEncapMap_) {
+    if (owner != intf) continue;
+    mismatch(report,
+             fmt::format("{}: ({}, {}) is in parentIntfIdAndDot1qEncapMap", intf.stringValue(),
+                         key.parentIntfId.stringValue(), encapText(key.dot1qEncap)),
+             __LINE__);
+  }
+}
+
+Vex::Ptr<OrbSubIntfSm> orbSubIntfSmFactory(const SubIntfSmInputs& inputs) { return Vex::make<OrbSubIntfSm>(inputs); }
+
+// --- mounting ---
+
+SubIntfMounter::SubIntfMounter(const Vex::Ptr<Hive::Root>& hive, const Vex::Ptr<OrbCommonSmData>& ocsd,
+                               const Vex::Ptr<OrbHelper::OrbHelperSubIntf>& orbHelper)
+    : hive_(hive) {
+  inputs_.ocsd = ocsd;
+  inputs_.orbHelper = orbHelper;
+}
+
+void SubIntfMounter::doMounts() {
+  inputs_.subIntfConfigDir = hive_->mount<Interface::SubIntfConfigDir>(subIntfConfigPath, "subIntfConfigDir");
+  inputs_.subIntfStatusDir = hive_->mount<Interface::SubIntfStatusDir>(subIntfStatusPath, "subIntfStatusDir");
+  inputs_.localConnectorInfoTable =
+      hive_->mount<Pseudowire::LocalConnectorInfoTable>(localConnectorPath, "localConnectorInfoTable");
+  inputs_.macsecProxyStatus = hive_->mount<MacsecProxy::Status>(macsecProxyStatusPath, "macsecProxyStatus");
+  inputs_.hwConfig = hive_->mount<Hardware::SubIntf::Config>(hwConfigPath, "hwConfig");
+  inputs_.hwStatus = hive_->mount<Hardware::SubIntf::Status>(hwStatusPath, "hwStatus");
+}
+
+Vex::Ptr<OrbSubIntfSm> SubIntfMounter::doMountsComplete() { return orbSubIntfSmFactory(inputs_); }
+
+}  // namespace Orb
