@@ -45,6 +45,7 @@ Agent::Agent(const Options& options) {
   mac_ = add<MacFeature>(*vlan_);
   l3_ = add<L3Feature>();
   acl_ = add<AclFeature>();
+  mirror_ = add<MirrorFeature>();
   for (auto& feature : features_) feature->registerCommands();
 }
 

@@ -11,6 +11,7 @@
 #include "agent/L3Feature.h"
 #include "agent/LagFeature.h"
 #include "agent/MacFeature.h"
+#include "agent/MirrorFeature.h"
 #include "agent/StpFeature.h"
 #include "agent/VlanFeature.h"
 
@@ -43,6 +44,7 @@ class Agent {
   const Vex::Ptr<Orb::MacAddrSm>& macAddrSm() const { return mac_->sm(); }
   L3Feature& l3() { return *l3_; }
   AclFeature& acl() { return *acl_; }
+  MirrorFeature& mirror() { return *mirror_; }
 
   // Runs one command line, then lets the loop do what became due.
   void execute(const std::string& line, std::ostream& out);
@@ -82,6 +84,7 @@ class Agent {
   MacFeature* mac_ = nullptr;
   L3Feature* l3_ = nullptr;
   AclFeature* acl_ = nullptr;
+  MirrorFeature* mirror_ = nullptr;
 };
 
 }  // namespace Agent

@@ -36,6 +36,7 @@ void ForwardResult::clear() {
   slot.reset();
   drop.clear();
   acls.clear();
+  mirrors.clear();
 }
 
 const SoftForwarding::Tables& SoftForwarding::tables() {
@@ -50,6 +51,7 @@ const SoftForwarding::Tables& SoftForwarding::tables() {
   tables_.fecs = static_cast<const SoftFecTable*>(chip_.table(SoftFecTable::tableName));
   tables_.adjacencies = static_cast<const SoftAdjTable*>(chip_.table(SoftAdjTable::tableName));
   tables_.acl = static_cast<SoftAclTable*>(chip_.table(SoftAclTable::tableName));
+  tables_.mirrors = static_cast<const SoftMirrorTable*>(chip_.table(SoftMirrorTable::tableName));
   tablesGeneration_ = chip_.tablesGeneration();
   return tables_;
 }
@@ -74,6 +76,7 @@ void SoftForwarding::forward(const Nexo::IntfId& ingress, const Frame& frame, Fo
   flowHash_.reset();
   bridge(ingress, frame, result);
   if (!result.dropped() && tables_.acl) filterEgress(frame, result);
+  if (tables_.mirrors) mirrorFrame(*tables_.mirrors, tables_.lags, ingress, frame, result);
 }
 
 std::optional<AclVerdict> SoftForwarding::aclVerdict(const Nexo::IntfId& intf, Acl::AclDirection direction,

@@ -46,6 +46,7 @@
 
 #include "chip/softchip/SoftChip.h"
 #include "chip/softchip/SoftFrame.h"
+#include "chip/softchip/SoftMirror.h"
 #include "platform/model/Acl.h"
 
 #include <optional>
@@ -102,6 +103,9 @@ struct ForwardResult {
   // The ACL decisions the frame met ("acl ip web in on Ethernet1: seq 10
   // permits"), ingress first.
   std::vector<std::string> acls;
+  // The copies mirror sessions made: of the frame as received, and of
+  // each copy as sent.
+  std::vector<MirrorCopy> mirrors;
 
   bool dropped() const { return !drop.empty(); }
   void clear();
@@ -134,6 +138,7 @@ class SoftForwarding {
     const SoftFecTable* fecs = nullptr;
     const SoftAdjTable* adjacencies = nullptr;
     SoftAclTable* acl = nullptr;
+    const SoftMirrorTable* mirrors = nullptr;
   };
   // The L2 pipeline, with the ingress ACL after spanning tree.
   void bridge(const Nexo::IntfId& ingress, const Frame& frame, ForwardResult& result);
