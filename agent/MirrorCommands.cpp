@@ -7,7 +7,7 @@
 //   no mirror tunnel TUNNEL
 //   show monitor session [NAME] [json]
 //   chip mirror capacity N | sources rx N tx N | acl-entries N | cut-through on|off | busy|full|fail next N
-//   mirroring restart [keep-leftovers]
+//   mirroring restart [keep-leftovers] | mirroring stop | mirroring start [keep-leftovers]
 //
 // A source's direction defaults to both. Each line is checked whole before
 // anything is written.
@@ -173,6 +173,20 @@ void MirrorFeature::registerConfigCommands() {
                      if (args.size() == 1 && args[0] != "keep-leftovers")
                        throw CommandError("usage: mirroring restart [keep-leftovers]");
                      restart(args.size() == 1);
+                   });
+  shell_.commandIs("mirroring stop", "", "the mirroring machine goes (the chip keeps its sessions)",
+                   [this](const Args& args, std::ostream&) {
+                     expectArgs(args, 0, 0, "mirroring stop");
+                     stop();
+                   });
+  shell_.commandIs("mirroring start", "[keep-leftovers]",
+                   "the mirroring machine starts and reconciles with what the chip holds",
+                   [this](const Args& args, std::ostream&) {
+                     expectArgs(args, 0, 1, "mirroring start [keep-leftovers]");
+                     if (args.size() == 1 && args[0] != "keep-leftovers")
+                       throw CommandError("usage: mirroring start [keep-leftovers]");
+                     if (sm_) throw CommandError("mirroring runs already");
+                     start(args.size() == 1);
                    });
 }
 

@@ -22,8 +22,10 @@ void MirrorFeature::registerCommands() {
   registerShowCommands();
 }
 
-void MirrorFeature::restart(bool keepLeftovers) {
-  sm_.reset();
+void MirrorFeature::stop() { sm_.reset(); }
+
+void MirrorFeature::start(bool keepLeftovers) {
+  if (sm_) return;
   // The shared pool of software ids starts again with the machine.
   ocsd_->freeMirrorSessionDelAll();
   ocsd_->mirrorSessionNameToIdDelAll();

@@ -22,7 +22,12 @@ class MirrorFeature : public Feature {
   // The machine goes and comes back, as in an agent restart; the chip
   // keeps its sessions. With `keepLeftovers`, sessions the configuration
   // no longer names stay in the chip.
-  void restart(bool keepLeftovers);
+  void restart(bool keepLeftovers) {
+    stop();
+    start(keepLeftovers);
+  }
+  void stop();
+  void start(bool keepLeftovers);
 
  private:
   void registerConfigCommands();
