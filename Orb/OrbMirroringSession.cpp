@@ -54,6 +54,13 @@ std::set<Nexo::IntfId> VexMirroringSession::sourcePorts() const {
   return ports;
 }
 
+bool VexMirroringSession::targetPortHeld(const Nexo::IntfId& port, const VexTargetIntf* except) const {
+  for (const auto& [intf, target] : targetIntf_) {
+    if (target.get() != except && target->programmedPorts().count(port)) return true;
+  }
+  return false;
+}
+
 Nexo::IntfId VexMirroringSession::wantedDest() const {
   for (const auto& [intf, target] : targetIntf_) {
     if (target->usable()) return intf;

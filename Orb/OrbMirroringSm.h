@@ -192,6 +192,9 @@ class VexMirroringSession {
 
   // The session's sources' ports, for overlap checks.
   std::set<Nexo::IntfId> sourcePorts() const;
+  // Whether a destination other than `except` holds the port in hardware:
+  // a port named both alone and through its LAG is one destination port.
+  bool targetPortHeld(const Nexo::IntfId& port, const VexTargetIntf* except) const;
 
  private:
   class ConfigReactor;

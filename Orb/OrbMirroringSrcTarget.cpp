@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace Orb {
 
@@ -305,8 +306,10 @@ void VexTargetIntf::sync() {
     if (intf_.isLag()) {
       BLIP(mirroringTrace(), 5, "Removing {} as target, it is no longer part of LAG {}", name(port), name(intf_));
     }
-    helper.addTargetToHardware(session_.name(), session_.id(), session_.mirrorGroup(), port, false);
     programmed_.erase(port);
+    if (!session_.targetPortHeld(port, this)) {
+      helper.addTargetToHardware(session_.name(), session_.id(), session_.mirrorGroup(), port, false);
+    }
   }
   for (const auto& port : std::set<Nexo::IntfId>(failedPorts_)) {
     if (!wantedSet.count(port)) failedPorts_.erase(port);
@@ -332,10 +335,11 @@ void VexTargetIntf::addOrRemoveTarget(bool add) {
     return;
   }
   auto& helper = session_.sm().platformHelper();
-  for (const auto& port : programmed_) {
+  const std::set<Nexo::IntfId> held = std::exchange(programmed_, {});
+  for (const auto& port : held) {
+    if (session_.targetPortHeld(port, this)) continue;
     helper.addTargetToHardware(session_.name(), session_.id(), session_.mirrorGroup(), port, false);
   }
-  programmed_.clear();
   failedPorts_.clear();
   // The GRE next hops' members go with the session itself.
   greLagMembers_.clear();

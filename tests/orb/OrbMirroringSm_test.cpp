@@ -25,6 +25,7 @@ class RecordingMirrorHelper : public OrbHelper::MirroringSmHelper {
   bool refuseAcl = false;
   std::uint32_t freeSlots = 100;
   std::map<IntfId, Direction> sources;
+  std::set<IntfId> targets;
   std::vector<Orb::HwMirrorSession> held;
   std::string sourceDiff;
 
@@ -68,6 +69,11 @@ class RecordingMirrorHelper : public OrbHelper::MirroringSmHelper {
   }
   bool addTargetToHardware(const std::string& name, std::uint32_t, Group, const IntfId& intf, bool add) override {
     record(fmt("{} target {} {}", add ? "add" : "remove", name, intf.stringValue()));
+    if (add) {
+      targets.insert(intf);
+    } else {
+      targets.erase(intf);
+    }
     return true;
   }
   bool addHwSrcAcl(const std::string& name, std::uint32_t, Group, const IntfId& intf, const std::string& aclName,
@@ -351,6 +357,22 @@ TEST_F(MirroringSmTest, DestinationsFollowLagsAndRefuseMembersAndOverlaps) {
   source("s3", e1);
   EXPECT_EQ(status("s3").targets.at(e1), "overlapping");
   EXPECT_FALSE(status("s3").createdInHw);
+}
+
+TEST_F(MirroringSmTest, APortNamedAloneAndThroughItsLagStaysADestination) {
+  lagMembers(pc1, {e2});
+  start();
+  source("s1", e1);
+  session("s1")->targetIntfIs(e2, true);
+  session("s1")->targetIntfIs(pc1, true);
+  helper->take();
+  // Ethernet2 leaves the LAG: the port destination takes it, and the LAG
+  // letting it go must not take it out of the chip.
+  EXPECT_EQ(helper->targets, (std::set<IntfId>{e2}));
+  lagMembers(pc1, {});
+  EXPECT_EQ(helper->targets, (std::set<IntfId>{e2}));
+  EXPECT_EQ(status("s1").targets.at(e2), "active");
+  EXPECT_TRUE(sm->session("s1")->targetIntf().at(e2)->programmedPorts().count(e2));
 }
 
 TEST_F(MirroringSmTest, GreDestinationsWaitForTheirTunnel) {
