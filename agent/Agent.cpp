@@ -47,6 +47,7 @@ Agent::Agent(const Options& options) {
   acl_ = add<AclFeature>();
   stormControl_ = add<StormControlFeature>();
   subIntf_ = add<SubIntfFeature>();
+  mirror_ = add<MirrorFeature>();
   for (auto& feature : features_) feature->registerCommands();
 }
 

@@ -12,6 +12,7 @@
 #include "agent/LagFeature.h"
 #include "agent/MacFeature.h"
 #include "agent/StormControlFeature.h"
+#include "agent/MirrorFeature.h"
 #include "agent/StpFeature.h"
 #include "agent/SubIntfFeature.h"
 #include "agent/VlanFeature.h"
@@ -47,6 +48,7 @@ class Agent {
   AclFeature& acl() { return *acl_; }
   StormControlFeature& stormControl() { return *stormControl_; }
   SubIntfFeature& subIntf() { return *subIntf_; }
+  MirrorFeature& mirror() { return *mirror_; }
 
   // Runs one command line, then lets the loop do what became due.
   void execute(const std::string& line, std::ostream& out);
@@ -88,6 +90,7 @@ class Agent {
   AclFeature* acl_ = nullptr;
   StormControlFeature* stormControl_ = nullptr;
   SubIntfFeature* subIntf_ = nullptr;
+  MirrorFeature* mirror_ = nullptr;
 };
 
 }  // namespace Agent

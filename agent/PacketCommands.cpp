@@ -19,6 +19,16 @@ std::string tagsText(const SoftChip::FrameEgress& egress) {
   return text;
 }
 
+// "mirror s1 rx Ethernet1 to Ethernet7 (Port-Channel2) untagged"
+std::string mirrorCopyText(const SoftChip::MirrorCopy& copy) {
+  std::string text = fmt::format("mirror {} {} {} to {}", copy.session, copy.ingress ? "rx" : "tx",
+                                 copy.source.stringValue(), copy.port.stringValue());
+  if (!copy.lag.empty()) text += " (" + copy.lag.stringValue() + ")";
+  if (copy.tunnelId) text += fmt::format(" gre tunnel {}", copy.tunnelId);
+  text += copy.tagged ? fmt::format(" tagged {}", copy.vlan) : " untagged";
+  return text;
+}
+
 void printResult(std::ostream& out, const SoftChip::ForwardResult& result) {
   if (!result.subIntf.empty()) out << "in by sub-interface " << result.subIntf.stringValue() << "\n";
   if (result.routed) {
@@ -44,10 +54,17 @@ void printResult(std::ostream& out, const SoftChip::ForwardResult& result) {
   if (result.learned) out << "source learned\n";
   if (result.moved) out << "source moved\n";
   for (const auto& acl : result.acls) out << acl << "\n";
+  for (const auto& copy : result.mirrors) out << mirrorCopyText(copy) << "\n";
   if (result.dropped()) out << "dropped: " << result.drop << "\n";
 }
 
 void resultJson(JsonWriter& w, const SoftChip::ForwardResult& result) {
+  auto mirrors = [&w, &result] {
+    w.Key("mirrors");
+    w.StartArray();
+    for (const auto& copy : result.mirrors) w.String(mirrorCopyText(copy).c_str());
+    w.EndArray();
+  };
   auto optionalString = [&w](const char* key, const std::string& value) {
     w.Key(key);
     if (value.empty()) {
@@ -120,6 +137,7 @@ void resultJson(JsonWriter& w, const SoftChip::ForwardResult& result) {
   w.Key("moved");
   w.Bool(result.moved);
   optionalString("drop", result.drop);
+  if (!result.mirrors.empty()) mirrors();
   w.EndObject();
 }
 

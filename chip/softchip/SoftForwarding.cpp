@@ -39,6 +39,7 @@ void ForwardResult::clear() {
   slot.reset();
   drop.clear();
   acls.clear();
+  mirrors.clear();
 }
 
 const SoftForwarding::Tables& SoftForwarding::tables() {
@@ -55,6 +56,7 @@ const SoftForwarding::Tables& SoftForwarding::tables() {
   tables_.acl = static_cast<SoftAclTable*>(chip_.table(SoftAclTable::tableName));
   tables_.stormControl = static_cast<SoftStormControlTable*>(chip_.table(SoftStormControlTable::tableName));
   tables_.subIntfs = static_cast<const SoftSubIntfTable*>(chip_.table(SoftSubIntfTable::tableName));
+  tables_.mirrors = static_cast<const SoftMirrorTable*>(chip_.table(SoftMirrorTable::tableName));
   tablesGeneration_ = chip_.tablesGeneration();
   return tables_;
 }
@@ -85,6 +87,7 @@ void SoftForwarding::forward(const Nexo::IntfId& ingress, const Frame& frame, Fo
   bridge(ingress, frame, result);
   if (!result.dropped()) dropOutOfService(result);
   if (!result.dropped() && tables_.acl) filterEgress(frame, result);
+  if (tables_.mirrors) mirrorFrame(*tables_.mirrors, tables_.lags, ingress, frame, result);
 }
 
 std::optional<std::string> SoftForwarding::outOfService(const Nexo::IntfId& port) const {

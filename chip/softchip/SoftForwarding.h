@@ -56,6 +56,7 @@
 
 #include "chip/softchip/SoftChip.h"
 #include "chip/softchip/SoftFrame.h"
+#include "chip/softchip/SoftMirror.h"
 #include "platform/model/Acl.h"
 
 #include <optional>
@@ -118,6 +119,9 @@ struct ForwardResult {
   // The ACL decisions the frame met ("acl ip web in on Ethernet1: seq 10
   // permits"), ingress first.
   std::vector<std::string> acls;
+  // The copies mirror sessions made: of the frame as received, and of
+  // each copy as sent.
+  std::vector<MirrorCopy> mirrors;
 
   bool dropped() const { return !drop.empty(); }
   void clear();
@@ -152,6 +156,7 @@ class SoftForwarding {
     SoftAclTable* acl = nullptr;
     SoftStormControlTable* stormControl = nullptr;
     const SoftSubIntfTable* subIntfs = nullptr;
+    const SoftMirrorTable* mirrors = nullptr;
   };
   // Why a port neither receives nor sends (error-disabled, or blocked
   // while its ACL is replaced); nothing when it is in service.

@@ -11,7 +11,8 @@ std::string Generator::mac(unsigned n) { return fmt::format("0000.00{:02x}.00{:0
 std::vector<std::string> Generator::prologue() const {
   std::vector<std::string> lines = {"port-channel 1 members none", "port-channel 2 members none",
                                     "port-channel 3 members none",
-                                    fmt::format("spanning-tree topology {} vlans 10-11", Model::topology)};
+                                    fmt::format("spanning-tree topology {} vlans 10-11", Model::topology),
+                                    "chip mirror sources rx 64 tx 64"};
   if (seed_ % 2) lines.push_back("chip fdb learning software");
   return lines;
 }
@@ -82,7 +83,30 @@ std::string Generator::lagChange(const Model& model, std::vector<std::string>& a
   return fmt::format("port-channel {} members {}", n, listText(members));
 }
 
+std::string Generator::mirrorChange(const Model& model) {
+  // Sessions m1-m3 copy from the VLAN ports and LAGs to destinations that
+  // may be usable, LAG members, LAGs, or one of their own sources.
+  const std::string session = "m" + std::to_string(1 + pick(3));
+  const char* dests[] = {"Ethernet1", "Ethernet5", "Ethernet9", "Ethernet10", "Port-Channel1", "Port-Channel2"};
+  const char* directions[] = {"rx", "tx", "both"};
+  switch (pick(5)) {
+    case 0:
+    case 1:
+      return fmt::format("monitor session {} source {} {}", session, vlanIntf(), directions[pick(3)]);
+    case 2:
+      return fmt::format("monitor session {} destination {}", session, dests[pick(6)]);
+    case 3:
+      if (!model.mirrorSessionHas(session)) return {};
+      return chance(0.5) ? fmt::format("no monitor session {} source {}", session, vlanIntf())
+                         : fmt::format("no monitor session {} destination {}", session, dests[pick(6)]);
+    default:
+      return chance(0.2) && model.mirrorSessionHas(session) ? fmt::format("no monitor session {}", session)
+                                                             : std::string();
+  }
+}
+
 std::string Generator::line(const Model& model, bool& faulty) {
+  if (chance(0.04)) return mirrorChange(model);
   unsigned roll = pick(1000);
   if (roll < 300) return faulty || !learning_ ? std::string() : learn(model);
   if (roll < 350) return fmt::format("advance {}", 1 + pick(10));

@@ -41,6 +41,7 @@ class Generator {
   std::string line(const Model& model, bool& faulty);
   std::string learn(const Model& model);
   std::string lagChange(const Model& model, std::vector<std::string>& also);
+  std::string mirrorChange(const Model& model);
   std::string mac() { return mac(pick(16)); }
   static std::string mac(unsigned n);
   MacKey key(const std::string& dotted, int vlan) const { return {Model::macText(dotted), vlan}; }

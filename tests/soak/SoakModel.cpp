@@ -215,6 +215,19 @@ void Model::apply(const std::string& line) {
   } else if (w[0] == "port-channel" && at(2) == "members") {
     auto list = intfList(at(3));
     setLagMembers(lagName(at(1)), std::set<Intf>(list.begin(), list.end()));
+  } else if (w[0] == "monitor" && at(1) == "session" && at(3) == "source") {
+    mirrors_[at(2)].sources[at(4)] = at(5).empty() ? "both" : at(5);
+  } else if (w[0] == "monitor" && at(1) == "session" && at(3) == "destination") {
+    mirrors_[at(2)].dests.insert(at(4));
+  } else if (w[0] == "no" && at(1) == "monitor" && at(2) == "session") {
+    auto it = mirrors_.find(at(3));
+    if (it != mirrors_.end() && at(4) == "source") {
+      it->second.sources.erase(at(5));
+    } else if (it != mirrors_.end() && at(4) == "destination") {
+      it->second.dests.erase(at(5));
+    } else if (it != mirrors_.end()) {
+      mirrors_.erase(it);
+    }
   } else if (w[0] == "mlag" && at(1) == "peer-link") {
     peerLink_ = at(2);
   } else if (w[0] == "chip" && at(1) == "learn") {
@@ -270,8 +283,55 @@ void Model::apply(const std::string& line) {
   }
 }
 
+std::set<Intf> Model::mirrorPorts(const Intf& intf) const {
+  if (intf.rfind("Port-Channel", 0) != 0) return {intf};
+  auto it = lagMembers_.find(intf);
+  return it == lagMembers_.end() ? std::set<Intf>{} : it->second;
+}
+
+std::optional<HwMirrorView> Model::mirrorSession(const std::string& name) const {
+  const MirrorConfig& config = mirrors_.at(name);
+  std::set<Intf> sourcePorts;
+  for (const auto& [intf, direction] : config.sources) {
+    sourcePorts.insert(intf);
+    for (const auto& port : mirrorPorts(intf)) sourcePorts.insert(port);
+  }
+  // The session is made around its first usable destination, ports before
+  // port-channels, by number: not a port-channel member, not one of the
+  // session's own sources.
+  auto number = [](const Intf& intf) { return std::atoi(intf.c_str() + intf.find_first_of("0123456789")); };
+  std::vector<Intf> dests(config.dests.begin(), config.dests.end());
+  std::sort(dests.begin(), dests.end(), [&](const Intf& a, const Intf& b) {
+    bool lagA = a.rfind("Port-Channel", 0) == 0, lagB = b.rfind("Port-Channel", 0) == 0;
+    return lagA != lagB ? lagB : number(a) < number(b);
+  });
+  // Every usable destination gets copies; the first is the one the session
+  // is made with.
+  std::optional<HwMirrorView> view;
+  for (const auto& dest : dests) {
+    const bool lag = dest.rfind("Port-Channel", 0) == 0;
+    if (!lag && !lagOf(dest).empty()) continue;
+    std::set<Intf> ports = mirrorPorts(dest);
+    bool overlaps = sourcePorts.count(dest) != 0;
+    for (const auto& port : ports) overlaps = overlaps || sourcePorts.count(port);
+    if (overlaps) continue;
+    if (!view) {
+      view.emplace();
+      view->dest = dest;
+      for (const auto& [intf, direction] : config.sources) {
+        for (const auto& port : mirrorPorts(intf)) view->sources[port] = direction;
+      }
+    }
+    view->targets.insert(ports.begin(), ports.end());
+  }
+  return view;
+}
+
 ChipView Model::chip() const {
   ChipView view;
+  for (const auto& [name, config] : mirrors_) {
+    if (auto session = mirrorSession(name)) view.mirrors[name] = *session;
+  }
   for (const auto& [vlan, members] : vlanMembers_) {
     HwVlanView hw;
     for (const auto& [intf, tagged] : members) {

@@ -34,6 +34,15 @@ struct HwFdbView {
   bool operator==(const HwFdbView&) const = default;
 };
 
+// A mirror session as the chip holds it: the destination it was created
+// with, its source ports with their directions, its destination ports.
+struct HwMirrorView {
+  Intf dest;
+  std::map<Intf, std::string> sources;  // port -> "rx", "tx", "both"
+  std::set<Intf> targets;
+  bool operator==(const HwMirrorView&) const = default;
+};
+
 // The tables of a chip, as the model derives them or as read from the soft
 // chip. VLANs without members and LAGs without members are left out: the
 // chip may keep an empty entry or none.
@@ -41,6 +50,8 @@ struct ChipView {
   std::map<int, HwVlanView> vlans;
   std::map<Intf, std::set<Intf>> lags;
   std::map<MacKey, HwFdbView> fdb;
+  // Mirror sessions in hardware, by name.
+  std::map<std::string, HwMirrorView> mirrors;
   // The VLANs each interface is an untagged member of, blocked there or
   // not: its untagged frames belong to one of them. Derived by the model
   // for its forwarder, not read from the chip nor compared.
@@ -79,6 +90,7 @@ class Model {
   bool nonAgingHas(const std::string& owner, const MacKey& key) const;
   bool lagExists(const Intf& lag) const { return lagMembers_.count(lag) != 0; }
   bool topologyHas(const Intf& intf) const { return topologyForwarding_.count(intf) != 0; }
+  bool mirrorSessionHas(const std::string& name) const { return mirrors_.count(name) != 0; }
 
   // "0000.0000.0001" as the chip prints it, "00:00:00:00:00:01".
   static std::string macText(const std::string& dotted);
@@ -97,6 +109,9 @@ class Model {
   void flush(std::optional<int> vlan, std::optional<Intf> intf);
   void ageUntil(double time);
   std::optional<HwFdbView> fdbEntry(const MacKey& key) const;
+  // Mirroring: a port-channel stands for its members in effect.
+  std::set<Intf> mirrorPorts(const Intf& intf) const;
+  std::optional<HwMirrorView> mirrorSession(const std::string& name) const;
 
   double now_ = 0;
   std::map<int, std::map<Intf, bool>> vlanMembers_;  // VLAN -> interface -> tagged
@@ -113,6 +128,11 @@ class Model {
   bool staticAddMayFail_ = false;   // a chip fault planned for the next add
   unsigned agingTime_ = 300;        // the bridging configuration's default
   double agingSince_ = 0;           // when it was last set
+  struct MirrorConfig {
+    std::map<Intf, std::string> sources;  // interface -> direction
+    std::set<Intf> dests;
+  };
+  std::map<std::string, MirrorConfig> mirrors_;
 };
 
 }  // namespace Soak

@@ -260,6 +260,13 @@ ChipView readChip(Agent::Agent& agent) {
     for (const auto& m : hw.members) members.insert(m.stringValue());
     if (!members.empty()) view.lags[lag.stringValue()] = members;
   }
+  for (const auto& [group, hw] : agent.mirror().helper()->table().entries) {
+    HwMirrorView mirror;
+    mirror.dest = hw.destIntf.stringValue();
+    for (const auto& [port, source] : hw.sources) mirror.sources[port.stringValue()] = Mirroring::directionName(source.direction);
+    for (const auto& port : hw.targets) mirror.targets.insert(port.stringValue());
+    view.mirrors[hw.name] = mirror;
+  }
   for (const auto& [key, hw] : agent.fdbHelper().table().entries) {
     const char* word = Bridging::entryTypeWord(hw.entryType);
     view.fdb[{key.addr.stringValue(), key.vlanId.value()}] = HwFdbView{hw.intf.stringValue(), word ? word : "other"};
@@ -298,6 +305,25 @@ std::optional<Difference> compare(const ChipView& want, const ChipView& have, co
     d.expects.push_back(w != want.fdb.end()
                             ? fmt::format("expect show mac hardware ~ {}", fdbText(key, w->second))
                             : fmt::format("expect-not show mac hardware ~ {} {} ", key.second, key.first));
+  }
+  for (const auto& name : keysOf(want.mirrors, have.mirrors)) {
+    auto text = [](const std::map<std::string, HwMirrorView>& views, const std::string& session) {
+      auto it = views.find(session);
+      if (it == views.end()) return std::string("-");
+      std::string out = "to " + it->second.dest + " ports";
+      for (const auto& port : it->second.targets) out += " " + port;
+      out += " sources";
+      for (const auto& [port, direction] : it->second.sources) out += " " + port + " " + direction;
+      return out;
+    };
+    auto w = want.mirrors.find(name);
+    auto h = have.mirrors.find(name);
+    if (w != want.mirrors.end() && h != have.mirrors.end() && w->second == h->second) continue;
+    d.lines.push_back(
+        fmt::format("mirror {}: model [{}] chip [{}]", name, text(want.mirrors, name), text(have.mirrors, name)));
+    d.expects.push_back(w == want.mirrors.end()
+                            ? fmt::format("expect show monitor session {} ~ not programmed", name)
+                            : fmt::format("expect show monitor session {} ~ (programmed)", name));
   }
   if (d.lines.empty()) return std::nullopt;
   return d;

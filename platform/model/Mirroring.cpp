@@ -1,0 +1,17 @@
+#include "platform/model/Mirroring.h"
+
+namespace Mirroring {
+
+const char* directionName(Direction direction) {
+  switch (direction) {
+    case Direction::directionRx:
+      return "rx";
+    case Direction::directionTx:
+      return "tx";
+    case Direction::directionBoth:
+      return "both";
+  }
+  return "unknown";
+}
+
+}  // namespace Mirroring
