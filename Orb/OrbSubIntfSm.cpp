@@ -300,8 +300,7 @@ void OrbSubIntfSm::handlePortToLag(const Nexo::IntfId& port) {
 }
 
 void OrbSubIntfSm::syncLagMembers(const Nexo::IntfId& lag) {
-  bool carries = false;
-  for (const auto& [intf, programmed] : programmed_) carries |= programmed.entry.parentIntf == lag;
+  const bool carries = carriedByLag_.count(lag) != 0;
   for (const auto& [port, state] : ocsd()->lagToPort(lag).ports) {
     auto told = lagMemberTold_.find(port);
     if (carries && told == lagMemberTold_.end()) {
@@ -398,7 +397,9 @@ void OrbSubIntfSm::doAddDot1qEncapToVsiMap(const Nexo::IntfId& intf, const Dot1q
     subIntfIdToInternalVlanId_[intf] = entry.vlanId;
   }
   parentIntfIdAndDot1qEncapMap_[{entry.parentIntf, entry.dot1qEncap}] = intf;
+  if (auto previous = programmed_.find(intf); previous != programmed_.end()) carriedByLagDec(previous->second);
   programmed_[intf] = {entry, pwEndPoint};
+  if (entry.parentIntf.isLag()) ++carriedByLag_[entry.parentIntf];
   in_.hwConfig->intfIdToDot1qEncapAndVlanIdIs(intf, entry);
   if (dynamicEncap_.count(intf)) {
     dynamicEncapStatus_[intf] = entry.dot1qEncap;
@@ -428,6 +429,7 @@ void OrbSubIntfSm::doDeleteDot1qEncapToVsiMap(const Nexo::IntfId& intf) {
   auto it = programmed_.find(intf);
   if (it == programmed_.end()) return;
   const Programmed old = it->second;
+  carriedByLagDec(old);
   programmed_.erase(it);
   const bool inHardware = in_.hwStatus->intfIdToDot1qEncapAndVlanId(intf).tableAddStatus == OrbTypes::tableAddSuccess &&
                           in_.hwStatus->intfIdToDot1qEncapAndVlanIdHas(intf);
@@ -452,6 +454,7 @@ void OrbSubIntfSm::doDeleteDot1qEncapToVsiMap(const Nexo::IntfId& intf) {
   dynamicEncapStatus_.erase(intf);
   in_.hwConfig->intfIdToDot1qEncapAndVlanIdDel(intf);
   BLIP(trace(), 6, "{} Delete map in hwStatus->intfIdToDot1qEncapAndVlanId()", intf.stringValue());
+  hwSucceededAdjust(intf, false);
   in_.hwStatus->intfIdToDot1qEncapAndVlanIdDel(intf);
   if (old.entry.parentIntf.isLag()) syncLagMembers(old.entry.parentIntf);
 }
@@ -466,14 +469,37 @@ void OrbSubIntfSm::doUpdateSubIntfTableAddStatus(const Nexo::IntfId& intf, const
   Dot1qEncapAndVlanId taken = entry;
   taken.tableAddStatus = status;
   BLIP(trace(), 6, "{} Add map to hwStatus->intfIdToDot1qEncapAndVlanId()", intf.stringValue());
+  hwSucceededAdjust(intf, status == OrbTypes::tableAddSuccess);
   in_.hwStatus->intfIdToDot1qEncapAndVlanIdIs(intf, taken);
 }
 
+std::size_t OrbSubIntfSm::hwSucceeded() {
+  if (!hwSucceeded_) {
+    // Counted once (the status may hold entries from before a restart),
+    // then kept by the two writers, so that an add costs no walk.
+    std::size_t count = 0;
+    for (const auto& [intf, entry] : in_.hwStatus->intfIdToDot1qEncapAndVlanId())
+      count += entry.tableAddStatus == OrbTypes::tableAddSuccess;
+    hwSucceeded_ = count;
+  }
+  return *hwSucceeded_;
+}
+
+void OrbSubIntfSm::hwSucceededAdjust(const Nexo::IntfId& intf, bool succeeded) {
+  if (!hwSucceeded_) return;
+  const bool was = in_.hwStatus->intfIdToDot1qEncapAndVlanIdHas(intf) &&
+                   in_.hwStatus->intfIdToDot1qEncapAndVlanId(intf).tableAddStatus == OrbTypes::tableAddSuccess;
+  *hwSucceeded_ += static_cast<std::size_t>(succeeded) - static_cast<std::size_t>(was);
+}
+
+void OrbSubIntfSm::carriedByLagDec(const Programmed& programmed) {
+  if (!programmed.entry.parentIntf.isLag()) return;
+  auto it = carriedByLag_.find(programmed.entry.parentIntf);
+  if (it != carriedByLag_.end() && --it->second == 0) carriedByLag_.erase(it);
+}
+
 void OrbSubIntfSm::updateStatuses() {
-  bool anyProgrammed = false;
-  for (const auto& [intf, entry] : in_.hwStatus->intfIdToDot1qEncapAndVlanId())
-    anyProgrammed |= entry.tableAddStatus == OrbTypes::tableAddSuccess;
-  std::pair<bool, bool> now{anyProgrammed, !conflictedIntf_.empty()};
+  std::pair<bool, bool> now{hwSucceeded() != 0, !conflictedIntf_.empty()};
   if (lastStatuses_ == now) return;
   lastStatuses_ = now;
   in_.orbHelper->doUpdateStatuses(now.first, now.second);

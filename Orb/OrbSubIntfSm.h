@@ -168,6 +168,12 @@ class OrbSubIntfSm : public OrbBaseSm, public Verifiable {
   VlanIdToIntfIdMap vlanIdToIntfIdMap_;
   std::map<ParentIntfIdAndDot1qEncap, Nexo::IntfId> parentIntfIdAndDot1qEncapMap_;
   std::map<Nexo::IntfId, Programmed> programmed_;
+  // Programmed entries per LAG parent, and status entries the chip took.
+  std::map<Nexo::IntfId, std::size_t> carriedByLag_;
+  std::optional<std::size_t> hwSucceeded_;
+  std::size_t hwSucceeded();
+  void hwSucceededAdjust(const Nexo::IntfId& intf, bool succeeded);
+  void carriedByLagDec(const Programmed& programmed);
   std::map<Nexo::IntfId, Bridging::VlanIdOrNone> subIntfIdToInternalVlanId_;
   std::map<Nexo::IntfId, Bridging::VlanIdOrNone> pwIntfIdToVlanId_;
   std::map<Nexo::IntfId, bool> pwIntfIdProgrammedInHw_;
