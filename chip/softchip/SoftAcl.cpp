@@ -159,10 +159,12 @@ SoftAclHelper::SoftAclHelper(const Vex::Ptr<SoftChip>& chip) : AclHelper("SoftAc
 
 SoftAclHelper::~SoftAclHelper() = default;
 
+void HwAcl::indexRules() {
+  entriesByRuleId.clear();
+  for (std::uint32_t i = 0; i < entries.size(); ++i) entriesByRuleId[rules[entries[i].rule].uniqueId].push_back(i);
+}
+
 std::uint64_t HwAcl::hits(std::uint32_t uniqueId) const {
-  if (entriesByRuleId.empty()) {
-    for (std::uint32_t i = 0; i < entries.size(); ++i) entriesByRuleId[rules[entries[i].rule].uniqueId].push_back(i);
-  }
   auto it = entriesByRuleId.find(uniqueId);
   if (it == entriesByRuleId.end()) return 0;
   std::uint64_t total = 0;
@@ -267,7 +269,7 @@ Orb::AclHwResult SoftAclHelper::commitAcl(AclData& data) {
   // The new version goes in; the old one's storage serves the next build.
   acl.rules.swap(build.rules);
   acl.entries.swap(build.entries);
-  acl.entriesByRuleId.clear();
+  acl.indexRules();
   build.clear();
   acl.aclNumber = data.aclNumber;
   return {Orb::AclHwStatus::succeeded, unit};

@@ -55,9 +55,10 @@ struct HwAcl : HwAclRules {
   std::set<Orb::IntfPairKey> bound;
   // Hits per rule id already reported to a poll.
   boost::unordered_flat_map<std::uint32_t, std::uint64_t> polled;
-  // The entries of each rule id, worked out on the first count after a
-  // commit, so that polling every rule stays linear in the entries.
-  mutable boost::unordered_flat_map<std::uint32_t, std::vector<std::uint32_t>> entriesByRuleId;
+  // The entries of each rule id, worked out when a version is committed
+  // (the chip's own work), so that a counter poll reads one rule's entries.
+  boost::unordered_flat_map<std::uint32_t, std::vector<std::uint32_t>> entriesByRuleId;
+  void indexRules();
   std::uint64_t hits(std::uint32_t uniqueId) const;
 };
 
