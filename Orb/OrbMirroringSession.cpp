@@ -120,10 +120,7 @@ bool VexMirroringSession::create(const Nexo::IntfId& dest) {
   return true;
 }
 
-void VexMirroringSession::removeFromHw() {
-  for (auto& [intf, src] : srcIntf_) src->addOrRemoveSource(false);
-  for (auto& [intf, target] : targetIntf_) target->addOrRemoveTarget(false);
-  if (!createdInHw_) return;
+void VexMirroringSession::removeSessionInHw(const char* failure) {
   auto& helper = sm_.platformHelper();
   std::vector<Nexo::IntfId> ports;
   for (const auto& [intf, src] : srcIntf_) ports.push_back(intf);
@@ -132,8 +129,15 @@ void VexMirroringSession::removeFromHw() {
   if (ok) {
     BLIP(mirroringTrace(), 5, "{} remove: success", name_);
   } else {
-    BLIP(mirroringTrace(), 1, "Failed to remove mirror session in hw for {}", name_);
+    BLIP(mirroringTrace(), 1, "{}{}", failure, name_);
   }
+}
+
+void VexMirroringSession::removeFromHw() {
+  for (auto& [intf, src] : srcIntf_) src->addOrRemoveSource(false);
+  for (auto& [intf, target] : targetIntf_) target->addOrRemoveTarget(false);
+  if (!createdInHw_) return;
+  removeSessionInHw("Failed to remove mirror session in hw for ");
   createdInHw_ = false;
   destIntf_ = {};
   greTunnel_.reset();
@@ -191,18 +195,7 @@ void VexMirroringSession::prepareToDie() {
   reactor_.reset();
   for (auto& [intf, src] : srcIntf_) src->prepareToDie();
   for (auto& [intf, target] : targetIntf_) target->prepareToDie();
-  if (createdInHw_) {
-    auto& helper = sm_.platformHelper();
-    std::vector<Nexo::IntfId> ports;
-    for (const auto& [intf, src] : srcIntf_) ports.push_back(intf);
-    const bool ok = greTunnel_ ? helper.removeGreTunnelMirror(name_, id_, mirrorGroup_, destIntf_)
-                               : helper.removeMirror(name_, id_, mirrorGroup_, ports);
-    if (ok) {
-      BLIP(mirroringTrace(), 5, "{} remove: success", name_);
-    } else {
-      BLIP(mirroringTrace(), 1, "Failed to remove mirror session from hw for {}", name_);
-    }
-  }
+  if (createdInHw_) removeSessionInHw("Failed to remove mirror session from hw for ");
   createdInHw_ = false;
   mirrorGroup_ = mirrorGroupInvalid();
 }

@@ -203,6 +203,9 @@ class VexMirroringSession {
   bool ensureGroup();
   bool create(const Nexo::IntfId& dest);
   void removeFromHw();
+  // Takes the session out of the chip; `failure` starts the trace when the
+  // chip refuses (the two callers say it differently).
+  void removeSessionInHw(const char* failure);
   void syncTargets();
   void syncSources();
 
