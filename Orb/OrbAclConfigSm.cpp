@@ -149,22 +149,42 @@ void AclConfigSm::portActiveIs(const IntfPairKey& intfPair, Acl::AclDirection di
     portActiveDel(intfPair, direction, false);
     return;
   }
-  sharedPortActiveIs(intfPair, direction, true);
+  if (intfPair.intfId.isVlan()) {
+    vlanActiveIs(intfPair, direction, true);
+  } else {
+    sharedPortActiveIs(intfPair, direction, true);
+  }
   if (reapply) {
     if (auto data = aclData({type(), aclName(), direction, {}})) data->dirtyIs(true);
   }
 }
 
 void AclConfigSm::sharedPortActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active) {
-  if (!active) {
+  if (active) {
+    bindShared(intfPair, direction, "port");
+  } else {
     portActiveDel(intfPair, direction, false);
-    return;
   }
+}
+
+void AclConfigSm::vlanActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active) {
+  sharedVlanActiveIs(intfPair, direction, active);
+}
+
+void AclConfigSm::sharedVlanActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active) {
+  if (active) {
+    bindShared(intfPair, direction, "vlan");
+  } else {
+    portActiveDel(intfPair, direction, false);
+  }
+}
+
+void AclConfigSm::bindShared(const IntfPairKey& intfPair, Acl::AclDirection direction, const char* what) {
   const AclKey key{type(), aclName(), direction, {}};
   BLIP(aclTrace(), 5, "Adding intfPair {} to {}", intfPair.stringValue(), key.stringValue());
   auto data = aclData(key);
   if (!data) {
-    BLIP(aclTrace(), 3, "Added first port to {}, instantiating...", key.stringValue());
+    BLIP(aclTrace(), 3, "Added first {} to {}, instantiating...", what, key.stringValue());
     data = aclDataIs(key);
     aclDataStatusIs(key);
     data->dirtyIs(true);
@@ -179,7 +199,10 @@ void AclConfigSm::portActiveDel(const IntfPairKey& intfPair, Acl::AclDirection d
   BLIP(aclTrace(), 5, "Deleting intfPair {} from {}{}", intfPair.stringValue(), key.stringValue(),
        belongsToAnother ? " (now another list's)" : "");
   data->activeIntfs().erase(intfPair);
-  if (data->activeIntfs().empty()) BLIP(aclTrace(), 3, "Removed last port from {}, deleting...", key.stringValue());
+  if (data->activeIntfs().empty()) {
+    BLIP(aclTrace(), 3, "Removed last {} from {}, deleting...", intfPair.intfId.isVlan() ? "intf" : "port",
+         key.stringValue());
+  }
 }
 
 void AclConfigSm::reapplyAt(const Nexo::IntfId& intf, const char* why) {

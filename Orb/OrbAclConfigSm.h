@@ -81,6 +81,9 @@ class AclConfigSm : public OrbBaseSm {
   void portActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active, bool reapply);
   void portActiveDel(const IntfPairKey& intfPair, Acl::AclDirection direction, bool belongsToAnother);
   void sharedPortActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active);
+  // A VLAN interface's binding: the instance is bound to the VLAN.
+  void vlanActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active);
+  void sharedVlanActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active);
   // Marks the instances applied at `intf` for building again.
   void reapplyAt(const Nexo::IntfId& intf, const char* why);
 
@@ -117,6 +120,9 @@ class AclConfigSm : public OrbBaseSm {
     Vex::Ptr<AclDataStatusSm> statusSm;
   };
   AclDirectionTypeConfigSm& directionSm(Acl::AclDirection direction) const;
+  // Adds a binding to the direction's one instance, creating it for the
+  // first ("Added first <what> to").
+  void bindShared(const IntfPairKey& intfPair, Acl::AclDirection direction, const char* what);
   void commitOne(AclData& data);
   void uninstallOne(AclData& data);
   // Rule building, in rule-sequence order.

@@ -238,11 +238,18 @@ class AclSm::CommonReactor : public Vex::Reactor<OrbCommonSmData, AclSm> {
   VEX_REACT_KEY(InternalVlan, Nexo::IntfId, handleInternalVlan)
 };
 
+class AclSm::SpeedReactor : public Vex::Reactor<Interface::EthPhyIntfStatusDir, AclSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(Speed, Nexo::IntfId, handleIntfConfigOnSpeedChange)
+};
+
 AclSm::AclSm(const AclSmInputs& inputs) : OrbBaseSm(inputs.ocsd), in_(inputs) {
   ORB_ASSERT(in_.orbHelper);
   ORB_ASSERT(in_.aclConfig);
   configReactor_ = std::make_unique<ConfigReactor>(this, in_.aclConfig);
   commonReactor_ = std::make_unique<CommonReactor>(this, in_.ocsd);
+  if (in_.ethPhyIntfStatusDir) speedReactor_ = std::make_unique<SpeedReactor>(this, in_.ethPhyIntfStatusDir);
   updaterClock_ = Vex::clockFactory([this] { handleTime(); });
   clockIs(updaterClock_);
   in_.orbHelper->opsCompletedHandlerIs([this](std::uint32_t count) { handleAclDataOpsCompleted(count); });
@@ -259,6 +266,7 @@ AclSm::~AclSm() {
   countersPoller_.reset();
   configReactor_.reset();
   commonReactor_.reset();
+  speedReactor_.reset();
   lagSms_.clear();
   typeSms_.clear();
 }
@@ -305,6 +313,11 @@ void AclSm::handlePortToLag(const Nexo::IntfId& intf) {
   sm->handleLag();
   if (sm->lag().empty()) lagSms_.erase(intf);
   doApplyAcls(false);
+}
+
+void AclSm::handleIntfConfigOnSpeedChange(const Nexo::IntfId& intf) {
+  // A port's ACL resources on some chips depend on its speed.
+  reapplyAt(intf, "speed changed for ");
 }
 
 void AclSm::lagSubIntfBindingChanged(const Nexo::IntfId& subIntf) {
@@ -427,6 +440,7 @@ AclMounter::AclMounter(const Vex::Ptr<Hive::Root>& hive, const Vex::Ptr<OrbCommo
 void AclMounter::doMounts() {
   inputs_.aclConfig = hive_->mount<Acl::Config>(aclConfigPath, "aclConfig");
   inputs_.aclStatus = hive_->mount<Acl::Status>(aclStatusPath, "aclStatus");
+  inputs_.ethPhyIntfStatusDir = hive_->mount<Interface::EthPhyIntfStatusDir>(ethPhyIntfStatusPath, "ethPhyIntfStatus");
 }
 
 Vex::Ptr<AclSm> AclMounter::doMountsComplete() { return aclSmFactory(inputs_); }

@@ -19,6 +19,7 @@
 #include "Orb/OrbAclHelper.h"
 #include "Orb/OrbAclLagSm.h"
 #include "Orb/OrbCommon.h"
+#include "Orb/OrbMacAddrSmInputs.h"
 #include "platform/hive/Hive.h"
 #include "platform/model/Acl.h"
 #include "platform/vex/Clock.h"
@@ -39,6 +40,9 @@ struct AclSmInputs {
   Vex::Ptr<OrbHelper::AclHelper> orbHelper;
   Vex::Ptr<Acl::Config> aclConfig;
   Vex::Ptr<Acl::Status> aclStatus;
+  // Port speeds: a port's lists are rebuilt when its speed changes. None
+  // when nobody publishes them.
+  Vex::Ptr<Interface::EthPhyIntfStatusDir> ethPhyIntfStatusDir;
 };
 
 class AclTypeConfigSm;
@@ -154,6 +158,7 @@ class AclSm : public OrbBaseSm {
   void handleAclIntfTypeConfig(Acl::AclType type);
   void handlePortToLag(const Nexo::IntfId& intf);
   void handleInternalVlan(const Nexo::IntfId& intf);
+  void handleIntfConfigOnSpeedChange(const Nexo::IntfId& intf);
 
   // Applies every pending change; with `forceRecreateAll` every instance
   // is built again.
@@ -208,6 +213,7 @@ class AclSm : public OrbBaseSm {
  private:
   class ConfigReactor;
   class CommonReactor;
+  class SpeedReactor;
   void forEachConfigSm(const std::function<void(AclConfigSm&)>& f);
   bool anyConfigSm(bool (AclConfigSm::*pred)() const);
   void recordOutcomes();
@@ -224,6 +230,7 @@ class AclSm : public OrbBaseSm {
   AclSmInputs in_;
   std::unique_ptr<ConfigReactor> configReactor_;
   std::unique_ptr<CommonReactor> commonReactor_;
+  std::unique_ptr<SpeedReactor> speedReactor_;
   std::map<Acl::AclType, Vex::Ptr<AclTypeConfigSm>> typeSms_;
   std::set<AclKey> dirtyAcls_;
   Vex::Ptr<Vex::Clock> updaterClock_;
@@ -255,6 +262,7 @@ class AclMounter {
 
   static constexpr const char* aclConfigPath = "acl/config";
   static constexpr const char* aclStatusPath = "acl/status";
+  static constexpr const char* ethPhyIntfStatusPath = MacAddrSmMounter::ethPhyIntfStatusPath;
 
  private:
   Vex::Ptr<Hive::Root> hive_;

@@ -6,6 +6,7 @@
 // the chip holds).
 #include "Orb/OrbStormControlSm.h"
 #include "bench/BenchFigure.h"
+#include "bench/BenchSlices.h"
 #include "chip/softchip/SoftStormControl.h"
 #include "platform/vex/EventLoop.h"
 
@@ -13,10 +14,7 @@
 #include <fmt/format.h>
 #include <boost/unordered/unordered_flat_map.hpp>
 
-#include <time.h>
-
 #include <algorithm>
-#include <chrono>
 #include <memory>
 #include <vector>
 
@@ -53,18 +51,8 @@ void BM_RawLevelLookups(benchmark::State& state) {
 }
 BENCHMARK(BM_RawLevelLookups)->Unit(benchmark::kMicrosecond);
 
-// The longest slice in this thread's CPU time, which is what the slice
-// costs; and in wall time, which on a shared machine also holds whatever
-// ran in between.
-double maxSliceMs = 0;
-double maxSliceWallMs = 0;
+Bench::SliceTimes walkSlices;
 std::uint64_t slicesPerWalk = 0;
-
-double threadCpuMs() {
-  timespec ts{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
-  return double(ts.tv_sec) * 1e3 + double(ts.tv_nsec) / 1e6;
-}
 
 void BM_StormControlWalk(benchmark::State& state) {
   Vex::EventLoop loop(std::make_unique<Vex::MonotonicTimeSource>());
@@ -86,15 +74,11 @@ void BM_StormControlWalk(benchmark::State& state) {
   }
   auto sm = Orb::stormControlSmFactory({ocsd, helper, config, status, phy});
   if (helper->table().size() != ports * levelsPerPort) state.SkipWithError("not every level was programmed");
+  walkSlices.runStarts();
   for (auto _ : state) {
     std::uint64_t slices = 0;
     do {
-      const auto start = std::chrono::steady_clock::now();
-      const double startCpu = threadCpuMs();
-      sm->handleTime();
-      maxSliceMs = std::max(maxSliceMs, threadCpuMs() - startCpu);
-      const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - start;
-      maxSliceWallMs = std::max(maxSliceWallMs, took.count());
+      walkSlices.time([&] { sm->handleTime(); });
       ++slices;
     } while (sm->walkPending());
     slicesPerWalk = std::max(slicesPerWalk, slices);
@@ -103,11 +87,8 @@ void BM_StormControlWalk(benchmark::State& state) {
 }
 BENCHMARK(BM_StormControlWalk)->Unit(benchmark::kMicrosecond);
 
-const bool registered =
-    Bench::figure({"storm_control_1024", "ports_per_s", "BM_StormControlWalk", "BM_RawLevelLookups", double(ports),
-                   double(ports), [] {
-                     return fmt::format("max_slice_ms={:.3f} max_slice_wall_ms={:.3f} slices_per_walk={}", maxSliceMs,
-                                        maxSliceWallMs, slicesPerWalk);
-                   }});
+const bool registered = Bench::figure(
+    {"storm_control_1024", "ports_per_s", "BM_StormControlWalk", "BM_RawLevelLookups", double(ports), double(ports),
+     [] { return fmt::format("{} slices_per_walk={}", walkSlices.fields(), slicesPerWalk); }});
 
 }  // namespace

@@ -151,14 +151,15 @@ void SoftForwarding::bridge(const Nexo::IntfId& ingress, const Frame& frame, For
         result.drop = fmt::format("sub-interface {} is not routed", name(sub->subIntf));
         return;
       }
-      route(routed->vrf, frame, result);
+      routeIn(sub->subIntf, routed->vrf, frame, result);
       return;
     }
   }
   const Nexo::IntfId from = sub ? sub->subIntf : port;
   if (t.l3Intfs && !sub) {
     if (const HwL3Intf* routed = t.l3Intfs->find(from)) {
-      route(routed->vrf, frame, result);
+      // A routed port's ACL is bound at the physical port, a LAG's at each member.
+      routeIn(ingress, routed->vrf, frame, result);
       return;
     }
   }
@@ -189,7 +190,8 @@ void SoftForwarding::bridge(const Nexo::IntfId& ingress, const Frame& frame, For
   // Ingress filtering: the LAG or the port must be let in.
   const SoftVlanTable& vlans = *t.vlans;
   // A layer-2 sub-interface is let in by its mapping.
-  if (!sub && !HwVlan::takesIn(vlans.role(*vlan, from)) && (from == ingress || !HwVlan::takesIn(vlans.role(*vlan, ingress)))) {
+  if (!sub && !HwVlan::takesIn(vlans.role(*vlan, from)) &&
+      (from == ingress || !HwVlan::takesIn(vlans.role(*vlan, ingress)))) {
     result.drop = fmt::format("ingress filtering: {} not a member of vlan {}", name(from), vlanNumber);
     return;
   }
@@ -214,6 +216,14 @@ void SoftForwarding::bridge(const Nexo::IntfId& ingress, const Frame& frame, For
   if (!::SoftChip::forwards(state)) {
     result.drop = fmt::format("{} learning in vlan {}: does not forward", name(from), vlanNumber);
     return;
+  }
+  // To the router MAC in a VLAN with a routed VLAN interface: routed there.
+  if (t.l3Intfs && !t.l3Intfs->entries.empty() && frame.dst == t.l3Intfs->routerMac) {
+    const Nexo::IntfId svi(fmt::format("Vlan{}", vlanNumber));
+    if (const HwL3Intf* routed = t.l3Intfs->find(svi)) {
+      routeIn(svi, routed->vrf, frame, result);
+      return;
+    }
   }
 
   // Known unicast: the entry's port, unless that is where it came from.
@@ -302,7 +312,45 @@ void SoftForwarding::addEgress(const HwVlan& vlan, const Nexo::IntfId& member, c
   result.egress.push_back(out);
 }
 
-void SoftForwarding::route(std::uint32_t vrf, const Frame& frame, ForwardResult& result) const {
+bool SoftForwarding::aclDenies(const Nexo::IntfId& intf, Acl::AclDirection direction, const Frame& frame,
+                               ForwardResult& result) {
+  if (!tables_.acl) return false;
+  auto verdict = aclVerdict(intf, direction, frame, result);
+  if (!verdict || verdict->permit) return false;
+  result.drop = fmt::format("acl {} on {} denies", verdict->key.stringValue(), name(intf));
+  return true;
+}
+
+void SoftForwarding::routeIn(const Nexo::IntfId& l3Intf, std::uint32_t vrf, const Frame& frame, ForwardResult& result) {
+  if (aclDenies(l3Intf, Acl::AclDirection::aclIn, frame, result)) return;
+  route(vrf, frame, result);
+}
+
+bool SoftForwarding::sviEgress(const HwNextHop& nextHop, FrameEgress& out, ForwardResult& result) const {
+  const Tables& t = tables_;
+  const std::uint16_t vlanNumber = static_cast<std::uint16_t>(nextHop.l2Intf.number());
+  const Bridging::VlanId vlanId(vlanNumber);
+  const HwVlan* vlan = t.vlans ? t.vlans->vlan(vlanId) : nullptr;
+  const HwFdbEntry* entry = t.fdb ? t.fdb->entry({nextHop.mac, vlanId}) : nullptr;
+  if (!vlan || !entry) {
+    result.drop =
+        fmt::format("{}: next hop {} not in the forwarding database", name(nextHop.l2Intf), nextHop.mac.stringValue());
+    return false;
+  }
+  const Nexo::IntfId to = logical(entry->intf);
+  const HwTopology* topology = t.topologies ? t.topologies->topologyOf(vlanId) : nullptr;
+  if (!forwards(topology, to)) {
+    result.drop = fmt::format("{} not forwarding in vlan {}", name(to), vlanNumber);
+    return false;
+  }
+  const bool named = HwVlan::member(t.vlans->role(*vlan, to));
+  out.tagged = t.vlans->role(*vlan, named ? to : entry->intf) & HwVlan::roleTagged;
+  out.vlan = out.tagged ? vlanNumber : 0;
+  out.port = to;
+  return true;
+}
+
+void SoftForwarding::route(std::uint32_t vrf, const Frame& frame, ForwardResult& result) {
   const Tables& t = tables_;
   if (!frame.ipDst || (frame.etherType != Frame::etherTypeIpv4 && frame.etherType != Frame::etherTypeIpv6)) {
     result.drop = "routed interface: not an IP frame";
@@ -364,20 +412,24 @@ void SoftForwarding::route(std::uint32_t vrf, const Frame& frame, ForwardResult&
   }
   FrameEgress out;
   out.port = nextHop.l2Intf;
-  if (nextHop.l2Intf.isSubIntf()) {
+  if (nextHop.l2Intf.isVlan()) {
+    if (!sviEgress(nextHop, out, result)) return;
+  }
+  if (out.port.isSubIntf()) {
     if (!t.subIntfs || !subIntfEgress(nextHop.l2Intf, frame, out)) {
       result.drop = fmt::format("sub-interface {} not in hardware", nextHop.l2Intf.stringValue());
       return;
     }
-  } else if (nextHop.l2Intf.isLag()) {
-    const HwLag* lag = t.lags ? t.lags->lag(nextHop.l2Intf) : nullptr;
+  } else if (out.port.isLag()) {
+    const HwLag* lag = t.lags ? t.lags->lag(out.port) : nullptr;
     if (!lag || lag->members.empty()) {
-      result.drop = fmt::format("{} has no active member", nextHop.l2Intf.stringValue());
+      result.drop = fmt::format("{} has no active member", out.port.stringValue());
       return;
     }
-    out.lag = nextHop.l2Intf;
+    out.lag = out.port;
     out.port = lag->memberFor(*flowHash_);
   }
+  if (nextHop.l3Intf.isVlan() && aclDenies(nextHop.l3Intf, Acl::AclDirection::aclOut, frame, result)) return;
   out.srcMac = t.l3Intfs->routerMac;
   out.dstMac = nextHop.mac;
   out.ttl = static_cast<std::uint8_t>(frame.ttl - 1);

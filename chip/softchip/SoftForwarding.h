@@ -40,7 +40,13 @@
 // adjacency, and the flow hash picks one next hop (by slot for a resilient
 // FEC, by weight otherwise). The copy leaves untagged by the next hop's
 // interface (one member of a LAG) with the router MAC as source, the next
-// hop's as destination, and its TTL one lower.
+// hop's as destination, and its TTL one lower. A frame to the router MAC
+// bridged in a VLAN whose VLAN interface is routed is routed by that
+// interface; a next hop on a VLAN interface is reached by the port its MAC
+// was learned on, tagged as the VLAN says. The routed interface's ingress
+// ACL (the port's, the sub-interface's or the VLAN interface's) meets the
+// frame before routing; a VLAN interface's egress ACL meets what is routed
+// out of it.
 //
 // A frame whose tags match a sub-interface of its port or LAG (the chip's
 // VLAN-translation table) is that sub-interface's and never meets the VLAN
@@ -78,6 +84,7 @@ class SoftLagTable;
 class SoftTopologyTable;
 class SoftVlanTable;
 struct HwLag;
+struct HwNextHop;
 struct HwTopology;
 struct HwVlan;
 
@@ -86,7 +93,7 @@ struct FrameEgress {
   Nexo::IntfId port;  // the physical port it leaves by
   Nexo::IntfId lag;   // the LAG `port` was chosen from; empty when none
   bool tagged = false;
-  std::uint16_t vlan = 0;  // the tag it carries when `tagged`
+  std::uint16_t vlan = 0;       // the tag it carries when `tagged`
   std::uint16_t innerVlan = 0;  // the inner tag of a double-tagged copy
   Nexo::IntfId subIntf;         // the sub-interface it leaves by; empty when none
   // A routed copy's rewritten header; zero for a bridged copy.
@@ -182,8 +189,16 @@ class SoftForwarding {
   // Adds a copy leaving by `intf` (a port or a LAG) with the VLAN's tagging.
   void addEgress(const HwVlan& vlan, const Nexo::IntfId& member, const Nexo::IntfId& intf, const Frame& frame,
                  ForwardResult& result) const;
-  // Routes a frame that arrived on a routed interface of `vrf`.
-  void route(std::uint32_t vrf, const Frame& frame, ForwardResult& result) const;
+  // Whether the ACL applied at `intf` in `direction` denies the frame; the
+  // drop is noted on the result.
+  bool aclDenies(const Nexo::IntfId& intf, Acl::AclDirection direction, const Frame& frame, ForwardResult& result);
+  // Routes a frame that arrived on the routed interface `l3Intf` (a port,
+  // a sub-interface or a VLAN interface) of `vrf`, after its ingress ACL.
+  void routeIn(const Nexo::IntfId& l3Intf, std::uint32_t vrf, const Frame& frame, ForwardResult& result);
+  void route(std::uint32_t vrf, const Frame& frame, ForwardResult& result);
+  // Fills `out` to reach a next hop on a VLAN interface: the port its MAC
+  // was learned on, tagged as the VLAN says; false (and why) when it cannot.
+  bool sviEgress(const HwNextHop& nextHop, FrameEgress& out, ForwardResult& result) const;
   // Fills `out` to leave by the sub-interface `subIntf` (its parent, one
   // member of a LAG parent, with its tags); false when it cannot.
   bool subIntfEgress(const Nexo::IntfId& subIntf, const Frame& frame, FrameEgress& out) const;

@@ -54,7 +54,7 @@ class AclCountersTest : public ::testing::Test {
   Vex::Ptr<CountingAclHelper> helper = Vex::make<CountingAclHelper>();
   Vex::Ptr<Acl::Config> config = Vex::make<Acl::Config>("aclConfig");
   Vex::Ptr<Acl::Status> status = Vex::make<Acl::Status>("aclStatus");
-  Vex::Ptr<AclSm> sm = aclSmFactory({ocsd, helper, config, status});
+  Vex::Ptr<AclSm> sm = aclSmFactory({ocsd, helper, config, status, {}});
   std::uint32_t nextId = 1;
 
   Vex::Ptr<Acl::AclConfig> list(const std::string& name, std::uint32_t rules) {

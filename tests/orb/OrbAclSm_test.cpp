@@ -85,7 +85,9 @@ class AclSmTest : public ::testing::Test {
   AclSmTest() { Log::sinkIs(logs); }
   ~AclSmTest() override { Log::sinkIs(nullptr); }
 
-  Vex::Ptr<AclSm> start() { return aclSmFactory({ocsd, helper, config, status}); }
+  Vex::Ptr<Interface::EthPhyIntfStatusDir> phy = Vex::make<Interface::EthPhyIntfStatusDir>("phy");
+
+  Vex::Ptr<AclSm> start() { return aclSmFactory({ocsd, helper, config, status, phy}); }
 
   Vex::Ptr<Acl::AclConfig> ipAcl(const std::string& name) { return config->aclTypeConfigIs(Acl::ip())->aclIs(name); }
   void ipRule(const Vex::Ptr<Acl::AclConfig>& acl, std::uint32_t seq, AclAction action, Acl::IpFilter filter) {
@@ -337,11 +339,38 @@ TEST_F(AclSmTest, RebuildTriggers) {
   ocsd->internalVlanIs(Nexo::IntfId("Ethernet6"), 1007);
   loop.runUntilIdle();
   EXPECT_EQ(commits(), 3);
+  // So does a speed change, of the bound port only.
+  phy->speedIs(Nexo::IntfId("Ethernet5"), 25000);
+  phy->speedIs(Nexo::IntfId("Ethernet6"), 25000);
+  loop.runUntilIdle();
+  EXPECT_EQ(commits(), 4);
   // Joining a LAG moves the binding to (member, LAG).
   ocsd->portToLagIs(Nexo::IntfId("Ethernet5"), Nexo::IntfId("Port-Channel1"));
   EXPECT_EQ(helper->calls.back(), "bind Ethernet5(Port-Channel1) ip r in");
   ocsd->portToLagDel(Nexo::IntfId("Ethernet5"));
   EXPECT_EQ(helper->calls.back(), "bind Ethernet5 ip r in");
+}
+
+TEST_F(AclSmTest, AVlanInterfaceBindsTheListToItsVlanAndItsLastBindingRemovesIt) {
+  auto acl = ipAcl("svi");
+  ipRule(acl, 10, AclAction::deny, {});
+  acl->versionInc();
+  auto traces = std::make_shared<Blip::CaptureSink>();
+  Blip::sinkIs(traces);
+  Blip::handle("OrbAclSm").levelIs(3);
+  auto sm = start();
+  apply("Vlan10", "svi");
+  apply("Vlan20", "svi");
+  EXPECT_EQ(helper->calls,
+            (std::vector<std::string>{"commit ip svi in #1", "bind Vlan10 ip svi in", "bind Vlan20 ip svi in"}));
+  apply("Vlan10", "");
+  EXPECT_EQ(helper->calls.back(), "unbind Vlan10 ip svi in");
+  apply("Vlan20", "");
+  Blip::handle("OrbAclSm").levelIs(0);
+  Blip::sinkIs(nullptr);
+  EXPECT_TRUE(traces->contains("Added first vlan to ip svi in, instantiating..."));
+  EXPECT_TRUE(traces->contains("Removed last intf from ip svi in, deleting..."));
+  EXPECT_EQ(helper->calls.back(), "remove ip svi in");
 }
 
 TEST_F(AclSmTest, ListConfiguredAfterItsBindingAndRemovedWhileApplied) {
