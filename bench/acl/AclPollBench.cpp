@@ -54,7 +54,7 @@ void BM_AclPoll(benchmark::State& state) {
       slices.time([&] { poller.handleTime(); });
     } while (poller.bookmark().valid);
   }
-  if (status->aclStatus({Acl::ip(), "big"})->ruleStatus(10 * rules) != state.iterations()) {
+  if (status->aclStatus({Acl::ip(), "big"})->ruleStatus(10 * rules) != static_cast<std::uint64_t>(state.iterations())) {
     state.SkipWithError("counters were lost");
   }
   state.SetItemsProcessed(state.iterations() * rules);
