@@ -243,16 +243,10 @@ void AclSm::doAclPreparePhase() {
 
 void AclSm::blockReplacedInstances() {
   forEachConfigSm([&](AclConfigSm& sm) {
-    auto* typeSm = aclTypeConfigSm(sm.type());
     for (const auto& [key, data] : sm.aclData()) {
       if (!data->dirty() || !data->installed || data->activeIntfs().empty()) continue;
       unblockAclIs(key);
-      for (const auto& pair : data->activeIntfs()) {
-        BLIP(aclTrace(), 5, "vlanIdToblock = none for {} and permitDuringAclUpdate = {}", pair.intfId.stringValue(),
-             permitDuringAclUpdate());
-        typeSm->blockedIntfIs(pair.intfId);
-        blockedIntfIs(pair.intfId, true);
-      }
+      for (const auto& pair : data->activeIntfs()) aclIntfSmIs(pair.intfId).wantToBlockIs(key, true);
     }
   });
 }
@@ -262,25 +256,19 @@ void AclSm::doAclCommitPhase() {
 }
 
 void AclSm::doAclUnblockPhase() {
-  for (const auto& key : unblockAcls_) {
-    BLIP(aclTrace(), 5, "Unblocking {}", key.stringValue());
-    auto* typeSm = aclTypeConfigSm(key.type);
-    auto* configSm = typeSm ? typeSm->aclConfigSm(key.name) : nullptr;
-    auto data = configSm ? configSm->aclData(key) : nullptr;
-    if (!data) continue;
-    for (const auto& pair : data->activeIntfs()) {
-      typeSm->blockedIntfDel(pair.intfId);
-      blockedIntfIs(pair.intfId, false);
+  // By interface rather than by the instances' bindings: an instance may
+  // have gone, or lost interfaces, while they were blocked for it.
+  for (const auto& key : unblockAcls_) BLIP(aclTrace(), 5, "Unblocking {}", key.stringValue());
+  for (auto it = aclIntfSms_.begin(); it != aclIntfSms_.end();) {
+    AclIntfSm& sm = *it->second;
+    for (const auto& key : unblockAcls_) {
+      if (sm.aclIntf().wantToBlock(key)) sm.wantToBlockIs(key, false);
     }
+    it = sm.aclIntf().empty() ? aclIntfSms_.erase(it) : std::next(it);
   }
   unblockAcls_.clear();
-  // An instance that went away while its interfaces were blocked leaves
-  // them to be let go here.
   std::vector<Nexo::IntfId> leftBlocked(blockedIntfInternal_.begin(), blockedIntfInternal_.end());
-  for (const auto& intf : leftBlocked) {
-    for (auto& [type, typeSm] : typeSms_) typeSm->blockedIntfDel(intf);
-    blockedIntfIs(intf, false);
-  }
+  for (const auto& intf : leftBlocked) blockedIntfIs(intf, false);
 }
 
 void AclSm::doAclDonePhase() {

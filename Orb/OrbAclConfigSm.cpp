@@ -345,7 +345,6 @@ void AclConfigSm::commitOne(AclData& data) {
     }
     BLIP(aclTrace(), 5, "addIntfToAcl returned True for {}", pair.stringValue());
     data.boundIntfs().insert(pair);
-    typeSm_->blockedIntfDel(pair.intfId);
   }
   // Ports taken out of service over an earlier attempt come back.
   for (const auto& pair : data.boundIntfs()) {

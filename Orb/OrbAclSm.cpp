@@ -268,6 +268,7 @@ AclSm::~AclSm() {
   commonReactor_.reset();
   speedReactor_.reset();
   lagSms_.clear();
+  aclIntfSms_.clear();
   typeSms_.clear();
 }
 
@@ -406,14 +407,26 @@ void AclSm::blockedIntfIs(const Nexo::IntfId& intf, bool block) {
     return;
   }
   if (!blockedIntfInternal_.count(intf)) return;
-  for (const auto& [type, typeSm] : typeSms_) {
-    if (!typeSm->blockedIntf().count(intf)) continue;
-    BLIP(aclTrace(), 5, "{} still blocked for {}", intf.stringValue(), Acl::aclTypeName(type));
-    return;
+  if (auto* sm = aclIntfSm(intf)) {
+    if (auto key = sm->aclIntf().blockedFor()) {
+      BLIP(aclTrace(), 5, "{} still blocked for {}", intf.stringValue(), Acl::aclTypeName(key->type));
+      return;
+    }
   }
   blockedIntfInternal_.erase(intf);
   BLIP(aclTrace(), 3, "Unblocking intf {}", intf.stringValue());
   in_.orbHelper->blockIntf(intf, false, "");
+}
+
+AclIntfSm* AclSm::aclIntfSm(const Nexo::IntfId& intf) const {
+  auto it = aclIntfSms_.find(intf);
+  return it == aclIntfSms_.end() ? nullptr : it->second.get();
+}
+
+AclIntfSm& AclSm::aclIntfSmIs(const Nexo::IntfId& intf) {
+  auto& sm = aclIntfSms_[intf];
+  if (!sm) sm = Vex::make<AclIntfSm>(intf, this);
+  return *sm;
 }
 
 void AclSm::lagToSubIntfIs(const Nexo::IntfId& subIntf, bool bound) {

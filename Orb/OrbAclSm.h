@@ -17,6 +17,7 @@
 #include "Orb/OrbAclConfigSm.h"
 #include "Orb/OrbAclCounters.h"
 #include "Orb/OrbAclHelper.h"
+#include "Orb/OrbAclIntfSm.h"
 #include "Orb/OrbAclLagSm.h"
 #include "Orb/OrbCommon.h"
 #include "Orb/OrbMacAddrSmInputs.h"
@@ -116,11 +117,6 @@ class AclTypeConfigSm : public OrbBaseSm {
   AclConfigSm* aclConfigSm(const std::string& name) const;
   AclDirectionTypeConfigSm& directionSm(Acl::AclDirection direction) const;
 
-  // Interfaces blocked while an instance of this type changes.
-  const std::set<Nexo::IntfId>& blockedIntf() const { return blockedIntf_; }
-  void blockedIntfIs(const Nexo::IntfId& intf) { blockedIntf_.insert(intf); }
-  void blockedIntfDel(const Nexo::IntfId& intf) { blockedIntf_.erase(intf); }
-
   void handleAcl(const std::string& name);
   void handleIntf(const Nexo::IntfId& intf);
   void handleInitialized() override;
@@ -136,7 +132,6 @@ class AclTypeConfigSm : public OrbBaseSm {
   std::unique_ptr<IntfTypeConfigReactor> intfTypeConfigReactor_;
   std::map<std::string, Vex::Ptr<AclConfigSm>> configSms_;
   Vex::Ptr<AclDirectionTypeConfigSm> directionSms_[2];
-  std::set<Nexo::IntfId> blockedIntf_;
 };
 
 class AclSm : public OrbBaseSm {
@@ -196,6 +191,9 @@ class AclSm : public OrbBaseSm {
   bool permitDuringAclUpdate() const;
   void blockedIntfIs(const Nexo::IntfId& intf, bool block);
   const std::set<Nexo::IntfId>& blockedIntfInternal() const { return blockedIntfInternal_; }
+  // The blocking state of the interfaces instances want blocked.
+  AclIntfSm* aclIntfSm(const Nexo::IntfId& intf) const;
+  AclIntfSm& aclIntfSmIs(const Nexo::IntfId& intf);
 
   // Sub-interfaces with an ACL, by the LAG they belong to: their bindings
   // follow the LAG's members.
@@ -246,6 +244,7 @@ class AclSm : public OrbBaseSm {
   std::set<AclKey> resourceFull_;
   Vex::Ptr<AclCountersPoller> countersPoller_;
   std::set<Nexo::IntfId> blockedIntfInternal_;
+  std::map<Nexo::IntfId, Vex::Ptr<AclIntfSm>> aclIntfSms_;
   std::map<Nexo::IntfId, std::set<Nexo::IntfId>> lagToSubIntfMap_;
   std::map<Nexo::IntfId, Vex::Ptr<EthPhyIntfLagConfigAclSm>> lagSms_;
 };

@@ -459,10 +459,35 @@ TEST_F(AclSmTest, ReplacingOnADeferredChipBlocksTheInterfacesUntilTheUnblockPhas
   EXPECT_EQ(sm->aclApplyPhase(), AclSm::AclApplyPhase::Commit);
   EXPECT_EQ(helper->calls[helper->calls.size() - 2], "block Ethernet1");
   EXPECT_EQ(sm->blockedIntfInternal().size(), 1u);
+  const AclKey key{Acl::ip(), "d", AclDirection::aclIn, {}};
+  ASSERT_TRUE(sm->aclIntfSm(Nexo::IntfId("Ethernet1")));
+  EXPECT_TRUE(sm->aclIntfSm(Nexo::IntfId("Ethernet1"))->aclIntf().blocked(key));
   helper->opsCompleted();
   EXPECT_EQ(helper->calls.back(), "unblock Ethernet1");
   EXPECT_TRUE(sm->blockedIntfInternal().empty());
+  EXPECT_FALSE(sm->aclIntfSm(Nexo::IntfId("Ethernet1")));
   EXPECT_EQ(sm->aclApplyPhase(), AclSm::AclApplyPhase::Done);
+}
+
+TEST(AclIntfTest, AnInterfaceStaysBlockedWhileAnyInstanceBlocksIt) {
+  const AclKey ip{Acl::ip(), "a", AclDirection::aclIn, {}};
+  const AclKey mac{Acl::mac(), "m", AclDirection::aclIn, {}};
+  AclIntf intf;
+  intf.wantToBlockIs(ip, true);
+  intf.wantToBlockIs(ip, true);
+  intf.wantToBlockIs(mac, true);
+  EXPECT_EQ(intf.wantToBlocks(), 2u);
+  intf.blockedIs(ip, true);
+  intf.blockedIs(mac, true);
+  intf.wantToBlockIs(ip, false);
+  intf.blockedIs(ip, false);
+  EXPECT_EQ(intf.wantToBlocks(), 1u);
+  EXPECT_EQ(intf.blockedFor(), mac);
+  intf.wantToBlockIs(mac, false);
+  intf.blockedIs(mac, false);
+  EXPECT_EQ(intf.wantToBlocks(), 0u);
+  EXPECT_FALSE(intf.blockedFor());
+  EXPECT_TRUE(intf.empty());
 }
 
 TEST_F(AclSmTest, PermitDuringUpdateNeverBlocks) {
