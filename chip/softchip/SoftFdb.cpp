@@ -131,9 +131,10 @@ bool SoftFdbHelper::reportLearn(FdbEntries::iterator it, const Bridging::MacVlan
   return true;
 }
 
-void SoftFdbHelper::touch(const Bridging::MacVlanPair& key) {
-  auto it = table_.entries.find(key);
-  if (it != table_.entries.end()) it->second.lastSeen = Vex::now();
+void SoftFdbHelper::touch(const Bridging::MacVlanPair& key, HwFdbEntry* entry) {
+  if (!entry) entry = table_.find(key);
+  if (entry) entry->lastSeen = Vex::now();
+  if (reported_.empty()) return;
   if (auto reported = reported_.find(key); reported != reported_.end()) reported->second.lastSeen = Vex::now();
 }
 

@@ -115,7 +115,8 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   // agent, whatever its VLAN table holds now.
   bool holdLearn(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf);
   // Traffic from a known address keeps it from aging.
-  void touch(const Bridging::MacVlanPair& key);
+  // `entry`, when the caller holds it, is the table's entry for `key`.
+  void touch(const Bridging::MacVlanPair& key, HwFdbEntry* entry = nullptr);
   // Takes out dynamic entries idle for the aging time; returns how many.
   std::size_t ageSweep();
 

@@ -274,11 +274,9 @@ void SoftForwarding::learnSource(const Frame& frame, const Nexo::IntfId& port, c
                                  ForwardResult& result) {
   if (!tables_.fdb || !learning_) return;
   SoftFdbHelper& fdb = tables_.fdb->helper();
-  // Learning is switched per physical port (a LAG's on its members); the
-  // entry names the LAG.
-  bool portLearns = fdb.learningOn(port);
   Bridging::MacVlanPair key{frame.src, Bridging::VlanId(result.vlan)};
-  const HwFdbEntry* known = tables_.fdb->entry(key);
+  HwFdbEntry* inTable = tables_.fdb->find(key);
+  const HwFdbEntry* known = inTable;
   if (!known && fdb.learning() == SoftFdbHelper::Learning::software) {
     auto reported = fdb.reportedLearns().find(key);
     if (reported != fdb.reportedLearns().end()) known = &reported->second;
@@ -286,11 +284,13 @@ void SoftForwarding::learnSource(const Frame& frame, const Nexo::IntfId& port, c
   // A known source on its port is a hit, which keeps it from aging; only a
   // new source or one that moved is learned.
   if (known && known->intf == intf) {
-    fdb.touch(key);
+    fdb.touch(key, inTable);
     return;
   }
   bool wasKnown = known != nullptr;
-  if (!portLearns || !fdb.learn(key, intf)) return;
+  // Learning is switched per physical port (a LAG's on its members); the
+  // entry names the LAG.
+  if (!fdb.learningOn(port) || !fdb.learn(key, intf)) return;
   result.learned = !wasKnown;
   result.moved = wasKnown;
 }
