@@ -172,10 +172,12 @@ class Model {
   std::map<Intf, std::string> aclBindings_;                      // interface -> list, inbound
   std::map<Intf, std::map<std::string, unsigned>> storm_;        // interface -> level -> hundredths
   std::map<Intf, unsigned> speedMbps_;                           // ports given a speed
-  // Tag -> its sub-interfaces in the order they were configured: the first
-  // holds the tag (a routed sub-interface owns its VLAN, the tag's), the
-  // others wait for it to go.
+  // Tag -> its sub-interfaces, the holder first (a routed sub-interface
+  // owns its VLAN, the tag's); the others wait for it to go.
   std::map<int, std::vector<Intf>> subIntfsByTag_;
+  // Tags whose holder went while another waited, until time passes and the
+  // waiting one is retried.
+  std::set<int> vacantTags_;
 };
 
 }  // namespace Soak

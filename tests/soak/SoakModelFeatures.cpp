@@ -132,9 +132,20 @@ bool Model::applyFeature(const std::vector<std::string>& w) {
   } else if (w[0] == "interface" && at(2) == "speed") {
     speedMbps_[at(1)] = static_cast<unsigned>(std::atoi(at(3).c_str())) * (at(3).back() == 'g' ? 1000 : 1);
   } else if (w[0] == "interface" && at(2) == "encapsulation") {
-    subIntfsByTag_[std::atoi(at(5).c_str())].push_back(at(1));
+    // A tag its holder left takes the first sub-interface that asks before
+    // the waiting one is retried.
+    const int tag = std::atoi(at(5).c_str());
+    auto& intfs = subIntfsByTag_[tag];
+    intfs.insert(vacantTags_.erase(tag) ? intfs.begin() : intfs.end(), at(1));
   } else if (w[0] == "no" && at(1) == "interface" && at(3) == "encapsulation") {
-    for (auto& [tag, intfs] : subIntfsByTag_) std::erase(intfs, at(2));
+    for (auto& [tag, intfs] : subIntfsByTag_) {
+      if (intfs.size() > 1 && intfs.front() == at(2)) vacantTags_.insert(tag);
+      std::erase(intfs, at(2));
+    }
+  } else if (w[0] == "advance") {
+    // Waiting sub-interfaces are retried every second.
+    vacantTags_.clear();
+    return false;
   } else {
     return false;
   }
