@@ -91,7 +91,15 @@ std::string Generator::subIntfChange(const Model& model) {
   if (model.subIntfExists(sub)) return fmt::format("no interface {} encapsulation", sub);
   const int tag = 100 + static_cast<int>(pick(3));
   if (model.subIntfsTagged(tag) >= 2) return {};
-  return fmt::format("interface {} encapsulation dot1q vlan {}", sub, tag);
+  auto text = fmt::format("interface {} encapsulation dot1q vlan {}", sub, tag);
+  // The chip may refuse the add of a sub-interface that takes a free tag
+  // as busy or full: it keeps the tag and is tried again a second later,
+  // so that the model need not tell.
+  if (model.subIntfsTagged(tag) == 0 && chance(0.3)) {
+    pending_.push_back(text);
+    return fmt::format("chip vlan-translation {} next 1", chance(0.5) ? "busy" : "full");
+  }
+  return text;
 }
 
 }  // namespace Soak
