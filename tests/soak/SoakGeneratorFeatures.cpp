@@ -5,6 +5,8 @@
 
 #include <fmt/format.h>
 
+#include <cstdlib>
+
 namespace Soak {
 
 std::string Generator::featureChange(const Model& model) {
@@ -69,8 +71,21 @@ std::string Generator::stormChange(const Model& model) {
   switch (pick(6)) {
     case 0:
     case 1:
-    case 2:
-      return fmt::format("interface {} storm-control {} level {}", at, types[pick(4)], levels[pick(5)]);
+    case 2: {
+      const char* type = types[pick(4)];
+      const char* level = levels[pick(5)];
+      auto text = fmt::format("interface {} storm-control {} level {}", at, type, level);
+      // A meter the chip refuses is tried again by storm control's walk a
+      // second later. The fault goes to a change of a stand-alone port's
+      // level, which meets the chip at once.
+      const bool standAlone = at.rfind("Ethernet", 0) == 0 && std::atoi(at.c_str() + 8) <= 4;
+      if (standAlone && model.stormLevel(at, type) != Model::stormHundredths(level) && chance(0.2)) {
+        const char* faults[] = {"busy", "full", "fail"};
+        pending_.push_back(text);
+        return fmt::format("chip storm-control {} next 1", faults[pick(3)]);
+      }
+      return text;
+    }
     case 3:
       return model.stormConfigured(at) ? fmt::format("interface {} no storm-control {}", at, types[pick(4)])
                                        : std::string();

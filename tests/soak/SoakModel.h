@@ -120,6 +120,9 @@ class Model {
   bool aclRuleHas(const std::string& name, unsigned seq) const;
   bool aclBound(const Intf& intf) const { return aclBindings_.count(intf) != 0; }
   bool stormConfigured(const Intf& intf) const { return storm_.count(intf) != 0; }
+  // The level configured on the interface, in hundredths of a percent (0: none).
+  unsigned stormLevel(const Intf& intf, const std::string& type) const;
+  static unsigned stormHundredths(const std::string& percent);
   bool subIntfExists(const Intf& subIntf) const;
   // Sub-interfaces configured with this tag, holder and waiting.
   std::size_t subIntfsTagged(int tag) const;

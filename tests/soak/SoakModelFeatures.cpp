@@ -72,6 +72,20 @@ bool RefAclRule::matches(int proto, std::uint32_t srcAddr, std::uint32_t dstAddr
   return srcLow <= srcPort && srcPort <= srcHigh && dstLow <= dstPort && dstPort <= dstHigh;
 }
 
+unsigned Model::stormHundredths(const std::string& percent) {
+  auto dot = percent.find('.');
+  std::string fraction = dot == std::string::npos ? "" : percent.substr(dot + 1);
+  fraction.resize(2, '0');
+  return static_cast<unsigned>(std::atoi(percent.c_str()) * 100 + std::atoi(fraction.c_str()));
+}
+
+unsigned Model::stormLevel(const Intf& intf, const std::string& type) const {
+  auto it = storm_.find(intf);
+  if (it == storm_.end()) return 0;
+  auto level = it->second.find(type);
+  return level == it->second.end() ? 0 : level->second;
+}
+
 bool Model::aclRuleHas(const std::string& name, unsigned seq) const {
   auto it = acls_.find(name);
   return it != acls_.end() && it->second.count(seq);
@@ -117,11 +131,7 @@ bool Model::applyFeature(const std::vector<std::string>& w) {
   } else if (w[0] == "interface" && at(2) == "no" && at(3) == "ip" && at(4) == "access-group") {
     aclBindings_.erase(at(1));
   } else if (w[0] == "interface" && at(2) == "storm-control") {
-    std::string level = at(5);
-    auto dot = level.find('.');
-    std::string fraction = dot == std::string::npos ? "" : level.substr(dot + 1);
-    fraction.resize(2, '0');
-    storm_[at(1)][at(3)] = static_cast<unsigned>(std::atoi(level.c_str()) * 100 + std::atoi(fraction.c_str()));
+    storm_[at(1)][at(3)] = stormHundredths(at(5));
   } else if (w[0] == "interface" && at(2) == "no" && at(3) == "storm-control") {
     if (w.size() == 4) {
       storm_.erase(at(1));
