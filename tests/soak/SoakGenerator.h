@@ -3,7 +3,8 @@
 // spanning-tree port states, learns and moves, time passing under aging,
 // flushes, static and non-aging addresses, the MLAG peer link, restarts of
 // the MAC agent, IPv4 ACLs and their bindings, storm-control levels and
-// port speeds, sub-interfaces contending for tags) and, meanwhile, a chip that answers busy, full or failed.
+// port speeds, sub-interfaces contending for tags) and, meanwhile, a chip
+// that answers busy, full or failed.
 #pragma once
 
 #include "tests/soak/SoakModel.h"

@@ -7,7 +7,9 @@
 // generator writes) and keeps the configuration they describe: VLAN members
 // and tagging, spanning-tree port states, LAG members, the MLAG peer link,
 // static and non-aging addresses, what the chip learned and when, the aging
-// time and the simulated clock. chip() derives the tables from that.
+// time and the simulated clock, IPv4 ACLs and their bindings, storm-control
+// levels and port speeds, sub-interfaces by tag. chip() derives the tables
+// from that.
 #pragma once
 
 #include <cstdint>
