@@ -19,7 +19,8 @@ std::uint32_t RefFrame::ipSrc() const {
 }
 
 std::uint32_t RefFrame::ipDst() const {
-  return 10u << 24 | 1u << 16 | static_cast<std::uint32_t>(ipSeed % 5) << 8 | static_cast<std::uint32_t>(1 + ipSeed % 11);
+  return 10u << 24 | 1u << 16 | static_cast<std::uint32_t>(ipSeed % 5) << 8 |
+         static_cast<std::uint32_t>(1 + ipSeed % 11);
 }
 
 bool RefFrame::multicast(const std::string& mac) {

@@ -174,9 +174,9 @@ class Model {
   };
   std::map<std::string, MirrorConfig> mirrors_;
   std::map<std::string, std::map<unsigned, RefAclRule>> acls_;  // name -> seq -> rule
-  std::map<Intf, std::string> aclBindings_;                      // interface -> list, inbound
-  std::map<Intf, std::map<std::string, unsigned>> storm_;        // interface -> level -> hundredths
-  std::map<Intf, unsigned> speedMbps_;                           // ports given a speed
+  std::map<Intf, std::string> aclBindings_;                     // interface -> list, inbound
+  std::map<Intf, std::map<std::string, unsigned>> storm_;       // interface -> level -> hundredths
+  std::map<Intf, unsigned> speedMbps_;                          // ports given a speed
   // Tag -> its sub-interfaces, the holder first (a routed sub-interface
   // owns its VLAN, the tag's); the others wait for it to go.
   std::map<int, std::vector<Intf>> subIntfsByTag_;

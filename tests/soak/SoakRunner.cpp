@@ -253,8 +253,8 @@ std::string aclRuleText(const Orb::AclRule& rule) {
     return std::string("any");
   };
   return fmt::format("{} {} {} {} {} {} {}", rule.seq, rule.action == Acl::AclAction::permit ? "permit" : "deny",
-                     rule.protocol, rule.source.stringValue(), ports(rule.sourceRange),
-                     rule.destination.stringValue(), ports(rule.destinationRange));
+                     rule.protocol, rule.source.stringValue(), ports(rule.sourceRange), rule.destination.stringValue(),
+                     ports(rule.destinationRange));
 }
 
 // The inbound IPv4 lists, storm-control meters and VLAN-translation entries.
@@ -276,7 +276,8 @@ void readFeatures(Agent::Agent& agent, ChipView& view) {
   for (const auto& [key, entry] : agent.subIntf().helper()->table().entries) {
     std::string where = fmt::format("{} {}", key.parent.stringValue(), key.outerTag);
     if (key.innerTag) where += fmt::format(" inner {}", key.innerTag);
-    view.subIntfs[where] = fmt::format("{} vlan {}{}", entry.subIntf.stringValue(), entry.vlan, entry.isL2 ? " l2" : "");
+    view.subIntfs[where] =
+        fmt::format("{} vlan {}{}", entry.subIntf.stringValue(), entry.vlan, entry.isL2 ? " l2" : "");
   }
 }
 
@@ -292,8 +293,8 @@ void compareTexts(const char* table, const std::map<Key, std::string>& want, con
     auto w = want.find(key);
     auto h = have.find(key);
     if (w != want.end() && h != have.end() && w->second == h->second) continue;
-    d.lines.push_back(fmt::format("{} {}: model [{}] chip [{}]", table, keyText(key),
-                                  w == want.end() ? "-" : w->second, h == have.end() ? "-" : h->second));
+    d.lines.push_back(fmt::format("{} {}: model [{}] chip [{}]", table, keyText(key), w == want.end() ? "-" : w->second,
+                                  h == have.end() ? "-" : h->second));
     auto line = check(key, w == want.end() ? "" : w->second, h == have.end() ? "" : h->second);
     if (!line.empty()) d.expects.push_back(line);
   }
