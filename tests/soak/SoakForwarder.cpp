@@ -9,9 +9,18 @@ std::string RefFrame::text() const {
   if (tag) out += fmt::format(" vlan {}", *tag);
   if (ip) {
     out += fmt::format(" ip 10.0.{}.{} 10.1.{}.{} tcp {} {}", ipSeed % 7, 1 + ipSeed % 13, ipSeed % 5, 1 + ipSeed % 11,
-                       1024 + ipSeed, 80 + ipSeed % 3);
+                       srcPort(), dstPort());
   }
   return out;
+}
+
+std::uint32_t RefFrame::ipSrc() const {
+  return 10u << 24 | static_cast<std::uint32_t>(ipSeed % 7) << 8 | static_cast<std::uint32_t>(1 + ipSeed % 13);
+}
+
+std::uint32_t RefFrame::ipDst() const {
+  return 10u << 24 | 1u << 16 | static_cast<std::uint32_t>(ipSeed % 5) << 8 |
+         static_cast<std::uint32_t>(1 + ipSeed % 11);
 }
 
 bool RefFrame::multicast(const std::string& mac) {
@@ -57,6 +66,16 @@ std::optional<std::set<RefEgress>> Forwarder::forward(const Intf& ingress, const
   Intf from = logical(ingress);
   if (!tagging(vlan, from) && (from == ingress || !tagging(vlan, ingress))) return out;
   if (RefFrame::multicast(frame.src)) return out;
+  if (auto acl = view_.aclRules.find(ingress); acl != view_.aclRules.end() && frame.ip) {
+    const RefAclRule* decides = nullptr;
+    for (const auto& rule : acl->second) {
+      if (rule.matches(6, frame.ipSrc(), frame.ipDst(), frame.srcPort(), frame.dstPort())) {
+        decides = &rule;
+        break;
+      }
+    }
+    if (!decides || !decides->permit) return out;
+  }
   if (!RefFrame::multicast(frame.dst)) {
     MacKey key{frame.dst, vlan};
     if (uncertain_.count(key)) return std::nullopt;

@@ -17,6 +17,8 @@
 //    again, so its untagged frames are left out;
 //  - the port must be a member of that VLAN in hardware (ingress filtering;
 //    a blocked port is not), and a multicast source is dropped;
+//  - an IPv4 frame meets the port's inbound list: its first matching rule
+//    decides, and a frame no rule matches is denied;
 //  - a known unicast destination leaves by its entry's port or LAG, if that
 //    is a member and not where the frame came from;
 //  - unknown unicast, broadcast and multicast flood to every member but the
@@ -28,6 +30,7 @@
 
 #include "tests/soak/SoakModel.h"
 
+#include <cstdint>
 #include <optional>
 #include <set>
 #include <string>
@@ -44,6 +47,11 @@ struct RefFrame {
 
   // "src ... dst ... [vlan V] [ip A B tcp P Q]", as `chip send` reads it.
   std::string text() const;
+  // The IPv4 and TCP fields `ipSeed` makes.
+  std::uint32_t ipSrc() const;
+  std::uint32_t ipDst() const;
+  unsigned srcPort() const { return 1024 + static_cast<unsigned>(ipSeed); }
+  unsigned dstPort() const { return 80 + static_cast<unsigned>(ipSeed % 3); }
   static bool multicast(const std::string& mac);
 };
 

@@ -107,6 +107,7 @@ std::string Generator::mirrorChange(const Model& model) {
 
 std::string Generator::line(const Model& model, bool& faulty) {
   if (chance(0.04)) return mirrorChange(model);
+  if (chance(0.06)) return featureChange(model);
   unsigned roll = pick(1000);
   if (roll < 300) return faulty || !learning_ ? std::string() : learn(model);
   if (roll < 350) return fmt::format("advance {}", 1 + pick(10));

@@ -2,7 +2,9 @@
 // inputs (VLAN membership and tagging, LAG members moving between LAGs,
 // spanning-tree port states, learns and moves, time passing under aging,
 // flushes, static and non-aging addresses, the MLAG peer link, restarts of
-// the MAC agent) and, meanwhile, a chip that answers busy, full or failed.
+// the MAC agent, IPv4 ACLs and their bindings, storm-control levels and
+// port speeds, sub-interfaces contending for tags) and, meanwhile, a chip
+// that answers busy, full or failed.
 #pragma once
 
 #include "tests/soak/SoakModel.h"
@@ -42,6 +44,12 @@ class Generator {
   std::string learn(const Model& model);
   std::string lagChange(const Model& model, std::vector<std::string>& also);
   std::string mirrorChange(const Model& model);
+  // ACLs, storm control and sub-interfaces (SoakGeneratorFeatures.cpp).
+  std::string featureChange(const Model& model);
+  std::string aclChange(const Model& model);
+  std::string aclRule();
+  std::string stormChange(const Model& model);
+  std::string subIntfChange(const Model& model);
   std::string mac() { return mac(pick(16)); }
   static std::string mac(unsigned n);
   MacKey key(const std::string& dotted, int vlan) const { return {Model::macText(dotted), vlan}; }

@@ -182,6 +182,7 @@ std::set<MacKey> Model::uncertainKeys() const {
 void Model::apply(const std::string& line) {
   auto w = words(line);
   if (w.empty() || w[0][0] == '#') return;
+  if (applyFeature(w)) return;
   auto at = [&](std::size_t i) -> const std::string& {
     static const std::string none;
     return i < w.size() ? w[i] : none;
@@ -329,6 +330,7 @@ std::optional<HwMirrorView> Model::mirrorSession(const std::string& name) const 
 
 ChipView Model::chip() const {
   ChipView view;
+  featureChip(view);
   for (const auto& [name, config] : mirrors_) {
     if (auto session = mirrorSession(name)) view.mirrors[name] = *session;
   }

@@ -7,9 +7,12 @@
 // generator writes) and keeps the configuration they describe: VLAN members
 // and tagging, spanning-tree port states, LAG members, the MLAG peer link,
 // static and non-aging addresses, what the chip learned and when, the aging
-// time and the simulated clock. chip() derives the tables from that.
+// time and the simulated clock, IPv4 ACLs and their bindings, storm-control
+// levels and port speeds, sub-interfaces by tag. chip() derives the tables
+// from that.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <set>
@@ -43,6 +46,22 @@ struct HwMirrorView {
   bool operator==(const HwMirrorView&) const = default;
 };
 
+// An IPv4 rule as the soak writes it: protocol (0 any), addresses as
+// masked prefixes, L4 ports as inclusive ranges (0-65535 when not matched).
+struct RefAclRule {
+  unsigned seq = 0;
+  bool permit = false;
+  int protocol = 0;
+  std::uint32_t src = 0, dst = 0;
+  int srcLen = 0, dstLen = 0;
+  std::string srcPorts, dstPorts;  // "any", "eq P", "range A B" as written
+  unsigned srcLow = 0, srcHigh = 65535, dstLow = 0, dstHigh = 65535;
+  // "10 permit 6 10.0.0.0/16 range 1024 1500 0.0.0.0/0 eq 80", the form
+  // the runner writes the chip's rules in too.
+  std::string text() const;
+  bool matches(int protocol, std::uint32_t src, std::uint32_t dst, unsigned srcPort, unsigned dstPort) const;
+};
+
 // The tables of a chip, as the model derives them or as read from the soft
 // chip. VLANs without members and LAGs without members are left out: the
 // chip may keep an empty entry or none.
@@ -52,6 +71,14 @@ struct ChipView {
   std::map<MacKey, HwFdbView> fdb;
   // Mirror sessions in hardware, by name.
   std::map<std::string, HwMirrorView> mirrors;
+  // The inbound IPv4 list each port applies: "NAME: rule; rule; ...".
+  std::map<Intf, std::string> acls;
+  // Storm-control meters: (port, level) -> "RATE kbps[ LAG]".
+  std::map<std::pair<Intf, std::string>, std::string> stormMeters;
+  // VLAN-translation entries: "PARENT TAG" -> "SUBINTF vlan V".
+  std::map<std::string, std::string> subIntfs;
+  // The rules behind `acls`, for the forwarder; not compared.
+  std::map<Intf, std::vector<RefAclRule>> aclRules;
   // The VLANs each interface is an untagged member of, blocked there or
   // not: its untagged frames belong to one of them. Derived by the model
   // for its forwarder, not read from the chip nor compared.
@@ -91,6 +118,16 @@ class Model {
   bool lagExists(const Intf& lag) const { return lagMembers_.count(lag) != 0; }
   bool topologyHas(const Intf& intf) const { return topologyForwarding_.count(intf) != 0; }
   bool mirrorSessionHas(const std::string& name) const { return mirrors_.count(name) != 0; }
+  bool aclHas(const std::string& name) const { return acls_.count(name) != 0; }
+  bool aclRuleHas(const std::string& name, unsigned seq) const;
+  bool aclBound(const Intf& intf) const { return aclBindings_.count(intf) != 0; }
+  bool stormConfigured(const Intf& intf) const { return storm_.count(intf) != 0; }
+  // The level configured on the interface, in hundredths of a percent (0: none).
+  unsigned stormLevel(const Intf& intf, const std::string& type) const;
+  static unsigned stormHundredths(const std::string& percent);
+  bool subIntfExists(const Intf& subIntf) const;
+  // Sub-interfaces configured with this tag, holder and waiting.
+  std::size_t subIntfsTagged(int tag) const;
 
   // "0000.0000.0001" as the chip prints it, "00:00:00:00:00:01".
   static std::string macText(const std::string& dotted);
@@ -112,6 +149,9 @@ class Model {
   // Mirroring: a port-channel stands for its members in effect.
   std::set<Intf> mirrorPorts(const Intf& intf) const;
   std::optional<HwMirrorView> mirrorSession(const std::string& name) const;
+  // ACLs, storm control and sub-interfaces (SoakModelFeatures.cpp).
+  bool applyFeature(const std::vector<std::string>& w);
+  void featureChip(ChipView& view) const;
 
   double now_ = 0;
   std::map<int, std::map<Intf, bool>> vlanMembers_;  // VLAN -> interface -> tagged
@@ -133,6 +173,16 @@ class Model {
     std::set<Intf> dests;
   };
   std::map<std::string, MirrorConfig> mirrors_;
+  std::map<std::string, std::map<unsigned, RefAclRule>> acls_;  // name -> seq -> rule
+  std::map<Intf, std::string> aclBindings_;                     // interface -> list, inbound
+  std::map<Intf, std::map<std::string, unsigned>> storm_;       // interface -> level -> hundredths
+  std::map<Intf, unsigned> speedMbps_;                          // ports given a speed
+  // Tag -> its sub-interfaces, the holder first (a routed sub-interface
+  // owns its VLAN, the tag's); the others wait for it to go.
+  std::map<int, std::vector<Intf>> subIntfsByTag_;
+  // Tags whose holder went while another waited, until time passes and the
+  // waiting one is retried.
+  std::set<int> vacantTags_;
 };
 
 }  // namespace Soak

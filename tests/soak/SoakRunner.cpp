@@ -245,6 +245,80 @@ bool scenarioFails(const std::string& path) {
   return agent.runScenario(path, out, err) != 0;
 }
 
+// A rule of the chip's ACL table in the model's words (RefAclRule::text).
+std::string aclRuleText(const Orb::AclRule& rule) {
+  auto ports = [](const Acl::PortMatch& match) {
+    if (match.op == Acl::PortOp::eq) return fmt::format("eq {}", match.low);
+    if (match.op == Acl::PortOp::range) return fmt::format("range {} {}", match.low, match.high);
+    return std::string("any");
+  };
+  return fmt::format("{} {} {} {} {} {} {}", rule.seq, rule.action == Acl::AclAction::permit ? "permit" : "deny",
+                     rule.protocol, rule.source.stringValue(), ports(rule.sourceRange), rule.destination.stringValue(),
+                     ports(rule.destinationRange));
+}
+
+// The inbound IPv4 lists, storm-control meters and VLAN-translation entries.
+void readFeatures(Agent::Agent& agent, ChipView& view) {
+  for (const auto& [key, hw] : agent.acl().helper()->table().entries) {
+    if (key.type != Acl::ip() || key.direction != Acl::AclDirection::aclIn) continue;
+    std::string text = key.name + ":";
+    for (const auto& rule : hw.rules)
+      if (rule.kind == Orb::AclSubruleKind::ip) text += " " + aclRuleText(rule) + ";";
+    for (const auto& pair : hw.bound) {
+      auto& held = view.acls[pair.intfId.stringValue()];
+      held += (held.empty() ? "" : " and ") + text;
+    }
+  }
+  for (const auto& [key, meter] : agent.stormControl().helper()->table().entries) {
+    view.stormMeters[{key.port.stringValue(), Bridging::StormControl::levelTypeName(key.level)}] =
+        fmt::format("{} kbps{}", meter.rateKbps, meter.lag.empty() ? "" : " " + meter.lag.stringValue());
+  }
+  for (const auto& [key, entry] : agent.subIntf().helper()->table().entries) {
+    std::string where = fmt::format("{} {}", key.parent.stringValue(), key.outerTag);
+    if (key.innerTag) where += fmt::format(" inner {}", key.innerTag);
+    view.subIntfs[where] =
+        fmt::format("{} vlan {}{}", entry.subIntf.stringValue(), entry.vlan, entry.isL2 ? " l2" : "");
+  }
+}
+
+// Differences in a table of text values. `check` writes the scenario's
+// check for a key, given the model's value (empty when it has none), or
+// nothing where no show command prints the table.
+template <class Key>
+void compareTexts(const char* table, const std::map<Key, std::string>& want, const std::map<Key, std::string>& have,
+                  const std::function<std::string(const Key&)>& keyText,
+                  const std::function<std::string(const Key&, const std::string&, const std::string&)>& check,
+                  Difference& d) {
+  for (const auto& key : keysOf(want, have)) {
+    auto w = want.find(key);
+    auto h = have.find(key);
+    if (w != want.end() && h != have.end() && w->second == h->second) continue;
+    d.lines.push_back(fmt::format("{} {}: model [{}] chip [{}]", table, keyText(key), w == want.end() ? "-" : w->second,
+                                  h == have.end() ? "-" : h->second));
+    auto line = check(key, w == want.end() ? "" : w->second, h == have.end() ? "" : h->second);
+    if (!line.empty()) d.expects.push_back(line);
+  }
+}
+
+// `show storm-control hardware`: "PORT LEVEL RATE LAG|-".
+std::string stormCheck(const std::pair<Intf, std::string>& key, const std::string& want, const std::string&) {
+  std::string level = key.second == "uucast" ? "unknown-unicast" : key.second;
+  if (want.empty()) return fmt::format("expect-not show storm-control hardware ~ {} {} ", key.first, level);
+  auto space = want.find(' ');
+  auto lag = want.find(" kbps ");
+  return fmt::format("expect show storm-control hardware ~ {} {} {} {}", key.first, level, want.substr(0, space),
+                     lag == std::string::npos ? "-" : want.substr(lag + 6));
+}
+
+// `show interfaces sub-interfaces`: "SUB dot1q TAG routed VLAN programmed".
+std::string subIntfCheck(const std::string&, const std::string& want, const std::string& have) {
+  const std::string& entry = want.empty() ? have : want;
+  std::string sub = entry.substr(0, entry.find(' '));
+  std::string vlan = entry.substr(entry.rfind(' ') + 1);
+  return fmt::format("{} show interfaces sub-interfaces ~ {} dot1q {} routed {} programmed",
+                     want.empty() ? "expect-not" : "expect", sub, vlan, vlan);
+}
+
 }  // namespace
 
 ChipView readChip(Agent::Agent& agent) {
@@ -267,6 +341,7 @@ ChipView readChip(Agent::Agent& agent) {
     for (const auto& port : hw.targets) mirror.targets.insert(port.stringValue());
     view.mirrors[hw.name] = mirror;
   }
+  readFeatures(agent, view);
   for (const auto& [key, hw] : agent.fdbHelper().table().entries) {
     const char* word = Bridging::entryTypeWord(hw.entryType);
     view.fdb[{key.addr.stringValue(), key.vlanId.value()}] = HwFdbView{hw.intf.stringValue(), word ? word : "other"};
@@ -325,6 +400,16 @@ std::optional<Difference> compare(const ChipView& want, const ChipView& have, co
                             ? fmt::format("expect show monitor session {} ~ not programmed", name)
                             : fmt::format("expect show monitor session {} ~ (programmed)", name));
   }
+  // No show command prints where a list is bound: an ACL difference has
+  // no check of its own (a frame difference it causes has).
+  compareTexts<Intf>(
+      "acl in", want.acls, have.acls, [](const Intf& port) { return port; },
+      [](const Intf&, const std::string&, const std::string&) { return std::string(); }, d);
+  compareTexts<std::pair<Intf, std::string>>(
+      "storm-control", want.stormMeters, have.stormMeters,
+      [](const std::pair<Intf, std::string>& key) { return key.first + " " + key.second; }, stormCheck, d);
+  compareTexts<std::string>(
+      "vlan-translation", want.subIntfs, have.subIntfs, [](const std::string& key) { return key; }, subIntfCheck, d);
   if (d.lines.empty()) return std::nullopt;
   return d;
 }
