@@ -61,6 +61,13 @@ bool VexMirroringSession::targetPortHeld(const Nexo::IntfId& port, const VexTarg
   return false;
 }
 
+VexSrcIntf* VexMirroringSession::sourceHolding(const Nexo::IntfId& port, const VexSrcIntf* except) const {
+  for (const auto& [intf, src] : srcIntf_) {
+    if (src.get() != except && src->programmedPorts().count(port)) return src.get();
+  }
+  return nullptr;
+}
+
 Nexo::IntfId VexMirroringSession::wantedDest() const {
   for (const auto& [intf, target] : targetIntf_) {
     if (target->usable()) return intf;

@@ -87,6 +87,9 @@ class VexSrcIntf {
 
   void addFailedPort(const Nexo::IntfId& port);
   void delFailedPort(const Nexo::IntfId& port);
+  // Programs a port it holds again, as this source wants it (another
+  // source that shared the port has let it go).
+  void reprogramPort(const Nexo::IntfId& port);
 
  private:
   bool checkOverflow(std::size_t needed);
@@ -195,6 +198,9 @@ class VexMirroringSession {
   // Whether a destination other than `except` holds the port in hardware:
   // a port named both alone and through its LAG is one destination port.
   bool targetPortHeld(const Nexo::IntfId& port, const VexTargetIntf* except) const;
+  // The source other than `except` that holds the port in hardware, if any:
+  // a port named alone and through its LAG is one source port.
+  VexSrcIntf* sourceHolding(const Nexo::IntfId& port, const VexSrcIntf* except) const;
 
  private:
   class ConfigReactor;

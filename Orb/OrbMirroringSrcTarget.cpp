@@ -160,6 +160,16 @@ bool VexSrcIntf::addPort(const Nexo::IntfId& port) {
 }
 
 void VexSrcIntf::removePort(const Nexo::IntfId& port, bool lagMemberDeleted) {
+  // A port named alone and through its LAG is one hardware source of the
+  // session: it stays while another source still holds it, programmed as
+  // that source wants it.
+  if (VexSrcIntf* other = session_.sourceHolding(port, this)) {
+    programmed_.erase(port);
+    BLIP(mirroringTrace(), 5, "{} is still a source of session {} through {}", name(port), session_.name(),
+         name(other->intf()));
+    if (other->direction() != direction() || other->aclName() != aclName()) other->reprogramPort(port);
+    return;
+  }
   auto& helper = session_.sm().platformHelper();
   if (lagMemberDeleted) {
     BLIP(mirroringTrace(), 5, "Removing {} from session {} as it is no longer part of a LAG.", name(port),
@@ -172,6 +182,14 @@ void VexSrcIntf::removePort(const Nexo::IntfId& port, bool lagMemberDeleted) {
   }
   session_.aclAppliedInHw().erase(port);
   programmed_.erase(port);
+}
+
+void VexSrcIntf::reprogramPort(const Nexo::IntfId& port) {
+  session_.sm().platformHelper().removeSourceFromHardware(session_.name(), session_.id(), session_.mirrorGroup(), port,
+                                                          config_.direction, false);
+  session_.aclAppliedInHw().erase(port);
+  programmed_.erase(port);
+  if (!addPort(port)) addFailedPort(port);
 }
 
 bool VexSrcIntf::applyAcl(const Nexo::IntfId& port, const std::string& aclName) {

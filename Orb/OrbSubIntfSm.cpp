@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <cstdlib>
+#include <tuple>
 
 namespace Orb {
 
@@ -37,32 +38,6 @@ class OrbSubIntfSm::StatusDirReactor : public Vex::Reactor<Interface::SubIntfSta
  public:
   using Reactor::Reactor;
   VEX_REACT_KEY(IntfStatus, Nexo::IntfId, handleSubIntfConfigAndStatusChange)
-};
-
-class OrbSubIntfSm::ConfigReactor : public Vex::Reactor<Interface::SubIntfConfig, OrbSubIntfSm> {
- public:
-  using Reactor::Reactor;
-  void handleDot1qEncap() override { changed(); }
-  void handleMacsecProxy() override { changed(); }
-
- private:
-  void changed() {
-    react([this] { owner()->handleSubIntfConfigAndStatusChange(notifier()->intfId()); });
-  }
-};
-
-class OrbSubIntfSm::StatusReactor : public Vex::Reactor<Interface::SubIntfStatus, OrbSubIntfSm> {
- public:
-  using Reactor::Reactor;
-  void handleForwardingModel() override { changed(); }
-  void handleForwardingVlanId() override { changed(); }
-  void handleProgramInHw() override { changed(); }
-  void handleInitialized() override { changed(); }
-
- private:
-  void changed() {
-    react([this] { owner()->handleSubIntfConfigAndStatusChange(notifier()->intfId()); });
-  }
 };
 
 class OrbSubIntfSm::ConnectorReactor : public Vex::Reactor<Pseudowire::LocalConnectorInfoTable, OrbSubIntfSm> {
@@ -109,8 +84,7 @@ OrbSubIntfSm::~OrbSubIntfSm() {
   vexDoZombieReactors(true);
   clock_->timeMinIs(Vex::never);
   if (ocsd() && ocsd()->verifySm()) ocsd()->verifySm()->verifiableDel(this);
-  configReactor_.clear();
-  statusReactor_.clear();
+  watch_.clear();
   configDirReactor_.reset();
   statusDirReactor_.reset();
   connectorReactor_.reset();
@@ -126,6 +100,19 @@ void OrbSubIntfSm::handleInitialized() {
   for (const auto& intf : all) handleSubIntfConfigAndStatusChange(intf);
 }
 
+void OrbSubIntfSm::hasNotificationActiveIs(bool active) {
+  const bool resumed = active && !hasNotificationActive();
+  OrbBaseSm::hasNotificationActiveIs(active);
+  if (!resumed || !initialized()) return;
+  std::set<Nexo::IntfId> all;
+  for (const auto& [intf, watch] : watch_) all.insert(intf);
+  for (const auto& [intf, config] : in_.subIntfConfigDir->intfConfig()) all.insert(intf);
+  for (const auto& [intf, status] : in_.subIntfStatusDir->intfStatus()) all.insert(intf);
+  for (const auto& intf : all) {
+    if (Nexo::SubIntfId::isSubIntfId(intf)) syncReactors(intf, published(intf));
+  }
+}
+
 // --- look-ups ---
 
 Bridging::VlanIdOrNone OrbSubIntfSm::mapIntfIdToVlanId(const Nexo::IntfId& intf) const {
@@ -138,18 +125,29 @@ std::optional<Nexo::IntfId> OrbSubIntfSm::mapRoutedVlanIdToIntfId(std::uint32_t 
   return vlanIdToIntfIdMap_.routedOwner(Bridging::VlanIdOrNone(vlan));
 }
 
+OrbSubIntfSm::Published OrbSubIntfSm::published(const Nexo::IntfId& intf) const {
+  return {in_.subIntfConfigDir->intfConfig(intf).get(), in_.subIntfStatusDir->intfStatus(intf).get()};
+}
+
 SubIntfEncap OrbSubIntfSm::effectiveEncap(const Nexo::IntfId& intf) const {
-  if (auto it = dynamicEncap_.find(intf); it != dynamicEncap_.end()) return it->second;
-  auto config = in_.subIntfConfigDir->intfConfig(intf);
+  return effectiveEncap(intf, in_.subIntfConfigDir->intfConfig(intf).get());
+}
+
+SubIntfEncap OrbSubIntfSm::effectiveEncap(const Nexo::IntfId& intf, const Interface::SubIntfConfig* config) const {
+  if (!dynamicEncap_.empty()) {
+    if (auto it = dynamicEncap_.find(intf); it != dynamicEncap_.end()) return it->second;
+  }
   return config ? config->dot1qEncap() : SubIntfEncap{};
 }
 
 bool OrbSubIntfSm::isConfigAndStatusReady(const Nexo::IntfId& intf) const {
-  auto config = in_.subIntfConfigDir->intfConfig(intf);
-  auto status = in_.subIntfStatusDir->intfStatus(intf);
-  if (!config || !status || !status->initialized()) return false;
-  if (effectiveEncap(intf).isNone()) return false;
-  return !status->forwardingVlanId().isNone() || in_.localConnectorInfoTable->connectorHas(intf);
+  return isConfigAndStatusReady(intf, published(intf));
+}
+
+bool OrbSubIntfSm::isConfigAndStatusReady(const Nexo::IntfId& intf, const Published& now) const {
+  if (!now.config || !now.status || !now.status->initialized()) return false;
+  if (effectiveEncap(intf, now.config).isNone()) return false;
+  return !now.status->forwardingVlanId().isNone() || in_.localConnectorInfoTable->connectorHas(intf);
 }
 
 bool OrbSubIntfSm::subIntfStatusIsOKToAddMap(const Interface::SubIntfStatus& status) const {
@@ -159,14 +157,19 @@ bool OrbSubIntfSm::subIntfStatusIsOKToAddMap(const Interface::SubIntfStatus& sta
 }
 
 std::optional<OrbSubIntfSm::Dot1qEncapAndVlanId> OrbSubIntfSm::wantedMapping(const Nexo::IntfId& intf) const {
-  if (!isConfigAndStatusReady(intf)) return std::nullopt;
-  auto config = in_.subIntfConfigDir->intfConfig(intf);
-  auto status = in_.subIntfStatusDir->intfStatus(intf);
+  return wantedMapping(intf, published(intf));
+}
+
+std::optional<OrbSubIntfSm::Dot1qEncapAndVlanId> OrbSubIntfSm::wantedMapping(const Nexo::IntfId& intf,
+                                                                             const Published& now) const {
+  if (!isConfigAndStatusReady(intf, now)) return std::nullopt;
+  const auto* config = now.config;
+  const auto* status = now.status;
   if (!subIntfStatusIsOKToAddMap(*status)) return std::nullopt;
   if (config->macsecProxy() && !macsecProxySubIntf_.count(intf)) return std::nullopt;
   Dot1qEncapAndVlanId entry;
   entry.parentIntf = intf.parentIntfId();
-  entry.dot1qEncap = effectiveEncap(intf);
+  entry.dot1qEncap = effectiveEncap(intf, config);
   if (in_.localConnectorInfoTable->connectorHas(intf)) {
     entry.vlanId = in_.localConnectorInfoTable->connector(intf);
     entry.isL2SubIntf = true;
@@ -180,21 +183,24 @@ std::optional<OrbSubIntfSm::Dot1qEncapAndVlanId> OrbSubIntfSm::wantedMapping(con
 
 // --- reactions ---
 
-void OrbSubIntfSm::syncReactors(const Nexo::IntfId& intf) {
-  auto config = in_.subIntfConfigDir->intfConfig(intf);
-  if (config) {
-    auto& reactor = configReactor_[intf];
-    if (!reactor || reactor->notifier() != config) reactor = std::make_unique<ConfigReactor>(this, config);
-  } else {
-    configReactor_.erase(intf);
+OrbSubIntfSm::Watch* OrbSubIntfSm::syncReactors(const Nexo::IntfId& intf, const Published& now) {
+  auto it = watch_.lower_bound(intf);
+  const bool watched = it != watch_.end() && it->first == intf;
+  if (!now.config && !now.status) {
+    if (watched) watch_.erase(it);
+    return nullptr;
   }
-  auto status = in_.subIntfStatusDir->intfStatus(intf);
-  if (status) {
-    auto& reactor = statusReactor_[intf];
-    if (!reactor || reactor->notifier() != status) reactor = std::make_unique<StatusReactor>(this, status);
-  } else {
-    statusReactor_.erase(intf);
+  if (!watched) {
+    it = watch_.emplace_hint(it, std::piecewise_construct, std::forward_as_tuple(intf), std::forward_as_tuple(this));
   }
+  Watch& watch = it->second;
+  if (watch.config.notifier().get() != now.config) {
+    watch.config.notifierIs(Vex::Ptr<Interface::SubIntfConfig>(now.config));
+  }
+  if (watch.status.notifier().get() != now.status) {
+    watch.status.notifierIs(Vex::Ptr<Interface::SubIntfStatus>(now.status));
+  }
+  return &watch;
 }
 
 void OrbSubIntfSm::handleSubIntfConfigAndStatusChange(const Nexo::IntfId& intf) {
@@ -202,12 +208,23 @@ void OrbSubIntfSm::handleSubIntfConfigAndStatusChange(const Nexo::IntfId& intf) 
     BLIP(trace(), 3, "{} is not a sub-interface, ignored", intf.stringValue());
     return;
   }
-  syncReactors(intf);
+  const Published now = published(intf);
+  syncReactors(intf, now);
+  handleChange(intf, now);
+}
+
+void OrbSubIntfSm::handleWatchedChange(const Nexo::IntfId& intf, const Watch& watch) {
+  // The directories' reactors keep the watch in step: both entities are
+  // the published ones, with no look-up.
+  handleChange(intf, watch.published());
+}
+
+void OrbSubIntfSm::handleChange(const Nexo::IntfId& intf, const Published& now) {
   if (in_.localConnectorInfoTable->connectorHas(intf)) {
-    handlePwEndPoint(intf);
+    handlePwEndPoint(intf, now);
     return;
   }
-  auto wanted = wantedMapping(intf);
+  auto wanted = wantedMapping(intf, now);
   auto current = programmed_.find(intf);
   const bool refused = hwRetryIntf_.count(intf) != 0;
   if (current != programmed_.end() && wanted && current->second.entry == *wanted && !current->second.pwEndPoint &&
@@ -223,24 +240,29 @@ void OrbSubIntfSm::handleSubIntfConfigAndStatusChange(const Nexo::IntfId& intf) 
     updateStatuses();
     return;
   }
-  if (!checkConflictAndRetry(intf, true)) doAddDot1qEncapToVsiMap(intf, *wanted, false);
+  if (!checkConflictAndRetry(intf, now, true)) doAddDot1qEncapToVsiMap(intf, *wanted, false);
   updateStatuses();
 }
 
 void OrbSubIntfSm::handlePwEndPoint(const Nexo::IntfId& intf) {
   if (!Nexo::SubIntfId::isSubIntfId(intf)) return;
-  const bool isConnector = in_.localConnectorInfoTable->connectorHas(intf);
-  auto current = programmed_.find(intf);
-  if (!isConnector) {
+  if (!in_.localConnectorInfoTable->connectorHas(intf)) {
     // No longer a pseudowire end point: an ordinary sub-interface again.
+    auto current = programmed_.find(intf);
     if (current != programmed_.end() && current->second.pwEndPoint) doDeleteDot1qEncapToVsiMap(intf);
     pwIntfIdToVlanId_.erase(intf);
     pwIntfIdProgrammedInHw_.erase(intf);
     handleSubIntfConfigAndStatusChange(intf);
     return;
   }
-  syncReactors(intf);
-  auto wanted = wantedMapping(intf);
+  const Published now = published(intf);
+  syncReactors(intf, now);
+  handlePwEndPoint(intf, now);
+}
+
+void OrbSubIntfSm::handlePwEndPoint(const Nexo::IntfId& intf, const Published& now) {
+  auto current = programmed_.find(intf);
+  auto wanted = wantedMapping(intf, now);
   const bool refused = hwRetryIntf_.count(intf) != 0;
   if (current != programmed_.end() && wanted && current->second.entry == *wanted && current->second.pwEndPoint &&
       !refused) {
@@ -252,7 +274,7 @@ void OrbSubIntfSm::handlePwEndPoint(const Nexo::IntfId& intf) {
   pwIntfIdProgrammedInHw_.erase(intf);
   if (wanted) {
     // Checked all the same, for the trace: a port connector never conflicts.
-    checkConflictAndRetry(intf, true);
+    checkConflictAndRetry(intf, now, true);
     doAddDot1qEncapToVsiMap(intf, *wanted, true);
   }
   updateStatuses();
@@ -318,14 +340,18 @@ void OrbSubIntfSm::syncLagMembers(const Nexo::IntfId& lag) {
 // --- conflicts and retries ---
 
 bool OrbSubIntfSm::checkConflictAndRetry(const Nexo::IntfId& intf, bool retry) {
+  return checkConflictAndRetry(intf, published(intf), retry);
+}
+
+bool OrbSubIntfSm::checkConflictAndRetry(const Nexo::IntfId& intf, const Published& now, bool retry) {
   if (!Nexo::SubIntfId::isSubIntfId(intf)) orbAssert("Nexo::SubIntfId::isSubIntfId( intfId )");
   if (in_.localConnectorInfoTable->connectorHas(intf)) {
     BLIP(trace(), 5, "{} is a port connector, skipping", intf.stringValue());
     conflictedIntf_.erase(intf);
     return false;
   }
-  auto status = in_.subIntfStatusDir->intfStatus(intf);
-  const SubIntfEncap encap = effectiveEncap(intf);
+  const auto* status = now.status;
+  const SubIntfEncap encap = effectiveEncap(intf, now.config);
   const bool checkTagConflict = !encap.isNone();
   const bool checkVlanIdConflict = status && !status->forwardingVlanId().isNone();
   bool tagConflict = false;
@@ -397,13 +423,14 @@ void OrbSubIntfSm::doAddDot1qEncapToVsiMap(const Nexo::IntfId& intf, const Dot1q
     subIntfIdToInternalVlanId_[intf] = entry.vlanId;
   }
   parentIntfIdAndDot1qEncapMap_[{entry.parentIntf, entry.dot1qEncap}] = intf;
-  if (auto previous = programmed_.find(intf); previous != programmed_.end()) carriedByLagDec(previous->second);
-  programmed_[intf] = {entry, pwEndPoint};
+  auto [slot, fresh] = programmed_.try_emplace(intf);
+  if (!fresh) carriedByLagDec(slot->second);
+  slot->second = {entry, pwEndPoint};
   if (entry.parentIntf.isLag()) ++carriedByLag_[entry.parentIntf];
   in_.hwConfig->intfIdToDot1qEncapAndVlanIdIs(intf, entry);
-  if (dynamicEncap_.count(intf)) {
+  if (!dynamicEncap_.empty() && dynamicEncap_.count(intf)) {
     dynamicEncapStatus_[intf] = entry.dot1qEncap;
-  } else {
+  } else if (!dynamicEncapStatus_.empty()) {
     dynamicEncapStatus_.erase(intf);
   }
   std::uint32_t status =
@@ -469,8 +496,11 @@ void OrbSubIntfSm::doUpdateSubIntfTableAddStatus(const Nexo::IntfId& intf, const
   Dot1qEncapAndVlanId taken = entry;
   taken.tableAddStatus = status;
   BLIP(trace(), 6, "{} Add map to hwStatus->intfIdToDot1qEncapAndVlanId()", intf.stringValue());
-  hwSucceededAdjust(intf, status == OrbTypes::tableAddSuccess);
-  in_.hwStatus->intfIdToDot1qEncapAndVlanIdIs(intf, taken);
+  auto previous = in_.hwStatus->intfIdToDot1qEncapAndVlanIdExchange(intf, taken);
+  if (hwSucceeded_) {
+    const bool was = previous && previous->tableAddStatus == OrbTypes::tableAddSuccess;
+    *hwSucceeded_ += static_cast<std::size_t>(status == OrbTypes::tableAddSuccess) - static_cast<std::size_t>(was);
+  }
 }
 
 std::size_t OrbSubIntfSm::hwSucceeded() {

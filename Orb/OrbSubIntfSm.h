@@ -112,6 +112,9 @@ class OrbSubIntfSm : public OrbBaseSm, public Verifiable {
   bool subIntfStatusIsOKToAddMap(const Interface::SubIntfStatus& status) const;
 
   void handleInitialized() override;
+  // Switched back on: entities that came or went while muted get their
+  // reactors (nothing is programmed until they change).
+  void hasNotificationActiveIs(bool active) override;
   void handleSubIntfConfigAndStatusChange(const Nexo::IntfId& intf);
   void handleDynamicEncap(const Nexo::IntfId& intf);
   void handleMacsecProxySubIntfStatus(const Nexo::IntfId& intf);
@@ -140,8 +143,6 @@ class OrbSubIntfSm : public OrbBaseSm, public Verifiable {
  private:
   class ConfigDirReactor;
   class StatusDirReactor;
-  class ConfigReactor;
-  class StatusReactor;
   class ConnectorReactor;
   class MacsecReactor;
   class OcsdReactor;
@@ -150,16 +151,71 @@ class OrbSubIntfSm : public OrbBaseSm, public Verifiable {
     Dot1qEncapAndVlanId entry;
     bool pwEndPoint = false;
   };
+  // One sub-interface's configuration and status as published (null when
+  // absent), looked up once per reaction and handed down.
+  struct Published {
+    Interface::SubIntfConfig* config = nullptr;
+    Interface::SubIntfStatus* status = nullptr;
+  };
+  struct Watch;
+  // An attribute change of a watched configuration or status.
+  class ConfigReactor : public Vex::Reactor<Interface::SubIntfConfig, OrbSubIntfSm> {
+   public:
+    ConfigReactor(OrbSubIntfSm* owner, const Watch& watch) : Reactor(owner), watch_(watch) {}
+    void handleDot1qEncap() override { changed(); }
+    void handleMacsecProxy() override { changed(); }
 
+   private:
+    void changed() {
+      react([this] { owner()->handleWatchedChange(notifier()->intfId(), watch_); });
+    }
+    const Watch& watch_;
+  };
+  class StatusReactor : public Vex::Reactor<Interface::SubIntfStatus, OrbSubIntfSm> {
+   public:
+    StatusReactor(OrbSubIntfSm* owner, const Watch& watch) : Reactor(owner), watch_(watch) {}
+    void handleForwardingModel() override { changed(); }
+    void handleForwardingVlanId() override { changed(); }
+    void handleProgramInHw() override { changed(); }
+    void handleInitialized() override { changed(); }
+
+   private:
+    void changed() {
+      react([this] { owner()->handleWatchedChange(notifier()->intfId(), watch_); });
+    }
+    const Watch& watch_;
+  };
+  // The reactors on one sub-interface's configuration and status, made once
+  // and pointed at the entities the directories hold. The directories'
+  // reactors keep them in step, so that an attribute change finds both
+  // entities here without a look-up.
+  struct Watch {
+    explicit Watch(OrbSubIntfSm* sm) : config(sm, *this), status(sm, *this) {}
+    Watch(const Watch&) = delete;
+    Watch& operator=(const Watch&) = delete;
+    Published published() const { return {config.notifier().get(), status.notifier().get()}; }
+    ConfigReactor config;
+    StatusReactor status;
+  };
+
+  Published published(const Nexo::IntfId& intf) const;
   // The encapsulation in force: a learned one, else the configured one.
   SubIntfEncap effectiveEncap(const Nexo::IntfId& intf) const;
+  SubIntfEncap effectiveEncap(const Nexo::IntfId& intf, const Interface::SubIntfConfig* config) const;
+  bool isConfigAndStatusReady(const Nexo::IntfId& intf, const Published& now) const;
   // The mapping `intf` should have in hardware now, without the checks.
   std::optional<Dot1qEncapAndVlanId> wantedMapping(const Nexo::IntfId& intf) const;
+  std::optional<Dot1qEncapAndVlanId> wantedMapping(const Nexo::IntfId& intf, const Published& now) const;
+  bool checkConflictAndRetry(const Nexo::IntfId& intf, const Published& now, bool retry);
+  // An attribute of a watched configuration or status changed.
+  void handleWatchedChange(const Nexo::IntfId& intf, const Watch& watch);
+  void handleChange(const Nexo::IntfId& intf, const Published& now);
+  void handlePwEndPoint(const Nexo::IntfId& intf, const Published& now);
   void doAddDot1qEncapToVsiMap(const Nexo::IntfId& intf, const Dot1qEncapAndVlanId& entry, bool pwEndPoint);
   void doDeleteDot1qEncapToVsiMap(const Nexo::IntfId& intf);
   void doUpdateSubIntfTableAddStatus(const Nexo::IntfId& intf, const Dot1qEncapAndVlanId& entry, std::uint32_t status);
   void armRetryTimer();
-  void syncReactors(const Nexo::IntfId& intf);
+  Watch* syncReactors(const Nexo::IntfId& intf, const Published& now);
   void syncLagMembers(const Nexo::IntfId& lag);
   void updateStatuses();
   void mismatch(VerifyReport& report, std::string line, int sourceLine);
@@ -192,8 +248,7 @@ class OrbSubIntfSm : public OrbBaseSm, public Verifiable {
   Vex::Ptr<Vex::Clock> clock_;
   std::unique_ptr<ConfigDirReactor> configDirReactor_;
   std::unique_ptr<StatusDirReactor> statusDirReactor_;
-  std::map<Nexo::IntfId, std::unique_ptr<ConfigReactor>> configReactor_;
-  std::map<Nexo::IntfId, std::unique_ptr<StatusReactor>> statusReactor_;
+  std::map<Nexo::IntfId, Watch> watch_;
   std::unique_ptr<ConnectorReactor> connectorReactor_;
   std::unique_ptr<MacsecReactor> macsecReactor_;
   std::unique_ptr<OcsdReactor> ocsdReactor_;

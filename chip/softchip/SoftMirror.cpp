@@ -248,39 +248,46 @@ std::vector<Orb::HwMirrorSession> SoftMirrorHelper::hwSessions() {
   return held;
 }
 
-bool SoftMirrorHelper::createMirror(const std::string& name, std::uint32_t id, Group group, const IntfId& destIntf,
-                                    bool) {
+HwMirrorSession* SoftMirrorHelper::created(Group group, const std::string& name, std::uint32_t id,
+                                           const IntfId& destIntf) {
   const bool exists = table_.find({group}) != nullptr;
-  if (table_.admit(!exists) != Fault::none) return false;
+  if (table_.admit(!exists) != Fault::none) return nullptr;
   HwMirrorSession& session = table_.entries[{group}];
   session.name = name;
   session.id = id;
   session.destIntf = destIntf;
-  session.gre = false;
-  session.tunnelId = 0;
-  session.nextHops.clear();
-  session.greLagMembers.clear();
+  return &session;
+}
+
+bool SoftMirrorHelper::removed(Group group) {
+  if (table_.nextFault() != Fault::none) return false;
+  return table_.entries.erase({group}) != 0;
+}
+
+bool SoftMirrorHelper::createMirror(const std::string& name, std::uint32_t id, Group group, const IntfId& destIntf,
+                                    bool) {
+  HwMirrorSession* session = created(group, name, id, destIntf);
+  if (!session) return false;
+  session->gre = false;
+  session->tunnelId = 0;
+  session->nextHops.clear();
+  session->greLagMembers.clear();
   return true;
 }
 
 bool SoftMirrorHelper::removeMirror(const std::string&, std::uint32_t, Group group, const std::vector<IntfId>&) {
-  if (table_.nextFault() != Fault::none) return false;
-  return table_.entries.erase({group}) != 0;
+  return removed(group);
 }
 
 bool SoftMirrorHelper::createGreTunnelMirror(const std::string& name, std::uint32_t id, Group group,
                                              const IntfId& destIntf, std::uint32_t tunnelId,
                                              const std::vector<Mirroring::GreNextHop>& nextHops) {
-  const bool exists = table_.find({group}) != nullptr;
-  if (table_.admit(!exists) != Fault::none) return false;
-  HwMirrorSession& session = table_.entries[{group}];
-  session.name = name;
-  session.id = id;
-  session.destIntf = destIntf;
-  session.gre = true;
-  session.tunnelId = tunnelId;
-  session.nextHops = nextHops;
-  session.targets.clear();
+  HwMirrorSession* session = created(group, name, id, destIntf);
+  if (!session) return false;
+  session->gre = true;
+  session->tunnelId = tunnelId;
+  session->nextHops = nextHops;
+  session->targets.clear();
   return true;
 }
 
@@ -296,8 +303,7 @@ bool SoftMirrorHelper::updateGreTunnelMirror(const std::string&, std::uint32_t, 
 }
 
 bool SoftMirrorHelper::removeGreTunnelMirror(const std::string&, std::uint32_t, Group group, const IntfId&) {
-  if (table_.nextFault() != Fault::none) return false;
-  return table_.entries.erase({group}) != 0;
+  return removed(group);
 }
 
 bool SoftMirrorHelper::addSourceToHardware(const std::string&, std::uint32_t, Group group, const IntfId& intf,

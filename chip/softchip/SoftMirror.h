@@ -174,6 +174,11 @@ class SoftMirrorHelper : public OrbHelper::MirroringSmHelper {
  private:
   // The session in `group`, if a planned fault does not answer first.
   HwMirrorSession* admitted(Group group);
+  // The session in `group` made (or remade) with its name, id and
+  // destination; null when the table refuses.
+  HwMirrorSession* created(Group group, const std::string& name, std::uint32_t id, const IntfId& destIntf);
+  // Takes the session in `group` out, unless a planned fault answers.
+  bool removed(Group group);
 
   Vex::Ptr<SoftChip> chip_;
   SoftMirrorTable table_;

@@ -40,7 +40,10 @@ std::uint32_t SoftSubIntfHelper::doAddDot1qEncapToVsiMap(const Nexo::IntfId& sub
                                                          Bridging::VlanIdOrNone vlan,
                                                          const Interface::SubIntfEncap& encap, bool isL2SubIntf) {
   SoftSubIntfKey key{parentIntf, encap.outerTag, encap.innerTag};
-  switch (table_.admit(!table_.find(key))) {
+  // One walk down the table finds the entry and where a new one goes.
+  auto at = table_.entries.lower_bound(key);
+  const bool present = at != table_.entries.end() && at->first == key;
+  switch (table_.admit(!present)) {
     case Fault::none:
       break;
     case Fault::busy:
@@ -53,8 +56,13 @@ std::uint32_t SoftSubIntfHelper::doAddDot1qEncapToVsiMap(const Nexo::IntfId& sub
       ++refused_;
       return addFailed;
   }
-  table_.entries[key] = HwSubIntf{subIntf, vlan.value(), isL2SubIntf};
-  table_.keyOfSubIntf[subIntf] = key;
+  HwSubIntf entry{subIntf, vlan.value(), isL2SubIntf};
+  if (present) {
+    at->second = entry;
+  } else {
+    table_.entries.emplace_hint(at, key, entry);
+  }
+  table_.keyOfSubIntf.insert_or_assign(subIntf, key);
   return OrbTypes::tableAddSuccess;
 }
 

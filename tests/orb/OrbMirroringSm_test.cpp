@@ -375,6 +375,51 @@ TEST_F(MirroringSmTest, APortNamedAloneAndThroughItsLagStaysADestination) {
   EXPECT_TRUE(sm->session("s1")->targetIntf().at(e2)->programmedPorts().count(e2));
 }
 
+TEST_F(MirroringSmTest, APortNamedAloneAndThroughItsLagStaysASource) {
+  const Direction rx = Direction::directionRx, tx = Direction::directionTx;
+  lagMembers(pc1, {e1, e2});
+  start();
+  session("s1")->targetIntfIs(e9, true);
+  source("s1", e1, rx);
+  source("s1", pc1, rx);
+  EXPECT_EQ(helper->sources, (std::map<IntfId, Direction>{{e1, rx}, {e2, rx}}));
+  helper->take();
+  // The LAG source goes: Ethernet1 stays in the chip for the port source.
+  session("s1")->srcIntfDel(pc1);
+  EXPECT_EQ(helper->take(), (Calls{"remove source s1 Ethernet2 rx"}));
+  EXPECT_EQ(helper->sources, (std::map<IntfId, Direction>{{e1, rx}}));
+  EXPECT_EQ(status("s1").sources.at(e1), "active");
+  // Back again; then Ethernet1 leaves the LAG and the port source keeps it.
+  source("s1", pc1, rx);
+  helper->take();
+  lagMembers(pc1, {e2});
+  EXPECT_TRUE(helper->take().empty());
+  EXPECT_EQ(helper->sources, (std::map<IntfId, Direction>{{e1, rx}, {e2, rx}}));
+  // The port source goes: the LAG's Ethernet2 is all that is left.
+  session("s1")->srcIntfDel(e1);
+  EXPECT_EQ(helper->take(), (Calls{"remove source s1 Ethernet1 rx"}));
+  // Shared in two directions: the one that stays is programmed as it wants.
+  lagMembers(pc1, {e1, e2});
+  source("s1", e1, tx);
+  helper->take();
+  session("s1")->srcIntfDel(e1);
+  EXPECT_EQ(helper->take(), (Calls{"remove source s1 Ethernet1 rx", "add source s1 Ethernet1 rx"}));
+  EXPECT_EQ(helper->sources, (std::map<IntfId, Direction>{{e1, rx}, {e2, rx}}));
+  EXPECT_TRUE(sm->session("s1")->srcIntf().at(pc1)->programmedPorts().count(e1));
+  // Another session's source on the same port is its own: removing it
+  // touches only that session's group.
+  session("s2")->targetIntfIs(e3, true);
+  source("s2", e1, rx);
+  helper->take();
+  session("s2")->srcIntfDel(e1);
+  EXPECT_EQ(helper->take(), (Calls{"remove source s2 Ethernet1 rx"}));
+  EXPECT_TRUE(sm->session("s1")->srcIntf().at(pc1)->programmedPorts().count(e1));
+  // A session going takes its shared port out once the last holder goes.
+  in.mirroringConfig->sessionDel("s1");
+  Calls calls = helper->take();
+  EXPECT_EQ(std::count(calls.begin(), calls.end(), "remove source s1 Ethernet1 rx"), 1);
+}
+
 TEST_F(MirroringSmTest, GreDestinationsWaitForTheirTunnel) {
   lagMembers(pc1, {e2, e3});
   start();

@@ -320,6 +320,46 @@ TEST_F(SubIntfSmTest, VerificationNamesEachDifference) {
   EXPECT_TRUE(skipped.lines().empty());
 }
 
+TEST_F(SubIntfSmTest, ReplacedAndMutedEntitiesAreFollowed) {
+  IntfId sub("Ethernet1.10");
+  start();
+  subIntf(sub, 10, 10);
+  ASSERT_TRUE(inHw(sub));
+  // A new status entity in place of the old one: the machine follows the
+  // new one and no longer hears the old.
+  auto old = statuses->intfStatus(sub);
+  statuses->intfStatusDel(sub);
+  EXPECT_EQ(helper->calls.back(), "delete Ethernet1.10 vlan 10");
+  auto fresh = statuses->intfStatusIs(sub);
+  fresh->forwardingVlanIdIs(VlanIdOrNone(30));
+  fresh->programInHwIs(true);
+  fresh->initializedIs(true);
+  EXPECT_EQ(helper->calls.back(), "add Ethernet1.10 Ethernet1 10/0 vlan 30");
+  const auto callsBefore = helper->calls.size();
+  old->forwardingVlanIdIs(VlanIdOrNone(40));
+  EXPECT_EQ(helper->calls.size(), callsBefore);
+  // While muted the machine hears nothing; a status that came meanwhile is
+  // watched once it is switched back on, and its next change is acted on.
+  IntfId other("Ethernet2.20");
+  configs->intfConfigIs(other)->dot1qEncapIs({20, 0});
+  sm->hasNotificationActiveIs(false);
+  auto late = statuses->intfStatusIs(other);
+  late->forwardingVlanIdIs(VlanIdOrNone(20));
+  late->initializedIs(true);
+  EXPECT_FALSE(hwConfig->intfIdToDot1qEncapAndVlanIdHas(other));
+  sm->hasNotificationActiveIs(true);
+  EXPECT_FALSE(hwConfig->intfIdToDot1qEncapAndVlanIdHas(other));
+  late->programInHwIs(true);
+  EXPECT_TRUE(inHw(other));
+  EXPECT_EQ(sm->mapIntfIdToVlanId(other), VlanIdOrNone(20));
+  // The configuration's reactor sees the status too: a new tag moves it.
+  configs->intfConfig(other)->dot1qEncapIs({21, 0});
+  EXPECT_EQ(helper->calls.back(), "add Ethernet2.20 Ethernet2 21/0 vlan 20");
+  remove(other);
+  remove(sub);
+  EXPECT_TRUE(hwStatus->intfIdToDot1qEncapAndVlanId().empty());
+}
+
 TEST_F(SubIntfSmTest, BadInputIsRefusedOrStops) {
   start();
   EXPECT_DEATH(sm->checkConflictAndRetry("Ethernet1", true), "Nexo::SubIntfId::isSubIntfId\\( intfId \\)");
