@@ -17,6 +17,7 @@
 #include "agent/JsonOutput.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 namespace Agent {
 
@@ -438,13 +439,22 @@ void AclFeature::registerShowCommands() {
           AclType type;
           std::string name;
           std::vector<Row> rows;
-          std::map<std::string, std::string> status;  // by direction
+          std::map<std::string, std::string> status;                  // by direction
+          std::map<std::string, std::vector<std::string>> appliedOn;  // by direction, as configured
         };
         std::vector<List> lists;
         for (const auto& [type, typeConfig] : config_->aclTypeConfig()) {
           for (const auto& [name, acl] : typeConfig->acl()) {
             if (!args.empty() && args[0] != name) continue;
-            List list{type, name, {}, {}};
+            List list{type, name, {}, {}, {}};
+            if (auto intfConfig = config_->aclIntfTypeConfig(type)) {
+              for (const auto& [intf, bindings] : intfConfig->intf()) {
+                for (auto dir : {Acl::AclDirection::aclIn, Acl::AclDirection::aclOut}) {
+                  if (bindings.aclName(dir) == name)
+                    list.appliedOn[Acl::aclDirectionName(dir)].push_back(intf.stringValue());
+                }
+              }
+            }
             for (const auto& [seq, rule] : acl->ipRuleBySequence())
               list.rows.push_back({seq, rule.uniqueId, aclRuleText(rule)});
             for (const auto& [seq, rule] : acl->ip6RuleBySequence())
@@ -501,6 +511,15 @@ void AclFeature::registerShowCommands() {
                 w.String(text.c_str());
               }
               w.EndObject();
+              w.Key("appliedOn");
+              w.StartObject();
+              for (const auto& [dir, intfs] : list.appliedOn) {
+                w.Key(dir.c_str());
+                w.StartArray();
+                for (const auto& intf : intfs) w.String(intf.c_str());
+                w.EndArray();
+              }
+              w.EndObject();
               w.EndObject();
             }
             w.EndArray();
@@ -523,6 +542,8 @@ void AclFeature::registerShowCommands() {
             out << fmt::format("        {} {}{}\n", row.seq, row.text, counted(hits(list, row.seq)));
           }
           out << fmt::format("        implicit deny{}\n", counted(hits(list, Acl::finalRuleSeq)));
+          for (const auto& [dir, intfs] : list.appliedOn)
+            out << fmt::format("        applied {} on {}\n", dir, fmt::join(intfs, " "));
           for (const auto& [dir, text] : list.status) out << fmt::format("        status {}: {}\n", dir, text);
         }
         std::set<Nexo::IntfId> errdisabled(status_->errdisabledIntf().begin(), status_->errdisabledIntf().end());
