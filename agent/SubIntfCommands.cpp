@@ -63,6 +63,22 @@ void SubIntfFeature::registerShowCommands() {
         expectArgs(args, 2, 2, "no interface INTF.N encapsulation");
         encapsulationDel(subIntfArg(args[0]));
       });
+  shell_.commandIs("pseudowire connector", "INTF.N vlan V",
+                   "a sub-interface becomes a pseudowire's port connector, carried in the pseudowire's VLAN",
+                   [this](const Args& args, std::ostream&) {
+                     const std::string usage = "pseudowire connector INTF.N vlan V";
+                     expectArgs(args, 3, 3, usage);
+                     if (args[1] != "vlan") throw CommandError("usage: " + usage);
+                     auto intf = subIntfArg(args[0]);
+                     if (!intf.isSubIntf()) throw CommandError("a port connector is a sub-interface, not " + args[0]);
+                     auto vlan = static_cast<std::uint32_t>(parseInteger(args[2], 1, 4094));
+                     connectors_->connectorIs(intf, Bridging::VlanIdOrNone(vlan));
+                   });
+  shell_.commandIs("no pseudowire connector", "INTF.N", "the sub-interface is no longer a port connector",
+                   [this](const Args& args, std::ostream&) {
+                     expectArgs(args, 1, 1, "no pseudowire connector INTF.N");
+                     connectors_->connectorDel(subIntfArg(args[0]));
+                   });
   shell_.commandIs("sub-interface retry-interval", "SECONDS",
                    "how long a sub-interface refused for a conflict waits before it is tried again",
                    [this](const Args& args, std::ostream&) {

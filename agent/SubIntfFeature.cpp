@@ -12,6 +12,7 @@ SubIntfFeature::SubIntfFeature(const AgentCore& core) : Feature(core) {
   mounter.doMounts();
   configs_ = mounter.inputs().subIntfConfigDir;
   statuses_ = mounter.inputs().subIntfStatusDir;
+  connectors_ = mounter.inputs().localConnectorInfoTable;
   sm_ = mounter.doMountsComplete();
 }
 

@@ -35,6 +35,9 @@ class SubIntfFeature : public Feature {
 
   Vex::Ptr<Interface::SubIntfConfigDir> configs_;
   Vex::Ptr<Interface::SubIntfStatusDir> statuses_;
+  // What the pseudowire agent would publish: sub-interfaces that are port
+  // connectors of a pseudowire, with the pseudowire's VLAN.
+  Vex::Ptr<Pseudowire::LocalConnectorInfoTable> connectors_;
   Vex::Ptr<SoftChip::SoftSubIntfHelper> helper_;
   Vex::Ptr<Orb::OrbSubIntfSm> sm_;
   // Sub-interfaces whose forwarding VLAN was given, not taken from the tag.

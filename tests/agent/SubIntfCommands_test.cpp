@@ -36,6 +36,9 @@ TEST_F(SubIntfCommandsTest, BadInputIsRefusedAndChangesNothing) {
   EXPECT_NE(error(agent, "no interface Ethernet4.9 encapsulation").find("has no encapsulation"), std::string::npos);
   EXPECT_NE(error(agent, "sub-interface retry-interval 0").find("above 0"), std::string::npos);
   EXPECT_NE(error(agent, "chip vlan-translation capacity").find("usage"), std::string::npos);
+  EXPECT_NE(error(agent, "pseudowire connector Ethernet4 vlan 5").find("a sub-interface"), std::string::npos);
+  EXPECT_NE(error(agent, "pseudowire connector Ethernet4.8 vlan 4095").find("4094"), std::string::npos);
+  EXPECT_NE(error(agent, "pseudowire connector Ethernet4.8 5").find("usage"), std::string::npos);
   EXPECT_EQ(state(), before);
   // The interface command's other forms still work.
   EXPECT_EQ(error(agent, "interface Ethernet2 link down"), "");
