@@ -2,6 +2,8 @@
 
 #include "Orb/OrbAclSm.h"
 
+#include <algorithm>
+
 namespace Orb {
 
 bool AclIntf::wantToBlock(const AclKey& key) const {
@@ -11,9 +13,7 @@ bool AclIntf::wantToBlock(const AclKey& key) const {
 
 void AclIntf::wantToBlockIs(const AclKey& key, bool want) {
   auto it = flags_.try_emplace(key).first;
-  if (it->second.wantToBlock == want) return tidy(it);
   it->second.wantToBlock = want;
-  wantToBlocks_ = want ? wantToBlocks_ + 1 : wantToBlocks_ - 1;
   tidy(it);
 }
 
@@ -26,6 +26,11 @@ void AclIntf::blockedIs(const AclKey& key, bool blocked) {
   auto it = flags_.try_emplace(key).first;
   it->second.blocked = blocked;
   tidy(it);
+}
+
+std::uint32_t AclIntf::wantToBlocks() const {
+  return static_cast<std::uint32_t>(
+      std::count_if(flags_.begin(), flags_.end(), [](const auto& entry) { return entry.second.wantToBlock; }));
 }
 
 std::optional<AclKey> AclIntf::blockedFor() const {

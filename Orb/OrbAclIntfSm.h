@@ -25,7 +25,7 @@ class AclIntf {
   bool blocked(const AclKey& key) const;
   void blockedIs(const AclKey& key, bool blocked);
   // The instances that want the interface blocked.
-  std::uint32_t wantToBlocks() const { return wantToBlocks_; }
+  std::uint32_t wantToBlocks() const;
   // An instance the interface is still blocked for, if any.
   std::optional<AclKey> blockedFor() const;
   bool empty() const { return flags_.empty(); }
@@ -37,7 +37,6 @@ class AclIntf {
   };
   void tidy(std::map<AclKey, Flags>::iterator it);
   std::map<AclKey, Flags> flags_;
-  std::uint32_t wantToBlocks_ = 0;
 };
 
 class AclIntfSm : public OrbBaseSm {
