@@ -53,7 +53,7 @@ void AclDataStatusSm::handleStatusText() {
   if (!aclStatus_ || status_->statusText().empty()) return;
   const AclKey& key = status_->key();
   auto listStatus = aclStatus_->aclStatusIs({key.type, key.name});
-  listStatus->instanceStatusIs(key.direction,
+  listStatus->instanceStatusIs({key.direction, key.intf},
                                {status_->installed, status_->hwStatus, status_->statusText(), status_->numRules});
 }
 
@@ -138,9 +138,27 @@ void AclConfigSm::aclDataStatusDel(const AclKey& key) {
   it->second.statusSm.reset();
   it->second.status.reset();
   if (const auto& aclStatus = root_->aclStatus()) {
-    if (auto listStatus = aclStatus->aclStatus({key.type, key.name})) listStatus->instanceStatusDel(key.direction);
+    if (auto listStatus = aclStatus->aclStatus({key.type, key.name}))
+      listStatus->instanceStatusDel({key.direction, key.intf});
   }
   if (!it->second.data) instances_.erase(it);
+}
+
+bool AclConfigSm::sharing() const {
+  const auto& config = typeSm_->aclTypeConfig();
+  return !config || config->sharing();
+}
+
+AclKey AclConfigSm::unsharedKey(const IntfPairKey& intfPair, Acl::AclDirection direction) const {
+  // A LAG's members are one binding point: they share the LAG's instance.
+  return {type(), aclName(), direction, intfPair.lagIntfId.empty() ? intfPair.intfId : intfPair.lagIntfId};
+}
+
+Vex::Ptr<AclData> AclConfigSm::instanceHolding(const IntfPairKey& intfPair, Acl::AclDirection direction) const {
+  for (const auto& [key, data] : data_) {
+    if (key.direction == direction && data->activeIntfs().count(intfPair)) return data;
+  }
+  return nullptr;
 }
 
 void AclConfigSm::portActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active, bool reapply) {
@@ -149,38 +167,92 @@ void AclConfigSm::portActiveIs(const IntfPairKey& intfPair, Acl::AclDirection di
     portActiveDel(intfPair, direction, false);
     return;
   }
-  if (intfPair.intfId.isVlan()) {
+  const Nexo::IntfId& intf = intfPair.intfId;
+  if (intf.isVlan()) {
     vlanActiveIs(intfPair, direction, true);
+  } else if (intf.isSubIntf()) {
+    subIntfActiveIs(intfPair, direction, true);
+  } else if (intf.isEthernet()) {
+    if (sharing()) {
+      sharedPortActiveIs(intfPair, direction, true);
+    } else {
+      unsharedPortActiveIs(intfPair, direction, true);
+    }
   } else {
-    sharedPortActiveIs(intfPair, direction, true);
+    intfActiveIs(intfPair, direction, true);
   }
   if (reapply) {
-    if (auto data = aclData({type(), aclName(), direction, {}})) data->dirtyIs(true);
+    if (auto data = instanceHolding(intfPair, direction)) data->dirtyIs(true);
   }
 }
 
 void AclConfigSm::sharedPortActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active) {
   if (active) {
-    bindShared(intfPair, direction, "port");
+    bindAt(sharedKey(direction), intfPair, "port");
+  } else {
+    portActiveDel(intfPair, direction, false);
+  }
+}
+
+void AclConfigSm::unsharedPortActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active) {
+  if (active) {
+    bindAt(unsharedKey(intfPair, direction), intfPair, "port");
   } else {
     portActiveDel(intfPair, direction, false);
   }
 }
 
 void AclConfigSm::vlanActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active) {
-  sharedVlanActiveIs(intfPair, direction, active);
+  if (sharing()) {
+    sharedVlanActiveIs(intfPair, direction, active);
+  } else {
+    unsharedVlanActiveIs(intfPair, direction, active);
+  }
 }
 
 void AclConfigSm::sharedVlanActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active) {
   if (active) {
-    bindShared(intfPair, direction, "vlan");
+    bindAt(sharedKey(direction), intfPair, "vlan");
   } else {
     portActiveDel(intfPair, direction, false);
   }
 }
 
-void AclConfigSm::bindShared(const IntfPairKey& intfPair, Acl::AclDirection direction, const char* what) {
-  const AclKey key{type(), aclName(), direction, {}};
+void AclConfigSm::unsharedVlanActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active) {
+  if (active) {
+    bindAt(unsharedKey(intfPair, direction), intfPair, "vlan");
+  } else {
+    portActiveDel(intfPair, direction, false);
+  }
+}
+
+void AclConfigSm::subIntfActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active) {
+  if (!active) {
+    portActiveDel(intfPair, direction, false);
+    return;
+  }
+  // Some chips match a sub-interface's list on its own tag only, so they
+  // cannot hold it once for several sub-interfaces.
+  const AclKey shared = sharedKey(direction);
+  const bool canShare = sharing() && root_->aclHelper()->subIntfAclSharingSupported(shared);
+  bindAt(canShare ? shared : unsharedKey(intfPair, direction), intfPair, "port");
+}
+
+void AclConfigSm::intfActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active) {
+  if (!active) {
+    portActiveDel(intfPair, direction, false);
+    return;
+  }
+  if (!root_->aclHelper()->intfSupportsAcl(intfPair.intfId)) {
+    BLIP(aclTrace(), 2, "Nonexistent interface {} for {}", intfPair.intfId.stringValue(), aclName());
+    return;
+  }
+  // A tunnel or loopback matches on its own interface id: its entries are
+  // its own.
+  bindAt(unsharedKey(intfPair, direction), intfPair, "intf");
+}
+
+void AclConfigSm::bindAt(const AclKey& key, const IntfPairKey& intfPair, const char* what) {
   BLIP(aclTrace(), 5, "Adding intfPair {} to {}", intfPair.stringValue(), key.stringValue());
   auto data = aclData(key);
   if (!data) {
@@ -193,15 +265,15 @@ void AclConfigSm::bindShared(const IntfPairKey& intfPair, Acl::AclDirection dire
 }
 
 void AclConfigSm::portActiveDel(const IntfPairKey& intfPair, Acl::AclDirection direction, bool belongsToAnother) {
-  const AclKey key{type(), aclName(), direction, {}};
-  auto data = aclData(key);
+  auto data = instanceHolding(intfPair, direction);
   if (!data) return;
+  const AclKey& key = data->key();
   BLIP(aclTrace(), 5, "Deleting intfPair {} from {}{}", intfPair.stringValue(), key.stringValue(),
        belongsToAnother ? " (now another list's)" : "");
   data->activeIntfs().erase(intfPair);
   if (data->activeIntfs().empty()) {
-    BLIP(aclTrace(), 3, "Removed last {} from {}, deleting...", intfPair.intfId.isVlan() ? "intf" : "port",
-         key.stringValue());
+    const char* what = intfPair.intfId.isVlan() ? "intf" : "port";
+    BLIP(aclTrace(), 3, "Removed last {} from {}, deleting...", what, key.stringValue());
   }
 }
 
@@ -256,7 +328,17 @@ void AclConfigSm::uninstallOne(AclData& data) {
   auto& helper = *root_->aclHelper();
   if (data.installed) {
     BLIP(aclTrace(), 3, "{}::uninstallAcl({})", aclName(), data.key().stringValue());
-    for (const auto& pair : data.boundIntfs()) helper.removeIntfFromAcl(pair, data, false);
+    // What the chip counted since the last poll stays in the list's
+    // counters: they outlive the instance.
+    if (const auto& aclStatus = root_->aclStatus()) {
+      if (auto listStatus = aclStatus->aclStatus({type(), aclName()}))
+        readAclCounters(helper, data, *listStatus, std::nullopt, ~0u);
+    }
+    for (const auto& pair : data.boundIntfs()) {
+      const bool owner = helper.aclOwner(pair.intfId, data.key());
+      if (!owner) BLIP(aclTrace(), 5, "No longer the owner of {} but allowing cleanup", pair.intfId.stringValue());
+      helper.removeIntfFromAcl(pair, data, !owner);
+    }
     data.boundIntfs().clear();
     helper.removeAcl(data);
     if (helper.deferredOperationsSupported() && root_->updatingAcls()) root_->opRequested();
@@ -334,7 +416,11 @@ void AclConfigSm::commitOne(AclData& data) {
       ++it;
       continue;
     }
-    helper.removeIntfFromAcl(*it, data, false);
+    // The chip forgets the binding either way, but leaves the slot to an
+    // instance that took it meanwhile.
+    const bool owner = helper.aclOwner(it->intfId, data.key());
+    if (!owner) BLIP(aclTrace(), 5, "Not the owner of {}; will not deactivate", it->intfId.stringValue());
+    helper.removeIntfFromAcl(*it, data, !owner);
     it = data.boundIntfs().erase(it);
   }
   for (const auto& pair : data.activeIntfs()) {
@@ -383,21 +469,40 @@ void AclConfigSm::handleCurrCfg() {
   BLIP(aclTrace(), 4, "{}: Latency: {}, total time {}", aclName(), Vex::now() - start, Vex::now() - start);
 }
 
-void AclConfigSm::handleClearCounter() { clearDirtyChip(); }
+void AclConfigSm::handleClearCounter() {
+  BLIP(aclTrace(), 5, "{}: aclConfig()->clearCounter() {}", aclName(), aclConfig_->clearCounter());
+  for (const auto& chip : root_->aclHelper()->counterChips()) dirtyChipIs(chip);
+  clearDirtyChip();
+}
 
 void AclConfigSm::clearDirtyChip() {
+  if (dirtyChips_.empty()) return;
   const auto& aclStatus = root_->aclStatus();
-  if (!aclStatus) return;
-  auto listStatus = aclStatus->aclStatus({type(), aclName()});
-  if (!listStatus) return;
-  BLIP(aclTrace(), 5, "{}: aclConfig()->clearCounter() {}", aclName(), aclConfig_->clearCounter());
-  // What the chip counted since its last poll goes with the rest.
-  auto discarded = Vex::make<Acl::AclStatus>(listStatus->key());
-  for (const auto& [key, data] : data_) {
-    if (data->installed) readAclCounters(*root_->aclHelper(), *data, *discarded, std::nullopt, ~0u);
+  auto listStatus = aclStatus ? aclStatus->aclStatus({type(), aclName()}) : nullptr;
+  auto& helper = *root_->aclHelper();
+  for (const auto& chip : dirtyChips_) {
+    // What the chip counted since its last poll goes with the rest.
+    for (const auto& [key, data] : data_) {
+      if (!data->installed) continue;
+      for (const auto& rule : data->rules) helper.aclRuleCountersSinceLastPoll(*data, chip, rule.uniqueId);
+    }
+    if (!listStatus) continue;
+    // Each rule's sum over chips loses this chip's share.
+    std::vector<std::pair<Acl::RuleChipKey, std::uint64_t>> shares;
+    for (const auto& [ruleChip, packets] : listStatus->ruleStatusPerChip()) {
+      if (ruleChip.chip == chip) shares.emplace_back(ruleChip, packets);
+    }
+    for (const auto& [ruleChip, packets] : shares) {
+      const std::uint64_t sum = listStatus->ruleStatus(ruleChip.seq);
+      if (sum > packets) {
+        listStatus->ruleStatusIs(ruleChip.seq, sum - packets);
+      } else {
+        listStatus->ruleStatusDel(ruleChip.seq);
+      }
+      listStatus->ruleStatusPerChipDel(ruleChip);
+    }
   }
-  listStatus->ruleStatusDelAll();
-  listStatus->ruleStatusPerChipDelAll();
+  dirtyChips_.clear();
 }
 
 void AclConfigSm::handleCounterUpdateRequest() { counterClock_->timeMinIs(Vex::now()); }
@@ -430,6 +535,7 @@ void AclConfigSm::handleCounterUpdateRequestTime() {
     return;
   }
   counterBookmark_.reset();
+  clearDirtyChip();
   listStatus->counterUpdateTimeIs(Vex::now());
 }
 

@@ -12,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 
 namespace Orb {
@@ -77,13 +78,24 @@ class AclConfigSm : public OrbBaseSm {
   void aclDataStatusDel(const AclKey& key);
 
   // Binding: the list applied (or no longer) at a point in a direction.
-  // Every list is shared: one instance per direction.
+  // portActiveIs picks the instance by the kind of binding point: ports
+  // share one instance per direction unless the type's sharing is off, in
+  // which case each port (each LAG, for members) has its own; VLAN
+  // interfaces likewise; sub-interfaces share only where the chip can;
+  // other routed interfaces (tunnels, loopbacks) always have their own.
   void portActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active, bool reapply);
   void portActiveDel(const IntfPairKey& intfPair, Acl::AclDirection direction, bool belongsToAnother);
   void sharedPortActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active);
-  // A VLAN interface's binding: the instance is bound to the VLAN.
+  void unsharedPortActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active);
   void vlanActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active);
   void sharedVlanActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active);
+  void unsharedVlanActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active);
+  void subIntfActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active);
+  void intfActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active);
+  // Whether the type's lists share one instance per direction.
+  bool sharing() const;
+  // The instance the binding point is applied through now, if any.
+  Vex::Ptr<AclData> instanceHolding(const IntfPairKey& intfPair, Acl::AclDirection direction) const;
   // Marks the instances applied at `intf` for building again.
   void reapplyAt(const Nexo::IntfId& intf, const char* why);
 
@@ -103,6 +115,11 @@ class AclConfigSm : public OrbBaseSm {
   void handleCurrCfg();
   void handleClearCounter();
   void handleInitialized() override;
+  // Chips whose counters of this list are to be zeroed: a clear request
+  // marks every chip; the marks are served at once and at the end of each
+  // counter update.
+  void dirtyChipIs(const std::string& chip) { dirtyChips_.insert(chip); }
+  const std::set<std::string>& dirtyChips() const { return dirtyChips_; }
   void clearDirtyChip();
   // A counter update asked for through the configuration: the list's
   // ingress instances are read in bursts, continued from the clock.
@@ -120,9 +137,12 @@ class AclConfigSm : public OrbBaseSm {
     Vex::Ptr<AclDataStatusSm> statusSm;
   };
   AclDirectionTypeConfigSm& directionSm(Acl::AclDirection direction) const;
-  // Adds a binding to the direction's one instance, creating it for the
-  // first ("Added first <what> to").
-  void bindShared(const IntfPairKey& intfPair, Acl::AclDirection direction, const char* what);
+  // The direction's one shared instance, and the binding point's own.
+  AclKey sharedKey(Acl::AclDirection direction) const { return {type(), aclName(), direction, {}}; }
+  AclKey unsharedKey(const IntfPairKey& intfPair, Acl::AclDirection direction) const;
+  // Adds a binding to an instance, creating it for the first ("Added first
+  // <what> to").
+  void bindAt(const AclKey& key, const IntfPairKey& intfPair, const char* what);
   void commitOne(AclData& data);
   void uninstallOne(AclData& data);
   // Rule building, in rule-sequence order.
@@ -154,6 +174,7 @@ class AclConfigSm : public OrbBaseSm {
   std::optional<CounterBookmark> counterBookmark_;
   std::uint32_t burstSize_ = 100;
   Vex::Ptr<Vex::Clock> counterClock_;
+  std::set<std::string> dirtyChips_;
 };
 
 Vex::Ptr<AclConfigSm> aclConfigSmFactory(const Vex::Ptr<Acl::AclConfig>& aclConfig, AclTypeConfigSm* typeSm,

@@ -66,10 +66,16 @@ class AclHelper : public Orb::OrbBaseHelper {
   virtual bool addIntfToAcl(const IntfPairKey&, AclData&, AclDataStatus&) {
     return ORB_UNIMPLEMENTED(AclHelper, addIntfToAcl);
   }
+  // `belongsToAnother`: another instance holds the interface's slot now;
+  // the chip forgets this instance's binding without freeing the slot.
   virtual void removeIntfFromAcl(const IntfPairKey&, AclData&, bool /*belongsToAnother*/) {
     ORB_UNIMPLEMENTED(AclHelper, removeIntfFromAcl);
   }
   virtual bool intfSupportsAcl(const Nexo::IntfId&) { return true; }
+  // Whether the instance holds the interface's slot in its direction now:
+  // a port moved to another list may be bound by the other's instance
+  // before this one lets go of it.
+  virtual bool aclOwner(const Nexo::IntfId&, const Orb::AclKey&) { return true; }
 
   // Drops (or lets through again) all traffic of an interface while its
   // ACL is replaced on a chip that cannot swap an ACL in one step.

@@ -89,6 +89,15 @@ void AclDirectionTypeConfigSm::bindWaiting(const std::string& aclName) {
   }
 }
 
+void AclDirectionTypeConfigSm::rebindAll() {
+  for (const auto& [intf, name] : binding_) {
+    auto* sm = typeSm_->aclConfigSm(name);
+    if (!sm) continue;
+    sm->portActiveDel(boundAt_[intf], direction_, false);
+    sm->portActiveIs(boundAt_[intf], direction_, true, false);
+  }
+}
+
 std::uint32_t AclDirectionTypeConfigSm::allocateAclNumber() {
   if (freeAclMetadata_.count) return freeAclPop();
   if (nextFreshNumber_ > maxAclNumber) return 0;
@@ -130,6 +139,7 @@ class AclTypeConfigSm::TypeConfigReactor : public Vex::Reactor<Acl::AclTypeConfi
  public:
   using Reactor::Reactor;
   VEX_REACT_KEY(Acl, std::string, handleAcl)
+  VEX_REACT(Sharing, handleSharing)
 };
 
 class AclTypeConfigSm::IntfTypeConfigReactor : public Vex::Reactor<Acl::AclIntfTypeConfig, AclTypeConfigSm> {
@@ -175,6 +185,7 @@ void AclTypeConfigSm::aclTypeConfigIs(const Vex::Ptr<Acl::AclTypeConfig>& config
     for (const auto& [name, acl] : config->acl()) names.insert(name);
   }
   for (const auto& name : names) handleAcl(name);
+  handleSharing();
 }
 
 void AclTypeConfigSm::aclIntfTypeConfigIs(const Vex::Ptr<Acl::AclIntfTypeConfig>& config) {
@@ -215,6 +226,16 @@ void AclTypeConfigSm::handleAcl(const std::string& name) {
   root_->doApplyAcls(false);
 }
 
+void AclTypeConfigSm::handleSharing() {
+  const bool sharing = !aclTypeConfig_ || aclTypeConfig_->sharing();
+  if (sharing == sharing_) return;
+  sharing_ = sharing;
+  BLIP(aclTrace(), 3, "{} acl sharing {}", Acl::aclTypeName(type_), sharing ? "enabled" : "disabled");
+  directionSms_[0]->rebindAll();
+  directionSms_[1]->rebindAll();
+  root_->doApplyAcls(false);
+}
+
 void AclTypeConfigSm::handleIntf(const Nexo::IntfId& intf) {
   directionSms_[0]->handleAclIntfConfig(intf);
   directionSms_[1]->handleAclIntfConfig(intf);
@@ -244,12 +265,23 @@ class AclSm::SpeedReactor : public Vex::Reactor<Interface::EthPhyIntfStatusDir, 
   VEX_REACT_KEY(Speed, Nexo::IntfId, handleIntfConfigOnSpeedChange)
 };
 
+class AclSm::SwitchportReactor : public Vex::Reactor<Bridging::Config, AclSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(SwitchIntfConfig, Nexo::IntfId, handleSwitchIntfConfig)
+};
+
 AclSm::AclSm(const AclSmInputs& inputs) : OrbBaseSm(inputs.ocsd), in_(inputs) {
   ORB_ASSERT(in_.orbHelper);
   ORB_ASSERT(in_.aclConfig);
   configReactor_ = std::make_unique<ConfigReactor>(this, in_.aclConfig);
   commonReactor_ = std::make_unique<CommonReactor>(this, in_.ocsd);
   if (in_.ethPhyIntfStatusDir) speedReactor_ = std::make_unique<SpeedReactor>(this, in_.ethPhyIntfStatusDir);
+  if (in_.bridgingConfig) {
+    switchportReactor_ = std::make_unique<SwitchportReactor>(this, in_.bridgingConfig);
+    switchIntfConfig_.insert(in_.bridgingConfig->switchIntfConfig().begin(),
+                             in_.bridgingConfig->switchIntfConfig().end());
+  }
   updaterClock_ = Vex::clockFactory([this] { handleTime(); });
   clockIs(updaterClock_);
   in_.orbHelper->opsCompletedHandlerIs([this](std::uint32_t count) { handleAclDataOpsCompleted(count); });
@@ -267,6 +299,7 @@ AclSm::~AclSm() {
   configReactor_.reset();
   commonReactor_.reset();
   speedReactor_.reset();
+  switchportReactor_.reset();
   lagSms_.clear();
   aclIntfSms_.clear();
   typeSms_.clear();
@@ -319,6 +352,28 @@ void AclSm::handlePortToLag(const Nexo::IntfId& intf) {
 void AclSm::handleIntfConfigOnSpeedChange(const Nexo::IntfId& intf) {
   // A port's ACL resources on some chips depend on its speed.
   reapplyAt(intf, "speed changed for ");
+}
+
+void AclSm::handleSwitchIntfConfig(const Nexo::IntfId& intf) {
+  // A port's lists are programmed differently as a switched port (on its
+  // VLANs) and as a routed one (on its internal VLAN).
+  const Bridging::SwitchIntfConfig now = in_.bridgingConfig->switchIntfConfig(intf);
+  auto seen = switchIntfConfig_.find(intf);
+  const Bridging::SwitchIntfConfig before =
+      seen == switchIntfConfig_.end() ? Bridging::SwitchIntfConfig{} : seen->second;
+  if (in_.bridgingConfig->switchIntfConfigHas(intf)) {
+    switchIntfConfig_[intf] = now;
+  } else if (seen != switchIntfConfig_.end()) {
+    switchIntfConfig_.erase(seen);
+  }
+  if (now.mode != before.mode) {
+    BLIP(aclTrace(), 4, "switchport mode changed for {}", intf.stringValue());
+    reapplyAt(intf, "switchport mode changed for ");
+  }
+  if (now.cfgVlanId != before.cfgVlanId) {
+    BLIP(aclTrace(), 4, "cfgVlanId changed for {}", intf.stringValue());
+    reapplyAt(intf, "cfgVlanId changed for ");
+  }
 }
 
 void AclSm::lagSubIntfBindingChanged(const Nexo::IntfId& subIntf) {
@@ -454,6 +509,7 @@ void AclMounter::doMounts() {
   inputs_.aclConfig = hive_->mount<Acl::Config>(aclConfigPath, "aclConfig");
   inputs_.aclStatus = hive_->mount<Acl::Status>(aclStatusPath, "aclStatus");
   inputs_.ethPhyIntfStatusDir = hive_->mount<Interface::EthPhyIntfStatusDir>(ethPhyIntfStatusPath, "ethPhyIntfStatus");
+  inputs_.bridgingConfig = hive_->mount<Bridging::Config>(bridgingConfigPath, "bridgingConfig");
 }
 
 Vex::Ptr<AclSm> AclMounter::doMountsComplete() { return aclSmFactory(inputs_); }

@@ -7,7 +7,8 @@
 //       └ AclConfigSm           one per configured list (OrbAclConfigSm.h)
 //
 // Any change of a list's configuration, of where it is applied, of an
-// interface's internal VLAN or of LAG membership makes instances dirty;
+// interface's internal VLAN, switch-port mode, access VLAN or speed, or of
+// LAG membership makes instances dirty;
 // AclSm::doApplyAcls then takes out the instances applied nowhere, builds
 // the dirty ones and commits them, in three passes, and records each
 // outcome as a status text. With a chip whose operations finish later the
@@ -44,6 +45,9 @@ struct AclSmInputs {
   // Port speeds: a port's lists are rebuilt when its speed changes. None
   // when nobody publishes them.
   Vex::Ptr<Interface::EthPhyIntfStatusDir> ethPhyIntfStatusDir;
+  // Switch-port modes and access VLANs: a port's lists are rebuilt when
+  // either changes. None when nobody publishes them.
+  Vex::Ptr<Bridging::Config> bridgingConfig;
 };
 
 class AclTypeConfigSm;
@@ -73,6 +77,9 @@ class AclDirectionTypeConfigSm : public OrbBaseSm {
   void updateAclOnLagMember(const Nexo::IntfId& member, const Nexo::IntfId& oldLag, const Nexo::IntfId& newLag);
   // A list came: the interfaces already naming it bind now.
   void bindWaiting(const std::string& aclName);
+  // The type's sharing changed: every binding moves to the instance it
+  // belongs to now.
+  void rebindAll();
   IntfPairKey intfPair(const Nexo::IntfId& intf) const;
   // Where the interface's list is bound now.
   IntfPairKey boundAt(const Nexo::IntfId& intf) const {
@@ -119,6 +126,7 @@ class AclTypeConfigSm : public OrbBaseSm {
 
   void handleAcl(const std::string& name);
   void handleIntf(const Nexo::IntfId& intf);
+  void handleSharing();
   void handleInitialized() override;
 
  private:
@@ -132,6 +140,7 @@ class AclTypeConfigSm : public OrbBaseSm {
   std::unique_ptr<IntfTypeConfigReactor> intfTypeConfigReactor_;
   std::map<std::string, Vex::Ptr<AclConfigSm>> configSms_;
   Vex::Ptr<AclDirectionTypeConfigSm> directionSms_[2];
+  bool sharing_ = true;
 };
 
 class AclSm : public OrbBaseSm {
@@ -154,6 +163,7 @@ class AclSm : public OrbBaseSm {
   void handlePortToLag(const Nexo::IntfId& intf);
   void handleInternalVlan(const Nexo::IntfId& intf);
   void handleIntfConfigOnSpeedChange(const Nexo::IntfId& intf);
+  void handleSwitchIntfConfig(const Nexo::IntfId& intf);
 
   // Applies every pending change; with `forceRecreateAll` every instance
   // is built again.
@@ -212,6 +222,7 @@ class AclSm : public OrbBaseSm {
   class ConfigReactor;
   class CommonReactor;
   class SpeedReactor;
+  class SwitchportReactor;
   void forEachConfigSm(const std::function<void(AclConfigSm&)>& f);
   bool anyConfigSm(bool (AclConfigSm::*pred)() const);
   void recordOutcomes();
@@ -229,6 +240,9 @@ class AclSm : public OrbBaseSm {
   std::unique_ptr<ConfigReactor> configReactor_;
   std::unique_ptr<CommonReactor> commonReactor_;
   std::unique_ptr<SpeedReactor> speedReactor_;
+  std::unique_ptr<SwitchportReactor> switchportReactor_;
+  // The switch-port configuration each port had when last seen.
+  std::map<Nexo::IntfId, Bridging::SwitchIntfConfig> switchIntfConfig_;
   std::map<Acl::AclType, Vex::Ptr<AclTypeConfigSm>> typeSms_;
   std::set<AclKey> dirtyAcls_;
   Vex::Ptr<Vex::Clock> updaterClock_;
@@ -262,6 +276,7 @@ class AclMounter {
   static constexpr const char* aclConfigPath = "acl/config";
   static constexpr const char* aclStatusPath = "acl/status";
   static constexpr const char* ethPhyIntfStatusPath = MacAddrSmMounter::ethPhyIntfStatusPath;
+  static constexpr const char* bridgingConfigPath = MacAddrSmMounter::bridgingConfigPath;
 
  private:
   Vex::Ptr<Hive::Root> hive_;

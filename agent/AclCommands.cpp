@@ -19,6 +19,8 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <optional>
+
 namespace Agent {
 
 namespace {
@@ -360,6 +362,22 @@ void AclFeature::registerListCommands() {
                      }
                      config_->permitDuringUpdateIs(args[0] == "permit");
                    });
+  for (const bool on : {true, false}) {
+    shell_.commandIs(std::string(on ? "" : "no ") + "hardware access-list resource sharing", "ip|ipv6|mac",
+                     on ? "lists of the type applied on several interfaces share their TCAM entries (default)"
+                        : "each interface (LAG, VLAN) applying a list of the type gets entries of its own",
+                     [this, on](const Args& args, std::ostream&) {
+                       const std::string usage =
+                           std::string(on ? "" : "no ") + "hardware access-list resource sharing ip|ipv6|mac";
+                       expectArgs(args, 1, 1, usage);
+                       std::optional<AclType> type;
+                       for (AclType t : {Acl::ip(), Acl::ipv6(), Acl::mac()}) {
+                         if (args[0] == typeWord(t)) type = t;
+                       }
+                       if (!type) throw CommandError(fmt::format("bad type '{}': expected ip, ipv6 or mac", args[0]));
+                       config_->aclTypeConfigIs(*type)->sharingIs(on);
+                     });
+  }
   shell_.commandIs("clear access-lists counters", "[NAME]", "zero the counters of every list (or of one)",
                    [this](const Args& args, std::ostream&) {
                      expectArgs(args, 0, 1, "clear access-lists counters [NAME]");
@@ -376,13 +394,13 @@ void AclFeature::registerListCommands() {
   shell_.commandIs(
       "chip acl",
       "capacity N | ranges N | busy|full|fail next N | status WORD next N | mode direct|deferred | "
-      "ack-delay SECONDS",
+      "ack-delay SECONDS | subintf-sharing on|off",
       "the soft chip's ACL TCAM: entries, port-range checkers, planned faults and status words, "
-      "acknowledgements",
+      "acknowledgements, whether sub-interfaces may share an instance",
       [this](const Args& args, std::ostream&) {
         const std::string usage =
             "chip acl capacity N | ranges N | busy|full|fail next N | status WORD next N | "
-            "mode direct|deferred | ack-delay SECONDS";
+            "mode direct|deferred | ack-delay SECONDS | subintf-sharing on|off";
         if (args.empty()) throw CommandError("usage: " + usage);
         if (args[0] == "ranges" && args.size() == 2) {
           helper_->table().rangeCheckersIs(static_cast<std::size_t>(parseInteger(args[1], 0, 1000000)));
@@ -394,6 +412,8 @@ void AclFeature::registerListCommands() {
           helper_->deferredIs(args[1] == "deferred");
         } else if (args[0] == "ack-delay" && args.size() == 2) {
           helper_->table().ackDelayIs(parseSeconds(args[1]));
+        } else if (args[0] == "subintf-sharing" && args.size() == 2 && (args[1] == "on" || args[1] == "off")) {
+          helper_->subIntfSharingIs(args[1] == "on");
         } else {
           applyChipTableArgs(*chip_, SoftChip::SoftAclTable::tableName, args, usage);
         }
@@ -439,7 +459,7 @@ void AclFeature::registerShowCommands() {
           AclType type;
           std::string name;
           std::vector<Row> rows;
-          std::map<std::string, std::string> status;                  // by direction
+          std::map<std::string, std::string> status;                  // by direction [and interface]
           std::map<std::string, std::vector<std::string>> appliedOn;  // by direction, as configured
         };
         std::vector<List> lists;
@@ -462,8 +482,11 @@ void AclFeature::registerShowCommands() {
             for (const auto& [seq, rule] : acl->macRuleBySequence())
               list.rows.push_back({seq, rule.uniqueId, aclRuleText(rule)});
             if (auto st = status_->aclStatus({type, name})) {
-              for (const auto& [dir, instance] : st->instanceStatus()) {
-                list.status[Acl::aclDirectionName(dir)] = instance.statusText;
+              // An unshared instance's status names its interface.
+              for (const auto& [instanceKey, instance] : st->instanceStatus()) {
+                std::string where = Acl::aclDirectionName(instanceKey.direction);
+                if (!instanceKey.intf.empty()) where += " " + instanceKey.intf.stringValue();
+                list.status[where] = instance.statusText;
               }
             }
             lists.push_back(std::move(list));

@@ -9,26 +9,38 @@ namespace Agent {
 
 void CommandShell::commandIs(const std::string& words, const std::string& usage, const std::string& help,
                              Handler handler) {
-  commands_[words] = Command{split(words), usage, help, std::move(handler)};
+  Command& command = commands_[words];
+  command.words = split(words);
+  command.usage = usage;
+  command.help = help;
+  command.handler = std::move(handler);
 }
 
 void CommandShell::commandFormIs(const std::string& words, const std::string& usage,
                                  std::function<bool(const Args&)> mine, Handler handler) {
-  auto it = commands_.find(words);
-  if (it == commands_.end()) {
-    commandIs(words, usage, "", std::move(handler));
-    return;
-  }
-  Command& command = it->second;
-  command.usage += " | " + usage;
-  command.handler = [mine = std::move(mine), handler = std::move(handler), previous = std::move(command.handler)](
-                        const Args& args, std::ostream& out) {
-    if (mine(args)) {
-      handler(args, out);
-    } else {
-      previous(args, out);
+  Command& command = commands_[words];
+  if (command.words.empty()) command.words = split(words);
+  command.forms.push_back({usage, std::move(mine), std::move(handler)});
+}
+
+void CommandShell::Command::run(const Args& args, std::ostream& out) const {
+  for (auto form = forms.rbegin(); form != forms.rend(); ++form) {
+    if (form->mine(args)) {
+      form->handler(args, out);
+      return;
     }
-  };
+  }
+  if (handler) {
+    handler(args, out);
+  } else if (!forms.empty()) {
+    forms.front().handler(args, out);
+  }
+}
+
+std::string CommandShell::Command::fullUsage() const {
+  std::string text = usage;
+  for (const auto& form : forms) text += (text.empty() ? "" : " | ") + form.usage;
+  return text;
 }
 
 Args CommandShell::split(const std::string& line) {
@@ -51,12 +63,13 @@ void CommandShell::execute(const std::string& line, std::ostream& out) {
   }
   if (!best) throw CommandError("unknown command '" + words[0] + "' (try 'help')");
   Args args(words.begin() + static_cast<std::ptrdiff_t>(best->words.size()), words.end());
-  best->handler(args, out);
+  best->run(args, out);
 }
 
 void CommandShell::help(std::ostream& out) const {
   for (const auto& [name, command] : commands_) {
-    std::string syntax = name + (command.usage.empty() ? "" : " " + command.usage);
+    const std::string usage = command.fullUsage();
+    std::string syntax = name + (usage.empty() ? "" : " " + usage);
     out << "  " << syntax;
     if (syntax.size() < 44) out << std::string(44 - syntax.size(), ' ');
     out << "  " << command.help << "\n";

@@ -28,8 +28,9 @@ class CommandShell {
   // `words` is the command's fixed leading words ("show version"); `usage`
   // the rest of its syntax, for help.
   void commandIs(const std::string& words, const std::string& usage, const std::string& help, Handler handler);
-  // Adds a form to a command another feature registered: `handler` runs
-  // the lines `mine` accepts and hands the others to the command as it was.
+  // Adds a form to a command another feature registers (before or after):
+  // `handler` runs the lines `mine` accepts; the others go to the forms
+  // added before it, then to the command itself.
   void commandFormIs(const std::string& words, const std::string& usage, std::function<bool(const Args&)> mine,
                      Handler handler);
 
@@ -44,11 +45,19 @@ class CommandShell {
   static Args split(const std::string& line);
 
  private:
+  struct Form {
+    std::string usage;
+    std::function<bool(const Args&)> mine;
+    Handler handler;
+  };
   struct Command {
     Args words;
     std::string usage;
     std::string help;
-    Handler handler;
+    Handler handler;  // none while only forms are registered
+    std::vector<Form> forms;
+    void run(const Args& args, std::ostream& out) const;
+    std::string fullUsage() const;
   };
   std::map<std::string, Command> commands_;
   bool quit_ = false;

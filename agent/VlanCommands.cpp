@@ -5,7 +5,9 @@
 #include "agent/VlanFeature.h"
 
 #include <fmt/format.h>
+#include <boost/describe/enum_to_string.hpp>
 
+#include <map>
 #include <optional>
 #include <set>
 #include <vector>
@@ -13,6 +15,8 @@
 namespace Agent {
 
 namespace {
+
+const char* modeName(Bridging::SwitchportMode mode) { return boost::describe::enum_to_string(mode, "?"); }
 
 Bridging::VlanId vlanArg(const std::string& text) {
   return Bridging::VlanId(static_cast<std::uint32_t>(parseInteger(text, 1, 4094)));
@@ -243,6 +247,7 @@ void VlanFeature::registerCommands() {
                        throw CommandError("usage: " + usage);
                      }
                    });
+  registerSwitchportCommands(bridgingConfig);
   shell_.commandIs("show vlan", "[ID] [json]",
                    "configured, confirmed and hardware members, pending and in-flight generations",
                    [this, statusDir](Args args, std::ostream& out) {
@@ -263,6 +268,77 @@ void VlanFeature::registerCommands() {
                        return;
                      }
                      for (const auto& view : views) printVlan(out, view);
+                   });
+}
+
+// The switch-port configuration the bridging agent publishes: VLAN
+// membership itself stays with the `vlan` commands; the forwarding layer
+// reads mode and access VLAN where they change what a port's ACLs mean.
+void VlanFeature::registerSwitchportCommands(const Vex::Ptr<Bridging::Config>& bridgingConfig) {
+  shell_.commandFormIs(
+      "interface", "INTFS switchport mode access|trunk|routed | INTFS switchport access vlan V",
+      [](const Args& args) { return args.size() >= 2 && args[1] == "switchport"; },
+      [bridgingConfig](const Args& args, std::ostream&) {
+        const std::string usage =
+            "interface INTFS switchport mode access|trunk|routed | "
+            "interface INTFS switchport access vlan V";
+        expectArgs(args, 4, 5, usage);
+        std::optional<Bridging::SwitchportMode> mode;
+        std::optional<Bridging::VlanId> vlanId;
+        if (args[2] == "mode" && args.size() == 4) {
+          for (auto m :
+               {Bridging::SwitchportMode::access, Bridging::SwitchportMode::trunk, Bridging::SwitchportMode::routed}) {
+            if (args[3] == modeName(m)) mode = m;
+          }
+          if (!mode) throw CommandError(fmt::format("bad mode '{}': expected access, trunk or routed", args[3]));
+        } else if (args[2] == "access" && args[3] == "vlan" && args.size() == 5) {
+          vlanId = vlanArg(args[4]);
+        } else {
+          throw CommandError("usage: " + usage);
+        }
+        for (const auto& intf : parseIntfRange(args[0])) {
+          if (!intf.isEthernet() || intf.isSubIntf()) throw CommandError(intf.stringValue() + " is not a port");
+        }
+        for (const auto& intf : parseIntfRange(args[0])) {
+          Bridging::SwitchIntfConfig config = bridgingConfig->switchIntfConfig(intf);
+          if (mode) config.mode = *mode;
+          if (vlanId) config.cfgVlanId = *vlanId;
+          if (config == Bridging::SwitchIntfConfig{}) {
+            bridgingConfig->switchIntfConfigDel(intf);
+          } else {
+            bridgingConfig->switchIntfConfigIs(intf, config);
+          }
+        }
+      });
+  shell_.commandIs("show interfaces switchport", "[json]", "ports' switch-port mode and access VLAN",
+                   [bridgingConfig](Args args, std::ostream& out) {
+                     const bool json = takeJsonFlag(args);
+                     expectArgs(args, 0, 0, "show interfaces switchport [json]");
+                     std::map<Nexo::IntfId, Bridging::SwitchIntfConfig> ports(
+                         bridgingConfig->switchIntfConfig().begin(), bridgingConfig->switchIntfConfig().end());
+                     if (json) {
+                       printJson(out, [&](JsonWriter& w) {
+                         w.StartObject();
+                         w.Key("switchports");
+                         w.StartObject();
+                         for (const auto& [intf, config] : ports) {
+                           w.Key(intf.stringValue().c_str());
+                           w.StartObject();
+                           w.Key("mode");
+                           w.String(modeName(config.mode));
+                           w.Key("accessVlan");
+                           w.Uint(config.cfgVlanId.valid() ? config.cfgVlanId.value() : 1);
+                           w.EndObject();
+                         }
+                         w.EndObject();
+                         w.EndObject();
+                       });
+                       return;
+                     }
+                     for (const auto& [intf, config] : ports) {
+                       out << fmt::format("{:<16} {:<7} access vlan {}\n", intf.stringValue(), modeName(config.mode),
+                                          config.cfgVlanId.valid() ? config.cfgVlanId.value() : 1);
+                     }
                    });
 }
 

@@ -19,6 +19,7 @@ class VlanFeature : public Feature {
   const Vex::Ptr<Orb::VlanPhyIntfSm>& sm() const { return vlanPhyIntfSm_; }
 
  private:
+  void registerSwitchportCommands(const Vex::Ptr<Bridging::Config>& bridgingConfig);
   Vex::Ptr<SoftChip::SoftVlanHelper> vlanHelper_;
   Vex::Ptr<Orb::VlanPhyIntfSm> vlanPhyIntfSm_;
 };

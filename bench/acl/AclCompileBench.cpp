@@ -65,7 +65,7 @@ void BM_AclCompile(benchmark::State& state) {
     acl->ipRuleBySequenceIs(10 * (id + 1), {Acl::AclAction::permit, filter, id + 1});
     ++id;
   }
-  auto sm = Orb::aclSmFactory({ocsd, helper, config, status, {}});
+  auto sm = Orb::aclSmFactory({ocsd, helper, config, status, {}, {}});
   config->aclIntfTypeConfigIs(Acl::ip())->intfIs(Nexo::IntfId("Ethernet1"), {"big", ""});
   const Orb::AclKey key{Acl::ip(), "big", Acl::AclDirection::aclIn, {}};
   std::size_t entries = 0;

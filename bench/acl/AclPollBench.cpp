@@ -37,7 +37,7 @@ void BM_AclPoll(benchmark::State& state) {
     acl->ipRuleBySequenceIs(10 * id, {Acl::AclAction::permit, filter, id});
   }
   acl->versionInc();
-  auto sm = Orb::aclSmFactory({ocsd, helper, config, status, {}});
+  auto sm = Orb::aclSmFactory({ocsd, helper, config, status, {}, {}});
   config->aclIntfTypeConfigIs(Acl::ip())->intfIs(Nexo::IntfId("Ethernet1"), {"big", ""});
   auto* hwAcl = helper->table().find({Acl::ip(), "big", Acl::AclDirection::aclIn, {}});
   if (!hwAcl) {

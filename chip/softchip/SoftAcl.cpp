@@ -278,7 +278,10 @@ Orb::AclHwResult SoftAclHelper::commitAcl(AclData& data) {
 void SoftAclHelper::removeAcl(AclData& data) {
   acknowledge();
   if (HwAcl* acl = table_.find(data.key())) {
-    for (const auto& pair : acl->bound) table_.bindingIs(pair.intfId, data.key().direction, data.key().type, nullptr);
+    for (const auto& pair : acl->bound) {
+      if (aclOwner(pair.intfId, data.key()))
+        table_.bindingIs(pair.intfId, data.key().direction, data.key().type, nullptr);
+    }
   }
   table_.entries.erase(data.key());
   staged_.erase(data.key());
@@ -293,10 +296,16 @@ bool SoftAclHelper::addIntfToAcl(const IntfPairKey& pair, AclData& data, AclData
   return true;
 }
 
-void SoftAclHelper::removeIntfFromAcl(const IntfPairKey& pair, AclData& data, bool) {
+bool SoftAclHelper::aclOwner(const Nexo::IntfId& intf, const Orb::AclKey& key) {
+  const Orb::AclKey* bound = table_.boundAt(intf, key.direction, key.type);
+  return !bound || *bound == key;
+}
+
+void SoftAclHelper::removeIntfFromAcl(const IntfPairKey& pair, AclData& data, bool belongsToAnother) {
   if (HwAcl* acl = table_.find(data.key())) acl->bound.erase(pair);
-  const Orb::AclKey* bound = table_.boundAt(pair.intfId, data.key().direction, data.key().type);
-  if (bound && *bound == data.key()) table_.bindingIs(pair.intfId, data.key().direction, data.key().type, nullptr);
+  // The slot is only freed by the instance holding it.
+  if (!belongsToAnother && aclOwner(pair.intfId, data.key()))
+    table_.bindingIs(pair.intfId, data.key().direction, data.key().type, nullptr);
 }
 
 std::uint64_t SoftAclHelper::aclRuleCountersSinceLastPoll(const AclData& data, const std::string& chip,

@@ -146,12 +146,17 @@ class SoftAclHelper : public OrbHelper::AclHelper {
   void removeAcl(AclData& data) override;
   bool addIntfToAcl(const IntfPairKey& pair, AclData& data, AclDataStatus& status) override;
   void removeIntfFromAcl(const IntfPairKey& pair, AclData& data, bool belongsToAnother) override;
+  bool aclOwner(const Nexo::IntfId& intf, const Orb::AclKey& key) override;
   std::uint64_t aclRuleCountersSinceLastPoll(const AclData& data, const std::string& chip,
                                              std::uint32_t uniqueId) override;
   std::vector<std::string> counterChips() override { return {SoftAclTable::unitName}; }
   void blockIntf(const Nexo::IntfId& intf, bool block, const std::string&) override { table_.blockedIs(intf, block); }
   bool establishedSupported() override { return true; }
   bool deferredOperationsSupported() override { return deferred_; }
+  // Whether one instance may serve several sub-interfaces (a chip that
+  // keys sub-interface lists by tag cannot).
+  bool subIntfAclSharingSupported(const Orb::AclKey&) override { return subIntfSharing_; }
+  void subIntfSharingIs(bool sharing) { subIntfSharing_ = sharing; }
 
  private:
   void acknowledge();
@@ -169,6 +174,7 @@ class SoftAclHelper : public OrbHelper::AclHelper {
   std::uint32_t lastRule_ = 0;  // the data's index of the rule staged last
   std::deque<std::uint32_t> plannedStatus_;
   bool deferred_ = false;
+  bool subIntfSharing_ = true;
 };
 
 }  // namespace SoftChip

@@ -164,10 +164,16 @@ class AclTypeConfig : public Vex::Entity {
    public:
     using BaseNotifiee::BaseNotifiee;
     VEX_KEY_HANDLER(Acl, std::string)
+    VEX_HANDLER(Sharing)
   };
   explicit AclTypeConfig(AclType type) : Entity(aclTypeName(type)), type_(type) {}
   AclType type() const { return type_; }
   VEX_ORDERED_COLLECTION(std::string, Vex::Ptr<AclConfig>, acl, Acl)
+  // Whether a list of this type applied on several interfaces takes one
+  // set of TCAM entries per direction (shared) or one per interface, LAG
+  // or VLAN (unshared: each interface's counters are its own, at the cost
+  // of entries).
+  VEX_ATTR(bool, sharing, Sharing, true)
   // The list of that name, made when absent.
   Vex::Ptr<AclConfig> aclIs(const std::string& name) {
     if (auto existing = acl(name)) return existing;
@@ -227,8 +233,17 @@ class Config : public Vex::Entity {
   VEX_OWNED_MEMBERS(AclType, AclIntfTypeConfig, aclIntfTypeConfig)
 };
 
-// A list's outcome in one direction: the status text of its latest
-// programming attempt and the status word behind it.
+// Which instance of a list a status is of: the direction and, for a list
+// applied unshared, the interface, LAG or VLAN interface (none when shared).
+struct AclInstanceKey {
+  AclDirection direction = AclDirection::aclIn;
+  Nexo::IntfId intf;
+  auto operator<=>(const AclInstanceKey&) const = default;
+};
+VEX_VALUE(AclInstanceKey, "Acl::AclInstanceKey", (direction, intf))
+
+// An instance's outcome: the status text of its latest programming attempt
+// and the status word behind it.
 struct AclInstanceStatus {
   bool installed = false;
   std::uint32_t hwStatus = 0;
@@ -257,22 +272,22 @@ VEX_VALUE(RuleChipKey, "Acl::RuleChipKey", (seq, chip))
 // under: after every configured rule.
 inline constexpr std::uint32_t finalRuleSeq = 0xffffffff;
 
-// The status of one list: per direction it is applied in, and the packets
-// each rule (by sequence number) matched, summed over directions and chips
-// and per chip. Counters are kept across rebuilds of the list.
+// The status of one list: per instance (direction, and interface when
+// unshared), and the packets each rule (by sequence number) matched, summed
+// over instances and chips and per chip. Counters are kept across rebuilds of the list.
 class AclStatus : public Vex::Entity {
  public:
   class Notifiee : public Vex::BaseNotifiee<AclStatus> {
    public:
     using BaseNotifiee::BaseNotifiee;
-    VEX_KEY_HANDLER(InstanceStatus, AclDirection)
+    VEX_KEY_HANDLER(InstanceStatus, AclInstanceKey)
     VEX_KEY_HANDLER(RuleStatus, std::uint32_t)
     VEX_KEY_HANDLER(RuleStatusPerChip, RuleChipKey)
     VEX_HANDLER(CounterUpdateTime)
   };
   explicit AclStatus(const AclNameKey& key) : Entity(key.name), key_(key) {}
   const AclNameKey& key() const { return key_; }
-  VEX_ORDERED_COLLECTION(AclDirection, AclInstanceStatus, instanceStatus, InstanceStatus)
+  VEX_ORDERED_COLLECTION(AclInstanceKey, AclInstanceStatus, instanceStatus, InstanceStatus)
   VEX_ORDERED_COLLECTION(std::uint32_t, std::uint64_t, ruleStatus, RuleStatus)
   VEX_ORDERED_COLLECTION(RuleChipKey, std::uint64_t, ruleStatusPerChip, RuleStatusPerChip)
   // Adds a rule's packets counted on `chip` since the last poll.

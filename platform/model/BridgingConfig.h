@@ -7,6 +7,8 @@
 #include "platform/vex/Entity.h"
 #include "platform/vex/Value.h"
 
+#include <boost/describe/enum.hpp>
+
 namespace Bridging {
 
 // A VLAN whose ports also join the flood set of another ("expanded") VLAN.
@@ -16,6 +18,19 @@ struct VlanExpansion {
   auto operator<=>(const VlanExpansion&) const = default;
 };
 VEX_VALUE(VlanExpansion, "Bridging::VlanExpansion", (vlanId, expVlanId))
+
+// How a port takes part in bridging: an access port carries one VLAN
+// untagged, a trunk several, a routed port none (it is an L3 interface).
+enum class SwitchportMode : std::uint8_t { access = 0, trunk = 1, routed = 2 };
+BOOST_DESCRIBE_ENUM(SwitchportMode, access, trunk, routed)
+
+// A port's switch-port configuration: its mode and its access VLAN.
+struct SwitchIntfConfig {
+  SwitchportMode mode = SwitchportMode::access;
+  VlanId cfgVlanId;
+  auto operator<=>(const SwitchIntfConfig&) const = default;
+};
+VEX_VALUE(SwitchIntfConfig, "Bridging::SwitchIntfConfig", (mode, cfgVlanId))
 
 class Config : public Vex::Entity {
  public:
@@ -29,6 +44,7 @@ class Config : public Vex::Entity {
     VEX_HANDLER(SourceCheckCpuMac)
     VEX_HANDLER(SourceMacInvalid)
     VEX_KEY_HANDLER(MacLearningDisabledVlan, VlanId)
+    VEX_KEY_HANDLER(SwitchIntfConfig, Nexo::IntfId)
   };
   using Entity::Entity;
 
@@ -44,6 +60,8 @@ class Config : public Vex::Entity {
   VEX_ATTR(bool, sourceMacInvalid, SourceMacInvalid, false)
   // VLANs whose learning is switched off (on everywhere else).
   VEX_SET(VlanId, macLearningDisabledVlan, MacLearningDisabledVlan)
+  // Ports with a switch-port configuration other than the default.
+  VEX_COLLECTION(Nexo::IntfId, SwitchIntfConfig, switchIntfConfig, SwitchIntfConfig)
 };
 
 }  // namespace Bridging

@@ -67,6 +67,13 @@ TEST_F(AclCommandsTest, BadInputIsRefusedAndChangesNothing) {
       {"chip acl mode sideways", "usage: chip acl"},
       {"hardware access-list update default-result maybe", "bad default result 'maybe'"},
       {"clear access-lists counters nosuch", "no access-list nosuch"},
+      {"no hardware access-list resource sharing ipx", "bad type 'ipx': expected ip, ipv6 or mac"},
+      {"hardware access-list resource sharing", "usage: hardware access-list resource sharing ip|ipv6|mac"},
+      {"chip acl subintf-sharing maybe", "usage: chip acl"},
+      {"interface Ethernet1 switchport mode hybrid", "bad mode 'hybrid': expected access, trunk or routed"},
+      {"interface Ethernet1 switchport access vlan 5000", "out of range 1 to 4094"},
+      {"interface Vlan10 switchport mode routed", "Vlan10 is not a port"},
+      {"interface Ethernet1 switchport trunk", "usage: interface INTFS switchport"},
   };
   for (const auto& [line, reason] : refused) {
     const std::string got = error(agent, line);

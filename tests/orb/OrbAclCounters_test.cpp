@@ -21,6 +21,7 @@ using Acl::AclDirection;
 class CountingAclHelper : public OrbHelper::AclHelper {
  public:
   std::uint64_t perPoll = 1;
+  std::uint64_t unit1PerPoll = 0;
   std::uint32_t refuseCommits = 0;
   std::map<std::string, std::uint32_t> reads;  // by instance
 
@@ -43,7 +44,7 @@ class CountingAclHelper : public OrbHelper::AclHelper {
   std::vector<std::string> counterChips() override { return {"Unit0", "Unit1"}; }
   std::uint64_t aclRuleCountersSinceLastPoll(const AclData& data, const std::string& chip, std::uint32_t) override {
     if (chip == "Unit0") ++reads[data.key().stringValue()];
-    return chip == "Unit0" ? perPoll : 0;
+    return chip == "Unit0" ? perPoll : unit1PerPoll;
   }
 };
 
@@ -54,7 +55,7 @@ class AclCountersTest : public ::testing::Test {
   Vex::Ptr<CountingAclHelper> helper = Vex::make<CountingAclHelper>();
   Vex::Ptr<Acl::Config> config = Vex::make<Acl::Config>("aclConfig");
   Vex::Ptr<Acl::Status> status = Vex::make<Acl::Status>("aclStatus");
-  Vex::Ptr<AclSm> sm = aclSmFactory({ocsd, helper, config, status, {}});
+  Vex::Ptr<AclSm> sm = aclSmFactory({ocsd, helper, config, status, {}, {}});
   std::uint32_t nextId = 1;
 
   Vex::Ptr<Acl::AclConfig> list(const std::string& name, std::uint32_t rules) {
@@ -126,7 +127,7 @@ TEST_F(AclCountersTest, AnInstanceTheChipRefusedContributesNothing) {
   apply("Ethernet1", "good");
   helper->refuseCommits = 1;
   apply("Ethernet2", "refused");
-  ASSERT_FALSE(status->aclStatus({Acl::ip(), "refused"})->instanceStatus(AclDirection::aclIn).installed);
+  ASSERT_FALSE(status->aclStatus({Acl::ip(), "refused"})->instanceStatus({AclDirection::aclIn, {}}).installed);
   loop.advance(AclCountersPoller::defaultPeriod);
   EXPECT_EQ(counter("good", 10), 1u);
   EXPECT_EQ(counter("refused", 10), 0u);
@@ -185,6 +186,27 @@ TEST_F(AclCountersTest, ClearingZeroesTheCountersAndDropsWhatWasNotYetRead) {
   helper->perPoll = 0;
   loop.advance(AclCountersPoller::defaultPeriod);
   EXPECT_EQ(counter("web", 10), 0u);
+}
+
+TEST_F(AclCountersTest, AChipMarkedDirtyLosesItsShareAtTheEndOfTheNextUpdate) {
+  helper->unit1PerPoll = 1;
+  auto acl = list("web", 1);
+  apply("Ethernet1", "web");
+  loop.advance(AclCountersPoller::defaultPeriod);
+  ASSERT_EQ(counter("web", 10), 2u);
+  auto* configSm = sm->aclTypeConfigSm(Acl::ip())->aclConfigSm("web");
+  configSm->dirtyChipIs("Unit1");
+  acl->counterUpdateRequestInc();
+  loop.runUntilIdle();
+  // Unit0 counted once more; Unit1's count is gone, its new packets too.
+  auto listStatus = status->aclStatus({Acl::ip(), "web"});
+  EXPECT_EQ(counter("web", 10), 2u);
+  EXPECT_EQ(listStatus->ruleStatusPerChip({10, "Unit0"}), 2u);
+  EXPECT_FALSE(listStatus->ruleStatusPerChipHas({10, "Unit1"}));
+  EXPECT_TRUE(configSm->dirtyChips().empty());
+  loop.advance(AclCountersPoller::defaultPeriod);
+  EXPECT_EQ(listStatus->ruleStatusPerChip({10, "Unit1"}), 1u);
+  EXPECT_EQ(counter("web", 10), 4u);
 }
 
 TEST(AclCountersPollingBookmark, PrintsAsAValue) {

@@ -11,6 +11,8 @@
 
 #include <algorithm>
 #include <deque>
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -61,11 +63,21 @@ class RecordingAclHelper : public OrbHelper::AclHelper {
     calls.push_back("bind " + pair.stringValue() + " " + data.key().stringValue());
     return true;
   }
-  void removeIntfFromAcl(const IntfPairKey& pair, AclData& data, bool) override {
-    calls.push_back("unbind " + pair.stringValue() + " " + data.key().stringValue());
+  void removeIntfFromAcl(const IntfPairKey& pair, AclData& data, bool belongsToAnother) override {
+    calls.push_back("unbind " + pair.stringValue() + " " + data.key().stringValue() +
+                    (belongsToAnother ? " (another's)" : ""));
   }
   bool deferredOperationsSupported() override { return deferred; }
   bool asyncAclConfig() override { return async; }
+  bool subIntfAclSharingSupported(const AclKey&) override { return subIntfSharing; }
+  bool intfSupportsAcl(const Nexo::IntfId& intf) override { return !unsupported.count(intf); }
+  bool aclOwner(const Nexo::IntfId& intf, const AclKey& key) override {
+    auto it = owner.find(intf);
+    return it == owner.end() || it->second == key;
+  }
+  bool subIntfSharing = true;
+  std::set<Nexo::IntfId> unsupported;
+  std::map<Nexo::IntfId, AclKey> owner;
   void blockIntf(const Nexo::IntfId& intf, bool block, const std::string&) override {
     calls.push_back((block ? "block " : "unblock ") + intf.stringValue());
   }
@@ -87,7 +99,9 @@ class AclSmTest : public ::testing::Test {
 
   Vex::Ptr<Interface::EthPhyIntfStatusDir> phy = Vex::make<Interface::EthPhyIntfStatusDir>("phy");
 
-  Vex::Ptr<AclSm> start() { return aclSmFactory({ocsd, helper, config, status, phy}); }
+  Vex::Ptr<Bridging::Config> bridging = Vex::make<Bridging::Config>("bridgingConfig");
+
+  Vex::Ptr<AclSm> start() { return aclSmFactory({ocsd, helper, config, status, phy, bridging}); }
 
   Vex::Ptr<Acl::AclConfig> ipAcl(const std::string& name) { return config->aclTypeConfigIs(Acl::ip())->aclIs(name); }
   void ipRule(const Vex::Ptr<Acl::AclConfig>& acl, std::uint32_t seq, AclAction action, Acl::IpFilter filter) {
@@ -103,7 +117,7 @@ class AclSmTest : public ::testing::Test {
   std::string statusText(const std::string& name, Acl::AclType type = Acl::ip()) {
     auto listStatus = status->aclStatus({type, name});
     if (!listStatus) return "(no status)";
-    return listStatus->instanceStatus(AclDirection::aclIn).statusText;
+    return listStatus->instanceStatus({AclDirection::aclIn, {}}).statusText;
   }
   static Acl::IpFilter tcp(Acl::PortMatch source, Acl::PortMatch destination) {
     Acl::IpFilter filter;
@@ -344,6 +358,24 @@ TEST_F(AclSmTest, RebuildTriggers) {
   phy->speedIs(Nexo::IntfId("Ethernet6"), 25000);
   loop.runUntilIdle();
   EXPECT_EQ(commits(), 4);
+  // And a change of switch-port mode or access VLAN; writing the same
+  // configuration again rebuilds nothing.
+  const Nexo::IntfId port("Ethernet5");
+  bridging->switchIntfConfigIs(port, {Bridging::SwitchportMode::routed, {}});
+  loop.runUntilIdle();
+  EXPECT_EQ(commits(), 5);
+  bridging->switchIntfConfigIs(port, {Bridging::SwitchportMode::routed, {}});
+  loop.runUntilIdle();
+  EXPECT_EQ(commits(), 5);
+  bridging->switchIntfConfigIs(port, {Bridging::SwitchportMode::routed, Bridging::VlanId(30)});
+  loop.runUntilIdle();
+  EXPECT_EQ(commits(), 6);
+  bridging->switchIntfConfigDel(port);
+  loop.runUntilIdle();
+  EXPECT_EQ(commits(), 7);
+  bridging->switchIntfConfigIs(Nexo::IntfId("Ethernet6"), {Bridging::SwitchportMode::trunk, {}});
+  loop.runUntilIdle();
+  EXPECT_EQ(commits(), 7);
   // Joining a LAG moves the binding to (member, LAG).
   ocsd->portToLagIs(Nexo::IntfId("Ethernet5"), Nexo::IntfId("Port-Channel1"));
   EXPECT_EQ(helper->calls.back(), "bind Ethernet5(Port-Channel1) ip r in");
@@ -371,6 +403,87 @@ TEST_F(AclSmTest, AVlanInterfaceBindsTheListToItsVlanAndItsLastBindingRemovesIt)
   EXPECT_TRUE(traces->contains("Added first vlan to ip svi in, instantiating..."));
   EXPECT_TRUE(traces->contains("Removed last intf from ip svi in, deleting..."));
   EXPECT_EQ(helper->calls.back(), "remove ip svi in");
+}
+
+TEST_F(AclSmTest, UnsharedListsHaveAnInstancePerPortLagAndVlanAndMoveWhenSharingChanges) {
+  ipRule(ipAcl("u"), 10, AclAction::deny, {});
+  auto sm = start();
+  config->aclTypeConfigIs(Acl::ip())->sharingIs(false);
+  ocsd->portToLagIs(Nexo::IntfId("Ethernet5"), Nexo::IntfId("Port-Channel1"));
+  ocsd->portToLagIs(Nexo::IntfId("Ethernet6"), Nexo::IntfId("Port-Channel1"));
+  apply("Ethernet1", "u");
+  apply("Ethernet2", "u");
+  apply("Port-Channel1", "u");
+  apply("Vlan10", "u");
+  auto* configSm = sm->aclTypeConfigSm(Acl::ip())->aclConfigSm("u");
+  std::vector<std::string> keys;
+  for (const auto& [key, data] : configSm->aclData()) keys.push_back(key.stringValue());
+  // The LAG's members share the LAG's instance.
+  EXPECT_EQ(keys, (std::vector<std::string>{"ip u in Ethernet1", "ip u in Ethernet2", "ip u in Port-Channel1",
+                                            "ip u in Vlan10"}));
+  EXPECT_EQ(
+      configSm->aclData({Acl::ip(), "u", AclDirection::aclIn, Nexo::IntfId("Port-Channel1")})->activeIntfs().size(),
+      2u);
+  // Each instance has its status, by interface.
+  auto listStatus = status->aclStatus({Acl::ip(), "u"});
+  EXPECT_EQ(listStatus->instanceStatusSize(), 4u);
+  EXPECT_EQ(listStatus->instanceStatus({AclDirection::aclIn, Nexo::IntfId("Ethernet2")}).statusText,
+            "Succeeded install on Unit0");
+  // Sharing on: one instance takes every binding; the copies go.
+  helper->calls.clear();
+  config->aclTypeConfig(Acl::ip())->sharingIs(true);
+  keys.clear();
+  for (const auto& [key, data] : configSm->aclData()) keys.push_back(key.stringValue());
+  EXPECT_EQ(keys, (std::vector<std::string>{"ip u in"}));
+  EXPECT_EQ(configSm->aclData({Acl::ip(), "u", AclDirection::aclIn, {}})->activeIntfs().size(), 5u);
+  EXPECT_EQ(std::count_if(helper->calls.begin(), helper->calls.end(),
+                          [](const std::string& call) { return call.rfind("remove ", 0) == 0; }),
+            4);
+  EXPECT_EQ(listStatus->instanceStatusSize(), 1u);
+  EXPECT_EQ(statusText("u"), "Succeeded install on Unit0");
+}
+
+TEST_F(AclSmTest, SubInterfacesShareOnlyWhereTheChipCanAndOtherRoutedInterfacesNever) {
+  ipRule(ipAcl("s"), 10, AclAction::deny, {});
+  auto sm = start();
+  auto* configSm = sm->aclTypeConfigSm(Acl::ip())->aclConfigSm("s");
+  apply("Ethernet1.10", "s");
+  apply("Ethernet1.20", "s");
+  EXPECT_EQ(configSm->aclData().size(), 1u);
+  apply("Ethernet1.10", "");
+  apply("Ethernet1.20", "");
+  helper->subIntfSharing = false;
+  apply("Ethernet1.10", "s");
+  apply("Ethernet1.20", "s");
+  EXPECT_TRUE(configSm->aclData({Acl::ip(), "s", AclDirection::aclIn, Nexo::IntfId("Ethernet1.10")}));
+  EXPECT_TRUE(configSm->aclData({Acl::ip(), "s", AclDirection::aclIn, Nexo::IntfId("Ethernet1.20")}));
+  // A tunnel keeps its own instance even with sharing on; an interface
+  // the chip cannot filter is not bound.
+  apply("Tunnel1", "s");
+  EXPECT_EQ(helper->calls.back(), "bind Tunnel1 ip s in Tunnel1");
+  helper->unsupported.insert(Nexo::IntfId("Tunnel2"));
+  const auto calls = helper->calls.size();
+  apply("Tunnel2", "s");
+  EXPECT_EQ(helper->calls.size(), calls);
+  EXPECT_FALSE(configSm->instanceHolding({Nexo::IntfId("Tunnel2"), {}}, AclDirection::aclIn));
+}
+
+TEST_F(AclSmTest, AnInstanceThatNoLongerOwnsAPortLeavesItsNewOwnerAlone) {
+  ipRule(ipAcl("a"), 10, AclAction::deny, {});
+  ipRule(ipAcl("b"), 10, AclAction::permit, {});
+  auto sm = start();
+  apply("Ethernet1", "a");
+  apply("Ethernet2", "a");
+  // The chip already gave Ethernet1's slot to b's instance.
+  helper->owner[Nexo::IntfId("Ethernet1")] = {Acl::ip(), "b", AclDirection::aclIn, {}};
+  apply("Ethernet1", "b");
+  EXPECT_EQ(std::count(helper->calls.begin(), helper->calls.end(), "unbind Ethernet1 ip a in (another's)"), 1);
+  EXPECT_EQ(helper->calls.back(), "bind Ethernet1 ip b in");
+  // Going away altogether, an instance still cleans up what it bound.
+  helper->owner[Nexo::IntfId("Ethernet2")] = {Acl::ip(), "b", AclDirection::aclIn, {}};
+  apply("Ethernet2", "");
+  EXPECT_EQ(helper->calls[helper->calls.size() - 2], "unbind Ethernet2 ip a in (another's)");
+  EXPECT_EQ(helper->calls.back(), "remove ip a in");
 }
 
 TEST_F(AclSmTest, ListConfiguredAfterItsBindingAndRemovedWhileApplied) {
