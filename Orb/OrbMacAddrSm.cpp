@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <ctime>
 #include <utility>
 
 namespace Orb {
@@ -59,6 +60,12 @@ bool sameProgramming(const RemoteMacAddressTableEntry& a, const RemoteMacAddress
 bool learnedHere(EntryType type) {
   return type == EntryType::entryDynamic || type == EntryType::entryConfiguredDynamic ||
          type == EntryType::entryStatic || type == EntryType::entryAuthenticated;
+}
+
+Vex::Seconds threadCpuTime() {
+  timespec now{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return double(now.tv_sec) + double(now.tv_nsec) / 1e9;
 }
 
 }  // namespace MacAddrSmParts
@@ -284,6 +291,10 @@ class OcsdReactor : public Vex::Reactor<OrbCommonSmData, MacAddrSm> {
 MacAddrSm::MacAddrSm(const MacAddrSmInputs& inputs) : OrbBaseSm(inputs.ocsd), in_(inputs) {
   bankFullEvent();
   dynamicHostStatusIs(nullptr);
+  // Room for what reviews may queue ahead of programming, made now: growing
+  // the queue in a slice moves every change into memory the slice touches
+  // for the first time, which takes longer than the slice may.
+  updateList_.reserve(macReviewAheadLimit);
   updateMacEntryClock_ = Vex::clockFactory([this] {
     try {
       updateQueuedAddresses();
@@ -879,7 +890,7 @@ void MacAddrSm::handleMacTableUpdate() {
   // The keys of one slice are reviewed at the slice's time; the clock is
   // read again only every few keys, to end the slice on time. Each stretch
   // of keys is looked up ahead, so that waits for memory overlap.
-  Vex::Seconds start = Vex::now(), now = start;
+  Vex::Seconds start = Vex::now(), now = start, cpuStart = threadCpuTime();
   for (unsigned reviewed = 1; !macTableUpdateList_.empty(); ++reviewed) {
     if (reviewed % Vex::lookAheadDistance == 1) {
       macTableUpdateList_.lookAhead(Vex::lookAheadDistance,
@@ -893,7 +904,7 @@ void MacAddrSm::handleMacTableUpdate() {
     if ((now = Vex::now()) - start > macTableReviewQuanta) break;
   }
   now = Vex::now();
-  longestSlice_ = std::max(longestSlice_, now - start);
+  sliceEnds(start, cpuStart, now);
   if (!macTableUpdateList_.empty()) macTableTimer_->timeMinIs(now);
 }
 
@@ -961,7 +972,7 @@ void MacAddrSm::reevaluateKeysOnIntf(const IntfId& intf) {
 }
 
 void MacAddrSm::handleIntfHostWalk() {
-  Vex::Seconds start = Vex::now();
+  Vex::Seconds start = Vex::now(), cpuStart = threadCpuTime();
   ++intfHostWalkSlices_;
   std::size_t visited = 0;
   auto timeUp = [&] { return ++visited % 64 == 0 && Vex::now() - start > macTableReviewQuanta; };
@@ -985,7 +996,7 @@ void MacAddrSm::handleIntfHostWalk() {
           if (auto next = std::next(it); next != hosts.end()) {
             walk.next = next->first;
             walk.buckets = hosts.bucket_count();
-            longestSlice_ = std::max(longestSlice_, Vex::now() - start);
+            sliceEnds(start, cpuStart, Vex::now());
             intfHostWalkTimer_->timeMinIs(Vex::now());
             return;
           }
@@ -996,7 +1007,7 @@ void MacAddrSm::handleIntfHostWalk() {
     }
     intfHostWalks_.pop_front();
   }
-  longestSlice_ = std::max(longestSlice_, Vex::now() - start);
+  sliceEnds(start, cpuStart, Vex::now());
 }
 
 void MacAddrSm::handleIntf(const IntfId& intf) {

@@ -173,8 +173,9 @@ class MacAddrSm : public OrbBaseSm {
   // How many changes reviews may queue ahead of programming before a review
   // slice gives way to it. A burst of learns would otherwise pile the whole
   // burst into the update queue, whose growth (a rehash of every queued
-  // change) then takes longer than any slice may.
-  std::size_t macReviewAheadLimit = 32768;
+  // change) then takes longer than any slice may. A few thousand keep a
+  // programming slice busy, and the queue with its changes small.
+  std::size_t macReviewAheadLimit = 4096;
   bool deferMacTableUpdate = true;
   bool verifyRemoteMac = true;
   bool lazyFdbStatusDeletion = false;
@@ -191,8 +192,11 @@ class MacAddrSm : public OrbBaseSm {
   std::uint32_t collidingStaticEntryWithRouterMacEntry() const {
     return static_cast<std::uint32_t>(collidingStaticEntryWithRouterMacEntry_.size());
   }
-  // The longest single slice of the update queue so far, in seconds.
+  // The longest single slice of sliced work so far, in seconds: on the
+  // loop's clock, and in this thread's CPU time (what the slice's own work
+  // cost; time another process had the core meanwhile is not the slice's).
   Vex::Seconds longestSlice() const { return longestSlice_; }
+  Vex::Seconds longestSliceCpu() const { return longestSliceCpu_; }
   std::uint64_t slices() const { return slices_; }
 
   void handleInitialized() override;
@@ -371,6 +375,9 @@ class MacAddrSm : public OrbBaseSm {
   bool peerEntriesAllowed() const;
   void trackPeerHost(const MacVlanPair& key);
   void armUpdateClock(Vex::Seconds at);
+  // A slice that started at `start` on the loop's clock and `cpuStart` in
+  // this thread's CPU time ends at `end`.
+  void sliceEnds(Vex::Seconds start, Vex::Seconds cpuStart, Vex::Seconds end);
   // One change through the helper; true when it is done with (success or
   // dropped), false when it stays queued.
   bool programChange(ModifyMacEntry& change);
@@ -452,6 +459,7 @@ class MacAddrSm : public OrbBaseSm {
   Vex::HashMap<IntfId, Vex::HashSet<MacVlanPair>> peerHostsOnIntf_;
   std::unique_ptr<NonAgingStatus::Notifiee> nonAgingReactor_;
   Vex::Seconds longestSlice_ = 0;
+  Vex::Seconds longestSliceCpu_ = 0;
   std::uint64_t slices_ = 0;
   std::unique_ptr<Vex::Reactors<MacAddrSm>> reactors_;
 };

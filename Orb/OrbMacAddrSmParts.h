@@ -21,5 +21,7 @@ MacAddressTableEntry toRow(const RemoteMacAddressTableEntry& entry);
 bool sameProgramming(const RemoteMacAddressTableEntry& a, const RemoteMacAddressTableEntry& b);
 // Entries of this switch's own ports that the L2 RIB is offered.
 bool learnedHere(EntryType type);
+// The CPU time this thread has used, in seconds.
+Vex::Seconds threadCpuTime();
 
 }  // namespace Orb::MacAddrSmParts

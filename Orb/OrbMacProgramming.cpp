@@ -57,8 +57,13 @@ void MacAddrSm::armUpdateClock(Vex::Seconds at) {
   if (updateMacEntryClock_->timeMin() > at) updateMacEntryClock_->timeMinIs(at);
 }
 
+void MacAddrSm::sliceEnds(Vex::Seconds start, Vex::Seconds cpuStart, Vex::Seconds end) {
+  longestSlice_ = std::max(longestSlice_, end - start);
+  longestSliceCpu_ = std::max(longestSliceCpu_, threadCpuTime() - cpuStart);
+}
+
 void MacAddrSm::updateQueuedAddresses() {
-  Vex::Seconds start = Vex::now();
+  Vex::Seconds start = Vex::now(), cpuStart = threadCpuTime();
   ++slices_;
   BLIP(trace(), 7, " updateListLen {}", updateList_.size());
   std::size_t budget = updateOrder_.size();
@@ -104,7 +109,7 @@ void MacAddrSm::updateQueuedAddresses() {
       break;
     }
   }
-  longestSlice_ = std::max(longestSlice_, Vex::now() - start);
+  sliceEnds(start, cpuStart, Vex::now());
   // Changes waiting for the chip's outcome need no slice: the outcome comes.
   if (updateOrder_.empty()) {
     BLIP(trace(), 7, "all entries processed");

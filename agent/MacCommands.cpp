@@ -366,7 +366,7 @@ void MacFeature::registerMacCommands() {
               w.Bool(entry.remote);
               if (entry.remote) {
                 w.Key("nextHop");
-                w.Uint64(entry.nextHopId);
+                w.Uint64(fdbHelper_->table().nextHopOf(key));
               }
               w.EndObject();
             }
@@ -379,7 +379,7 @@ void MacFeature::registerMacCommands() {
           const char* word = Bridging::entryTypeWord(entry.entryType);
           out << fmt::format("{:<5} {:<18} {:<20} {}{}{}\n", key.vlanId.value(), key.addr.stringValue(),
                              word ? word : "other", entry.intf.stringValue(), entry.learned ? "  (learned)" : "",
-                             entry.remote ? fmt::format("  next hop {}", entry.nextHopId) : "");
+                             entry.remote ? fmt::format("  next hop {}", fdbHelper_->table().nextHopOf(key)) : "");
         }
         out << fmt::format("{} entries, aging time {} s\n", rows.size(), fdbHelper_->agingTime());
         if (reported) out << fmt::format("{} learns reported to software, not in the table yet\n", reported);

@@ -207,7 +207,7 @@ void MacFeature::registerMacInputShowCommands() {
               w.Key("remote");
               w.Bool(chipEntry->remote);
               w.Key("nextHop");
-              w.Uint64(chipEntry->nextHopId);
+              w.Uint64(fdbHelper_->table().nextHopOf(key));
               w.EndObject();
             } else {
               w.Null();
@@ -221,7 +221,7 @@ void MacFeature::registerMacInputShowCommands() {
         if (chipEntry) {
           out << fmt::format("  {:<16} {} {}{}\n", "chip", chipEntry->intf.stringValue(),
                              entryTypeText(chipEntry->entryType),
-                             chipEntry->remote ? fmt::format(" next hop {}", chipEntry->nextHopId) : "");
+                             chipEntry->remote ? fmt::format(" next hop {}", fdbHelper_->table().nextHopOf(key)) : "");
         } else {
           out << fmt::format("  {:<16} none\n", "chip");
         }

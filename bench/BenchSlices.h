@@ -34,6 +34,10 @@ class SliceTimes {
     run.wallMs = std::max(run.wallMs, wall.count());
   }
 
+  // A run whose longest slice was timed elsewhere (by the sliced work
+  // itself, say): its longest slice in CPU and in wall time.
+  void record(double cpuMs, double wallMs) { runs_.push_back({cpuMs, wallMs}); }
+
   // "max_slice_ms=<median of runs' longest> max_slice_worst_ms=<longest>
   //  max_slice_wall_ms=<median of runs' longest in wall time>"
   std::string fields() const {

@@ -10,16 +10,17 @@
 namespace SoftChip {
 
 void SoftFdbTable::dumpEntries(JsonWriter& writer) const {
-  std::vector<const std::pair<const Bridging::MacVlanPair, HwFdbEntry>*> sorted;
+  std::vector<const std::pair<const SoftFdbKey, HwFdbEntry>*> sorted;
   for (const auto& row : entries) sorted.push_back(&row);
   std::sort(sorted.begin(), sorted.end(), [](auto* a, auto* b) { return a->first < b->first; });
   writer.StartArray();
   for (const auto* row : sorted) {
+    const Bridging::MacVlanPair key = row->first;
     writer.StartObject();
     writer.Key("mac");
-    writer.String(row->first.addr.stringValue().c_str());
+    writer.String(key.addr.stringValue().c_str());
     writer.Key("vlan");
-    writer.Uint(row->first.vlanId.value());
+    writer.Uint(key.vlanId.value());
     writer.Key("intf");
     writer.String(row->second.intf.stringValue().c_str());
     writer.Key("type");
@@ -27,7 +28,7 @@ void SoftFdbTable::dumpEntries(JsonWriter& writer) const {
     writer.String(word ? word : "other");
     if (row->second.remote) {
       writer.Key("nextHop");
-      writer.Uint64(row->second.nextHopId);
+      writer.Uint64(nextHopOf(key));
     }
     writer.EndObject();
   }
@@ -193,6 +194,7 @@ std::uint32_t SoftFdbHelper::removeHost(const Bridging::MacVlanPair& key, Bridgi
   ++operations_;
   if (table_.nextFault() != Fault::none) return 3;
   table_.entries.erase(key);
+  table_.nextHopDel(key);
   reported_.erase(key);
   // A removed entry is gone from what the chip reports too.
   macTable_->macEntryDel(key);
@@ -208,7 +210,7 @@ std::uint32_t SoftFdbHelper::addRemoteHost(const Bridging::MacVlanPair& key, con
   entry.intf = intf;
   entry.entryType = entryType;
   entry.remote = true;
-  entry.nextHopId = nextHopId;
+  table_.nextHopIs(key, nextHopId);
   entry.learned = false;
   macTable_->macEntryDel(key);
   return status;
@@ -221,10 +223,12 @@ std::size_t SoftFdbHelper::flushDynamic(Match match) {
   std::vector<Bridging::MacVlanPair> gone;
   for (auto it = table_.entries.begin(); it != table_.entries.end();) {
     auto at = it++;  // erasing leaves the other iterators valid
-    const auto& [key, entry] = *at;
+    const Bridging::MacVlanPair key = at->first;
+    const HwFdbEntry& entry = at->second;
     if (entry.entryType != Bridging::EntryType::entryDynamic || entry.remote || !match(key, entry)) continue;
     gone.push_back(key);
     table_.entries.erase(at);
+    table_.nextHopDel(key);
   }
   // Reported learns not programmed yet go the same way.
   for (auto it = reported_.begin(); it != reported_.end();) {
@@ -331,6 +335,7 @@ Orb::MacProgramStatus SoftFdbHelper::applyCommand(const Orb::IndirectAccessMacCm
   const auto& key = cmd.key().key;
   if (cmd.value() == 0) {
     table_.entries.erase(key);
+    table_.nextHopDel(key);
     reported_.erase(key);
     macTable_->macEntryDel(key);
     return Orb::MacProgramStatus::macProgramSuccess;

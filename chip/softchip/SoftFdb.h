@@ -22,9 +22,29 @@
 
 namespace SoftChip {
 
+// The table's key in one word: the address's 48 bits above the VLAN's 16.
+// The table holds an entry for every address the switch knows, and the
+// two-word key would be a third of each slot. It converts to and from the
+// key every MAC table uses, and orders as that key does.
+class SoftFdbKey {
+ public:
+  SoftFdbKey(const Bridging::MacVlanPair& key) : bits_(key.addr.value() << 16 | key.vlanId.value()) {}
+  operator Bridging::MacVlanPair() const { return key(); }
+  Bridging::MacVlanPair key() const {
+    return {Nexo::EthAddr(bits_ >> 16), Bridging::VlanId::fromVexRep(bits_ & 0xffff)};
+  }
+  auto operator<=>(const SoftFdbKey&) const = default;
+  friend std::size_t hash_value(const SoftFdbKey& key) { return boost::hash<std::uint64_t>()(key.bits_); }
+
+ private:
+  std::uint64_t bits_;
+};
+
+// An entry of the chip's table. A remote entry's next hop is kept beside
+// the table (SoftFdbTable::nextHopOf): few entries are remote, and a next
+// hop in every entry would take a quarter of its slot.
 struct HwFdbEntry {
   Nexo::IntfId intf;
-  std::uint64_t nextHopId = 0;
   Vex::Seconds lastSeen = 0;
   Bridging::EntryType entryType = Bridging::EntryType::entryDynamic;
   bool remote = false;
@@ -33,14 +53,24 @@ struct HwFdbEntry {
 
 class SoftFdbHelper;
 
-class SoftFdbTable
-    : public SoftTableOf<Bridging::MacVlanPair, HwFdbEntry, Vex::HashMap<Bridging::MacVlanPair, HwFdbEntry>> {
+class SoftFdbTable : public SoftTableOf<SoftFdbKey, HwFdbEntry, Vex::HashMap<SoftFdbKey, HwFdbEntry>> {
  public:
   static constexpr const char* tableName = "fdb";
   SoftFdbTable(SoftChip& chip, SoftFdbHelper& helper) : SoftTableOf(chip, tableName), helper_(helper) {}
   const HwFdbEntry* entry(const Bridging::MacVlanPair& key) const { return find(key); }
   // The helper that learns into this table: frames learn through it.
   SoftFdbHelper& helper() const { return helper_; }
+  // The next hop of the key's remote entry; 0 for any other.
+  std::uint64_t nextHopOf(const Bridging::MacVlanPair& key) const {
+    if (nextHops_.empty()) return 0;
+    auto it = nextHops_.find(key);
+    return it == nextHops_.end() ? 0 : it->second;
+  }
+  // The key's entry is remote, through `nextHop`; or no longer remote.
+  void nextHopIs(const Bridging::MacVlanPair& key, std::uint64_t nextHop) { nextHops_[key] = nextHop; }
+  void nextHopDel(const Bridging::MacVlanPair& key) {
+    if (!nextHops_.empty()) nextHops_.erase(key);
+  }
 
  protected:
   // An array of rows in key order, so that dumps compare.
@@ -48,6 +78,7 @@ class SoftFdbTable
 
  private:
   SoftFdbHelper& helper_;
+  Vex::HashMap<SoftFdbKey, std::uint64_t> nextHops_;
 };
 
 // Indirect access: commands complete after the chip's acknowledgement delay
@@ -101,9 +132,11 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   const Vex::HashSet<Nexo::IntfId>& learningOffPorts() const { return learningOffPort_; }
   const Vex::HashSet<Bridging::VlanId>& learningOffVlans() const { return learningOffVlan_; }
   std::uint64_t operations() const { return operations_; }
+  // Room for `entries` in the table, and in the command pipeline when
+  // commands go through it.
   void reserve(std::size_t entries) {
     table_.entries.reserve(entries);
-    programmer_->reserve(entries);
+    if (mode_ == Mode::indirect) programmer_->reserve(entries);
   }
 
   // A frame from `key.addr` arrived on `intf`: learn it (or refresh it).
@@ -154,7 +187,7 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   void lookAhead(const Orb::IndirectAccessMacCmd& cmd) const { Vex::lookAhead(table_.entries, cmd.key().key); }
 
  private:
-  using FdbEntries = Vex::HashMap<Bridging::MacVlanPair, HwFdbEntry>;
+  using FdbEntries = Vex::HashMap<SoftFdbKey, HwFdbEntry>;
   // The answer to one add: a planned fault, or full when it adds a key to a
   // table with no room.
   std::uint32_t addStatus(bool addsEntry);

@@ -124,7 +124,8 @@ TEST_P(MacModes, FlushOfAVlanOnALagTakesExactlyThoseEntries) {
   run(agent, "advance 1");
   const auto& table = agent.fdbHelper().table().entries;
   EXPECT_EQ(table.size(), 10u);
-  for (const auto& [key, entry] : table) {
+  for (const auto& [packed, entry] : table) {
+    const Bridging::MacVlanPair key = packed;
     EXPECT_FALSE(key.vlanId == Bridging::VlanId(10) && entry.intf == Nexo::IntfId("Port-Channel1"))
         << key.addr.stringValue();
   }

@@ -342,7 +342,8 @@ ChipView readChip(Agent::Agent& agent) {
     view.mirrors[hw.name] = mirror;
   }
   readFeatures(agent, view);
-  for (const auto& [key, hw] : agent.fdbHelper().table().entries) {
+  for (const auto& [packed, hw] : agent.fdbHelper().table().entries) {
+    const Bridging::MacVlanPair key = packed;
     const char* word = Bridging::entryTypeWord(hw.entryType);
     view.fdb[{key.addr.stringValue(), key.vlanId.value()}] = HwFdbView{hw.intf.stringValue(), word ? word : "other"};
   }

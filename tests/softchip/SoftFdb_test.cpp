@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <vector>
+
 namespace {
 
 using Bridging::EntryType;
@@ -36,6 +39,28 @@ TEST_F(SoftFdbTest, AddsAnswerTheStatusesThePlanAndCapacityDictate) {
   EXPECT_EQ(fdb->addRemoteHost(b, IntfId("Vxlan1"), 7, 7, false, EntryType::entryReceivedRemote, false), 0u);
   EXPECT_TRUE(fdb->table().entry(b)->remote);
   EXPECT_EQ(fdb->getMaxRemoteMacs(), 1u);
+}
+
+TEST_F(SoftFdbTest, RemoteNextHopLastsAsLongAsTheEntryAndKeysRoundTrip) {
+  // Keys are kept packed into one word: they come back whole, and in order.
+  MacVlanPair high{EthAddr(0xffffffffffffULL), Bridging::VlanId(4094)};
+  EXPECT_EQ(fdb->addRemoteHost(high, IntfId("Vxlan1"), 9, 9, false, EntryType::entryReceivedRemote, false), 0u);
+  EXPECT_EQ(fdb->addHost(a, IntfId("Ethernet1"), 0, false, EntryType::entryStatic), 0u);
+  ASSERT_EQ(fdb->table().size(), 2u);
+  std::vector<MacVlanPair> keys;
+  for (const auto& row : fdb->table().entries) keys.push_back(row.first);
+  std::sort(keys.begin(), keys.end());
+  EXPECT_EQ(keys, (std::vector<MacVlanPair>{a, high}));
+  EXPECT_EQ(fdb->table().nextHopOf(high), 9u);
+  EXPECT_EQ(fdb->table().nextHopOf(a), 0u);
+  // Another next hop replaces it; removing the entry takes it along.
+  EXPECT_EQ(fdb->addRemoteHost(high, IntfId("Vxlan1"), 11, 11, false, EntryType::entryReceivedRemote, false), 0u);
+  EXPECT_EQ(fdb->table().nextHopOf(high), 11u);
+  EXPECT_EQ(fdb->removeHost(high, EntryType::entryReceivedRemote), 0u);
+  EXPECT_EQ(fdb->table().nextHopOf(high), 0u);
+  EXPECT_EQ(fdb->addHost(high, IntfId("Ethernet2"), 0, false, EntryType::entryStatic), 0u);
+  EXPECT_FALSE(fdb->table().entry(high)->remote);
+  EXPECT_EQ(fdb->table().nextHopOf(high), 0u);
 }
 
 TEST_F(SoftFdbTest, LearningWritesTheMacTableAndMoves) {
