@@ -55,6 +55,11 @@ class SoftSubIntfTable : public SoftTableOf<SoftSubIntfKey, HwSubIntf> {
   void dumpEntry(JsonWriter& writer, const HwSubIntf& entry) const override;
 };
 
+// Whether `subIntf` is a layer-2 sub-interface the chip bridges in `vlan`:
+// such a sub-interface is let into its VLAN by its mapping, not by the
+// VLAN's membership, and learns there like a port.
+bool subIntfBridgedIn(const SoftChip& chip, Bridging::VlanId vlan, const Nexo::IntfId& subIntf);
+
 class SoftSubIntfHelper : public OrbHelper::OrbHelperSubIntf {
  public:
   static constexpr std::uint32_t addFailed = 3;
