@@ -137,6 +137,14 @@ void SoftMirrorTable::dumpEntry(JsonWriter& w, const HwMirrorSession& session) c
   }
   w.EndObject();
   dumpIntfs(w, "targets", session.targets);
+  w.Key("truncationSize");
+  w.Uint(session.truncationSize);
+  w.Key("headerRemovalSize");
+  w.Uint(session.headerRemovalSize);
+  w.Key("rxSampleRate");
+  w.Uint(session.rxSampleRate);
+  w.Key("rateLimit");
+  w.Uint64(session.rateLimit);
   w.EndObject();
 }
 
@@ -233,6 +241,37 @@ HwMirrorSession* SoftMirrorHelper::admitted(Group group) {
   return table_.find({group});
 }
 
+bool SoftMirrorHelper::setMirrorTruncation(const std::string&, std::uint32_t, Group group, bool enabled,
+                                           std::uint32_t size) {
+  HwMirrorSession* session = admitted(group);
+  if (!session) return false;
+  session->truncationSize = enabled ? size : 0;
+  return true;
+}
+
+bool SoftMirrorHelper::setMirrorHeaderRemoval(const std::string&, std::uint32_t, Group group, std::uint32_t size) {
+  HwMirrorSession* session = admitted(group);
+  if (!session) return false;
+  session->headerRemovalSize = size;
+  return true;
+}
+
+bool SoftMirrorHelper::setRxSampleRate(const std::string& name, std::uint32_t, std::uint32_t rate) {
+  // Sampling is set by session name: the group is found through it.
+  if (table_.nextFault() != Fault::none) return false;
+  auto* held = const_cast<HwMirrorSession*>(session(name));
+  if (!held) return false;
+  held->rxSampleRate = rate;
+  return true;
+}
+
+bool SoftMirrorHelper::setRateLimit(const std::string&, Group group, const std::string&, std::uint64_t rate) {
+  HwMirrorSession* session = admitted(group);
+  if (!session) return false;
+  session->rateLimit = rate;
+  return true;
+}
+
 std::vector<Orb::HwMirrorSession> SoftMirrorHelper::hwSessions() {
   std::vector<Orb::HwMirrorSession> held;
   for (const auto& [group, session] : table_.entries) {
@@ -256,6 +295,9 @@ HwMirrorSession* SoftMirrorHelper::created(Group group, const std::string& name,
   session.name = name;
   session.id = id;
   session.destIntf = destIntf;
+  // A session made anew has every attribute off.
+  session.truncationSize = session.headerRemovalSize = session.rxSampleRate = 0;
+  session.rateLimit = 0;
   return &session;
 }
 
