@@ -1,6 +1,6 @@
 #include "chip/softchip/SoftMirror.h"
 
-#include "Orb/OrbL4.h"
+#include "Orb/OrbAclRuleOf.h"
 #include "chip/softchip/SoftForwarding.h"
 #include "chip/softchip/SoftLag.h"
 
@@ -31,36 +31,20 @@ bool HwMirrorAcl::permits(const Frame& frame) const {
 
 namespace {
 
-Orb::AclPortMaskVector portBlocks(const Acl::PortMatch& match) {
-  Orb::AclPortMaskVector masks;
-  const std::uint16_t high = match.op == Acl::PortOp::eq ? match.low : match.high;
-  Orb::createL4PortMasks(match.low, high, match.op != Acl::PortOp::any, masks);
-  return masks;
-}
-
-template <class Filter>
-HwMirrorAclRule ipRule(Orb::AclSubruleKind kind, std::uint32_t seq, Acl::AclAction action, const Filter& filter) {
-  HwMirrorAclRule compiled;
-  Orb::AclRule& rule = compiled.rule;
-  rule.kind = kind;
-  rule.seq = seq;
-  rule.action = action;
-  if constexpr (std::is_same_v<Filter, Acl::IpFilter>) {
-    rule.source = filter.source;
-    rule.destination = filter.destination;
-  } else {
-    rule.source6 = filter.source;
-    rule.destination6 = filter.destination;
-  }
-  rule.protocol = filter.protocol;
-  if (filter.established) rule.tcpFlagsAny = Orb::tcpFlagAck | Orb::tcpFlagRst;
-  rule.fragment = filter.fragments;
+// A filter row as the chip holds it: the rule the ACL machine would build
+// for it, with one entry per pair of port blocks (one for a fragment rule).
+template <class RuleConfig>
+HwMirrorAclRule filterRule(std::uint32_t seq, const RuleConfig& config) {
+  HwMirrorAclRule compiled{Orb::aclRuleOf(seq, config), {}};
+  const auto& filter = config.filter;
+  if (filter.established) compiled.rule.tcpFlagsAny = Orb::tcpFlagAck | Orb::tcpFlagRst;
+  compiled.rule.fragment = filter.fragments;
   if (filter.fragments) {
     compiled.entries.push_back({});
     return compiled;
   }
-  for (const auto& source : portBlocks(filter.sourcePort)) {
-    for (const auto& destination : portBlocks(filter.destinationPort)) {
+  for (const auto& source : Orb::portMasks(filter.sourcePort)) {
+    for (const auto& destination : Orb::portMasks(filter.destinationPort)) {
       compiled.entries.push_back({0, source, destination, 0});
     }
   }
@@ -75,23 +59,14 @@ HwMirrorAcl compileMirrorAcl(const Acl::AclConfig& config) {
   acl.type = config.type();
   switch (config.type()) {
     case Acl::AclType::aclTypeIp:
-      for (const auto& [seq, rule] : config.ipRuleBySequence())
-        acl.rules.push_back(ipRule(Orb::AclSubruleKind::ip, seq, rule.action, rule.filter));
+      for (const auto& [seq, rule] : config.ipRuleBySequence()) acl.rules.push_back(filterRule(seq, rule));
       break;
     case Acl::AclType::aclTypeIpv6:
-      for (const auto& [seq, rule] : config.ip6RuleBySequence())
-        acl.rules.push_back(ipRule(Orb::AclSubruleKind::ip6, seq, rule.action, rule.filter));
+      for (const auto& [seq, rule] : config.ip6RuleBySequence()) acl.rules.push_back(filterRule(seq, rule));
       break;
     case Acl::AclType::aclTypeMac:
-      for (const auto& [seq, rule] : config.macRuleBySequence()) {
-        HwMirrorAclRule compiled;
-        compiled.rule.kind = Orb::AclSubruleKind::mac;
-        compiled.rule.seq = seq;
-        compiled.rule.action = rule.action;
-        compiled.rule.mac = rule.filter;
-        compiled.entries.push_back({});
-        acl.rules.push_back(compiled);
-      }
+      for (const auto& [seq, rule] : config.macRuleBySequence())
+        acl.rules.push_back({Orb::aclRuleOf(seq, rule), {HwAclEntry{}}});
       break;
   }
   return acl;
