@@ -3,6 +3,7 @@
 #include "Orb/OrbMirroringSm.h"
 #include "Orb/OrbMirroringTrace.h"
 
+#include <algorithm>
 #include <limits>
 
 namespace Orb {
@@ -42,12 +43,21 @@ std::uint64_t wanted(const Mirroring::Session& config, std::size_t attribute) {
 }  // namespace
 
 void VexMirroringSession::syncAttributes() {
+  const std::vector<std::string> refusedBefore = std::move(attributesRefused_);
   attributesRefused_.clear();
   if (!createdInHw_) return;
   auto& helper = sm_.platformHelper();
   for (std::size_t attribute = 0; attribute < attributeCount; ++attribute) {
     const std::uint64_t value = wanted(*config_, attribute);
     if (attributesInHw_[attribute] == value) continue;
+    const bool refused =
+        std::find(refusedBefore.begin(), refusedBefore.end(), attributeName(attribute)) != refusedBefore.end();
+    if (!attributesInHw_[attribute] && value == 0 && !refused) {
+      // Not known (after a restart) and wanted off: taken as off, so that a
+      // chip layer without the attribute is never asked for it.
+      attributesInHw_[attribute] = 0;
+      continue;
+    }
     // The 32-bit attributes come from 32-bit configuration.
     const auto small =
         static_cast<std::uint32_t>(std::min<std::uint64_t>(value, std::numeric_limits<std::uint32_t>::max()));
