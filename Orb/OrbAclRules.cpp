@@ -3,6 +3,7 @@
 // destination inner), TCP flags for established connections, fragment
 // rules, and the implicit final rule.
 #include "Orb/OrbAclConfigSm.h"
+#include "Orb/OrbAclRuleOf.h"
 #include "Orb/OrbAclSm.h"
 #include "Orb/OrbAssert.h"
 
@@ -14,7 +15,8 @@ namespace {
 
 constexpr std::uint8_t protocolTcp = 6;
 
-// The blocks of one port match: the match-any entry when there is none.
+}  // namespace
+
 AclPortMaskVector portMasks(const Acl::PortMatch& match) {
   AclPortMaskVector masks;
   const bool isRange = match.op != Acl::PortOp::any;
@@ -23,7 +25,42 @@ AclPortMaskVector portMasks(const Acl::PortMatch& match) {
   return masks;
 }
 
+namespace {
+
+// What every configured row gives its rule.
+template <class RuleConfig>
+AclRule ruleHead(AclSubruleKind kind, std::uint32_t seq, const RuleConfig& rule) {
+  AclRule head;
+  head.kind = kind;
+  head.seq = seq;
+  head.uniqueId = rule.uniqueId;
+  head.action = rule.action;
+  return head;
+}
+
 }  // namespace
+
+AclRule aclRuleOf(std::uint32_t seq, const Acl::IpRuleConfig& rule) {
+  AclRule base = ruleHead(AclSubruleKind::ip, seq, rule);
+  base.source = rule.filter.source;
+  base.destination = rule.filter.destination;
+  base.protocol = rule.filter.protocol;
+  return base;
+}
+
+AclRule aclRuleOf(std::uint32_t seq, const Acl::Ip6RuleConfig& rule) {
+  AclRule base = ruleHead(AclSubruleKind::ip6, seq, rule);
+  base.source6 = rule.filter.source;
+  base.destination6 = rule.filter.destination;
+  base.protocol = rule.filter.protocol;
+  return base;
+}
+
+AclRule aclRuleOf(std::uint32_t seq, const Acl::MacRuleConfig& rule) {
+  AclRule base = ruleHead(AclSubruleKind::mac, seq, rule);
+  base.mac = rule.filter;
+  return base;
+}
 
 void AclConfigSm::createAclForData(AclData& data) {
   BLIP(aclTrace(), 4, "{}::createAclForData({})", aclName(), data.key().stringValue());
@@ -129,29 +166,13 @@ void AclConfigSm::offer(AclData& data, const AclSubrule& subrule) {
 }
 
 void AclConfigSm::createIpAclRule(AclData& data, std::uint32_t seq, const Acl::IpRuleConfig& rule) {
-  AclRule base;
-  base.kind = AclSubruleKind::ip;
-  base.seq = seq;
-  base.uniqueId = rule.uniqueId;
-  base.action = rule.action;
-  base.source = rule.filter.source;
-  base.destination = rule.filter.destination;
-  base.protocol = rule.filter.protocol;
-  createIpAclRuleData(data, base, rule.filter.sourcePort, rule.filter.destinationPort, rule.filter.established,
-                      rule.filter.fragments);
+  createIpAclRuleData(data, aclRuleOf(seq, rule), rule.filter.sourcePort, rule.filter.destinationPort,
+                      rule.filter.established, rule.filter.fragments);
 }
 
 void AclConfigSm::createIp6AclRule(AclData& data, std::uint32_t seq, const Acl::Ip6RuleConfig& rule) {
-  AclRule base;
-  base.kind = AclSubruleKind::ip6;
-  base.seq = seq;
-  base.uniqueId = rule.uniqueId;
-  base.action = rule.action;
-  base.source6 = rule.filter.source;
-  base.destination6 = rule.filter.destination;
-  base.protocol = rule.filter.protocol;
-  createIpAclRuleData(data, base, rule.filter.sourcePort, rule.filter.destinationPort, rule.filter.established,
-                      rule.filter.fragments);
+  createIpAclRuleData(data, aclRuleOf(seq, rule), rule.filter.sourcePort, rule.filter.destinationPort,
+                      rule.filter.established, rule.filter.fragments);
 }
 
 void AclConfigSm::createIpAclRuleData(AclData& data, AclRule base, const Acl::PortMatch& sourcePort,
@@ -206,12 +227,7 @@ void AclConfigSm::createFragPermitRule(AclData& data, const AclRule& base) {
 }
 
 void AclConfigSm::createMacAclRule(AclData& data, std::uint32_t seq, const Acl::MacRuleConfig& rule) {
-  AclRule macRule;
-  macRule.kind = AclSubruleKind::mac;
-  macRule.seq = seq;
-  macRule.uniqueId = rule.uniqueId;
-  macRule.action = rule.action;
-  macRule.mac = rule.filter;
+  const AclRule macRule = aclRuleOf(seq, rule);
   try {
     Acl::checkMacFilter(rule.filter);
   } catch (const Vex::RangeError& e) {

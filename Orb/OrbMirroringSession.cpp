@@ -22,12 +22,22 @@ class VexMirroringSession::ConfigReactor : public Vex::Reactor<Mirroring::Sessio
   void handleTargetIntf(const Nexo::IntfId&) override {
     react([this] { changed(); });
   }
+  void handleTruncationSize() override { attributeChanged(); }
+  void handleHeaderRemovalSize() override { attributeChanged(); }
+  void handleRxSampleRate() override { attributeChanged(); }
+  void handleRateLimit() override { attributeChanged(); }
 
  private:
   void changed() {
     MirroringSm& sm = session_->sm();
     session_->sync();
     sm.reviewInvalidSources();
+  }
+  void attributeChanged() {
+    react([this] {
+      session_->syncAttributes();
+      session_->sm().publishStatus(*session_);
+    });
   }
   VexMirroringSession* session_;
 };
@@ -122,6 +132,8 @@ bool VexMirroringSession::create(const Nexo::IntfId& dest) {
   }
   BLIP(mirroringTrace(), 5, "{} create: success", name_);
   createdInHw_ = true;
+  // A new session starts with every attribute off.
+  attributesInHw_.fill(0);
   destIntf_ = dest;
   BLIP(mirroringTrace(), 5, "Created in hw: {} group {} destination {}", name_, mirrorGroup_, dest.stringValue());
   return true;
@@ -148,6 +160,8 @@ void VexMirroringSession::removeFromHw() {
   createdInHw_ = false;
   destIntf_ = {};
   greTunnel_.reset();
+  attributesInHw_.fill(std::nullopt);
+  attributesRefused_.clear();
 }
 
 void VexMirroringSession::sync() {
@@ -194,6 +208,7 @@ void VexMirroringSession::sync() {
   }
   for (auto& [intf, target] : targetIntf_) target->sync();
   for (auto& [intf, src] : srcIntf_) src->sync();
+  syncAttributes();
   sm_.publishStatus(*this);
 }
 
@@ -315,6 +330,10 @@ void VexMirroringSession::retryFailedPorts() {
     sync();
     return;
   }
+  if (!attributesRefused_.empty()) {
+    syncAttributes();
+    any = true;
+  }
   if (any) sm_.publishStatus(*this);
 }
 
@@ -374,6 +393,7 @@ Mirroring::SessionStatus VexMirroringSession::status() const {
   }
   for (const auto& [intf, src] : srcIntf_) status.sources[intf] = src->state();
   for (const auto& [intf, target] : targetIntf_) status.targets[intf] = target->state();
+  status.attributesRefused = attributesRefused_;
   return status;
 }
 

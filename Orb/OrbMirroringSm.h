@@ -28,6 +28,7 @@
 #include "platform/vex/Clock.h"
 
 #include <cstdint>
+#include <array>
 #include <map>
 #include <memory>
 #include <set>
@@ -190,6 +191,11 @@ class VexMirroringSession {
   void handleTunnel(const Nexo::IntfId& tunnel);
   void retryFailedPorts();
   void handleAcl(const std::string& aclName);
+  // Gives the chip the session's attributes (truncation, header removal,
+  // receive sampling, rate limit) that differ from what it holds; the ones
+  // it refuses are noted and tried again with the failed ports.
+  void syncAttributes();
+  const std::vector<std::string>& attributesRefused() const { return attributesRefused_; }
   void verify(VerifyReport& report);
   Mirroring::SessionStatus status() const;
 
@@ -227,6 +233,10 @@ class VexMirroringSession {
   std::map<Nexo::IntfId, std::unique_ptr<VexTargetIntf>> targetIntf_;
   std::unique_ptr<VexGreTunnel> greTunnel_;
   std::set<Nexo::IntfId> aclAppliedInHw_;
+  // What the chip holds of each attribute, by SessionAttribute; none when
+  // not known (after a restart) or refused.
+  std::array<std::optional<std::uint64_t>, 4> attributesInHw_;
+  std::vector<std::string> attributesRefused_;
   std::unique_ptr<ConfigReactor> reactor_;
 };
 

@@ -31,13 +31,13 @@ std::string encapText(const SubIntfEncap& encap) {
 class OrbSubIntfSm::ConfigDirReactor : public Vex::Reactor<Interface::SubIntfConfigDir, OrbSubIntfSm> {
  public:
   using Reactor::Reactor;
-  VEX_REACT_KEY(IntfConfig, Nexo::IntfId, handleSubIntfConfigAndStatusChange)
+  VEX_REACT_KEY(IntfConfig, Nexo::IntfId, handleConfigDirChange)
 };
 
 class OrbSubIntfSm::StatusDirReactor : public Vex::Reactor<Interface::SubIntfStatusDir, OrbSubIntfSm> {
  public:
   using Reactor::Reactor;
-  VEX_REACT_KEY(IntfStatus, Nexo::IntfId, handleSubIntfConfigAndStatusChange)
+  VEX_REACT_KEY(IntfStatus, Nexo::IntfId, handleStatusDirChange)
 };
 
 class OrbSubIntfSm::ConnectorReactor : public Vex::Reactor<Pseudowire::LocalConnectorInfoTable, OrbSubIntfSm> {
@@ -213,6 +213,27 @@ void OrbSubIntfSm::handleSubIntfConfigAndStatusChange(const Nexo::IntfId& intf) 
   handleChange(intf, now);
 }
 
+void OrbSubIntfSm::handleConfigDirChange(const Nexo::IntfId& intf) { handleDirChange(intf, true); }
+
+void OrbSubIntfSm::handleStatusDirChange(const Nexo::IntfId& intf) { handleDirChange(intf, false); }
+
+void OrbSubIntfSm::handleDirChange(const Nexo::IntfId& intf, bool config) {
+  auto watched = watch_.find(intf);
+  if (watched == watch_.end() || !Nexo::SubIntfId::isSubIntfId(intf)) {
+    handleSubIntfConfigAndStatusChange(intf);
+    return;
+  }
+  // Only the directory that changed is looked into: the watch holds the other.
+  Published now = watched->second.published();
+  if (config) {
+    now.config = in_.subIntfConfigDir->intfConfig(intf).get();
+  } else {
+    now.status = in_.subIntfStatusDir->intfStatus(intf).get();
+  }
+  syncReactors(intf, now);
+  handleChange(intf, now);
+}
+
 void OrbSubIntfSm::handleWatchedChange(const Nexo::IntfId& intf, const Watch& watch) {
   // The directories' reactors keep the watch in step: both entities are
   // the published ones, with no look-up.
@@ -226,17 +247,18 @@ void OrbSubIntfSm::handleChange(const Nexo::IntfId& intf, const Published& now) 
   }
   auto wanted = wantedMapping(intf, now);
   auto current = programmed_.find(intf);
-  const bool refused = hwRetryIntf_.count(intf) != 0;
+  // Both queues are empty but for conflicts and refusals: not looked into then.
+  const bool refused = !hwRetryIntf_.empty() && hwRetryIntf_.count(intf) != 0;
   if (current != programmed_.end() && wanted && current->second.entry == *wanted && !current->second.pwEndPoint &&
       !refused) {
-    conflictedIntf_.erase(intf);
+    if (!conflictedIntf_.empty()) conflictedIntf_.erase(intf);
     return;
   }
   if (current != programmed_.end()) doDeleteDot1qEncapToVsiMap(intf);
-  hwRetryIntf_.erase(intf);
+  if (refused) hwRetryIntf_.erase(intf);
   if (!wanted) {
     BLIP(trace(), 7, "{} not ready for hardware", intf.stringValue());
-    conflictedIntf_.erase(intf);
+    if (!conflictedIntf_.empty()) conflictedIntf_.erase(intf);
     updateStatuses();
     return;
   }
@@ -377,7 +399,7 @@ bool OrbSubIntfSm::checkConflictAndRetry(const Nexo::IntfId& intf, const Publish
        intf.stringValue(), checkTagConflict, checkVlanIdConflict, tagConflict, vlanIdConflict,
        conflictingIntf ? conflictingIntf->stringValue() : std::string("none"), returnValue);
   if (!returnValue) {
-    conflictedIntf_.erase(intf);
+    if (!conflictedIntf_.empty()) conflictedIntf_.erase(intf);
     return false;
   }
   BLIP(trace(), 3, "Adding {} to conflict retry Q", intf.stringValue());

@@ -69,13 +69,15 @@ class OrbSubIntfSm : public OrbBaseSm, public Verifiable {
 
   const SubIntfSmInputs& inputs() const { return in_; }
   const VlanIdToIntfIdMap& vlanIdToIntfIdMap() const { return vlanIdToIntfIdMap_; }
-  const std::map<ParentIntfIdAndDot1qEncap, Nexo::IntfId>& parentIntfIdAndDot1qEncapMap() const {
+  // Maps a sub-interface's every change looks into are hashed: thousands of
+  // sub-interfaces come up at once, and none of these is walked in order.
+  const Vex::HashMap<ParentIntfIdAndDot1qEncap, Nexo::IntfId>& parentIntfIdAndDot1qEncapMap() const {
     return parentIntfIdAndDot1qEncapMap_;
   }
-  const std::map<Nexo::IntfId, Dot1qEncapAndVlanId>& hwIntfToDot1qEncapAndVlanIdConfig() const {
+  const Vex::HashMap<Nexo::IntfId, Dot1qEncapAndVlanId>& hwIntfToDot1qEncapAndVlanIdConfig() const {
     return in_.hwConfig->intfIdToDot1qEncapAndVlanId();
   }
-  const std::map<Nexo::IntfId, Bridging::VlanIdOrNone>& subIntfIdToInternalVlanId() const {
+  const Vex::HashMap<Nexo::IntfId, Bridging::VlanIdOrNone>& subIntfIdToInternalVlanId() const {
     return subIntfIdToInternalVlanId_;
   }
   const std::map<Nexo::IntfId, Bridging::VlanIdOrNone>& pwIntfIdToVlanId() const { return pwIntfIdToVlanId_; }
@@ -158,32 +160,39 @@ class OrbSubIntfSm : public OrbBaseSm, public Verifiable {
     Interface::SubIntfStatus* status = nullptr;
   };
   struct Watch;
-  // An attribute change of a watched configuration or status.
-  class ConfigReactor : public Vex::Reactor<Interface::SubIntfConfig, OrbSubIntfSm> {
+  // An attribute change of a watched configuration or status. These are
+  // the machine's most numerous reactors, one pair per sub-interface, so
+  // they do not join the machine's reactor list (a registration each, and a
+  // walk of the list for each one going): they ask the machine whether it
+  // is reacting when they fire, which is what its mute and zombie flags
+  // would have told them.
+  template <class E>
+  class WatchReactor : public E::Notifiee {
    public:
-    ConfigReactor(OrbSubIntfSm* owner, const Watch& watch) : Reactor(owner), watch_(watch) {}
-    void handleDot1qEncap() override { changed(); }
-    void handleMacsecProxy() override { changed(); }
+    WatchReactor(OrbSubIntfSm* owner, const Watch& watch) : owner_(owner), watch_(watch) {}
+
+   protected:
+    void changed() {
+      if (owner_->reacting()) owner_->handleWatchedChange(this->notifier()->intfId(), watch_);
+    }
 
    private:
-    void changed() {
-      react([this] { owner()->handleWatchedChange(notifier()->intfId(), watch_); });
-    }
+    OrbSubIntfSm* owner_;
     const Watch& watch_;
   };
-  class StatusReactor : public Vex::Reactor<Interface::SubIntfStatus, OrbSubIntfSm> {
+  class ConfigReactor : public WatchReactor<Interface::SubIntfConfig> {
    public:
-    StatusReactor(OrbSubIntfSm* owner, const Watch& watch) : Reactor(owner), watch_(watch) {}
+    using WatchReactor::WatchReactor;
+    void handleDot1qEncap() override { changed(); }
+    void handleMacsecProxy() override { changed(); }
+  };
+  class StatusReactor : public WatchReactor<Interface::SubIntfStatus> {
+   public:
+    using WatchReactor::WatchReactor;
     void handleForwardingModel() override { changed(); }
     void handleForwardingVlanId() override { changed(); }
     void handleProgramInHw() override { changed(); }
     void handleInitialized() override { changed(); }
-
-   private:
-    void changed() {
-      react([this] { owner()->handleWatchedChange(notifier()->intfId(), watch_); });
-    }
-    const Watch& watch_;
   };
   // The reactors on one sub-interface's configuration and status, made once
   // and pointed at the entities the directories hold. The directories'
@@ -199,6 +208,11 @@ class OrbSubIntfSm : public OrbBaseSm, public Verifiable {
   };
 
   Published published(const Nexo::IntfId& intf) const;
+  // A directory added or removed one entity: the other one is the watch's
+  // when `intf` is watched, with no look-up.
+  void handleConfigDirChange(const Nexo::IntfId& intf);
+  void handleStatusDirChange(const Nexo::IntfId& intf);
+  void handleDirChange(const Nexo::IntfId& intf, bool config);
   // The encapsulation in force: a learned one, else the configured one.
   SubIntfEncap effectiveEncap(const Nexo::IntfId& intf) const;
   SubIntfEncap effectiveEncap(const Nexo::IntfId& intf, const Interface::SubIntfConfig* config) const;
@@ -222,15 +236,15 @@ class OrbSubIntfSm : public OrbBaseSm, public Verifiable {
 
   SubIntfSmInputs in_;
   VlanIdToIntfIdMap vlanIdToIntfIdMap_;
-  std::map<ParentIntfIdAndDot1qEncap, Nexo::IntfId> parentIntfIdAndDot1qEncapMap_;
-  std::map<Nexo::IntfId, Programmed> programmed_;
+  Vex::HashMap<ParentIntfIdAndDot1qEncap, Nexo::IntfId> parentIntfIdAndDot1qEncapMap_;
+  Vex::HashMap<Nexo::IntfId, Programmed> programmed_;
   // Programmed entries per LAG parent, and status entries the chip took.
   std::map<Nexo::IntfId, std::size_t> carriedByLag_;
   std::optional<std::size_t> hwSucceeded_;
   std::size_t hwSucceeded();
   void hwSucceededAdjust(const Nexo::IntfId& intf, bool succeeded);
   void carriedByLagDec(const Programmed& programmed);
-  std::map<Nexo::IntfId, Bridging::VlanIdOrNone> subIntfIdToInternalVlanId_;
+  Vex::HashMap<Nexo::IntfId, Bridging::VlanIdOrNone> subIntfIdToInternalVlanId_;
   std::map<Nexo::IntfId, Bridging::VlanIdOrNone> pwIntfIdToVlanId_;
   std::map<Nexo::IntfId, bool> pwIntfIdProgrammedInHw_;
   std::map<Nexo::IntfId, SubIntfEncap> dynamicEncap_;

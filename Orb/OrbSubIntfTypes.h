@@ -6,10 +6,11 @@
 #include "platform/model/SubIntf.h"
 #include "platform/types/Bridging.h"
 #include "platform/types/Nexo.h"
+#include "platform/vex/Entity.h"
 
-#include <map>
+#include <boost/container/flat_set.hpp>
+
 #include <optional>
-#include <set>
 
 namespace Orb {
 
@@ -22,13 +23,22 @@ struct ParentIntfIdAndDot1qEncap {
   SubIntfEncap dot1qEncap;
   auto operator<=>(const ParentIntfIdAndDot1qEncap&) const = default;
 };
+inline std::size_t hash_value(const ParentIntfIdAndDot1qEncap& key) {
+  return boost::hash<std::uint64_t>()(key.parentIntfId.bits() ^ (std::uint64_t{key.dot1qEncap.outerTag} << 16) ^
+                                      (std::uint64_t{key.dot1qEncap.innerTag} << 32));
+}
 
 class VlanIdToIntfIdMap {
  public:
-  using PortList = std::set<Nexo::IntfId>;
+  // A VLAN is shared by a handful of layer-2 sub-interfaces at most: one
+  // small block each, and hashed maps, keep a claim to a look-up and no
+  // allocation of its own once the maps have grown.
+  using PortList = boost::container::flat_set<Nexo::IntfId>;
+  using RoutedMap = Vex::HashMap<Bridging::VlanIdOrNone, Nexo::IntfId>;
+  using BridgedMap = Vex::HashMap<Bridging::VlanIdOrNone, PortList>;
 
-  const std::map<Bridging::VlanIdOrNone, Nexo::IntfId>& routedVlanIdMap() const { return routedVlanIdMap_; }
-  const std::map<Bridging::VlanIdOrNone, PortList>& bridgedVlanIdMap() const { return bridgedVlanIdMap_; }
+  const RoutedMap& routedVlanIdMap() const { return routedVlanIdMap_; }
+  const BridgedMap& bridgedVlanIdMap() const { return bridgedVlanIdMap_; }
 
   // Adds or removes `intf`'s claim on `vlan`. An add must not conflict
   // (callers ask conflictingIntfId first); a conflicting add is a
@@ -41,8 +51,8 @@ class VlanIdToIntfIdMap {
   std::optional<Nexo::IntfId> routedOwner(Bridging::VlanIdOrNone vlan) const;
 
  private:
-  std::map<Bridging::VlanIdOrNone, Nexo::IntfId> routedVlanIdMap_;
-  std::map<Bridging::VlanIdOrNone, PortList> bridgedVlanIdMap_;
+  RoutedMap routedVlanIdMap_;
+  BridgedMap bridgedVlanIdMap_;
 };
 
 }  // namespace Orb

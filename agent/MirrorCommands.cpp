@@ -2,7 +2,8 @@
 //
 //   monitor session NAME source INTFS [rx|tx|both] [acl NAME]
 //   monitor session NAME destination INTF
-//   no monitor session NAME [source INTFS | destination INTF]
+//   monitor session NAME truncation BYTES | header remove BYTES | sample RATE | rate-limit BPS
+//   no monitor session NAME [source INTFS | destination INTF | truncation | header remove | sample | rate-limit]
 //   mirror tunnel TUNNEL id N via L3INTF L2INTF [via ...]   (a resolved GRE tunnel)
 //   no mirror tunnel TUNNEL
 //   show monitor session [NAME] [json]
@@ -17,6 +18,7 @@
 #include "agent/MirrorFeature.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 namespace Agent {
 
@@ -40,6 +42,36 @@ Nexo::IntfId oneIntfArg(const std::string& text) {
 
 void checkSessionName(const std::string& name) {
   if (name.empty() || name.size() > 100) throw CommandError("a session name is 1 to 100 characters");
+}
+
+// The attributes that are on ("  attributes: truncation 128 bytes, sample 1
+// in 100") and those the chip refused, a line each; nothing when neither.
+std::string attributesText(const Mirroring::Session& session, const Mirroring::SessionStatus& status) {
+  std::vector<std::string> parts;
+  if (session.truncationSize()) parts.push_back(fmt::format("truncation {} bytes", session.truncationSize()));
+  if (session.headerRemovalSize()) parts.push_back(fmt::format("header remove {} bytes", session.headerRemovalSize()));
+  if (session.rxSampleRate()) parts.push_back(fmt::format("sample 1 in {}", session.rxSampleRate()));
+  if (session.rateLimit()) parts.push_back(fmt::format("rate-limit {} bps", session.rateLimit()));
+  std::string text;
+  if (!parts.empty()) text += fmt::format("  attributes: {}\n", fmt::join(parts, ", "));
+  if (!status.attributesRefused.empty())
+    text += fmt::format("  refused by hardware: {}\n", fmt::join(status.attributesRefused, ", "));
+  return text;
+}
+
+void attributesJson(JsonWriter& w, const Mirroring::Session& session, const Mirroring::SessionStatus& status) {
+  w.Key("truncationSize");
+  w.Uint(session.truncationSize());
+  w.Key("headerRemovalSize");
+  w.Uint(session.headerRemovalSize());
+  w.Key("rxSampleRate");
+  w.Uint(session.rxSampleRate());
+  w.Key("rateLimit");
+  w.Uint64(session.rateLimit());
+  w.Key("attributesRefused");
+  w.StartArray();
+  for (const auto& attribute : status.attributesRefused) w.String(attribute.c_str());
+  w.EndArray();
 }
 
 const char* sourceUsage = "monitor session NAME source INTFS [rx|tx|both] [acl NAME]";
@@ -95,6 +127,45 @@ void MirrorFeature::destinationIs(const std::string& name, const Args& args, boo
   inputs_.mirroringConfig->sessionIs(name)->targetIntfIs(intf, true);
 }
 
+void MirrorFeature::attributeIs(const std::string& name, const Args& args, bool remove) {
+  // args: the attribute's words, then its value unless removed.
+  const std::string usage = std::string(remove ? "no " : "") + "monitor session NAME " +
+                            (remove ? "truncation | header remove | sample | rate-limit"
+                                    : "truncation BYTES | header remove BYTES | sample RATE | rate-limit BPS");
+  const bool header = !args.empty() && args[0] == "header";
+  if (header && (args.size() < 2 || args[1] != "remove")) throw CommandError("usage: " + usage);
+  const std::size_t words = header ? 2 : 1;
+  if (args.size() != words + (remove ? 0 : 1)) throw CommandError("usage: " + usage);
+  // Checked whole first: a bad value writes nothing.
+  std::uint64_t value = 0;
+  const std::string& which = args[0];
+  if (!remove) {
+    const std::string& text = args[words];
+    if (which == "truncation") {
+      value = static_cast<std::uint64_t>(parseInteger(text, 64, 9216));
+    } else if (header) {
+      value = static_cast<std::uint64_t>(parseInteger(text, 1, 128));
+    } else if (which == "sample") {
+      value = static_cast<std::uint64_t>(parseInteger(text, 1, 16777215));
+    } else if (which == "rate-limit") {
+      value = static_cast<std::uint64_t>(parseInteger(text, 1, 400000000000L));
+    }
+  }
+  if (which != "truncation" && !header && which != "sample" && which != "rate-limit")
+    throw CommandError("usage: " + usage);
+  auto session = remove ? inputs_.mirroringConfig->session(name) : inputs_.mirroringConfig->sessionIs(name);
+  if (!session) throw CommandError("no monitor session " + name);
+  if (which == "truncation") {
+    session->truncationSizeIs(static_cast<std::uint32_t>(value));
+  } else if (header) {
+    session->headerRemovalSizeIs(static_cast<std::uint32_t>(value));
+  } else if (which == "sample") {
+    session->rxSampleRateIs(static_cast<std::uint32_t>(value));
+  } else {
+    session->rateLimitIs(value);
+  }
+}
+
 void MirrorFeature::tunnelIs(const Args& args) {
   const std::string usage = "mirror tunnel TUNNEL id N via L3INTF L2INTF [via L3INTF L2INTF]...";
   if (args.size() < 3 || args[1] != "id") throw CommandError("usage: " + usage);
@@ -115,8 +186,10 @@ void MirrorFeature::tunnelIs(const Args& args) {
 
 void MirrorFeature::registerConfigCommands() {
   auto monitor = [this](const Args& args, bool remove) {
-    const std::string usage = std::string(remove ? "no " : "") + "monitor session NAME " +
-                              (remove ? "[source INTFS | destination INTF]" : "source|destination ...");
+    const std::string usage =
+        std::string(remove ? "no " : "") + "monitor session NAME " +
+        (remove ? "[source INTFS | destination INTF | truncation | header remove | sample | rate-limit]"
+                : "source|destination|truncation|header remove|sample|rate-limit ...");
     if (args.size() < (remove ? 1u : 2u)) throw CommandError("usage: " + usage);
     const std::string& name = args[0];
     checkSessionName(name);
@@ -130,15 +203,22 @@ void MirrorFeature::registerConfigCommands() {
       sourceIs(name, rest, remove);
     } else if (args[1] == "destination") {
       destinationIs(name, rest, remove);
+    } else if (args[1] == "truncation" || args[1] == "header" || args[1] == "sample" || args[1] == "rate-limit") {
+      attributeIs(name, Args(args.begin() + 1, args.end()), remove);
     } else {
       throw CommandError("usage: " + usage);
     }
   };
-  shell_.commandIs("monitor session", "NAME source INTFS [rx|tx|both] [acl NAME] | NAME destination INTF",
-                   "a mirror session's sources (with direction and ACL filter) and destinations",
+  shell_.commandIs("monitor session",
+                   "NAME source INTFS [rx|tx|both] [acl NAME] | NAME destination INTF | NAME truncation BYTES | "
+                   "NAME header remove BYTES | NAME sample RATE | NAME rate-limit BPS",
+                   "a mirror session's sources (with direction and ACL filter), destinations and attributes: copies "
+                   "cut to BYTES (64-9216), BYTES (1-128) taken off their front, one received frame in RATE "
+                   "copied, copies limited to BPS bits per second",
                    [monitor](const Args& args, std::ostream&) { monitor(args, false); });
-  shell_.commandIs("no monitor session", "NAME [source INTFS | destination INTF]",
-                   "remove a mirror session, or one of its sources or destinations",
+  shell_.commandIs("no monitor session",
+                   "NAME [source INTFS | destination INTF | truncation | header remove | sample | rate-limit]",
+                   "remove a mirror session, one of its sources or destinations, or switch an attribute off",
                    [monitor](const Args& args, std::ostream&) { monitor(args, true); });
   shell_.commandIs("mirror tunnel", "TUNNEL id N via L3INTF L2INTF [via L3INTF L2INTF]...",
                    "a GRE tunnel resolved: its id and next hops (what the tunnel resolution would publish)",
@@ -237,6 +317,7 @@ void MirrorFeature::registerShowCommands() {
                            w.Bool(st.createdInHw);
                            w.Key("reason");
                            w.String(st.reason.c_str());
+                           attributesJson(w, *config.session(name), st);
                            w.Key("sources");
                            w.StartObject();
                            for (const auto& [intf, source] : config.session(name)->srcIntf()) {
@@ -279,6 +360,7 @@ void MirrorFeature::registerShowCommands() {
                        out << "  mirror group: " << (st.mirrorGroup >= 0 ? std::to_string(st.mirrorGroup) : "none")
                            << (st.createdInHw ? " (programmed)" : fmt::format(" (not programmed: {})", st.reason))
                            << "\n";
+                       out << attributesText(*config.session(name), st);
                        out << "  sources:\n";
                        for (const auto& [intf, source] : config.session(name)->srcIntf()) {
                          auto it = st.sources.find(intf);

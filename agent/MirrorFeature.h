@@ -34,6 +34,7 @@ class MirrorFeature : public Feature {
   void registerShowCommands();
   void sourceIs(const std::string& session, const Args& args, bool remove);
   void destinationIs(const std::string& session, const Args& args, bool remove);
+  void attributeIs(const std::string& session, const Args& args, bool remove);
   void tunnelIs(const Args& args);
 
   Vex::Ptr<SoftChip::SoftMirrorHelper> helper_;

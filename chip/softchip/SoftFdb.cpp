@@ -2,6 +2,7 @@
 
 #include "chip/softchip/SoftLag.h"
 #include "chip/softchip/SoftStp.h"
+#include "chip/softchip/SoftSubIntf.h"
 #include "chip/softchip/SoftVlan.h"
 
 #include <algorithm>
@@ -57,6 +58,7 @@ bool SoftFdbHelper::takesFrame(Bridging::VlanId vlanId, const Nexo::IntfId& intf
   if (!vlans) return true;
   const HwVlan* vlan = vlans->vlan(vlanId);
   if (!vlan) return false;
+  if (intf.isSubIntf()) return subIntfBridgedIn(*chip_, vlanId, intf);
   const auto* lags = dynamic_cast<const SoftLagTable*>(chip_->table(SoftLagTable::tableName));
   const Nexo::IntfId* lagOfIntf = lags ? lags->lagOf(intf) : nullptr;
   // A blocking or disabled port learns nothing; a learning one does.

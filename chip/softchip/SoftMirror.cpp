@@ -1,6 +1,6 @@
 #include "chip/softchip/SoftMirror.h"
 
-#include "Orb/OrbL4.h"
+#include "Orb/OrbAclRuleOf.h"
 #include "chip/softchip/SoftForwarding.h"
 #include "chip/softchip/SoftLag.h"
 
@@ -31,36 +31,20 @@ bool HwMirrorAcl::permits(const Frame& frame) const {
 
 namespace {
 
-Orb::AclPortMaskVector portBlocks(const Acl::PortMatch& match) {
-  Orb::AclPortMaskVector masks;
-  const std::uint16_t high = match.op == Acl::PortOp::eq ? match.low : match.high;
-  Orb::createL4PortMasks(match.low, high, match.op != Acl::PortOp::any, masks);
-  return masks;
-}
-
-template <class Filter>
-HwMirrorAclRule ipRule(Orb::AclSubruleKind kind, std::uint32_t seq, Acl::AclAction action, const Filter& filter) {
-  HwMirrorAclRule compiled;
-  Orb::AclRule& rule = compiled.rule;
-  rule.kind = kind;
-  rule.seq = seq;
-  rule.action = action;
-  if constexpr (std::is_same_v<Filter, Acl::IpFilter>) {
-    rule.source = filter.source;
-    rule.destination = filter.destination;
-  } else {
-    rule.source6 = filter.source;
-    rule.destination6 = filter.destination;
-  }
-  rule.protocol = filter.protocol;
-  if (filter.established) rule.tcpFlagsAny = Orb::tcpFlagAck | Orb::tcpFlagRst;
-  rule.fragment = filter.fragments;
+// A filter row as the chip holds it: the rule the ACL machine would build
+// for it, with one entry per pair of port blocks (one for a fragment rule).
+template <class RuleConfig>
+HwMirrorAclRule filterRule(std::uint32_t seq, const RuleConfig& config) {
+  HwMirrorAclRule compiled{Orb::aclRuleOf(seq, config), {}};
+  const auto& filter = config.filter;
+  if (filter.established) compiled.rule.tcpFlagsAny = Orb::tcpFlagAck | Orb::tcpFlagRst;
+  compiled.rule.fragment = filter.fragments;
   if (filter.fragments) {
     compiled.entries.push_back({});
     return compiled;
   }
-  for (const auto& source : portBlocks(filter.sourcePort)) {
-    for (const auto& destination : portBlocks(filter.destinationPort)) {
+  for (const auto& source : Orb::portMasks(filter.sourcePort)) {
+    for (const auto& destination : Orb::portMasks(filter.destinationPort)) {
       compiled.entries.push_back({0, source, destination, 0});
     }
   }
@@ -75,23 +59,14 @@ HwMirrorAcl compileMirrorAcl(const Acl::AclConfig& config) {
   acl.type = config.type();
   switch (config.type()) {
     case Acl::AclType::aclTypeIp:
-      for (const auto& [seq, rule] : config.ipRuleBySequence())
-        acl.rules.push_back(ipRule(Orb::AclSubruleKind::ip, seq, rule.action, rule.filter));
+      for (const auto& [seq, rule] : config.ipRuleBySequence()) acl.rules.push_back(filterRule(seq, rule));
       break;
     case Acl::AclType::aclTypeIpv6:
-      for (const auto& [seq, rule] : config.ip6RuleBySequence())
-        acl.rules.push_back(ipRule(Orb::AclSubruleKind::ip6, seq, rule.action, rule.filter));
+      for (const auto& [seq, rule] : config.ip6RuleBySequence()) acl.rules.push_back(filterRule(seq, rule));
       break;
     case Acl::AclType::aclTypeMac:
-      for (const auto& [seq, rule] : config.macRuleBySequence()) {
-        HwMirrorAclRule compiled;
-        compiled.rule.kind = Orb::AclSubruleKind::mac;
-        compiled.rule.seq = seq;
-        compiled.rule.action = rule.action;
-        compiled.rule.mac = rule.filter;
-        compiled.entries.push_back({});
-        acl.rules.push_back(compiled);
-      }
+      for (const auto& [seq, rule] : config.macRuleBySequence())
+        acl.rules.push_back({Orb::aclRuleOf(seq, rule), {HwAclEntry{}}});
       break;
   }
   return acl;
@@ -137,6 +112,14 @@ void SoftMirrorTable::dumpEntry(JsonWriter& w, const HwMirrorSession& session) c
   }
   w.EndObject();
   dumpIntfs(w, "targets", session.targets);
+  w.Key("truncationSize");
+  w.Uint(session.truncationSize);
+  w.Key("headerRemovalSize");
+  w.Uint(session.headerRemovalSize);
+  w.Key("rxSampleRate");
+  w.Uint(session.rxSampleRate);
+  w.Key("rateLimit");
+  w.Uint64(session.rateLimit);
   w.EndObject();
 }
 
@@ -233,6 +216,37 @@ HwMirrorSession* SoftMirrorHelper::admitted(Group group) {
   return table_.find({group});
 }
 
+bool SoftMirrorHelper::setMirrorTruncation(const std::string&, std::uint32_t, Group group, bool enabled,
+                                           std::uint32_t size) {
+  HwMirrorSession* session = admitted(group);
+  if (!session) return false;
+  session->truncationSize = enabled ? size : 0;
+  return true;
+}
+
+bool SoftMirrorHelper::setMirrorHeaderRemoval(const std::string&, std::uint32_t, Group group, std::uint32_t size) {
+  HwMirrorSession* session = admitted(group);
+  if (!session) return false;
+  session->headerRemovalSize = size;
+  return true;
+}
+
+bool SoftMirrorHelper::setRxSampleRate(const std::string& name, std::uint32_t, std::uint32_t rate) {
+  // Sampling is set by session name: the group is found through it.
+  if (table_.nextFault() != Fault::none) return false;
+  auto* held = const_cast<HwMirrorSession*>(session(name));
+  if (!held) return false;
+  held->rxSampleRate = rate;
+  return true;
+}
+
+bool SoftMirrorHelper::setRateLimit(const std::string&, Group group, const std::string&, std::uint64_t rate) {
+  HwMirrorSession* session = admitted(group);
+  if (!session) return false;
+  session->rateLimit = rate;
+  return true;
+}
+
 std::vector<Orb::HwMirrorSession> SoftMirrorHelper::hwSessions() {
   std::vector<Orb::HwMirrorSession> held;
   for (const auto& [group, session] : table_.entries) {
@@ -256,6 +270,9 @@ HwMirrorSession* SoftMirrorHelper::created(Group group, const std::string& name,
   session.name = name;
   session.id = id;
   session.destIntf = destIntf;
+  // A session made anew has every attribute off.
+  session.truncationSize = session.headerRemovalSize = session.rxSampleRate = 0;
+  session.rateLimit = 0;
   return &session;
 }
 

@@ -73,6 +73,11 @@ struct HwMirrorSession {
   std::set<Nexo::IntfId> targets;
   // The ports of LAGs behind GRE next hops, by LAG.
   std::map<Nexo::IntfId, std::set<Nexo::IntfId>> greLagMembers;
+  // Session attributes, 0 meaning off.
+  std::uint32_t truncationSize = 0;
+  std::uint32_t headerRemovalSize = 0;
+  std::uint32_t rxSampleRate = 0;
+  std::uint64_t rateLimit = 0;
 };
 
 class SoftMirrorTable : public SoftTableOf<SoftMirrorGroup, HwMirrorSession> {
@@ -152,11 +157,13 @@ class SoftMirrorHelper : public OrbHelper::MirroringSmHelper {
                               const IntfId& l2Intf) override;
   bool handleLagMemberDeletion(const IntfId& intf, const IntfId& lag, const std::string&, std::uint32_t, Group group,
                                Direction) override;
-  bool setMirrorTruncation(const std::string&, std::uint32_t, Group, bool, std::uint32_t) override { return true; }
-  bool setMirrorHeaderRemoval(const std::string&, std::uint32_t, Group, std::uint32_t) override { return true; }
-  bool setRxSampleRate(const std::string&, std::uint32_t, std::uint32_t) override { return true; }
+  // Attributes are held on the session, and refused like any operation
+  // when a fault is planned.
+  bool setMirrorTruncation(const std::string&, std::uint32_t, Group group, bool enabled, std::uint32_t size) override;
+  bool setMirrorHeaderRemoval(const std::string&, std::uint32_t, Group group, std::uint32_t size) override;
+  bool setRxSampleRate(const std::string& name, std::uint32_t, std::uint32_t rate) override;
   bool setGrePayloadType(const std::string&, Group) override { return true; }
-  bool setRateLimit(const std::string&, Group, const std::string&, std::uint64_t) override { return true; }
+  bool setRateLimit(const std::string&, Group group, const std::string&, std::uint64_t rate) override;
   void doMirrorRateLimitConfig(bool) override {}
   std::uint32_t freeMirrorSources(const Mirroring::Config&, const std::string&, Direction direction) override;
   std::uint32_t maxBiDirSources() override;

@@ -20,6 +20,13 @@ const SoftSubIntfKey* SoftSubIntfTable::keyOf(const Nexo::IntfId& subIntf) const
   return it == keyOfSubIntf.end() ? nullptr : &it->second;
 }
 
+bool subIntfBridgedIn(const SoftChip& chip, Bridging::VlanId vlan, const Nexo::IntfId& subIntf) {
+  const auto* table = dynamic_cast<const SoftSubIntfTable*>(chip.table(SoftSubIntfTable::tableName));
+  const SoftSubIntfKey* key = table ? table->keyOf(subIntf) : nullptr;
+  const HwSubIntf* entry = key ? table->find(*key) : nullptr;
+  return entry && entry->isL2 && entry->subIntf == subIntf && entry->vlan == vlan.value();
+}
+
 void SoftSubIntfTable::dumpEntry(JsonWriter& writer, const HwSubIntf& entry) const {
   writer.StartObject();
   writer.Key("subIntf");

@@ -11,6 +11,7 @@
 
 #include "Orb/OrbHelper.h"
 #include "chip/softchip/SoftChip.h"
+#include "platform/vex/Entity.h"
 
 #include <map>
 #include <string>
@@ -45,7 +46,7 @@ class SoftSubIntfTable : public SoftTableOf<SoftSubIntfKey, HwSubIntf> {
   bool empty() const { return entries.empty(); }
 
   // Kept by the helper: sub-interface to key, and what doUpdateStatuses said.
-  std::map<Nexo::IntfId, SoftSubIntfKey> keyOfSubIntf;
+  Vex::HashMap<Nexo::IntfId, SoftSubIntfKey> keyOfSubIntf;
   std::map<Nexo::IntfId, Nexo::IntfId> lagOfPort;
   bool anyProgrammed = false;
   bool anyConflicted = false;
@@ -53,6 +54,11 @@ class SoftSubIntfTable : public SoftTableOf<SoftSubIntfKey, HwSubIntf> {
  protected:
   void dumpEntry(JsonWriter& writer, const HwSubIntf& entry) const override;
 };
+
+// Whether `subIntf` is a layer-2 sub-interface the chip bridges in `vlan`:
+// such a sub-interface is let into its VLAN by its mapping, not by the
+// VLAN's membership, and learns there like a port.
+bool subIntfBridgedIn(const SoftChip& chip, Bridging::VlanId vlan, const Nexo::IntfId& subIntf);
 
 class SoftSubIntfHelper : public OrbHelper::OrbHelperSubIntf {
  public:

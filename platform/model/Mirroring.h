@@ -45,6 +45,10 @@ class Session : public Vex::Entity {
     VEX_KEY_HANDLER(TargetIntf, Nexo::IntfId)
     VEX_HANDLER(IsInternal)
     VEX_HANDLER(Owner)
+    VEX_HANDLER(TruncationSize)
+    VEX_HANDLER(HeaderRemovalSize)
+    VEX_HANDLER(RxSampleRate)
+    VEX_HANDLER(RateLimit)
   };
   using Entity::Entity;
   const std::string& sessionName() const { return name(); }
@@ -52,6 +56,13 @@ class Session : public Vex::Entity {
   VEX_ORDERED_COLLECTION(Nexo::IntfId, bool, targetIntf, TargetIntf)
   VEX_ATTR(bool, isInternal, IsInternal, false)
   VEX_ATTR(std::string, owner, Owner)
+  // Per-session attributes, 0 meaning off: copies cut to this many bytes;
+  // this many bytes taken off the front of each copy; one received frame
+  // in this many copied; copies limited to this many bits per second.
+  VEX_ATTR(std::uint32_t, truncationSize, TruncationSize, 0)
+  VEX_ATTR(std::uint32_t, headerRemovalSize, HeaderRemovalSize, 0)
+  VEX_ATTR(std::uint32_t, rxSampleRate, RxSampleRate, 0)
+  VEX_ATTR(std::uint64_t, rateLimit, RateLimit, 0)
 };
 
 class Config : public Vex::Entity {
@@ -92,9 +103,12 @@ struct SessionStatus {
   std::string reason;
   std::map<Nexo::IntfId, std::string> sources;
   std::map<Nexo::IntfId, std::string> targets;
+  // The session attributes the chip refused ("truncation", ...).
+  std::vector<std::string> attributesRefused;
   auto operator<=>(const SessionStatus&) const = default;
 };
-VEX_VALUE(SessionStatus, "Mirroring::SessionStatus", (mirrorGroup, createdInHw, valid, reason, sources, targets))
+VEX_VALUE(SessionStatus, "Mirroring::SessionStatus",
+          (mirrorGroup, createdInHw, valid, reason, sources, targets, attributesRefused))
 
 class HwStatus : public Vex::Entity {
  public:

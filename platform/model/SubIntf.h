@@ -161,7 +161,7 @@ class Config : public Vex::Entity {
     VEX_KEY_HANDLER(IntfIdToDot1qEncapAndVlanId, Nexo::IntfId)
   };
   using Entity::Entity;
-  VEX_ORDERED_COLLECTION(Nexo::IntfId, Dot1qEncapAndVlanId, intfIdToDot1qEncapAndVlanId, IntfIdToDot1qEncapAndVlanId)
+  VEX_COLLECTION(Nexo::IntfId, Dot1qEncapAndVlanId, intfIdToDot1qEncapAndVlanId, IntfIdToDot1qEncapAndVlanId)
 };
 
 class Status : public Vex::Entity {
@@ -172,7 +172,7 @@ class Status : public Vex::Entity {
     VEX_KEY_HANDLER(IntfIdToDot1qEncapAndVlanId, Nexo::IntfId)
   };
   using Entity::Entity;
-  VEX_ORDERED_COLLECTION(Nexo::IntfId, Dot1qEncapAndVlanId, intfIdToDot1qEncapAndVlanId, IntfIdToDot1qEncapAndVlanId)
+  VEX_COLLECTION(Nexo::IntfId, Dot1qEncapAndVlanId, intfIdToDot1qEncapAndVlanId, IntfIdToDot1qEncapAndVlanId)
 };
 
 }  // namespace Hardware::SubIntf

@@ -108,21 +108,25 @@ std::uint32_t IntfId::number() const {
 std::string IntfId::stringValue() const {
   if (empty()) return "";
   const KindName& k = kindName(kind());
-  std::string text(k.prefix);
-  if (!k.numbered) return text;
+  if (!k.numbered) return std::string(k.prefix);
+  // Written into one buffer and copied out once: names are made for every
+  // entity keyed by an interface, thousands at a time.
+  char buffer[64];
+  char* at = std::copy(k.prefix.begin(), k.prefix.end(), buffer);
+  char* const end = buffer + sizeof buffer;
   const int shifts[] = {40, 28, 16};
   const std::uint64_t masks[] = {0xffff, 0xfff, 0xfff};
   for (int i = 0; i < 3; ++i) {
     std::uint64_t n = (bits_ >> shifts[i]) & masks[i];
     if (!n) break;
-    if (i) text += '/';
-    text += std::to_string(n - 1);
+    if (i) *at++ = '/';
+    at = std::to_chars(at, end, n - 1).ptr;
   }
   if (isSubIntf()) {
-    text += '.';
-    text += std::to_string(subIntfNumber());
+    *at++ = '.';
+    at = std::to_chars(at, end, subIntfNumber()).ptr;
   }
-  return text;
+  return std::string(buffer, at);
 }
 
 IntfId IntfId::parentIntfId() const {

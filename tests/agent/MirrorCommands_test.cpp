@@ -50,7 +50,8 @@ TEST_F(MirrorCommandsTest, BadInputIsRefusedAndChangesNothing) {
   EXPECT_EQ(error(agent, "monitor session s1 destination Vlan10"),
             "a mirror destination is a port, a port-channel, a tunnel or the CPU, not Vlan10");
   EXPECT_EQ(error(agent, "monitor session s1 destination Ethernet1-2"), "one interface, not a range: 'Ethernet1-2'");
-  EXPECT_EQ(error(agent, "monitor session s1 target Ethernet2"), "usage: monitor session NAME source|destination ...");
+  EXPECT_EQ(error(agent, "monitor session s1 target Ethernet2"),
+            "usage: monitor session NAME source|destination|truncation|header remove|sample|rate-limit ...");
   EXPECT_EQ(error(agent, "monitor session " + std::string(101, 'x') + " source Ethernet1"),
             "a session name is 1 to 100 characters");
   EXPECT_EQ(error(agent, "no monitor session s2"), "no monitor session s2");
@@ -63,6 +64,29 @@ TEST_F(MirrorCommandsTest, BadInputIsRefusedAndChangesNothing) {
   EXPECT_NE(error(agent, "chip mirror sources rx 2"), "");
   EXPECT_EQ(error(agent, "mirroring restart now"), "usage: mirroring restart [keep-leftovers]");
   EXPECT_EQ(error(agent, "mirroring start"), "mirroring runs already");
+  EXPECT_EQ(state(), before);
+}
+
+TEST_F(MirrorCommandsTest, BadSessionAttributesAreRefusedAndChangeNothing) {
+  run(agent, "monitor session s1 source Ethernet1");
+  run(agent, "monitor session s1 truncation 128");
+  const std::string before = state();
+  const std::string usage =
+      "usage: monitor session NAME truncation BYTES | header remove BYTES | sample RATE | rate-limit BPS";
+  EXPECT_NE(error(agent, "monitor session s1 truncation 63"), "");
+  EXPECT_NE(error(agent, "monitor session s1 truncation 9217"), "");
+  EXPECT_NE(error(agent, "monitor session s1 truncation lots"), "");
+  EXPECT_EQ(error(agent, "monitor session s1 truncation"), usage);
+  EXPECT_EQ(error(agent, "monitor session s1 header 14"), usage);
+  EXPECT_NE(error(agent, "monitor session s1 header remove 0"), "");
+  EXPECT_NE(error(agent, "monitor session s1 sample 0"), "");
+  EXPECT_NE(error(agent, "monitor session s1 rate-limit -5"), "");
+  EXPECT_EQ(error(agent, "monitor session s1 sample 10 20"), usage);
+  // A bad value names no new session either.
+  EXPECT_NE(error(agent, "monitor session s2 sample 0"), "");
+  EXPECT_EQ(error(agent, "no monitor session s1 truncation 128"),
+            "usage: no monitor session NAME truncation | header remove | sample | rate-limit");
+  EXPECT_EQ(error(agent, "no monitor session s2 sample"), "no monitor session s2");
   EXPECT_EQ(state(), before);
 }
 
