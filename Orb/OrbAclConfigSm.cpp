@@ -187,19 +187,11 @@ void AclConfigSm::portActiveIs(const IntfPairKey& intfPair, Acl::AclDirection di
 }
 
 void AclConfigSm::sharedPortActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active) {
-  if (active) {
-    bindAt(sharedKey(direction), intfPair, "port");
-  } else {
-    portActiveDel(intfPair, direction, false);
-  }
+  activeIs(sharedKey(direction), intfPair, active, "port");
 }
 
 void AclConfigSm::unsharedPortActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active) {
-  if (active) {
-    bindAt(unsharedKey(intfPair, direction), intfPair, "port");
-  } else {
-    portActiveDel(intfPair, direction, false);
-  }
+  activeIs(unsharedKey(intfPair, direction), intfPair, active, "port");
 }
 
 void AclConfigSm::vlanActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active) {
@@ -211,19 +203,11 @@ void AclConfigSm::vlanActiveIs(const IntfPairKey& intfPair, Acl::AclDirection di
 }
 
 void AclConfigSm::sharedVlanActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active) {
-  if (active) {
-    bindAt(sharedKey(direction), intfPair, "vlan");
-  } else {
-    portActiveDel(intfPair, direction, false);
-  }
+  activeIs(sharedKey(direction), intfPair, active, "vlan");
 }
 
 void AclConfigSm::unsharedVlanActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active) {
-  if (active) {
-    bindAt(unsharedKey(intfPair, direction), intfPair, "vlan");
-  } else {
-    portActiveDel(intfPair, direction, false);
-  }
+  activeIs(unsharedKey(intfPair, direction), intfPair, active, "vlan");
 }
 
 void AclConfigSm::subIntfActiveIs(const IntfPairKey& intfPair, Acl::AclDirection direction, bool active) {
@@ -250,6 +234,14 @@ void AclConfigSm::intfActiveIs(const IntfPairKey& intfPair, Acl::AclDirection di
   // A tunnel or loopback matches on its own interface id: its entries are
   // its own.
   bindAt(unsharedKey(intfPair, direction), intfPair, "intf");
+}
+
+void AclConfigSm::activeIs(const AclKey& key, const IntfPairKey& intfPair, bool active, const char* what) {
+  if (active) {
+    bindAt(key, intfPair, what);
+  } else {
+    portActiveDel(intfPair, key.direction, false);
+  }
 }
 
 void AclConfigSm::bindAt(const AclKey& key, const IntfPairKey& intfPair, const char* what) {

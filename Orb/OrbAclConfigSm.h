@@ -143,6 +143,8 @@ class AclConfigSm : public OrbBaseSm {
   // Adds a binding to an instance, creating it for the first ("Added first
   // <what> to").
   void bindAt(const AclKey& key, const IntfPairKey& intfPair, const char* what);
+  // bindAt when `active`, else the binding goes from wherever it is.
+  void activeIs(const AclKey& key, const IntfPairKey& intfPair, bool active, const char* what);
   void commitOne(AclData& data);
   void uninstallOne(AclData& data);
   // Rule building, in rule-sequence order.
