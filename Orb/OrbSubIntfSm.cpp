@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <tuple>
 
@@ -69,6 +70,9 @@ OrbSubIntfSm::OrbSubIntfSm(const SubIntfSmInputs& inputs) : OrbBaseSm(inputs.ocs
   if (!in_.macsecProxyStatus) in_.macsecProxyStatus = Vex::make<MacsecProxy::Status>("macsecProxy");
   if (!in_.hwConfig) in_.hwConfig = Vex::make<Hardware::SubIntf::Config>("hwConfig");
   if (!in_.hwStatus) in_.hwStatus = Vex::make<Hardware::SubIntf::Status>("hwStatus");
+  // hwConfig is what this machine programmed: entries a previous run left
+  // mean nothing to it, and every sub-interface is programmed again.
+  in_.hwConfig->intfIdToDot1qEncapAndVlanIdDelAll();
   clock_ = Vex::clockFactory([this] { retryConflictedIntfs(); });
   clockIs(clock_);
   configDirReactor_ = std::make_unique<ConfigDirReactor>(this, in_.subIntfConfigDir);
@@ -184,16 +188,11 @@ std::optional<OrbSubIntfSm::Dot1qEncapAndVlanId> OrbSubIntfSm::wantedMapping(con
 // --- reactions ---
 
 OrbSubIntfSm::Watch* OrbSubIntfSm::syncReactors(const Nexo::IntfId& intf, const Published& now) {
-  auto it = watch_.lower_bound(intf);
-  const bool watched = it != watch_.end() && it->first == intf;
   if (!now.config && !now.status) {
-    if (watched) watch_.erase(it);
+    watch_.erase(intf);
     return nullptr;
   }
-  if (!watched) {
-    it = watch_.emplace_hint(it, std::piecewise_construct, std::forward_as_tuple(intf), std::forward_as_tuple(this));
-  }
-  Watch& watch = it->second;
+  Watch& watch = watch_.try_emplace(intf, this).first->second;
   if (watch.config.notifier().get() != now.config) {
     watch.config.notifierIs(Vex::Ptr<Interface::SubIntfConfig>(now.config));
   }
@@ -246,15 +245,14 @@ void OrbSubIntfSm::handleChange(const Nexo::IntfId& intf, const Published& now) 
     return;
   }
   auto wanted = wantedMapping(intf, now);
-  auto current = programmed_.find(intf);
+  const auto* current = programmed(intf);
   // Both queues are empty but for conflicts and refusals: not looked into then.
   const bool refused = !hwRetryIntf_.empty() && hwRetryIntf_.count(intf) != 0;
-  if (current != programmed_.end() && wanted && current->second.entry == *wanted && !current->second.pwEndPoint &&
-      !refused) {
+  if (current && wanted && *current == *wanted && !programmedAsPwEndPoint(intf) && !refused) {
     if (!conflictedIntf_.empty()) conflictedIntf_.erase(intf);
     return;
   }
-  if (current != programmed_.end()) doDeleteDot1qEncapToVsiMap(intf);
+  if (current) doDeleteDot1qEncapToVsiMap(intf);
   if (refused) hwRetryIntf_.erase(intf);
   if (!wanted) {
     BLIP(trace(), 7, "{} not ready for hardware", intf.stringValue());
@@ -270,8 +268,7 @@ void OrbSubIntfSm::handlePwEndPoint(const Nexo::IntfId& intf) {
   if (!Nexo::SubIntfId::isSubIntfId(intf)) return;
   if (!in_.localConnectorInfoTable->connectorHas(intf)) {
     // No longer a pseudowire end point: an ordinary sub-interface again.
-    auto current = programmed_.find(intf);
-    if (current != programmed_.end() && current->second.pwEndPoint) doDeleteDot1qEncapToVsiMap(intf);
+    if (programmedAsPwEndPoint(intf)) doDeleteDot1qEncapToVsiMap(intf);
     pwIntfIdToVlanId_.erase(intf);
     pwIntfIdProgrammedInHw_.erase(intf);
     handleSubIntfConfigAndStatusChange(intf);
@@ -283,14 +280,11 @@ void OrbSubIntfSm::handlePwEndPoint(const Nexo::IntfId& intf) {
 }
 
 void OrbSubIntfSm::handlePwEndPoint(const Nexo::IntfId& intf, const Published& now) {
-  auto current = programmed_.find(intf);
+  const auto* current = programmed(intf);
   auto wanted = wantedMapping(intf, now);
   const bool refused = hwRetryIntf_.count(intf) != 0;
-  if (current != programmed_.end() && wanted && current->second.entry == *wanted && current->second.pwEndPoint &&
-      !refused) {
-    return;
-  }
-  if (current != programmed_.end()) doDeleteDot1qEncapToVsiMap(intf);
+  if (current && wanted && *current == *wanted && programmedAsPwEndPoint(intf) && !refused) return;
+  if (current) doDeleteDot1qEncapToVsiMap(intf);
   hwRetryIntf_.erase(intf);
   pwIntfIdToVlanId_.erase(intf);
   pwIntfIdProgrammedInHw_.erase(intf);
@@ -329,6 +323,8 @@ void OrbSubIntfSm::handleMultiEncapIntf(const Nexo::IntfId& intf) {
   for (const auto& [sub, config] : in_.subIntfConfigDir->intfConfig()) {
     if (sub.parentIntfId() == intf.parentIntfId()) children.push_back(sub);
   }
+  // In name order, as conflicts between them are settled first come, first served.
+  std::sort(children.begin(), children.end());
   for (const auto& sub : children) handleSubIntfConfigAndStatusChange(sub);
 }
 
@@ -445,11 +441,10 @@ void OrbSubIntfSm::doAddDot1qEncapToVsiMap(const Nexo::IntfId& intf, const Dot1q
     subIntfIdToInternalVlanId_[intf] = entry.vlanId;
   }
   parentIntfIdAndDot1qEncapMap_[{entry.parentIntf, entry.dot1qEncap}] = intf;
-  auto [slot, fresh] = programmed_.try_emplace(intf);
-  if (!fresh) carriedByLagDec(slot->second);
-  slot->second = {entry, pwEndPoint};
   if (entry.parentIntf.isLag()) ++carriedByLag_[entry.parentIntf];
-  in_.hwConfig->intfIdToDot1qEncapAndVlanIdIs(intf, entry);
+  if (auto replaced = in_.hwConfig->intfIdToDot1qEncapAndVlanIdExchange(intf, entry)) {
+    carriedByLagDec(replaced->parentIntf);
+  }
   if (!dynamicEncap_.empty() && dynamicEncap_.count(intf)) {
     dynamicEncapStatus_[intf] = entry.dot1qEncap;
   } else if (!dynamicEncapStatus_.empty()) {
@@ -475,11 +470,13 @@ void OrbSubIntfSm::doAddDot1qEncapToVsiMap(const Nexo::IntfId& intf, const Dot1q
 }
 
 void OrbSubIntfSm::doDeleteDot1qEncapToVsiMap(const Nexo::IntfId& intf) {
-  auto it = programmed_.find(intf);
-  if (it == programmed_.end()) return;
-  const Programmed old = it->second;
-  carriedByLagDec(old);
-  programmed_.erase(it);
+  const auto* programmedEntry = programmed(intf);
+  if (!programmedEntry) return;
+  struct {
+    Dot1qEncapAndVlanId entry;
+    bool pwEndPoint;
+  } const old{*programmedEntry, programmedAsPwEndPoint(intf)};
+  carriedByLagDec(old.entry.parentIntf);
   const bool inHardware = in_.hwStatus->intfIdToDot1qEncapAndVlanId(intf).tableAddStatus == OrbTypes::tableAddSuccess &&
                           in_.hwStatus->intfIdToDot1qEncapAndVlanIdHas(intf);
   if (inHardware) {
@@ -544,9 +541,15 @@ void OrbSubIntfSm::hwSucceededAdjust(const Nexo::IntfId& intf, bool succeeded) {
   *hwSucceeded_ += static_cast<std::size_t>(succeeded) - static_cast<std::size_t>(was);
 }
 
-void OrbSubIntfSm::carriedByLagDec(const Programmed& programmed) {
-  if (!programmed.entry.parentIntf.isLag()) return;
-  auto it = carriedByLag_.find(programmed.entry.parentIntf);
+const OrbSubIntfSm::Dot1qEncapAndVlanId* OrbSubIntfSm::programmed(const Nexo::IntfId& intf) const {
+  const auto& programmed = in_.hwConfig->intfIdToDot1qEncapAndVlanId();
+  auto it = programmed.find(intf);
+  return it == programmed.end() ? nullptr : &it->second;
+}
+
+void OrbSubIntfSm::carriedByLagDec(const Nexo::IntfId& parentIntf) {
+  if (!parentIntf.isLag()) return;
+  auto it = carriedByLag_.find(parentIntf);
   if (it != carriedByLag_.end() && --it->second == 0) carriedByLag_.erase(it);
 }
 
@@ -657,13 +660,12 @@ void OrbSubIntfSm::verifyHwStatus(const Nexo::IntfId& intf, const Nexo::IntfId& 
 
 void OrbSubIntfSm::verifyParentIntfIdAndDot1qEncapMap(const Nexo::IntfId& intf, const Nexo::IntfId& parentIntf,
                                                       VerifyReport& report) {
-  auto it = programmed_.find(intf);
-  if (it != programmed_.end()) {
-    auto owner = parentIntfIdAndDot1qEncapMap_.find({parentIntf, it->second.entry.dot1qEncap});
+  if (const auto* entry = programmed(intf)) {
+    auto owner = parentIntfIdAndDot1qEncapMap_.find({parentIntf, entry->dot1qEncap});
     if (owner == parentIntfIdAndDot1qEncapMap_.end() || owner->second != intf) {
       mismatch(report,
                fmt::format("{}: ({}, {}) is NOT in parentIntfIdAndDot1qEncapMap", intf.stringValue(),
-                           parentIntf.stringValue(), encapText(it->second.entry.dot1qEncap)),
+                           parentIntf.stringValue(), encapText(entry->dot1qEncap)),
                __LINE__);
     }
     return;

@@ -32,6 +32,8 @@
 #include "platform/model/SubIntf.h"
 #include "platform/vex/Clock.h"
 
+#include <boost/unordered_map.hpp>
+
 #include <map>
 #include <memory>
 #include <optional>
@@ -149,10 +151,6 @@ class OrbSubIntfSm : public OrbBaseSm, public Verifiable {
   class MacsecReactor;
   class OcsdReactor;
 
-  struct Programmed {
-    Dot1qEncapAndVlanId entry;
-    bool pwEndPoint = false;
-  };
   // One sub-interface's configuration and status as published (null when
   // absent), looked up once per reaction and handed down.
   struct Published {
@@ -237,13 +235,15 @@ class OrbSubIntfSm : public OrbBaseSm, public Verifiable {
   SubIntfSmInputs in_;
   VlanIdToIntfIdMap vlanIdToIntfIdMap_;
   Vex::HashMap<ParentIntfIdAndDot1qEncap, Nexo::IntfId> parentIntfIdAndDot1qEncapMap_;
-  Vex::HashMap<Nexo::IntfId, Programmed> programmed_;
   // Programmed entries per LAG parent, and status entries the chip took.
   std::map<Nexo::IntfId, std::size_t> carriedByLag_;
   std::optional<std::size_t> hwSucceeded_;
   std::size_t hwSucceeded();
   void hwSucceededAdjust(const Nexo::IntfId& intf, bool succeeded);
-  void carriedByLagDec(const Programmed& programmed);
+  void carriedByLagDec(const Nexo::IntfId& parentIntf);
+  // What the machine programmed for `intf` (its entry in hwConfig), or null.
+  const Dot1qEncapAndVlanId* programmed(const Nexo::IntfId& intf) const;
+  bool programmedAsPwEndPoint(const Nexo::IntfId& intf) const { return pwIntfIdToVlanId_.count(intf) != 0; }
   Vex::HashMap<Nexo::IntfId, Bridging::VlanIdOrNone> subIntfIdToInternalVlanId_;
   std::map<Nexo::IntfId, Bridging::VlanIdOrNone> pwIntfIdToVlanId_;
   std::map<Nexo::IntfId, bool> pwIntfIdProgrammedInHw_;
@@ -262,7 +262,8 @@ class OrbSubIntfSm : public OrbBaseSm, public Verifiable {
   Vex::Ptr<Vex::Clock> clock_;
   std::unique_ptr<ConfigDirReactor> configDirReactor_;
   std::unique_ptr<StatusDirReactor> statusDirReactor_;
-  std::map<Nexo::IntfId, Watch> watch_;
+  // Hashed, with nodes that stay put: the reactors hold their watch.
+  boost::unordered_map<Nexo::IntfId, Watch> watch_;
   std::unique_ptr<ConnectorReactor> connectorReactor_;
   std::unique_ptr<MacsecReactor> macsecReactor_;
   std::unique_ptr<OcsdReactor> ocsdReactor_;

@@ -10,6 +10,7 @@
 #include "agent/Agent.h"
 #include "agent/Options.h"
 #include "platform/vex/FdWatch.h"
+#include "platform/vex/Memory.h"
 
 #include <CLI/CLI.hpp>
 
@@ -77,6 +78,7 @@ int main(int argc, char** argv) {
   run->add_option("FILE", scenario, "scenario file: one command a line, # comments")->required();
   app.require_subcommand(0, 1);
   CLI11_PARSE(app, argc, argv);
+  Vex::keepFreedMemory();
 
   try {
     if (shell->parsed() || run->parsed())

@@ -47,9 +47,7 @@ std::uint32_t SoftSubIntfHelper::doAddDot1qEncapToVsiMap(const Nexo::IntfId& sub
                                                          Bridging::VlanIdOrNone vlan,
                                                          const Interface::SubIntfEncap& encap, bool isL2SubIntf) {
   SoftSubIntfKey key{parentIntf, encap.outerTag, encap.innerTag};
-  // One walk down the table finds the entry and where a new one goes.
-  auto at = table_.entries.lower_bound(key);
-  const bool present = at != table_.entries.end() && at->first == key;
+  HwSubIntf* present = table_.find(key);
   switch (table_.admit(!present)) {
     case Fault::none:
       break;
@@ -65,9 +63,9 @@ std::uint32_t SoftSubIntfHelper::doAddDot1qEncapToVsiMap(const Nexo::IntfId& sub
   }
   HwSubIntf entry{subIntf, vlan.value(), isL2SubIntf};
   if (present) {
-    at->second = entry;
+    *present = entry;
   } else {
-    table_.entries.emplace_hint(at, key, entry);
+    table_.entries.emplace(key, entry);
   }
   table_.keyOfSubIntf.insert_or_assign(subIntf, key);
   return OrbTypes::tableAddSuccess;

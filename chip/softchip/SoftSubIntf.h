@@ -25,6 +25,12 @@ struct SoftSubIntfKey {
   auto operator<=>(const SoftSubIntfKey&) const = default;
 };
 std::string softKeyText(const SoftSubIntfKey& key);
+inline std::size_t hash_value(const SoftSubIntfKey& key) {
+  std::size_t seed = hash_value(key.parent);
+  boost::hash_combine(seed, key.outerTag);
+  boost::hash_combine(seed, key.innerTag);
+  return seed;
+}
 
 struct HwSubIntf {
   Nexo::IntfId subIntf;
@@ -32,7 +38,9 @@ struct HwSubIntf {
   bool isL2 = false;
 };
 
-class SoftSubIntfTable : public SoftTableOf<SoftSubIntfKey, HwSubIntf> {
+// Hashed: every frame on a port with sub-interfaces looks it up, and
+// thousands of entries go in at once.
+class SoftSubIntfTable : public SoftTableOf<SoftSubIntfKey, HwSubIntf, Vex::HashMap<SoftSubIntfKey, HwSubIntf>> {
  public:
   static constexpr const char* tableName = "vlan-translation";
   explicit SoftSubIntfTable(SoftChip& chip) : SoftTableOf(chip, tableName) {}

@@ -61,7 +61,9 @@ class SubIntfConfigDir : public Vex::Entity {
     VEX_KEY_HANDLER(IntfConfig, Nexo::IntfId)
   };
   using Entity::Entity;
-  VEX_ORDERED_COLLECTION(Nexo::IntfId, Vex::Ptr<SubIntfConfig>, intfConfig, IntfConfig)
+  // Hashed: thousands of sub-interfaces come up at once, and readers that
+  // list them sort what they list.
+  VEX_COLLECTION(Nexo::IntfId, Vex::Ptr<SubIntfConfig>, intfConfig, IntfConfig)
   VEX_OWNED_MEMBERS(Nexo::IntfId, SubIntfConfig, intfConfig)
 };
 
@@ -98,7 +100,8 @@ class SubIntfStatusDir : public Vex::Entity {
     VEX_KEY_HANDLER(IntfStatus, Nexo::IntfId)
   };
   using Entity::Entity;
-  VEX_ORDERED_COLLECTION(Nexo::IntfId, Vex::Ptr<SubIntfStatus>, intfStatus, IntfStatus)
+  // Hashed, as the configuration directory.
+  VEX_COLLECTION(Nexo::IntfId, Vex::Ptr<SubIntfStatus>, intfStatus, IntfStatus)
   VEX_OWNED_MEMBERS(Nexo::IntfId, SubIntfStatus, intfStatus)
 };
 

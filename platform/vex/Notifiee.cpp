@@ -20,7 +20,7 @@ std::size_t NotifieeList::size() const {
 }
 
 void NotifieeList::sweep() {
-  std::erase(list_, nullptr);
+  list_.erase(std::remove(list_.begin(), list_.end(), nullptr), list_.end());
   holes_ = false;
 }
 

@@ -9,6 +9,8 @@
 
 #include "platform/vex/Ptr.h"
 
+#include <boost/container/small_vector.hpp>
+
 #include <cstddef>
 #include <vector>
 
@@ -60,7 +62,8 @@ class NotifieeList {
  private:
   void sweep();
 
-  std::vector<NotifieeBase*> list_;
+  // Most entities have one or two notifiees: those take no allocation.
+  boost::container::small_vector<NotifieeBase*, 2> list_;
   int depth_ = 0;
   bool holes_ = false;
 };
