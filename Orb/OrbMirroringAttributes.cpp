@@ -11,8 +11,16 @@ namespace Orb {
 namespace {
 
 // The attributes in the order they are given to the chip: the copy's size
-// first, then which frames are copied, then how fast.
-enum SessionAttribute : std::size_t { truncation, headerRemoval, rxSampleRate, rateLimit, attributeCount };
+// first, then which frames are copied, then how fast, then how a GRE
+// destination carries them.
+enum SessionAttribute : std::size_t {
+  truncation,
+  headerRemoval,
+  rxSampleRate,
+  rateLimit,
+  grePayloadType,
+  attributeCount
+};
 
 const char* attributeName(std::size_t attribute) {
   switch (attribute) {
@@ -22,8 +30,10 @@ const char* attributeName(std::size_t attribute) {
       return "header removal";
     case rxSampleRate:
       return "rx sample rate";
-    default:
+    case rateLimit:
       return "rate limit";
+    default:
+      return "gre payload type";
   }
 }
 
@@ -35,8 +45,10 @@ std::uint64_t wanted(const Mirroring::Session& config, std::size_t attribute) {
       return config.headerRemovalSize();
     case rxSampleRate:
       return config.rxSampleRate();
-    default:
+    case rateLimit:
       return config.rateLimit();
+    default:
+      return static_cast<std::uint64_t>(config.grePayloadType());
   }
 }
 
@@ -72,8 +84,11 @@ void VexMirroringSession::syncAttributes() {
       case rxSampleRate:
         ok = helper.setRxSampleRate(name_, id_, small);
         break;
-      default:
+      case rateLimit:
         ok = helper.setRateLimit(name_, mirrorGroup_, "", value);
+        break;
+      default:
+        ok = helper.setGrePayloadType(*config_, mirrorGroup_);
         break;
     }
     if (ok) {

@@ -106,7 +106,10 @@ class MirroringSmHelper : public Orb::OrbBaseHelper {
   virtual bool setRxSampleRate(const std::string&, std::uint32_t, std::uint32_t) {
     Orb::mirroringUnimplemented("setRxSampleRate");
   }
-  virtual bool setGrePayloadType(const std::string&, Group) { Orb::mirroringUnimplemented("setGrePayloadType"); }
+  // The chip reads the payload type from the session's configuration.
+  virtual bool setGrePayloadType(const Mirroring::Session&, Group) {
+    Orb::mirroringUnimplemented("setGrePayloadType");
+  }
   virtual bool setRateLimit(const std::string&, Group, const std::string& /*chip*/, std::uint64_t) {
     Orb::mirroringUnimplemented("setRateLimit");
   }

@@ -26,6 +26,7 @@ class VexMirroringSession::ConfigReactor : public Vex::Reactor<Mirroring::Sessio
   void handleHeaderRemovalSize() override { attributeChanged(); }
   void handleRxSampleRate() override { attributeChanged(); }
   void handleRateLimit() override { attributeChanged(); }
+  void handleGrePayloadType() override { attributeChanged(); }
 
  private:
   void changed() {

@@ -235,7 +235,7 @@ class VexMirroringSession {
   std::set<Nexo::IntfId> aclAppliedInHw_;
   // What the chip holds of each attribute, by SessionAttribute; none when
   // not known (after a restart) or refused.
-  std::array<std::optional<std::uint64_t>, 4> attributesInHw_;
+  std::array<std::optional<std::uint64_t>, 5> attributesInHw_;
   std::vector<std::string> attributesRefused_;
   std::unique_ptr<ConfigReactor> reactor_;
 };

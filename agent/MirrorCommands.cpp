@@ -3,7 +3,9 @@
 //   monitor session NAME source INTFS [rx|tx|both] [acl NAME]
 //   monitor session NAME destination INTF
 //   monitor session NAME truncation BYTES | header remove BYTES | sample RATE | rate-limit BPS
-//   no monitor session NAME [source INTFS | destination INTF | truncation | header remove | sample | rate-limit]
+//   monitor session NAME gre payload full-packet|inner-packet
+//   no monitor session NAME [source INTFS | destination INTF | truncation | header remove | sample | rate-limit |
+//                            gre payload]
 //   mirror tunnel TUNNEL id N via L3INTF L2INTF [via ...]   (a resolved GRE tunnel)
 //   no mirror tunnel TUNNEL
 //   show monitor session [NAME] [json]
@@ -52,6 +54,8 @@ std::string attributesText(const Mirroring::Session& session, const Mirroring::S
   if (session.headerRemovalSize()) parts.push_back(fmt::format("header remove {} bytes", session.headerRemovalSize()));
   if (session.rxSampleRate()) parts.push_back(fmt::format("sample 1 in {}", session.rxSampleRate()));
   if (session.rateLimit()) parts.push_back(fmt::format("rate-limit {} bps", session.rateLimit()));
+  if (session.grePayloadType() != Mirroring::GrePayloadType::grePayloadFullPacket)
+    parts.push_back(fmt::format("gre payload {}", Mirroring::grePayloadTypeName(session.grePayloadType())));
   std::string text;
   if (!parts.empty()) text += fmt::format("  attributes: {}\n", fmt::join(parts, ", "));
   if (!status.attributesRefused.empty())
@@ -68,6 +72,8 @@ void attributesJson(JsonWriter& w, const Mirroring::Session& session, const Mirr
   w.Uint(session.rxSampleRate());
   w.Key("rateLimit");
   w.Uint64(session.rateLimit());
+  w.Key("grePayload");
+  w.String(Mirroring::grePayloadTypeName(session.grePayloadType()));
   w.Key("attributesRefused");
   w.StartArray();
   for (const auto& attribute : status.attributesRefused) w.String(attribute.c_str());
@@ -130,11 +136,14 @@ void MirrorFeature::destinationIs(const std::string& name, const Args& args, boo
 void MirrorFeature::attributeIs(const std::string& name, const Args& args, bool remove) {
   // args: the attribute's words, then its value unless removed.
   const std::string usage = std::string(remove ? "no " : "") + "monitor session NAME " +
-                            (remove ? "truncation | header remove | sample | rate-limit"
-                                    : "truncation BYTES | header remove BYTES | sample RATE | rate-limit BPS");
+                            (remove ? "truncation | header remove | sample | rate-limit | gre payload"
+                                    : "truncation BYTES | header remove BYTES | sample RATE | rate-limit BPS | "
+                                      "gre payload full-packet|inner-packet");
   const bool header = !args.empty() && args[0] == "header";
+  const bool gre = !args.empty() && args[0] == "gre";
   if (header && (args.size() < 2 || args[1] != "remove")) throw CommandError("usage: " + usage);
-  const std::size_t words = header ? 2 : 1;
+  if (gre && (args.size() < 2 || args[1] != "payload")) throw CommandError("usage: " + usage);
+  const std::size_t words = header || gre ? 2 : 1;
   if (args.size() != words + (remove ? 0 : 1)) throw CommandError("usage: " + usage);
   // Checked whole first: a bad value writes nothing.
   std::uint64_t value = 0;
@@ -149,9 +158,13 @@ void MirrorFeature::attributeIs(const std::string& name, const Args& args, bool 
       value = static_cast<std::uint64_t>(parseInteger(text, 1, 16777215));
     } else if (which == "rate-limit") {
       value = static_cast<std::uint64_t>(parseInteger(text, 1, 400000000000L));
+    } else if (gre) {
+      if (text != "full-packet" && text != "inner-packet")
+        throw CommandError("a GRE payload is full-packet or inner-packet, not " + text);
+      value = text == "inner-packet";
     }
   }
-  if (which != "truncation" && !header && which != "sample" && which != "rate-limit")
+  if (which != "truncation" && !header && which != "sample" && which != "rate-limit" && !gre)
     throw CommandError("usage: " + usage);
   auto session = remove ? inputs_.mirroringConfig->session(name) : inputs_.mirroringConfig->sessionIs(name);
   if (!session) throw CommandError("no monitor session " + name);
@@ -161,6 +174,9 @@ void MirrorFeature::attributeIs(const std::string& name, const Args& args, bool 
     session->headerRemovalSizeIs(static_cast<std::uint32_t>(value));
   } else if (which == "sample") {
     session->rxSampleRateIs(static_cast<std::uint32_t>(value));
+  } else if (gre) {
+    session->grePayloadTypeIs(value ? Mirroring::GrePayloadType::grePayloadInnerPacket
+                                    : Mirroring::GrePayloadType::grePayloadFullPacket);
   } else {
     session->rateLimitIs(value);
   }
@@ -188,8 +204,8 @@ void MirrorFeature::registerConfigCommands() {
   auto monitor = [this](const Args& args, bool remove) {
     const std::string usage =
         std::string(remove ? "no " : "") + "monitor session NAME " +
-        (remove ? "[source INTFS | destination INTF | truncation | header remove | sample | rate-limit]"
-                : "source|destination|truncation|header remove|sample|rate-limit ...");
+        (remove ? "[source INTFS | destination INTF | truncation | header remove | sample | rate-limit | gre payload]"
+                : "source|destination|truncation|header remove|sample|rate-limit|gre payload ...");
     if (args.size() < (remove ? 1u : 2u)) throw CommandError("usage: " + usage);
     const std::string& name = args[0];
     checkSessionName(name);
@@ -203,7 +219,8 @@ void MirrorFeature::registerConfigCommands() {
       sourceIs(name, rest, remove);
     } else if (args[1] == "destination") {
       destinationIs(name, rest, remove);
-    } else if (args[1] == "truncation" || args[1] == "header" || args[1] == "sample" || args[1] == "rate-limit") {
+    } else if (args[1] == "truncation" || args[1] == "header" || args[1] == "sample" || args[1] == "rate-limit" ||
+               args[1] == "gre") {
       attributeIs(name, Args(args.begin() + 1, args.end()), remove);
     } else {
       throw CommandError("usage: " + usage);
@@ -211,13 +228,15 @@ void MirrorFeature::registerConfigCommands() {
   };
   shell_.commandIs("monitor session",
                    "NAME source INTFS [rx|tx|both] [acl NAME] | NAME destination INTF | NAME truncation BYTES | "
-                   "NAME header remove BYTES | NAME sample RATE | NAME rate-limit BPS",
+                   "NAME header remove BYTES | NAME sample RATE | NAME rate-limit BPS | "
+                   "NAME gre payload full-packet|inner-packet",
                    "a mirror session's sources (with direction and ACL filter), destinations and attributes: copies "
                    "cut to BYTES (64-9216), BYTES (1-128) taken off their front, one received frame in RATE "
-                   "copied, copies limited to BPS bits per second",
+                   "copied, copies limited to BPS bits per second, what a GRE destination carries of each copy",
                    [monitor](const Args& args, std::ostream&) { monitor(args, false); });
   shell_.commandIs("no monitor session",
-                   "NAME [source INTFS | destination INTF | truncation | header remove | sample | rate-limit]",
+                   "NAME [source INTFS | destination INTF | truncation | header remove | sample | rate-limit | "
+                   "gre payload]",
                    "remove a mirror session, one of its sources or destinations, or switch an attribute off",
                    [monitor](const Args& args, std::ostream&) { monitor(args, true); });
   shell_.commandIs("mirror tunnel", "TUNNEL id N via L3INTF L2INTF [via L3INTF L2INTF]...",

@@ -24,7 +24,7 @@ std::string mirrorCopyText(const SoftChip::MirrorCopy& copy) {
   std::string text = fmt::format("mirror {} {} {} to {}", copy.session, copy.ingress ? "rx" : "tx",
                                  copy.source.stringValue(), copy.port.stringValue());
   if (!copy.lag.empty()) text += " (" + copy.lag.stringValue() + ")";
-  if (copy.tunnelId) text += fmt::format(" gre tunnel {}", copy.tunnelId);
+  if (copy.tunnelId) text += fmt::format(" gre tunnel {}{}", copy.tunnelId, copy.innerPacket ? " inner-packet" : "");
   text += copy.tagged ? fmt::format(" tagged {}", copy.vlan) : " untagged";
   return text;
 }

@@ -120,6 +120,8 @@ void SoftMirrorTable::dumpEntry(JsonWriter& w, const HwMirrorSession& session) c
   w.Uint(session.rxSampleRate);
   w.Key("rateLimit");
   w.Uint64(session.rateLimit);
+  w.Key("grePayload");
+  w.String(Mirroring::grePayloadTypeName(session.grePayloadType));
   w.EndObject();
 }
 
@@ -142,6 +144,7 @@ void copyToDestinations(const HwMirrorSession& session, const SoftLagTable* lags
   };
   if (session.gre) {
     copy.tunnelId = session.tunnelId;
+    copy.innerPacket = session.grePayloadType == Mirroring::GrePayloadType::grePayloadInnerPacket;
     if (session.nextHops.empty()) return;
     const Nexo::IntfId& l2 = session.nextHops.front().l2Intf;
     if (l2.isLag()) {
@@ -247,6 +250,13 @@ bool SoftMirrorHelper::setRateLimit(const std::string&, Group group, const std::
   return true;
 }
 
+bool SoftMirrorHelper::setGrePayloadType(const Mirroring::Session& config, Group group) {
+  HwMirrorSession* session = admitted(group);
+  if (!session) return false;
+  session->grePayloadType = config.grePayloadType();
+  return true;
+}
+
 std::vector<Orb::HwMirrorSession> SoftMirrorHelper::hwSessions() {
   std::vector<Orb::HwMirrorSession> held;
   for (const auto& [group, session] : table_.entries) {
@@ -273,6 +283,7 @@ HwMirrorSession* SoftMirrorHelper::created(Group group, const std::string& name,
   // A session made anew has every attribute off.
   session.truncationSize = session.headerRemovalSize = session.rxSampleRate = 0;
   session.rateLimit = 0;
+  session.grePayloadType = Mirroring::GrePayloadType::grePayloadFullPacket;
   return &session;
 }
 

@@ -78,6 +78,7 @@ struct HwMirrorSession {
   std::uint32_t headerRemovalSize = 0;
   std::uint32_t rxSampleRate = 0;
   std::uint64_t rateLimit = 0;
+  Mirroring::GrePayloadType grePayloadType = Mirroring::GrePayloadType::grePayloadFullPacket;
 };
 
 class SoftMirrorTable : public SoftTableOf<SoftMirrorGroup, HwMirrorSession> {
@@ -117,6 +118,8 @@ struct MirrorCopy {
   Nexo::IntfId port;    // the port it leaves by
   Nexo::IntfId lag;     // the LAG `port` was chosen from; empty when none
   std::uint32_t tunnelId = 0;
+  // A GRE copy without its Ethernet header.
+  bool innerPacket = false;
   bool tagged = false;
   std::uint16_t vlan = 0;
   bool operator==(const MirrorCopy&) const = default;
@@ -162,7 +165,7 @@ class SoftMirrorHelper : public OrbHelper::MirroringSmHelper {
   bool setMirrorTruncation(const std::string&, std::uint32_t, Group group, bool enabled, std::uint32_t size) override;
   bool setMirrorHeaderRemoval(const std::string&, std::uint32_t, Group group, std::uint32_t size) override;
   bool setRxSampleRate(const std::string& name, std::uint32_t, std::uint32_t rate) override;
-  bool setGrePayloadType(const std::string&, Group) override { return true; }
+  bool setGrePayloadType(const Mirroring::Session& config, Group group) override;
   bool setRateLimit(const std::string&, Group group, const std::string&, std::uint64_t rate) override;
   void doMirrorRateLimitConfig(bool) override {}
   std::uint32_t freeMirrorSources(const Mirroring::Config&, const std::string&, Direction direction) override;

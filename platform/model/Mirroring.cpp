@@ -14,4 +14,8 @@ const char* directionName(Direction direction) {
   return "unknown";
 }
 
+const char* grePayloadTypeName(GrePayloadType type) {
+  return type == GrePayloadType::grePayloadInnerPacket ? "inner-packet" : "full-packet";
+}
+
 }  // namespace Mirroring

@@ -24,6 +24,13 @@ const char* directionName(Direction direction);
 inline bool mirrorsRx(Direction direction) { return direction != Direction::directionTx; }
 inline bool mirrorsTx(Direction direction) { return direction != Direction::directionRx; }
 
+// What a GRE destination carries of each copy: the whole frame, or the
+// frame without its Ethernet header (for collectors that want IP alone).
+enum class GrePayloadType : std::uint8_t { grePayloadFullPacket = 0, grePayloadInnerPacket = 1 };
+BOOST_DESCRIBE_ENUM(GrePayloadType, grePayloadFullPacket, grePayloadInnerPacket)
+// "full-packet", "inner-packet".
+const char* grePayloadTypeName(GrePayloadType type);
+
 // One source of a session: which traffic of the interface is copied, and
 // the ACL (empty: none) that limits it.
 struct SourceConfig {
@@ -49,6 +56,7 @@ class Session : public Vex::Entity {
     VEX_HANDLER(HeaderRemovalSize)
     VEX_HANDLER(RxSampleRate)
     VEX_HANDLER(RateLimit)
+    VEX_HANDLER(GrePayloadType)
   };
   using Entity::Entity;
   const std::string& sessionName() const { return name(); }
@@ -63,6 +71,8 @@ class Session : public Vex::Entity {
   VEX_ATTR(std::uint32_t, headerRemovalSize, HeaderRemovalSize, 0)
   VEX_ATTR(std::uint32_t, rxSampleRate, RxSampleRate, 0)
   VEX_ATTR(std::uint64_t, rateLimit, RateLimit, 0)
+  // Taken into account by GRE destinations only.
+  VEX_ATTR(GrePayloadType, grePayloadType, GrePayloadType, GrePayloadType::grePayloadFullPacket)
 };
 
 class Config : public Vex::Entity {

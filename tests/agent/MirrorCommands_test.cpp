@@ -50,8 +50,9 @@ TEST_F(MirrorCommandsTest, BadInputIsRefusedAndChangesNothing) {
   EXPECT_EQ(error(agent, "monitor session s1 destination Vlan10"),
             "a mirror destination is a port, a port-channel, a tunnel or the CPU, not Vlan10");
   EXPECT_EQ(error(agent, "monitor session s1 destination Ethernet1-2"), "one interface, not a range: 'Ethernet1-2'");
-  EXPECT_EQ(error(agent, "monitor session s1 target Ethernet2"),
-            "usage: monitor session NAME source|destination|truncation|header remove|sample|rate-limit ...");
+  EXPECT_EQ(
+      error(agent, "monitor session s1 target Ethernet2"),
+      "usage: monitor session NAME source|destination|truncation|header remove|sample|rate-limit|gre payload ...");
   EXPECT_EQ(error(agent, "monitor session " + std::string(101, 'x') + " source Ethernet1"),
             "a session name is 1 to 100 characters");
   EXPECT_EQ(error(agent, "no monitor session s2"), "no monitor session s2");
@@ -72,7 +73,8 @@ TEST_F(MirrorCommandsTest, BadSessionAttributesAreRefusedAndChangeNothing) {
   run(agent, "monitor session s1 truncation 128");
   const std::string before = state();
   const std::string usage =
-      "usage: monitor session NAME truncation BYTES | header remove BYTES | sample RATE | rate-limit BPS";
+      "usage: monitor session NAME truncation BYTES | header remove BYTES | sample RATE | rate-limit BPS | gre "
+      "payload full-packet|inner-packet";
   EXPECT_NE(error(agent, "monitor session s1 truncation 63"), "");
   EXPECT_NE(error(agent, "monitor session s1 truncation 9217"), "");
   EXPECT_NE(error(agent, "monitor session s1 truncation lots"), "");
@@ -82,10 +84,14 @@ TEST_F(MirrorCommandsTest, BadSessionAttributesAreRefusedAndChangeNothing) {
   EXPECT_NE(error(agent, "monitor session s1 sample 0"), "");
   EXPECT_NE(error(agent, "monitor session s1 rate-limit -5"), "");
   EXPECT_EQ(error(agent, "monitor session s1 sample 10 20"), usage);
+  EXPECT_EQ(error(agent, "monitor session s1 gre payload ip-only"),
+            "a GRE payload is full-packet or inner-packet, not ip-only");
+  EXPECT_EQ(error(agent, "monitor session s1 gre inner-packet"), usage);
+  EXPECT_EQ(error(agent, "monitor session s1 gre payload"), usage);
   // A bad value names no new session either.
   EXPECT_NE(error(agent, "monitor session s2 sample 0"), "");
   EXPECT_EQ(error(agent, "no monitor session s1 truncation 128"),
-            "usage: no monitor session NAME truncation | header remove | sample | rate-limit");
+            "usage: no monitor session NAME truncation | header remove | sample | rate-limit | gre payload");
   EXPECT_EQ(error(agent, "no monitor session s2 sample"), "no monitor session s2");
   EXPECT_EQ(state(), before);
 }
