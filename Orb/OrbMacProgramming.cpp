@@ -29,13 +29,8 @@ std::optional<MacVlanPair> MacAddrSm::updateBookmark() const {
 void MacAddrSm::addToUpdateList(const RemoteMacAddressTableEntry& entry, EntryEvaluationAction action,
                                 bool movedToLocal, bool movedToRemote, Vex::Seconds now) {
   const MacVlanPair& key = entry.macVlanPair;
-  auto change = modifyMacEntryFactory(key, entry.intf, entry.entryType, entry.moves);
+  auto change = modifyMacEntryFactory(entry);
   change->action = action;
-  change->lastMoveTime = entry.lastMoveTime;
-  change->swTunnelGroupId = entry.swTunnelGroupId;
-  change->l2RibObjTuple = entry.l2RibObjTuple;
-  change->hasL2RibObjTuple = entry.hasL2RibObjTuple;
-  change->isMplsNextHop = entry.isMplsNextHop;
   change->movedToLocal = movedToLocal;
   change->movedToRemote = movedToRemote;
   change->queuedTime = now;
@@ -140,22 +135,6 @@ bool MacAddrSm::programChange(ModifyMacEntry& change) {
       BLIP(trace(), 1, "ERROR: Unknown action {}", static_cast<int>(change.action));
       return true;
   }
-}
-
-bool MacAddrSm::hasVni(const RemoteMacAddressTableEntry& entry) const {
-  if (!isRemoteEntryType(entry.entryType) || isLocalIntf(entry.intf) || !in_.vxlanConfigDir) return true;
-  return in_.vxlanConfigDir->vlanToVniHas(entry.macVlanPair.vlanId);
-}
-
-void MacAddrSm::waitForVni(const MacVlanPair& key) { waitingForVni_[key.vlanId].insert(key); }
-
-void MacAddrSm::handleVlanToVni(VlanId vlanId) {
-  if (!in_.vxlanConfigDir->vlanToVniHas(vlanId)) return;
-  auto waiting = waitingForVni_.find(vlanId);
-  if (waiting == waitingForVni_.end()) return;
-  BLIP(trace(), 5, "vlan {} has a vni: {} remote entries looked at again", vlanId.value(), waiting->second.size());
-  for (const auto& key : waiting->second) queueReview(key);
-  waitingForVni_.erase(waiting);
 }
 
 bool MacAddrSm::isLocalIntf(const IntfId& intf) const {
@@ -266,11 +245,6 @@ void MacAddrSm::handleHostOutcome(const MacVlanPair& key, const IntfId& intf, En
   }
 }
 
-std::uint64_t MacAddrSm::nextHopId(const RemoteMacAddressTableEntry& entry) const {
-  if (entry.hasL2RibObjTuple && in_.objTupleToHwId) return in_.objTupleToHwId->hwId(entry.l2RibObjTuple);
-  return entry.swTunnelGroupId.value;
-}
-
 bool MacAddrSm::programRemote(ModifyMacEntry& change) {
   const MacVlanPair& key = change.macVlanPair();
   if (!hasVni(change.entry())) {
@@ -279,12 +253,12 @@ bool MacAddrSm::programRemote(ModifyMacEntry& change) {
     return true;
   }
   if (skipHwProgInHitlessRestartMode(change)) return true;
-  auto entry = change.entry();
+  const auto& entry = change.entry();
   std::uint64_t nextHop = nextHopId(entry);
   BLIP(trace(), 6, " Programming remote MAC entry: {} next hop id: {} tunnel id: {}", keyText(key), nextHop,
-       change.swTunnelGroupId.value);
-  std::uint32_t status = in_.orbHelper->addRemoteHost(key, change.intf(), nextHop, change.swTunnelGroupId.value, false,
-                                                      change.entryType(), change.isMplsNextHop);
+       entry.swTunnelGroupId.value);
+  std::uint32_t status = in_.orbHelper->addRemoteHost(key, entry.intf, nextHop, entry.swTunnelGroupId.value, false,
+                                                      entry.entryType, entry.isMplsNextHop);
   if (status != OrbTypes::tableAddSuccess) return handleAddStatus(change, status);
   BLIP(trace(), 7, "Remote add successful");
   decRemoteRefcounts(key);  // what the key held before
@@ -357,7 +331,7 @@ void MacAddrSm::countDynamicHostChange(const MacVlanPair& key, const Bridging::L
 
 void MacAddrSm::addToFdbStatus(const ModifyMacEntry& change) {
   const MacVlanPair& key = change.macVlanPair();
-  MacAddressTableEntry row{key, change.intf(), change.entryType(), change.moves(), change.lastMoveTime};
+  MacAddressTableEntry row{key, change.intf(), change.entryType(), change.moves(), change.entry().lastMoveTime};
   Bridging::LearnedHost host{row.intf, row.entryType, row.moves, row.lastMoveTime};
   auto old = in_.bridgingStatus->learnedHostExchange(key, host);
   countDynamicHostChange(key, old ? &*old : nullptr, &host);
@@ -399,18 +373,6 @@ void MacAddrSm::dynamicHostStatusIs(const Vex::Ptr<Bridging::DynamicHostStatus>&
   dynamicHostStatus_->hostCountInVlanDelAll();
   in_.bridgingStatus->forEachLearnedHost(
       [&](const MacVlanPair& key, const Bridging::LearnedHost& host) { countDynamicHost(key, host, +1); });
-}
-
-void MacAddrSm::decRemoteRefcounts(const MacVlanPair& key) {
-  if (!in_.bridgingStatus->remoteStatusTableHas(key)) return;
-  const auto& old = in_.bridgingStatus->remoteStatusTable(key);
-  // The next hop it was programmed with: the object's hardware id may have
-  // changed since.
-  std::uint64_t nextHop = l2RibObjCache_.programmedHwId(key).value_or(nextHopId(old));
-  l2RibObjCache_.programmedDel(key);
-  // A count that reaches zero leaves the table.
-  in_.rmacInfoDir->nextHopRefCountDec(nextHop);
-  in_.rmacInfoDir->vlanRefCountDec(old.macVlanPair.vlanId);
 }
 
 }  // namespace Orb
