@@ -92,6 +92,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <vector>
 
 namespace Orb {
 
@@ -379,6 +380,9 @@ class MacAddrSm : public OrbBaseSm {
   bool peerEntriesAllowed() const;
   void trackPeerHost(const MacVlanPair& key);
   void armUpdateClock(Vex::Seconds at);
+  Vex::Ptr<ModifyMacEntry> newChange(const RemoteMacAddressTableEntry& entry);
+  // The change left the queue: kept as a spare when nothing else holds it.
+  void changeDone(Vex::Ptr<ModifyMacEntry>&& change);
   // A slice that started at `start` on the loop's clock and `cpuStart` in
   // this thread's CPU time ends at `end`.
   void sliceEnds(Vex::Seconds start, Vex::Seconds cpuStart, Vex::Seconds end);
@@ -422,6 +426,10 @@ class MacAddrSm : public OrbBaseSm {
   // change is refused goes to the back. Its front is the bookmark.
   Vex::HashMap<MacVlanPair, Vex::Ptr<ModifyMacEntry>> updateList_;
   MacUpdateOrder updateOrder_;
+  // Changes programmed and no longer referenced, to be made again: a burst
+  // of learns makes and drops one per address, and each reuse saves an
+  // allocation and its release. No more than the reviews may queue ahead.
+  std::vector<Vex::Ptr<ModifyMacEntry>> spareChanges_;
   MacKeyQueue macTableUpdateList_;
   Vex::Ptr<Vex::Clock> updateMacEntryClock_;
   Vex::Ptr<Vex::Clock> macTableTimer_;

@@ -29,7 +29,7 @@ std::optional<MacVlanPair> MacAddrSm::updateBookmark() const {
 void MacAddrSm::addToUpdateList(const RemoteMacAddressTableEntry& entry, EntryEvaluationAction action,
                                 bool movedToLocal, bool movedToRemote, Vex::Seconds now) {
   const MacVlanPair& key = entry.macVlanPair;
-  auto change = modifyMacEntryFactory(entry);
+  auto change = newChange(entry);
   change->action = action;
   change->movedToLocal = movedToLocal;
   change->movedToRemote = movedToRemote;
@@ -46,6 +46,19 @@ void MacAddrSm::addToUpdateList(const RemoteMacAddressTableEntry& entry, EntryEv
   slot = change;
   updateOrder_.push(key, slot->orderTicket);
   armUpdateClock(now);
+}
+
+Vex::Ptr<ModifyMacEntry> MacAddrSm::newChange(const RemoteMacAddressTableEntry& entry) {
+  if (spareChanges_.empty()) return modifyMacEntryFactory(entry);
+  auto change = std::move(spareChanges_.back());
+  spareChanges_.pop_back();
+  *change = ModifyMacEntry(entry);
+  return change;
+}
+
+void MacAddrSm::changeDone(Vex::Ptr<ModifyMacEntry>&& change) {
+  if (change->references() != 1 || spareChanges_.size() >= macReviewAheadLimit) return;
+  spareChanges_.push_back(std::move(change));
 }
 
 void MacAddrSm::armUpdateClock(Vex::Seconds at) {
@@ -96,6 +109,7 @@ void MacAddrSm::updateQueuedAddresses() {
         updateList_.erase(again);
       }
       ++done;
+      changeDone(std::move(change));
     } else if (auto again = updateList_.find(key); again != updateList_.end()) {
       updateOrder_.push(key, again->second->orderTicket);
     }
@@ -191,7 +205,8 @@ bool MacAddrSm::programLocal(ModifyMacEntry& change) {
 void MacAddrSm::localAddDone(ModifyMacEntry& change) {
   const MacVlanPair& key = change.macVlanPair();
   BLIP(trace(), 7, "Add successful");
-  if (in_.bridgingStatus->remoteStatusTableHas(key)) {
+  // Most switches hold no remote entries: the empty table is not searched.
+  if (!in_.bridgingStatus->remoteStatusTable().empty() && in_.bridgingStatus->remoteStatusTableHas(key)) {
     decRemoteRefcounts(key);
     in_.bridgingStatus->remoteStatusTableDel(key);
   }
