@@ -21,11 +21,13 @@ bool MacAddrSm::checkIgnoreEvent(const MacAddressTableEntry& learned) {
     why = intf.isLag() ? ": unknown LAG" : ": unknown intf";
   } else if (!macLearningStatusOnPort(intf)) {
     why = ": learning off on port";
-  } else if (in_.bridgingConfig->macLearningDisabledVlan(learned.macVlanPair.vlanId)) {
+  } else if (in_.bridgingConfig->macLearningDisabledVlanSize() != 0 &&
+             in_.bridgingConfig->macLearningDisabledVlan(learned.macVlanPair.vlanId)) {
     why = ": learning off on vlan";
   } else if (!vlanMember(intf, learned.macVlanPair.vlanId)) {
     why = ": not a member of the vlan";
-  } else if (in_.fsfStatus && in_.fsfStatus->failedServer(learned.macVlanPair.addr)) {
+  } else if (in_.fsfStatus && in_.fsfStatus->failedServerSize() != 0 &&
+             in_.fsfStatus->failedServer(learned.macVlanPair.addr)) {
     why = ": failed fast-failover server";
   }
   if (!why) return false;
@@ -273,10 +275,18 @@ void MacAddrSm::handleParityEvent(const ParityEvent::Key& key) {
 }
 
 bool MacAddrSm::macLearningStatusOnPort(const IntfId& intf) const {
-  if (in_.ethPhyIntfConfigDir && in_.ethPhyIntfConfigDir->macLearningDisabled(intf)) return false;
+  // Every learn asks, and on most switches every port learns: a set is
+  // searched only when it holds anything, and the port's LAG looked up only
+  // when it may matter.
+  const auto& config = in_.ethPhyIntfConfigDir;
+  bool someOff = config && config->macLearningDisabledSize() != 0;
+  if (someOff && config->macLearningDisabled(intf)) return false;
+  if (in_.dot1xStatus && in_.dot1xStatus->restrictedIntfSize() != 0 && in_.dot1xStatus->restrictedIntf(intf)) {
+    return false;
+  }
+  if (!someOff && currentPeerLink_.empty()) return true;
   const IntfId& lag = ocsd()->portToLag(intf);
-  if (!lag.empty() && in_.ethPhyIntfConfigDir && in_.ethPhyIntfConfigDir->macLearningDisabled(lag)) return false;
-  if (in_.dot1xStatus && in_.dot1xStatus->restrictedIntf(intf)) return false;
+  if (someOff && !lag.empty() && config->macLearningDisabled(lag)) return false;
   if (!currentPeerLink_.empty() && (intf == currentPeerLink_ || lag == currentPeerLink_)) return false;
   return true;
 }
