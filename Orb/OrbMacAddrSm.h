@@ -11,10 +11,20 @@
 // becomes an Orb::ModifyMacEntry on the update queue, drained in slices of
 // `macModifyBacklogQuantum` through the MAC helper.
 //
-// Its code is in three files: OrbMacAddrSm.cpp (sources, choosing,
-// reactions, learning control), OrbMacProgramming.cpp (the update queue,
-// programming and outcomes) and OrbMacFlush.cpp (flush requests); what they
-// share is in OrbMacAddrSmParts.h.
+// Its code is in files named after what they hold, each read alone:
+// - OrbMacAddrSm.cpp: construction, the reactors on every input, the start.
+// - OrbMacSources.cpp: the one table of sources, betterEntry, and
+//   configuredEntry, which reduces their candidates.
+// - OrbMacReview.cpp: the review of a key (currentEntry, evaluateEntry) and
+//   the sliced queue of keys to review.
+// - OrbMacLearning.cpp: learning control: checkIgnoreEvent, learning per
+//   port and VLAN, VLAN membership, and what reviews ignored rows again.
+// - OrbMacMlag.cpp: the MLAG peer's hosts by interface and their walks.
+// - OrbMacRemote.cpp: remote entries: L2 RIB objects, VNIs, reference
+//   counts, and the recovery of a hitless restart.
+// - OrbMacProgramming.cpp: the update queue, programming and outcomes.
+// - OrbMacFlush.cpp: flush requests.
+// - OrbMacAddrSmParts.cpp/.h: what they share (trace, conversions, words).
 //
 // Choices made here where the rules leave them open:
 // - EntryEvaluationAction values: none 0, addOrModify 1, remove 2,
@@ -82,6 +92,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <vector>
 
 namespace Orb {
 
@@ -100,46 +111,37 @@ bool isStaticEntryType(EntryType type);
 // remote and EVPN static remote.
 bool isStaticRemoteEntryType(EntryType type);
 
-// A queued change of one key.
+// A queued change of one key: the entry it programs, and how it stands in
+// the queue.
 class ModifyMacEntry : public Vex::PtrInterface {
  public:
-  ModifyMacEntry(const MacVlanPair& macVlanPair, const IntfId& intf, EntryType entryType, Keel::Seqno32 moves)
-      : macVlanPair_(macVlanPair), intf_(intf), entryType_(entryType), moves_(moves) {}
+  // A change programs no preference: that only ranks candidates.
+  explicit ModifyMacEntry(const RemoteMacAddressTableEntry& entry) : entry_(entry) { entry_.preference = 0; }
 
-  const MacVlanPair& macVlanPair() const { return macVlanPair_; }
-  const IntfId& intf() const { return intf_; }
-  EntryType entryType() const { return entryType_; }
-  Keel::Seqno32 moves() const { return moves_; }
+  // The entry this change programs.
+  const RemoteMacAddressTableEntry& entry() const { return entry_; }
+  const MacVlanPair& macVlanPair() const { return entry_.macVlanPair; }
+  const IntfId& intf() const { return entry_.intf; }
+  EntryType entryType() const { return entry_.entryType; }
+  Keel::Seqno32 moves() const { return entry_.moves; }
 
   // Small fields together: one of these is made for every change queued.
   EntryEvaluationAction action = EntryEvaluationAction::none;
-  bool hasL2RibObjTuple = false;
-  bool isMplsNextHop = false;
   bool movedToLocal = false;
   bool movedToRemote = false;
   bool fullLogged = false;
   // The chip accepted it as a command and its outcome is still to come; it
   // stays in the queue, not written again, until then.
   bool awaitingOutcome = false;
-  SwTunnelGroupId swTunnelGroupId;
-  double lastMoveTime = 0.0;
   double queuedTime = 0.0;  // when the change first went into the queue
-  L2Rib::ObjTuple l2RibObjTuple;
   // Its place in the order the queue is drained in; 0 when it has none.
   std::uint64_t orderTicket = 0;
 
-  // The entry this change programs.
-  RemoteMacAddressTableEntry entry() const;
-
  private:
-  MacVlanPair macVlanPair_;
-  IntfId intf_;
-  EntryType entryType_;
-  Keel::Seqno32 moves_;
+  RemoteMacAddressTableEntry entry_;
 };
 
-Vex::Ptr<ModifyMacEntry> modifyMacEntryFactory(const MacVlanPair& macVlanPair, const IntfId& intf, EntryType entryType,
-                                               Keel::Seqno32 moves);
+Vex::Ptr<ModifyMacEntry> modifyMacEntryFactory(const RemoteMacAddressTableEntry& entry);
 
 // The better of two entries; on every full tie, `b`.
 const RemoteMacAddressTableEntry* betterEntry(const RemoteMacAddressTableEntry* a, const RemoteMacAddressTableEntry* b,
@@ -201,20 +203,7 @@ class MacAddrSm : public OrbBaseSm {
 
   void handleInitialized() override;
 
-  // The sources of candidate entries other than the hardware, in the order
-  // configuredEntry weighs them. The one list: whoever asks about sources
-  // walks it, and a new source is one more name here and its cases below
-  // (the compiler names a switch that misses it).
-  enum class Source : std::uint8_t { l2Rib, evpnReceived, evpnConfigured, fdbConfig, nonAging, dot1x, mlagPeer };
-  static constexpr Source sources[] = {Source::l2Rib,     Source::evpnReceived, Source::evpnConfigured,
-                                       Source::fdbConfig, Source::nonAging,     Source::dot1x,
-                                       Source::mlagPeer};
-  static const char* sourceName(Source source);
-  // Whether the source offers an entry for the key; whether it offers none.
-  bool sourceHas(Source source, const MacVlanPair& key) const;
-  bool sourceEmpty(Source source) const;
-  // The source's entry for a key it has, as it stands in the source.
-  RemoteMacAddressTableEntry sourceEntry(Source source, const MacVlanPair& key) const;
+  // The best entry the sources other than the hardware offer for the key.
   std::optional<RemoteMacAddressTableEntry> configuredEntry(const MacVlanPair& key);
   std::optional<RemoteMacAddressTableEntry> currentEntry(const MacVlanPair& key) const;
   void reevaluateEntry(const MacVlanPair& key);
@@ -330,6 +319,21 @@ class MacAddrSm : public OrbBaseSm {
   void configureMacLearningOnPort(const IntfId& intf);
 
  private:
+  // One source of candidate entries other than the hardware: whether it
+  // offers an entry for a key, whether it offers none at all, its entry for
+  // a key it has, as it stands in the source, and (when not null) whether
+  // choosing takes that candidate, perhaps adjusted.
+  struct SourceKind {
+    const char* name;  // as traces name it
+    bool (*has)(const MacAddrSm&, const MacVlanPair&);
+    bool (*empty)(const MacAddrSm&);
+    RemoteMacAddressTableEntry (*entry)(const MacAddrSm&, const MacVlanPair&);
+    bool (*admit)(MacAddrSm&, const MacVlanPair&, RemoteMacAddressTableEntry& candidate, bool& colliding);
+  };
+  // The one list of sources, in the order configuredEntry weighs them: whoever
+  // asks about sources walks it, and a new source is one more row.
+  static const SourceKind sourceKinds[];
+
   // Slices read the clock once per this many items, not for every one: the
   // items are short, and the reads add up over a burst of learns.
   static constexpr unsigned clockReadInterval = 8;
@@ -345,6 +349,7 @@ class MacAddrSm : public OrbBaseSm {
   void evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry* hardware, bool agedInHardware, double time,
                      std::optional<RemoteMacAddressTableEntry> current);
   void doClearRemoteMacsFromFdbStatus();
+  void startRemoteMacRecovery();
   bool vlanHasMembers(VlanId vlanId) const;
   // At start: the VLANs there are, and those deleted meanwhile.
   void walkVlanConfiguration();
@@ -375,6 +380,9 @@ class MacAddrSm : public OrbBaseSm {
   bool peerEntriesAllowed() const;
   void trackPeerHost(const MacVlanPair& key);
   void armUpdateClock(Vex::Seconds at);
+  Vex::Ptr<ModifyMacEntry> newChange(const RemoteMacAddressTableEntry& entry);
+  // The change left the queue: kept as a spare when nothing else holds it.
+  void changeDone(Vex::Ptr<ModifyMacEntry>&& change);
   // A slice that started at `start` on the loop's clock and `cpuStart` in
   // this thread's CPU time ends at `end`.
   void sliceEnds(Vex::Seconds start, Vex::Seconds cpuStart, Vex::Seconds end);
@@ -418,6 +426,10 @@ class MacAddrSm : public OrbBaseSm {
   // change is refused goes to the back. Its front is the bookmark.
   Vex::HashMap<MacVlanPair, Vex::Ptr<ModifyMacEntry>> updateList_;
   MacUpdateOrder updateOrder_;
+  // Changes programmed and no longer referenced, to be made again: a burst
+  // of learns makes and drops one per address, and each reuse saves an
+  // allocation and its release. No more than the reviews may queue ahead.
+  std::vector<Vex::Ptr<ModifyMacEntry>> spareChanges_;
   MacKeyQueue macTableUpdateList_;
   Vex::Ptr<Vex::Clock> updateMacEntryClock_;
   Vex::Ptr<Vex::Clock> macTableTimer_;

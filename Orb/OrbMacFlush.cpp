@@ -189,15 +189,6 @@ bool MacAddrSm::wantedElsewhere(const MacVlanPair& key) const {
   return (!updateList_.empty() && updateList_.contains(key)) || wantedBySource(key);
 }
 
-bool MacAddrSm::wantedBySource(const MacVlanPair& key) const {
-  return std::any_of(std::begin(sources), std::end(sources), [&](Source source) { return sourceHas(source, key); });
-}
-
-bool MacAddrSm::noOtherSource() const {
-  return updateList_.empty() &&
-         std::all_of(std::begin(sources), std::end(sources), [&](Source source) { return sourceEmpty(source); });
-}
-
 void MacAddrSm::dropFlushedHosts(std::optional<std::uint16_t> vlanId, const IntfId* intf) {
   const bool everything = !vlanId && !intf;
   // Commonly nothing but the hardware offers hosts: no need to ask per host.

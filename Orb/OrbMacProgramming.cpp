@@ -29,13 +29,8 @@ std::optional<MacVlanPair> MacAddrSm::updateBookmark() const {
 void MacAddrSm::addToUpdateList(const RemoteMacAddressTableEntry& entry, EntryEvaluationAction action,
                                 bool movedToLocal, bool movedToRemote, Vex::Seconds now) {
   const MacVlanPair& key = entry.macVlanPair;
-  auto change = modifyMacEntryFactory(key, entry.intf, entry.entryType, entry.moves);
+  auto change = newChange(entry);
   change->action = action;
-  change->lastMoveTime = entry.lastMoveTime;
-  change->swTunnelGroupId = entry.swTunnelGroupId;
-  change->l2RibObjTuple = entry.l2RibObjTuple;
-  change->hasL2RibObjTuple = entry.hasL2RibObjTuple;
-  change->isMplsNextHop = entry.isMplsNextHop;
   change->movedToLocal = movedToLocal;
   change->movedToRemote = movedToRemote;
   change->queuedTime = now;
@@ -51,6 +46,19 @@ void MacAddrSm::addToUpdateList(const RemoteMacAddressTableEntry& entry, EntryEv
   slot = change;
   updateOrder_.push(key, slot->orderTicket);
   armUpdateClock(now);
+}
+
+Vex::Ptr<ModifyMacEntry> MacAddrSm::newChange(const RemoteMacAddressTableEntry& entry) {
+  if (spareChanges_.empty()) return modifyMacEntryFactory(entry);
+  auto change = std::move(spareChanges_.back());
+  spareChanges_.pop_back();
+  *change = ModifyMacEntry(entry);
+  return change;
+}
+
+void MacAddrSm::changeDone(Vex::Ptr<ModifyMacEntry>&& change) {
+  if (change->references() != 1 || spareChanges_.size() >= macReviewAheadLimit) return;
+  spareChanges_.push_back(std::move(change));
 }
 
 void MacAddrSm::armUpdateClock(Vex::Seconds at) {
@@ -101,6 +109,7 @@ void MacAddrSm::updateQueuedAddresses() {
         updateList_.erase(again);
       }
       ++done;
+      changeDone(std::move(change));
     } else if (auto again = updateList_.find(key); again != updateList_.end()) {
       updateOrder_.push(key, again->second->orderTicket);
     }
@@ -140,22 +149,6 @@ bool MacAddrSm::programChange(ModifyMacEntry& change) {
       BLIP(trace(), 1, "ERROR: Unknown action {}", static_cast<int>(change.action));
       return true;
   }
-}
-
-bool MacAddrSm::hasVni(const RemoteMacAddressTableEntry& entry) const {
-  if (!isRemoteEntryType(entry.entryType) || isLocalIntf(entry.intf) || !in_.vxlanConfigDir) return true;
-  return in_.vxlanConfigDir->vlanToVniHas(entry.macVlanPair.vlanId);
-}
-
-void MacAddrSm::waitForVni(const MacVlanPair& key) { waitingForVni_[key.vlanId].insert(key); }
-
-void MacAddrSm::handleVlanToVni(VlanId vlanId) {
-  if (!in_.vxlanConfigDir->vlanToVniHas(vlanId)) return;
-  auto waiting = waitingForVni_.find(vlanId);
-  if (waiting == waitingForVni_.end()) return;
-  BLIP(trace(), 5, "vlan {} has a vni: {} remote entries looked at again", vlanId.value(), waiting->second.size());
-  for (const auto& key : waiting->second) queueReview(key);
-  waitingForVni_.erase(waiting);
 }
 
 bool MacAddrSm::isLocalIntf(const IntfId& intf) const {
@@ -212,7 +205,8 @@ bool MacAddrSm::programLocal(ModifyMacEntry& change) {
 void MacAddrSm::localAddDone(ModifyMacEntry& change) {
   const MacVlanPair& key = change.macVlanPair();
   BLIP(trace(), 7, "Add successful");
-  if (in_.bridgingStatus->remoteStatusTableHas(key)) {
+  // Most switches hold no remote entries: the empty table is not searched.
+  if (!in_.bridgingStatus->remoteStatusTable().empty() && in_.bridgingStatus->remoteStatusTableHas(key)) {
     decRemoteRefcounts(key);
     in_.bridgingStatus->remoteStatusTableDel(key);
   }
@@ -266,11 +260,6 @@ void MacAddrSm::handleHostOutcome(const MacVlanPair& key, const IntfId& intf, En
   }
 }
 
-std::uint64_t MacAddrSm::nextHopId(const RemoteMacAddressTableEntry& entry) const {
-  if (entry.hasL2RibObjTuple && in_.objTupleToHwId) return in_.objTupleToHwId->hwId(entry.l2RibObjTuple);
-  return entry.swTunnelGroupId.value;
-}
-
 bool MacAddrSm::programRemote(ModifyMacEntry& change) {
   const MacVlanPair& key = change.macVlanPair();
   if (!hasVni(change.entry())) {
@@ -279,12 +268,12 @@ bool MacAddrSm::programRemote(ModifyMacEntry& change) {
     return true;
   }
   if (skipHwProgInHitlessRestartMode(change)) return true;
-  auto entry = change.entry();
+  const auto& entry = change.entry();
   std::uint64_t nextHop = nextHopId(entry);
   BLIP(trace(), 6, " Programming remote MAC entry: {} next hop id: {} tunnel id: {}", keyText(key), nextHop,
-       change.swTunnelGroupId.value);
-  std::uint32_t status = in_.orbHelper->addRemoteHost(key, change.intf(), nextHop, change.swTunnelGroupId.value, false,
-                                                      change.entryType(), change.isMplsNextHop);
+       entry.swTunnelGroupId.value);
+  std::uint32_t status = in_.orbHelper->addRemoteHost(key, entry.intf, nextHop, entry.swTunnelGroupId.value, false,
+                                                      entry.entryType, entry.isMplsNextHop);
   if (status != OrbTypes::tableAddSuccess) return handleAddStatus(change, status);
   BLIP(trace(), 7, "Remote add successful");
   decRemoteRefcounts(key);  // what the key held before
@@ -357,7 +346,7 @@ void MacAddrSm::countDynamicHostChange(const MacVlanPair& key, const Bridging::L
 
 void MacAddrSm::addToFdbStatus(const ModifyMacEntry& change) {
   const MacVlanPair& key = change.macVlanPair();
-  MacAddressTableEntry row{key, change.intf(), change.entryType(), change.moves(), change.lastMoveTime};
+  MacAddressTableEntry row{key, change.intf(), change.entryType(), change.moves(), change.entry().lastMoveTime};
   Bridging::LearnedHost host{row.intf, row.entryType, row.moves, row.lastMoveTime};
   auto old = in_.bridgingStatus->learnedHostExchange(key, host);
   countDynamicHostChange(key, old ? &*old : nullptr, &host);
@@ -399,18 +388,6 @@ void MacAddrSm::dynamicHostStatusIs(const Vex::Ptr<Bridging::DynamicHostStatus>&
   dynamicHostStatus_->hostCountInVlanDelAll();
   in_.bridgingStatus->forEachLearnedHost(
       [&](const MacVlanPair& key, const Bridging::LearnedHost& host) { countDynamicHost(key, host, +1); });
-}
-
-void MacAddrSm::decRemoteRefcounts(const MacVlanPair& key) {
-  if (!in_.bridgingStatus->remoteStatusTableHas(key)) return;
-  const auto& old = in_.bridgingStatus->remoteStatusTable(key);
-  // The next hop it was programmed with: the object's hardware id may have
-  // changed since.
-  std::uint64_t nextHop = l2RibObjCache_.programmedHwId(key).value_or(nextHopId(old));
-  l2RibObjCache_.programmedDel(key);
-  // A count that reaches zero leaves the table.
-  in_.rmacInfoDir->nextHopRefCountDec(nextHop);
-  in_.rmacInfoDir->vlanRefCountDec(old.macVlanPair.vlanId);
 }
 
 }  // namespace Orb

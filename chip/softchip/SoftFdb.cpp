@@ -53,16 +53,25 @@ SoftFdbHelper::~SoftFdbHelper() {
   agingClock_->timeMinIs(Vex::never);
 }
 
+const SoftFdbHelper::ChipTables& SoftFdbHelper::chipTables() const {
+  if (chipTables_.generation == chip_->tablesGeneration()) return chipTables_;
+  chipTables_.generation = chip_->tablesGeneration();
+  chipTables_.vlans = dynamic_cast<const SoftVlanTable*>(chip_->table(SoftVlanTable::tableName));
+  chipTables_.lags = dynamic_cast<const SoftLagTable*>(chip_->table(SoftLagTable::tableName));
+  chipTables_.topologies = dynamic_cast<const SoftTopologyTable*>(chip_->table(SoftTopologyTable::tableName));
+  return chipTables_;
+}
+
 bool SoftFdbHelper::takesFrame(Bridging::VlanId vlanId, const Nexo::IntfId& intf) const {
-  const auto* vlans = dynamic_cast<const SoftVlanTable*>(chip_->table(SoftVlanTable::tableName));
+  const auto* vlans = chipTables().vlans;
   if (!vlans) return true;
   const HwVlan* vlan = vlans->vlan(vlanId);
   if (!vlan) return false;
   if (intf.isSubIntf()) return subIntfBridgedIn(*chip_, vlanId, intf);
-  const auto* lags = dynamic_cast<const SoftLagTable*>(chip_->table(SoftLagTable::tableName));
+  const auto* lags = chipTables().lags;
   const Nexo::IntfId* lagOfIntf = lags ? lags->lagOf(intf) : nullptr;
   // A blocking or disabled port learns nothing; a learning one does.
-  if (const auto* topologies = dynamic_cast<const SoftTopologyTable*>(chip_->table(SoftTopologyTable::tableName))) {
+  if (const auto* topologies = chipTables().topologies) {
     if (const HwTopology* topology = topologies->topologyOf(vlanId)) {
       for (const auto& port : {intf, lagOfIntf ? *lagOfIntf : intf}) {
         auto state = topology->portState.find(port);
@@ -87,7 +96,7 @@ bool SoftFdbHelper::takesFrame(Bridging::VlanId vlanId, const Nexo::IntfId& intf
 bool SoftFdbHelper::learn(const Bridging::MacVlanPair& key, const Nexo::IntfId& intf) {
   if (!learningOn(intf) || !learningOn(key.vlanId) || !takesFrame(key.vlanId, intf)) return false;
   // Learning switched off on a LAG holds for the frames of its member ports.
-  const auto* lags = dynamic_cast<const SoftLagTable*>(chip_->table(SoftLagTable::tableName));
+  const auto* lags = chipTables().lags;
   const Nexo::IntfId* lag = lags ? lags->lagOf(intf) : nullptr;
   if (lag && !learningOn(*lag)) return false;
   return holdLearn(key, intf);

@@ -52,6 +52,9 @@ struct HwFdbEntry {
 };
 
 class SoftFdbHelper;
+class SoftVlanTable;
+class SoftLagTable;
+class SoftTopologyTable;
 
 class SoftFdbTable : public SoftTableOf<SoftFdbKey, HwFdbEntry, Vex::HashMap<SoftFdbKey, HwFdbEntry>> {
  public:
@@ -204,10 +207,20 @@ class SoftFdbHelper : public OrbHelper::OrbHelperMacAddrSm {
   // (or on the LAG the port belongs to), and its topology lets the port
   // learn; a chip with no VLAN table lets every frame in.
   bool takesFrame(Bridging::VlanId vlanId, const Nexo::IntfId& intf) const;
+  // The chip's VLAN, LAG and topology tables (null when it has none), found
+  // again only once the chip's set of tables changed: every learn reads them.
+  struct ChipTables {
+    std::uint64_t generation = 0;
+    const SoftVlanTable* vlans = nullptr;
+    const SoftLagTable* lags = nullptr;
+    const SoftTopologyTable* topologies = nullptr;
+  };
+  const ChipTables& chipTables() const;
   // `it` is the key's table entry, or the table's end.
   bool reportLearn(FdbEntries::iterator it, const Bridging::MacVlanPair& key, const Nexo::IntfId& intf);
 
   Vex::Ptr<SoftChip> chip_;
+  mutable ChipTables chipTables_;
   Vex::Ptr<OrbTypes::MacTable> macTable_;
   SoftFdbTable table_;
   std::uint32_t agingTime_ = 0;
