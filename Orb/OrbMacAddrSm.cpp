@@ -73,6 +73,12 @@ class FsfReactor : public Vex::Reactor<FastServerFailover::Status, MacAddrSm> {
   VEX_REACT_KEY(FailedServer, Nexo::EthAddr, handleFsfFailedServer)
 };
 
+class SubIntfHwStatusReactor : public Vex::Reactor<Hardware::SubIntf::Status, MacAddrSm> {
+ public:
+  using Reactor::Reactor;
+  VEX_REACT_KEY(IntfIdToDot1qEncapAndVlanId, Nexo::IntfId, handleSubIntfHwStatus)
+};
+
 class RemoteReactor : public Vex::Reactor<Bridging::RemoteMacTable, MacAddrSm> {
  public:
   using Reactor::Reactor;
@@ -196,6 +202,7 @@ MacAddrSm::MacAddrSm(const MacAddrSmInputs& inputs) : OrbBaseSm(inputs.ocsd), in
   reactors_->add<MlagHostReactor>(in_.mlagHostTable);
   reactors_->add<MlagStatusReactor>(in_.mlagStatus);
   reactors_->add<FsfReactor>(in_.fsfStatus);
+  if (in_.subIntfHwStatus) reactors_->add<SubIntfHwStatusReactor>(in_.subIntfHwStatus);
   reactors_->add<RemoteReactor>(in_.remoteHostTable);
   reactors_->add<Dot1xHostReactor>(in_.dot1xHostTable);
   reactors_->add<Dot1xStatusReactor>(in_.dot1xStatus);

@@ -212,6 +212,9 @@ class MacAddrSm : public OrbBaseSm {
   // Whether hardware lets frames of the VLAN in on the interface (or on
   // the LAG it belongs to), as the VLAN helper has it confirmed.
   bool vlanMember(const IntfId& intf, VlanId vlanId) const;
+  // The VLAN a layer-2 sub-interface the chip took is bridged in; none for
+  // any other interface.
+  std::optional<VlanId> bridgedSubIntfVlan(const IntfId& intf) const;
   // Queues the change at `now` (the time of the reaction: the clock unread).
   void addToUpdateList(const RemoteMacAddressTableEntry& entry, EntryEvaluationAction action, bool movedToLocal,
                        bool movedToRemote, Vex::Seconds now);
@@ -273,6 +276,7 @@ class MacAddrSm : public OrbBaseSm {
   void handleMlagIntfHostTableWalk();
   std::optional<MacVlanPair> lagToHostBookmark(const IntfId& lag) const;
   void handleFsfFailedServer(const Nexo::EthAddr& addr);
+  void handleSubIntfHwStatus(const IntfId& intf);
   // One slice of the walks over the learned hosts for those of an
   // interface (a link went down, a port went away).
   void handleIntfHostWalk();

@@ -2,6 +2,7 @@
 
 #include "Orb/OrbLagSm.h"
 #include "Orb/OrbMacAddrSm.h"
+#include "Orb/OrbSubIntfSm.h"
 
 namespace Orb {
 
@@ -36,6 +37,7 @@ MacAddrSmInputs macAddrSmInputsFactory(const Vex::Ptr<OrbCommonSmData>& ocsd,
   in.destOutput = Vex::make<L2Rib::DestOutput>("destOutput");
   in.swTunnelIdMap = Vex::make<SwTunnelGroupIdMap>("swTunnelIdMap");
   in.objTupleToHwId = Vex::make<ObjTupleToHwId>("objTupleToHwId");
+  in.subIntfHwStatus = Vex::make<Hardware::SubIntf::Status>("subIntfHwStatus");
   return in;
 }
 
@@ -75,6 +77,8 @@ void MacAddrSmMounter::doMounts() {
   in.destOutput = hive_->mount<L2Rib::DestOutput>(l2RibDestOutputPath, "destOutput");
   in.swTunnelIdMap = hive_->mount<SwTunnelGroupIdMap>(swTunnelGroupIdMapPath, "swTunnelIdMap");
   in.objTupleToHwId = hive_->mount<ObjTupleToHwId>(objTupleToHwIdPath, "objTupleToHwId");
+  // The sub-interface machine writes it.
+  in.subIntfHwStatus = hive_->mount<Hardware::SubIntf::Status>(SubIntfMounter::hwStatusPath, "subIntfHwStatus");
 }
 
 Vex::Ptr<MacAddrSm> MacAddrSmMounter::doMountsComplete() { return macAddrSmFactory(inputs_); }

@@ -45,6 +45,9 @@ struct MacAddrSmInputs {
   Vex::Ptr<L2Rib::DestOutput> destOutput;
   Vex::Ptr<SwTunnelGroupIdMap> swTunnelIdMap;
   Vex::Ptr<ObjTupleToHwId> objTupleToHwId;
+  // What the sub-interface machine programmed: a layer-2 sub-interface the
+  // chip took learns in its VLAN like a port.
+  Vex::Ptr<Hardware::SubIntf::Status> subIntfHwStatus;
 };
 
 // Every entity made anew and empty; the shared context and the helpers are

@@ -17,9 +17,10 @@ bool MacAddrSm::checkIgnoreEvent(const MacAddressTableEntry& learned) {
   auto vlan = learned.macVlanPair.vlanId.value();
   if (vlan < 1 || vlan > 4094) {
     why = ": vlan out of range";
-  } else if (!ocsd()->intfHas(intf) && !ocsd()->lagToPortHas(intf) && !ocsd()->cpuIntfHas(intf)) {
-    why = intf.isLag() ? ": unknown LAG" : ": unknown intf";
-  } else if (!macLearningStatusOnPort(intf)) {
+  } else if (intf.isSubIntf() ? !bridgedSubIntfVlan(intf)
+                              : !ocsd()->intfHas(intf) && !ocsd()->lagToPortHas(intf) && !ocsd()->cpuIntfHas(intf)) {
+    why = intf.isSubIntf() ? ": not a bridged sub-interface" : intf.isLag() ? ": unknown LAG" : ": unknown intf";
+  } else if (!macLearningStatusOnPort(intf.parentIntfId())) {
     why = ": learning off on port";
   } else if (in_.bridgingConfig->macLearningDisabledVlanSize() != 0 &&
              in_.bridgingConfig->macLearningDisabledVlan(learned.macVlanPair.vlanId)) {
@@ -35,7 +36,26 @@ bool MacAddrSm::checkIgnoreEvent(const MacAddressTableEntry& learned) {
   return true;
 }
 
+std::optional<VlanId> MacAddrSm::bridgedSubIntfVlan(const IntfId& intf) const {
+  if (!in_.subIntfHwStatus || !in_.subIntfHwStatus->intfIdToDot1qEncapAndVlanIdHas(intf)) return std::nullopt;
+  const auto& taken = in_.subIntfHwStatus->intfIdToDot1qEncapAndVlanId(intf);
+  if (!taken.isL2SubIntf || taken.tableAddStatus != OrbTypes::tableAddSuccess || taken.vlanId.isNone()) {
+    return std::nullopt;
+  }
+  return VlanId(taken.vlanId.value());
+}
+
+void MacAddrSm::handleSubIntfHwStatus(const IntfId& intf) {
+  // Rows learned on it count once the chip bridges it, and go when it
+  // stops or moves to another VLAN.
+  reevaluateKeysOnIntf(intf);
+  if (bridgedSubIntfVlan(intf)) reviewIgnoredRows();
+}
+
 bool MacAddrSm::vlanMember(const IntfId& intf, VlanId vlanId) const {
+  // A layer-2 sub-interface is a member of its own VLAN alone, whatever its
+  // parent's membership.
+  if (intf.isSubIntf()) return bridgedSubIntfVlan(intf) == vlanId;
   // Without a VLAN helper there is no membership to go by.
   if (!in_.vlanHelper || ocsd()->cpuIntfHas(intf)) return true;
   auto member = [&](const IntfId& port) {
