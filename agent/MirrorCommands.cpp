@@ -392,7 +392,7 @@ void MirrorFeature::registerShowCommands() {
                          std::string ports;
                          if (intf.isLag()) {
                            for (const auto& port : targetPorts(name, intf)) ports += " " + port.stringValue();
-                           ports = " (ports:" + (ports.empty() ? std::string(" none") : ports) + ")";
+                           ports = fmt::format(" (ports:{})", ports.empty() ? std::string(" none") : ports);
                          }
                          out << fmt::format("    {} {}{}\n", intf.stringValue(),
                                             it == st.targets.end() ? "inactive" : it->second, ports);

@@ -73,7 +73,7 @@ void BM_AclCompile(benchmark::State& state) {
     acl->versionInc();
     entries = helper->table().find(key)->entries.size();
   }
-  if (status->aclStatus({Acl::ip(), "big"})->instanceStatus(Acl::AclDirection::aclIn).statusText !=
+  if (status->aclStatus({Acl::ip(), "big"})->instanceStatus({Acl::AclDirection::aclIn, {}}).statusText !=
       "Succeeded install on Unit0") {
     state.SkipWithError("the list did not install");
   }
