@@ -440,6 +440,8 @@ class MacAddrSm : public OrbBaseSm {
   IntfId currentPeerLink_;
   Vex::HashMap<IntfId, bool> learningOnPort_;
   Vex::HashSet<MacVlanPair> ignoredRows_;
+  // The layer-2 sub-interfaces last seen bridged, with their VLAN.
+  Vex::HashMap<IntfId, VlanId> bridgedSubIntfs_;
   Vex::HashSet<VlanId> vlansWithMembers_;
   // Each VLAN's configured members when its last update completed: the
   // ports that are gone at the next one left it.

@@ -47,9 +47,18 @@ std::optional<VlanId> MacAddrSm::bridgedSubIntfVlan(const IntfId& intf) const {
 
 void MacAddrSm::handleSubIntfHwStatus(const IntfId& intf) {
   // Rows learned on it count once the chip bridges it, and go when it
-  // stops or moves to another VLAN.
-  reevaluateKeysOnIntf(intf);
-  if (bridgedSubIntfVlan(intf)) reviewIgnoredRows();
+  // stops or moves to another VLAN. Only then are its hosts looked for: a
+  // walk of every VLAN's hosts for each of thousands of sub-interfaces
+  // coming up would find none.
+  auto now = bridgedSubIntfVlan(intf);
+  auto seen = bridgedSubIntfs_.find(intf);
+  if (seen != bridgedSubIntfs_.end() && (!now || *now != seen->second)) reevaluateKeysOnIntf(intf);
+  if (!now) {
+    if (seen != bridgedSubIntfs_.end()) bridgedSubIntfs_.erase(seen);
+    return;
+  }
+  bridgedSubIntfs_[intf] = *now;
+  reviewIgnoredRows();
 }
 
 bool MacAddrSm::vlanMember(const IntfId& intf, VlanId vlanId) const {
