@@ -12,7 +12,10 @@ Blip::Handle& aclTrace() {
 
 std::string AclKey::stringValue() const {
   std::string text = std::string(Acl::aclTypeName(type)) + " " + name + " " + Acl::aclDirectionName(direction);
-  if (!intf.empty()) text += " " + intf.stringValue();
+  if (!intf.empty()) {
+    text += ' ';
+    text += intf.stringValue();
+  }
   return text;
 }
 
