@@ -86,6 +86,7 @@
 #include "Orb/OrbRemoteMacRecoveryHelperSm.h"
 #include "Orb/OrbVlanHelper.h"
 #include "platform/model/MacModels.h"
+#include "platform/vex/LookAhead.h"
 
 #include <deque>
 #include <map>

@@ -1,15 +1,22 @@
 // Queues of MAC table keys, as the MAC machine's reviews and walks keep
-// them: each key at most once, in arrival order.
+// them, in arrival order.
 //
 // A burst of learns puts every learned key in the review queue at once, so
 // its keys are kept packed into one word each (the address's 48 bits above
-// the VLAN's 16): half the memory of the key itself, and a cheaper hash.
+// the VLAN's 16).
+//
+// A key may be queued more than once: whoever pops it looks at what is
+// current, so a second look finds nothing left to do. A set of every queued
+// key, to refuse repeats, cost a lookup in a table as large as the burst
+// for each key: a cache miss each. Repeats are refused through a small
+// table of recently queued keys instead, one slot per hash, which stays in
+// cache: a key written over and over before its pop is queued once, unless
+// another key of the same slot came in between.
 #pragma once
 
 #include "platform/types/Bridging.h"
-#include "platform/vex/Entity.h"
-#include "platform/vex/LookAhead.h"
 
+#include <array>
 #include <cstdint>
 #include <deque>
 
@@ -25,10 +32,13 @@ inline Bridging::MacVlanPair unpackedMacVlanPair(std::uint64_t packed) {
 
 class MacKeyQueue {
  public:
-  // False when the key is queued already.
+  // False when the key is known to be queued already.
   bool push(const Bridging::MacVlanPair& key) {
     std::uint64_t packed = packedMacVlanPair(key);
-    if (!members_.insert(packed).second) return false;
+    std::uint64_t& recent = recent_[slotOf(packed)];
+    // A slot holds a key from its push to its pop: a match is queued.
+    if (recent == packed + 1) return false;
+    recent = packed + 1;
     order_.push_back(packed);
     return true;
   }
@@ -38,24 +48,24 @@ class MacKeyQueue {
   Bridging::MacVlanPair pop() {
     std::uint64_t packed = order_.front();
     order_.pop_front();
-    members_.erase(packed);
+    std::uint64_t& recent = recent_[slotOf(packed)];
+    if (recent == packed + 1) recent = 0;
     return unpackedMacVlanPair(packed);
   }
-  bool contains(const Bridging::MacVlanPair& key) const { return members_.contains(packedMacVlanPair(key)); }
-  void reserve(std::size_t count) { members_.reserve(count); }
-  // Looks the next `count` keys up ahead of their pops, and calls fn(key)
-  // for each so that the caller looks them up in its own tables too.
+  // Calls fn(key) for each of the next `count` keys, so that the caller
+  // looks them up in its tables ahead of their pops.
   template <class Fn>
   void lookAhead(std::size_t count, Fn fn) const {
-    for (std::size_t i = 0; i < count && i < order_.size(); ++i) {
-      Vex::lookAhead(members_, order_[i]);
-      fn(unpackedMacVlanPair(order_[i]));
-    }
+    for (std::size_t i = 0; i < count && i < order_.size(); ++i) fn(unpackedMacVlanPair(order_[i]));
   }
 
  private:
+  static constexpr unsigned slotBits = 10;
+  static std::size_t slotOf(std::uint64_t packed) { return (packed * 0x9e3779b97f4a7c15ULL) >> (64 - slotBits); }
+
   std::deque<std::uint64_t> order_;
-  Vex::HashSet<std::uint64_t> members_;
+  // Each slot holds its key plus one, so that zero is an empty slot.
+  std::array<std::uint64_t, std::size_t{1} << slotBits> recent_{};
 };
 
 }  // namespace Orb
