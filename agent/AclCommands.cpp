@@ -485,7 +485,7 @@ void AclFeature::registerShowCommands() {
               // An unshared instance's status names its interface.
               for (const auto& [instanceKey, instance] : st->instanceStatus()) {
                 std::string where = Acl::aclDirectionName(instanceKey.direction);
-                if (!instanceKey.intf.empty()) where += " " + instanceKey.intf.stringValue();
+                if (!instanceKey.intf.empty()) where += fmt::format(" {}", instanceKey.intf.stringValue());
                 list.status[where] = instance.statusText;
               }
             }

@@ -198,7 +198,7 @@ void L3Feature::registerShowCommands() {
         for (const auto& [key, adj] : adjs) {
           std::set<GlobalFecId> fecs(adj->adjEntry().begin(), adj->adjEntry().end());
           std::string users;
-          for (const auto& fec : fecs) users += " " + std::to_string(fec.value());
+          for (const auto& fec : fecs) users += fmt::format(" {}", fec.value());
           out << fmt::format("Adjacency {} {} fecs{}\n", key.stringValue(), Vex::valueToStrep(adj->state()), users);
           for (const auto& [nh, weight] : adj->nextHops().nextHop()) out << "  via " << nextHopText(nh, weight) << "\n";
           for (const auto& [type, count] : std::map(adj->adjTableType().begin(), adj->adjTableType().end()))

@@ -391,7 +391,8 @@ void MirrorFeature::registerShowCommands() {
                          auto it = st.targets.find(intf);
                          std::string ports;
                          if (intf.isLag()) {
-                           for (const auto& port : targetPorts(name, intf)) ports += " " + port.stringValue();
+                           for (const auto& port : targetPorts(name, intf))
+                             ports += fmt::format(" {}", port.stringValue());
                            ports = fmt::format(" (ports:{})", ports.empty() ? std::string(" none") : ports);
                          }
                          out << fmt::format("    {} {}{}\n", intf.stringValue(),

@@ -9,10 +9,9 @@ namespace Soak {
 std::string Generator::mac(unsigned n) { return fmt::format("0000.00{:02x}.00{:02x}", n / 4, n); }
 
 std::vector<std::string> Generator::prologue() const {
-  std::vector<std::string> lines = {"port-channel 1 members none", "port-channel 2 members none",
-                                    "port-channel 3 members none",
-                                    fmt::format("spanning-tree topology {} vlans 10-11", Model::topology),
-                                    "chip mirror sources rx 64 tx 64"};
+  std::vector<std::string> lines = {
+      "port-channel 1 members none", "port-channel 2 members none", "port-channel 3 members none",
+      fmt::format("spanning-tree topology {} vlans 10-11", Model::topology), "chip mirror sources rx 64 tx 64"};
   if (seed_ % 2) lines.push_back("chip fdb learning software");
   return lines;
 }
@@ -86,7 +85,7 @@ std::string Generator::lagChange(const Model& model, std::vector<std::string>& a
 std::string Generator::mirrorChange(const Model& model) {
   // Sessions m1-m3 copy from the VLAN ports and LAGs to destinations that
   // may be usable, LAG members, LAGs, or one of their own sources.
-  const std::string session = "m" + std::to_string(1 + pick(3));
+  const std::string session = fmt::format("m{}", 1 + pick(3));
   const char* dests[] = {"Ethernet1", "Ethernet5", "Ethernet9", "Ethernet10", "Port-Channel1", "Port-Channel2"};
   const char* directions[] = {"rx", "tx", "both"};
   switch (pick(5)) {
@@ -101,7 +100,7 @@ std::string Generator::mirrorChange(const Model& model) {
                          : fmt::format("no monitor session {} destination {}", session, dests[pick(6)]);
     default:
       return chance(0.2) && model.mirrorSessionHas(session) ? fmt::format("no monitor session {}", session)
-                                                             : std::string();
+                                                            : std::string();
   }
 }
 

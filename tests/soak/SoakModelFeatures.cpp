@@ -175,7 +175,7 @@ void Model::featureChip(ChipView& view) const {
       std::string text = acl->first + ":";
       view.aclRules[port];  // an empty list denies every IPv4 frame
       for (const auto& [seq, rule] : acl->second) {
-        text += " " + rule.text() + ";";
+        text += fmt::format(" {};", rule.text());
         view.aclRules[port].push_back(rule);
       }
       view.acls[port] = text;
