@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <sstream>
+
 namespace Soak {
 
 std::string RefFrame::text() const {
@@ -12,6 +14,31 @@ std::string RefFrame::text() const {
                        srcPort(), dstPort());
   }
   return out;
+}
+
+std::optional<RefFrame> RefFrame::parse(const std::string& text) {
+  std::istringstream in(text);
+  std::string word;
+  RefFrame frame;
+  if (!(in >> word) || word != "src" || !(in >> frame.src) || !(in >> word) || word != "dst" || !(in >> frame.dst))
+    return std::nullopt;
+  int tag = 0;
+  if ((in >> word) && word == "vlan") {
+    if (!(in >> tag)) return std::nullopt;
+    frame.tag = tag;
+    if (!(in >> word)) word.clear();
+  }
+  if (word == "ip") {
+    // The addresses and ports all follow from the seed; the source port
+    // gives it back.
+    std::string addrs[2], tcp;
+    unsigned srcPort = 0;
+    if (!(in >> addrs[0] >> addrs[1] >> tcp >> srcPort) || tcp != "tcp" || srcPort < 1024) return std::nullopt;
+    frame.ip = true;
+    frame.ipSeed = static_cast<int>(srcPort - 1024);
+  }
+  if (frame.text() != text) return std::nullopt;
+  return frame;
 }
 
 std::uint32_t RefFrame::ipSrc() const {

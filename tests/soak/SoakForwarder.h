@@ -47,6 +47,8 @@ struct RefFrame {
 
   // "src ... dst ... [vlan V] [ip A B tcp P Q]", as `chip send` reads it.
   std::string text() const;
+  // The frame text() printed; nothing for any other text.
+  static std::optional<RefFrame> parse(const std::string& text);
   // The IPv4 and TCP fields `ipSeed` makes.
   std::uint32_t ipSrc() const;
   std::uint32_t ipDst() const;

@@ -337,7 +337,8 @@ ChipView readChip(Agent::Agent& agent) {
   for (const auto& [group, hw] : agent.mirror().helper()->table().entries) {
     HwMirrorView mirror;
     mirror.dest = hw.destIntf.stringValue();
-    for (const auto& [port, source] : hw.sources) mirror.sources[port.stringValue()] = Mirroring::directionName(source.direction);
+    for (const auto& [port, source] : hw.sources)
+      mirror.sources[port.stringValue()] = Mirroring::directionName(source.direction);
     for (const auto& port : hw.targets) mirror.targets.insert(port.stringValue());
     view.mirrors[hw.name] = mirror;
   }
@@ -397,9 +398,8 @@ std::optional<Difference> compare(const ChipView& want, const ChipView& have, co
     if (w != want.mirrors.end() && h != have.mirrors.end() && w->second == h->second) continue;
     d.lines.push_back(
         fmt::format("mirror {}: model [{}] chip [{}]", name, text(want.mirrors, name), text(have.mirrors, name)));
-    d.expects.push_back(w == want.mirrors.end()
-                            ? fmt::format("expect show monitor session {} ~ not programmed", name)
-                            : fmt::format("expect show monitor session {} ~ (programmed)", name));
+    d.expects.push_back(w == want.mirrors.end() ? fmt::format("expect show monitor session {} ~ not programmed", name)
+                                                : fmt::format("expect show monitor session {} ~ (programmed)", name));
   }
   // No show command prints where a list is bound: an ACL difference has
   // no check of its own (a frame difference it causes has).
@@ -420,6 +420,28 @@ std::optional<Difference> replay(const std::vector<std::string>& lines, const st
   for (const auto& line : lines)
     if (!session.execute(line)) return std::nullopt;
   return session.settle([&](const Model&) { return frames; });
+}
+
+std::vector<Probe> probesOf(const std::vector<std::string>& scenario) {
+  std::vector<Probe> probes;
+  std::set<std::string> seen;
+  for (const auto& line : scenario) {
+    // "expect[-not] chip send INTF FRAME ~ TEXT"
+    std::istringstream in(line);
+    std::string expect, chip, send, ingress;
+    if (!(in >> expect >> chip >> send >> ingress) || (expect != "expect" && expect != "expect-not") ||
+        chip != "chip" || send != "send") {
+      continue;
+    }
+    std::string rest;
+    std::getline(in, rest);
+    auto tilde = rest.find(" ~");
+    if (tilde == std::string::npos) continue;
+    auto text = rest.substr(1, tilde - 1);
+    auto frame = RefFrame::parse(text);
+    if (frame && seen.insert(ingress + " " + text).second) probes.push_back(Probe{ingress, *frame});
+  }
+  return probes;
 }
 
 std::vector<std::string> shrink(std::vector<std::string> lines, double seconds, const std::vector<Probe>& frames) {

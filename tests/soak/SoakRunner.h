@@ -71,6 +71,10 @@ RunResult run(const RunOptions& options);
 // nothing when a line is refused.
 std::optional<Difference> replay(const std::vector<std::string>& lines, const std::vector<Probe>& frames = {});
 
+// The frames a scenario's `chip send` checks put to the chip, so that a
+// replay of its commands compares their forwarding again.
+std::vector<Probe> probesOf(const std::vector<std::string>& scenario);
+
 // Delta debugging over the command list: a shortest list (1-minimal within
 // the time budget) for which replay() still finds a difference.
 std::vector<std::string> shrink(std::vector<std::string> lines, double seconds, const std::vector<Probe>& frames = {});
