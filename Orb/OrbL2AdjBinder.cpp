@@ -4,12 +4,15 @@
 
 namespace Orb {
 
-NextHopCollection buildNextHopCollection(const AdjVia& vias, VrfId vrf, const NeighborLookup& lookup) {
+namespace {
+
+template <class Vias, class VrfAndAddr, class Lookup>
+NextHopCollection buildCollection(const Vias& vias, VrfId vrf, const Lookup& lookup) {
   // Ordered by next hop, so that equal vias give equal collections.
   std::map<NextHop, std::pair<std::uint32_t, ViaBitmap>> nextHops;
   std::uint32_t position = 0;
   for (const auto& [via, count] : vias.via()) {
-    auto neighbor = lookup(VrfAndIpAddr(vrf, via.nextHop));
+    auto neighbor = lookup(VrfAndAddr(vrf, via.nextHop));
     NextHop nh = neighbor ? NextHop(NextHopEntryType::nextHopArpResolved, neighbor->mac, neighbor->l2Intf, via.l3Intf)
                           : NextHop(NextHopEntryType::nextHopArpRequired, Nexo::EthAddr(), via.l3Intf, via.l3Intf);
     auto& [weight, bitmap] = nextHops[nh];
@@ -25,6 +28,16 @@ NextHopCollection buildNextHopCollection(const AdjVia& vias, VrfId vrf, const Ne
   }
   collection.updateCaches();
   return collection;
+}
+
+}  // namespace
+
+NextHopCollection buildNextHopCollection(const AdjVia& vias, VrfId vrf, const NeighborLookup& lookup) {
+  return buildCollection<AdjVia, VrfAndIpAddr>(vias, vrf, lookup);
+}
+
+NextHopCollection buildNextHopCollection(const AdjVia6& vias, VrfId vrf, const Neighbor6Lookup& lookup) {
+  return buildCollection<AdjVia6, VrfAndIp6Addr>(vias, vrf, lookup);
 }
 
 L2AdjBinder::L2AdjBinder(Vex::Ptr<L3Status> l3Status, Vex::Ptr<OrbInternalL3Status> internal)

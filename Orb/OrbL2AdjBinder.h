@@ -20,12 +20,15 @@ struct NeighborInfo {
   Nexo::IntfId l2Intf;
 };
 using NeighborLookup = std::function<std::optional<NeighborInfo>(const VrfAndIpAddr&)>;
+using Neighbor6Lookup = std::function<std::optional<NeighborInfo>(const VrfAndIp6Addr&)>;
 
-// The collection that a FEC's IPv4 vias in `vrf` resolve to: a resolved via
+// The collection that a FEC's vias in `vrf` resolve to: a resolved via
 // gives a next hop with the neighbour's MAC, an unresolved one a next hop
-// that needs ARP. A next hop's weight is the count of the vias that give it,
-// and its bitmap holds their positions (vias in order, from 0).
+// that needs ARP (or neighbour discovery). A next hop's weight is the count
+// of the vias that give it, and its bitmap holds their positions (vias in
+// order, from 0).
 NextHopCollection buildNextHopCollection(const AdjVia& vias, VrfId vrf, const NeighborLookup& lookup);
+NextHopCollection buildNextHopCollection(const AdjVia6& vias, VrfId vrf, const Neighbor6Lookup& lookup);
 
 class L2AdjBinder {
  public:

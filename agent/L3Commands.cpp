@@ -44,6 +44,8 @@ struct Ip4 {
   using Prefix = Nexo::Prefix;
   using Addr = Nexo::IpAddr;
   using VrfPrefix = Orb::VrfAndPrefix;
+  using VrfAddr = Orb::VrfAndIpAddr;
+  using Via = Orb::Via;
   static constexpr const char* prefixWhat = "IPv4 prefix";
   static constexpr const char* addrWhat = "IPv4 address";
   static bool has(Orb::L3Status& s, const VrfPrefix& vp) { return s.adjInfoColl()->adjInfoListHas(vp); }
@@ -62,6 +64,8 @@ struct Ip6 {
   using Prefix = Nexo::Ip6Prefix;
   using Addr = Nexo::Ip6Addr;
   using VrfPrefix = Orb::VrfAndIp6Prefix;
+  using VrfAddr = Orb::VrfAndIp6Addr;
+  using Via = Orb::Via6;
   static constexpr const char* prefixWhat = "IPv6 prefix";
   static constexpr const char* addrWhat = "IPv6 address";
   static bool has(Orb::L3Status& s, const VrfPrefix& vp) { return s.adjInfoColl()->adjInfo6ListHas(vp); }
@@ -84,6 +88,17 @@ std::pair<typename F::Prefix, bool> prefixOrHostArg(const std::string& text) {
     return {typename F::Prefix(addr, sizeof(typename F::Addr) == 4 ? 32 : 128), true};
   }
   return {textArg<typename F::Prefix>(text, F::prefixWhat), false};
+}
+
+// A via's next hop is IPv6 when its address has colons.
+bool isIp6(const std::string& addr) { return addr.find(':') != std::string::npos; }
+
+template <class F>
+typename F::Via viaArg(const std::string& addr, const std::string& intf) {
+  typename F::Via via;
+  via.nextHop = textArg<typename F::Addr>(addr, F::addrWhat);
+  via.l3Intf = intfArg(intf);
+  return via;
 }
 
 }  // namespace
@@ -129,11 +144,12 @@ void L3Feature::registerConfigCommands() {
                        throw CommandError("usage: " + usage);
                      }
                      auto fec = fecArg(args[0]);
-                     Orb::Via via;
-                     via.nextHop = textArg<Nexo::IpAddr>(args[2], "IPv4 address");
-                     via.l3Intf = intfArg(args[3]);
-                     auto weight = args.size() == 6 ? parseInteger(args[5], 1, 65535) : 1;
-                     fecViaIs(fec, via, static_cast<std::uint32_t>(weight));
+                     auto weight = static_cast<std::uint32_t>(args.size() == 6 ? parseInteger(args[5], 1, 65535) : 1);
+                     if (isIp6(args[2])) {
+                       fecViaIs(fec, viaArg<Ip6>(args[2], args[3]), weight);
+                     } else {
+                       fecViaIs(fec, viaArg<Ip4>(args[2], args[3]), weight);
+                     }
                    });
   shell_.commandIs("no fec", "ID | ID via ADDR INTF | ID resilient",
                    "remove a FEC that no route uses, one of its vias, or its resilience",
@@ -145,10 +161,11 @@ void L3Feature::registerConfigCommands() {
                        fecResilientIs(knownFec(args[0]), 0);
                      } else if (args.size() == 4 && args[1] == "via") {
                        auto fec = knownFec(args[0]);
-                       Orb::Via via;
-                       via.nextHop = textArg<Nexo::IpAddr>(args[2], "IPv4 address");
-                       via.l3Intf = intfArg(args[3]);
-                       fecViaDel(fec, via);
+                       if (isIp6(args[2])) {
+                         fecViaDel(fec, viaArg<Ip6>(args[2], args[3]));
+                       } else {
+                         fecViaDel(fec, viaArg<Ip4>(args[2], args[3]));
+                       }
                      } else {
                        throw CommandError("usage: " + usage);
                      }
@@ -171,25 +188,39 @@ void L3Feature::registerConfigCommands() {
                        applyChipTableArgs(*chip_, table, args, usage);
                      });
   }
-  shell_.commandIs("arp", "VRF ADDR MAC INTF", "the ARP agent resolved a neighbour",
-                   [this](const Args& args, std::ostream&) {
-                     expectArgs(args, 4, 4, "arp VRF ADDR MAC INTF");
-                     auto vrf = vrfNamed(args[0]);
-                     auto addr = textArg<Nexo::IpAddr>(args[1], "IPv4 address");
-                     auto mac = textArg<Nexo::EthAddr>(args[2], "MAC address");
-                     if (mac.isZero() || mac.isMulticast())
-                       throw CommandError("a neighbour has a unicast MAC, not " + args[2]);
-                     auto intf = intfArg(args[3]);
-                     if (l3Status_->l3IntfVrfId(intf) != vrf || !l3Status_->l3IntfVrfIdHas(intf)) {
-                       throw CommandError(fmt::format("{} is not a routed interface of VRF {}", args[3], args[0]));
-                     }
-                     neighborIs(Orb::VrfAndIpAddr(vrf, addr), Orb::NeighborInfo{mac, intf});
-                   });
-  shell_.commandIs("no arp", "VRF ADDR", "the ARP agent forgot a neighbour", [this](const Args& args, std::ostream&) {
-    expectArgs(args, 2, 2, "no arp VRF ADDR");
+  // `arp` for IPv4 neighbours, `ipv6 neighbor` for the ones neighbour
+  // discovery resolved.
+  auto neighborAdd = [this](auto family, const Args& args, const std::string& usage) {
+    using F = decltype(family);
+    expectArgs(args, 4, 4, usage);
     auto vrf = vrfNamed(args[0]);
-    neighborDel(Orb::VrfAndIpAddr(vrf, textArg<Nexo::IpAddr>(args[1], "IPv4 address")));
-  });
+    auto addr = textArg<typename F::Addr>(args[1], F::addrWhat);
+    auto mac = textArg<Nexo::EthAddr>(args[2], "MAC address");
+    if (mac.isZero() || mac.isMulticast()) throw CommandError("a neighbour has a unicast MAC, not " + args[2]);
+    auto intf = intfArg(args[3]);
+    if (l3Status_->l3IntfVrfId(intf) != vrf || !l3Status_->l3IntfVrfIdHas(intf)) {
+      throw CommandError(fmt::format("{} is not a routed interface of VRF {}", args[3], args[0]));
+    }
+    neighborIs(typename F::VrfAddr(vrf, addr), Orb::NeighborInfo{mac, intf});
+  };
+  auto neighborRemove = [this](auto family, const Args& args, const std::string& usage) {
+    using F = decltype(family);
+    expectArgs(args, 2, 2, usage);
+    auto vrf = vrfNamed(args[0]);
+    neighborDel(typename F::VrfAddr(vrf, textArg<typename F::Addr>(args[1], F::addrWhat)));
+  };
+  shell_.commandIs(
+      "arp", "VRF ADDR MAC INTF", "the ARP agent resolved a neighbour",
+      [neighborAdd](const Args& args, std::ostream&) { neighborAdd(Ip4{}, args, "arp VRF ADDR MAC INTF"); });
+  shell_.commandIs(
+      "no arp", "VRF ADDR", "the ARP agent forgot a neighbour",
+      [neighborRemove](const Args& args, std::ostream&) { neighborRemove(Ip4{}, args, "no arp VRF ADDR"); });
+  shell_.commandIs(
+      "ipv6 neighbor", "VRF ADDR MAC INTF", "neighbour discovery resolved an IPv6 neighbour",
+      [neighborAdd](const Args& args, std::ostream&) { neighborAdd(Ip6{}, args, "ipv6 neighbor VRF ADDR MAC INTF"); });
+  shell_.commandIs(
+      "no ipv6 neighbor", "VRF ADDR", "neighbour discovery forgot an IPv6 neighbour",
+      [neighborRemove](const Args& args, std::ostream&) { neighborRemove(Ip6{}, args, "no ipv6 neighbor VRF ADDR"); });
   shell_.commandIs("adjacency review", "FEC", "ask for a FEC's adjacency to be reviewed again",
                    [this](const Args& args, std::ostream&) {
                      expectArgs(args, 1, 1, "adjacency review FEC");

@@ -191,7 +191,33 @@ void L3Feature::intfVrfIs(const Nexo::IntfId& intf, VrfId vrf) {
   l3Status_->vrfL3Status(l3Status_->vrfName(vrf))->l3IntfIs(intf, true);
 }
 
-void L3Feature::fecViaIs(GlobalFecId fec, const Orb::Via& via, std::uint32_t weight) {
+namespace {
+
+// A FEC's vias of one address family, in its adjacency entry.
+template <class ViaT>
+struct ViaFamily;
+
+template <>
+struct ViaFamily<Orb::Via> {
+  static constexpr const char* name = "IPv4";
+  static const Orb::AdjVia& vias(const Orb::AdjEntry& entry) { return entry.adjVia(); }
+  static void viasIs(Orb::AdjEntry& entry, const Orb::AdjVia& vias) { entry.adjViaIs(vias); }
+  static bool otherFamilyHeld(const Orb::AdjEntry& entry) { return !entry.adjVia6().via().empty(); }
+};
+
+template <>
+struct ViaFamily<Orb::Via6> {
+  static constexpr const char* name = "IPv6";
+  static const Orb::AdjVia6& vias(const Orb::AdjEntry& entry) { return entry.adjVia6(); }
+  static void viasIs(Orb::AdjEntry& entry, const Orb::AdjVia6& vias) { entry.adjVia6Is(vias); }
+  static bool otherFamilyHeld(const Orb::AdjEntry& entry) { return !entry.adjVia().via().empty(); }
+};
+
+}  // namespace
+
+template <class ViaT>
+void L3Feature::fecViaIs(GlobalFecId fec, const ViaT& via, std::uint32_t weight) {
+  using Family = ViaFamily<ViaT>;
   if (!l3Status_->l3IntfVrfIdHas(via.l3Intf)) {
     throw CommandError(via.l3Intf.stringValue() + " is not a routed interface (interface INTF vrf NAME first)");
   }
@@ -201,18 +227,49 @@ void L3Feature::fecViaIs(GlobalFecId fec, const Orb::Via& via, std::uint32_t wei
                                    l3Status_->vrfName(internal_->fecIdToVrfId(fec)).value(),
                                    l3Status_->vrfName(vrf).value(), via.l3Intf.stringValue()));
   }
+  if (auto held = l3Status_->adjEntryList(fec); held && Family::otherFamilyHeld(*held)) {
+    throw CommandError(fmt::format("fec {} has vias of the other address family: an {} via cannot join them",
+                                   fec.value(), Family::name));
+  }
   auto entry = l3Status_->adjEntryListIs(fec);
-  Orb::AdjVia vias = entry->adjVia();
+  auto vias = Family::vias(*entry);
   vias.viaIs(via, weight);
-  entry->adjViaIs(vias);
+  Family::viasIs(*entry, vias);
   internal_->fecIdToVrfIdIs(fec, vrf);
-  auto users = internal_->nextHopToAdjEntry(Orb::VrfAndIpGenAddr(vrf, via.nextHop));
+  Orb::VrfAndIpGenAddr nextHop(vrf, via.nextHop);
+  auto users = internal_->nextHopToAdjEntry(nextHop);
   users.insert(fec);
-  internal_->nextHopToAdjEntryIs(Orb::VrfAndIpGenAddr(vrf, via.nextHop), users);
+  internal_->nextHopToAdjEntryIs(nextHop, users);
   users = internal_->intfToAdjEntry(via.l3Intf);
   users.insert(fec);
   internal_->intfToAdjEntryIs(via.l3Intf, users);
   fecReview(fec);
+}
+
+template void L3Feature::fecViaIs(GlobalFecId, const Orb::Via&, std::uint32_t);
+template void L3Feature::fecViaIs(GlobalFecId, const Orb::Via6&, std::uint32_t);
+
+template <class ViaT>
+void L3Feature::viaUsersDel(GlobalFecId fec, const ViaT& via, bool nextHop, bool intf) {
+  if (nextHop) {
+    Orb::VrfAndIpGenAddr key(internal_->fecIdToVrfId(fec), via.nextHop);
+    auto users = internal_->nextHopToAdjEntry(key);
+    users.erase(fec);
+    if (users.empty()) {
+      internal_->nextHopToAdjEntryDel(key);
+    } else {
+      internal_->nextHopToAdjEntryIs(key, users);
+    }
+  }
+  if (intf) {
+    auto users = internal_->intfToAdjEntry(via.l3Intf);
+    users.erase(fec);
+    if (users.empty()) {
+      internal_->intfToAdjEntryDel(via.l3Intf);
+    } else {
+      internal_->intfToAdjEntryIs(via.l3Intf, users);
+    }
+  }
 }
 
 void L3Feature::fecDel(GlobalFecId fec) {
@@ -222,24 +279,8 @@ void L3Feature::fecDel(GlobalFecId fec) {
   std::uint64_t routes = counts->adjPrefixCount(fec) + counts->adjPrefix6Count(fec);
   if (routes)
     throw CommandError(fmt::format("fec {} is used by {} route{}", fec.value(), routes, routes == 1 ? "" : "s"));
-  VrfId vrf = internal_->fecIdToVrfId(fec);
-  for (const auto& [via, count] : entry->adjVia().via()) {
-    Orb::VrfAndIpGenAddr nextHop(vrf, via.nextHop);
-    auto users = internal_->nextHopToAdjEntry(nextHop);
-    users.erase(fec);
-    if (users.empty()) {
-      internal_->nextHopToAdjEntryDel(nextHop);
-    } else {
-      internal_->nextHopToAdjEntryIs(nextHop, users);
-    }
-    users = internal_->intfToAdjEntry(via.l3Intf);
-    users.erase(fec);
-    if (users.empty()) {
-      internal_->intfToAdjEntryDel(via.l3Intf);
-    } else {
-      internal_->intfToAdjEntryIs(via.l3Intf, users);
-    }
-  }
+  for (const auto& [via, count] : entry->adjVia().via()) viaUsersDel(fec, via, true, true);
+  for (const auto& [via, count] : entry->adjVia6().via()) viaUsersDel(fec, via, true, true);
   binder_->fecDel(fec);
   routeHelper_->doRemoveFec(fec.value());
   resilientSlots_.erase(fec);
@@ -247,47 +288,38 @@ void L3Feature::fecDel(GlobalFecId fec) {
   l3Status_->adjEntryReviewListDel(fec);
 }
 
-void L3Feature::fecViaDel(GlobalFecId fec, const Orb::Via& via) {
+template <class ViaT>
+void L3Feature::fecViaDel(GlobalFecId fec, const ViaT& via) {
+  using Family = ViaFamily<ViaT>;
   auto entry = l3Status_->adjEntryList(fec);
-  Orb::AdjVia vias = entry->adjVia();
+  auto vias = Family::vias(*entry);
   if (!vias.via().contains(via)) {
     throw CommandError(
         fmt::format("fec {} has no via {} {}", fec.value(), via.nextHop.stringValue(), via.l3Intf.stringValue()));
   }
   vias.viaDel(via);
-  entry->adjViaIs(vias);
-  VrfId vrf = internal_->fecIdToVrfId(fec);
+  Family::viasIs(*entry, vias);
   bool nextHopStays = false, intfStays = false;
   for (const auto& [other, count] : vias.via()) {
     nextHopStays |= other.nextHop == via.nextHop;
     intfStays |= other.l3Intf == via.l3Intf;
   }
-  Orb::VrfAndIpGenAddr nextHop(vrf, via.nextHop);
-  if (!nextHopStays) {
-    auto users = internal_->nextHopToAdjEntry(nextHop);
-    users.erase(fec);
-    if (users.empty()) {
-      internal_->nextHopToAdjEntryDel(nextHop);
-    } else {
-      internal_->nextHopToAdjEntryIs(nextHop, users);
-    }
-  }
-  if (!intfStays) {
-    auto users = internal_->intfToAdjEntry(via.l3Intf);
-    users.erase(fec);
-    if (users.empty()) {
-      internal_->intfToAdjEntryDel(via.l3Intf);
-    } else {
-      internal_->intfToAdjEntryIs(via.l3Intf, users);
-    }
-  }
+  viaUsersDel(fec, via, !nextHopStays, !intfStays);
   fecReview(fec);
 }
 
+template void L3Feature::fecViaDel(GlobalFecId, const Orb::Via&);
+template void L3Feature::fecViaDel(GlobalFecId, const Orb::Via6&);
+
 void L3Feature::neighborIs(const Orb::VrfAndIpAddr& addr, const Orb::NeighborInfo& neighbor) {
-  auto& held = neighbors_[addr];
-  held = neighbor;
+  neighbors_[addr] = neighbor;
   l3Status_->resolvedAddrIs(addr, true);
+  for (const auto& fec : internal_->nextHopToAdjEntry(Orb::VrfAndIpGenAddr(addr))) fecReview(fec);
+}
+
+void L3Feature::neighborIs(const Orb::VrfAndIp6Addr& addr, const Orb::NeighborInfo& neighbor) {
+  neighbors6_[addr] = neighbor;
+  l3Status_->resolvedIp6AddrIs(addr, true);
   for (const auto& fec : internal_->nextHopToAdjEntry(Orb::VrfAndIpGenAddr(addr))) fecReview(fec);
 }
 
@@ -300,15 +332,29 @@ void L3Feature::neighborDel(const Orb::VrfAndIpAddr& addr) {
   for (const auto& fec : internal_->nextHopToAdjEntry(Orb::VrfAndIpGenAddr(addr))) fecReview(fec);
 }
 
+void L3Feature::neighborDel(const Orb::VrfAndIp6Addr& addr) {
+  if (!neighbors6_.erase(addr)) {
+    throw CommandError(
+        fmt::format("no neighbour {} in VRF {}", addr.addr.stringValue(), l3Status_->vrfName(addr.vrfId).value()));
+  }
+  l3Status_->resolvedIp6AddrDel(addr);
+  for (const auto& fec : internal_->nextHopToAdjEntry(Orb::VrfAndIpGenAddr(addr))) fecReview(fec);
+}
+
 void L3Feature::fecReview(GlobalFecId fec) {
   auto entry = l3Status_->adjEntryList(fec);
   if (!entry) return;
-  auto lookup = [this](const Orb::VrfAndIpAddr& addr) -> std::optional<Orb::NeighborInfo> {
-    auto it = neighbors_.find(addr);
-    if (it == neighbors_.end()) return std::nullopt;
-    return it->second;
+  auto lookupIn = [](const auto& neighbors) {
+    return [&neighbors](const auto& addr) -> std::optional<Orb::NeighborInfo> {
+      auto it = neighbors.find(addr);
+      if (it == neighbors.end()) return std::nullopt;
+      return it->second;
+    };
   };
-  auto nextHops = Orb::buildNextHopCollection(entry->adjVia(), internal_->fecIdToVrfId(fec), lookup);
+  VrfId vrf = internal_->fecIdToVrfId(fec);
+  auto nextHops = entry->adjVia6().via().empty()
+                      ? Orb::buildNextHopCollection(entry->adjVia(), vrf, lookupIn(neighbors_))
+                      : Orb::buildNextHopCollection(entry->adjVia6(), vrf, lookupIn(neighbors6_));
   binder_->fecNextHopsIs(fec, nextHops, Orb::TableType::tableTypeLongestPrefix);
   fecToChip(fec);
 }

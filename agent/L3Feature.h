@@ -51,11 +51,19 @@ class L3Feature : public Feature {
   Orb::VrfId vrfIs(const L3::VrfName& name);
   Orb::VrfId vrfNamed(const std::string& name) const;
   void intfVrfIs(const Nexo::IntfId& intf, Orb::VrfId vrf);
-  void fecViaIs(Pond::Fib::GlobalFecId fec, const Orb::Via& via, std::uint32_t weight);
+  // A FEC's vias are all IPv4 (Orb::Via) or all IPv6 (Orb::Via6).
+  template <class ViaT>
+  void fecViaIs(Pond::Fib::GlobalFecId fec, const ViaT& via, std::uint32_t weight);
   void fecDel(Pond::Fib::GlobalFecId fec);
-  void fecViaDel(Pond::Fib::GlobalFecId fec, const Orb::Via& via);
+  template <class ViaT>
+  void fecViaDel(Pond::Fib::GlobalFecId fec, const ViaT& via);
+  // Takes the FEC off the users of the via's next hop and interface.
+  template <class ViaT>
+  void viaUsersDel(Pond::Fib::GlobalFecId fec, const ViaT& via, bool nextHop, bool intf);
   void neighborIs(const Orb::VrfAndIpAddr& addr, const Orb::NeighborInfo& neighbor);
+  void neighborIs(const Orb::VrfAndIp6Addr& addr, const Orb::NeighborInfo& neighbor);
   void neighborDel(const Orb::VrfAndIpAddr& addr);
+  void neighborDel(const Orb::VrfAndIp6Addr& addr);
   // Rebuilds the FEC's collection from its vias and the neighbours.
   void fecReview(Pond::Fib::GlobalFecId fec);
   Pond::Fib::GlobalFecId knownFec(const std::string& text) const;
@@ -77,6 +85,7 @@ class L3Feature : public Feature {
   std::unique_ptr<Orb::L2AdjBinder> binder_;
   // The neighbours the ARP agent resolved.
   std::map<Orb::VrfAndIpAddr, Orb::NeighborInfo> neighbors_;
+  std::map<Orb::VrfAndIp6Addr, Orb::NeighborInfo> neighbors6_;
   std::unique_ptr<WatchReactor> watchReactor_;
   std::unique_ptr<Watch6Reactor> watch6Reactor_;
   std::unique_ptr<ReviewReactor> reviewReactor_;

@@ -70,11 +70,45 @@ TEST_F(L3CommandsTest, BadInputIsRefusedAndChangesNothing) {
       {"resilient-ecmp dedup 99", "no fec 99"},
       {"no resilient-ecmp dedup 5", "no deduping request 5"},
       {"no resilient-ecmp dedup 65536", "out of range"},
+      // IPv6 vias and neighbours.
+      {"fec 10 via 2001:db8::2 Ethernet1", "fec 10 has vias of the other address family: an IPv6 via cannot join"},
+      {"fec 12 via 2001:db8::g Ethernet1", "bad IPv6 address '2001:db8::g'"},
+      {"fec 12 via 2001:db8::2 Ethernet3", "Ethernet3 is not a routed interface"},
+      {"no fec 10 via 2001:db8::2 Ethernet1", "fec 10 has no via 2001:db8::2 Ethernet1"},
+      {"ipv6 neighbor red 2001:db8::2 00:00:00:00:00:02 Ethernet2", "Ethernet2 is not a routed interface of VRF red"},
+      {"ipv6 neighbor red 2001:db8::2 01:00:00:00:00:02 Ethernet1", "unicast MAC"},
+      {"ipv6 neighbor red 10.0.0.2 00:00:00:00:00:02 Ethernet1", "bad IPv6 address '10.0.0.2'"},
+      {"ipv6 neighbor blue 2001:db8::2 00:00:00:00:00:02 Ethernet1", "no VRF 'blue'"},
+      {"ipv6 neighbor red 2001:db8::2 00:00:00:00:00:02", "usage: ipv6 neighbor VRF ADDR MAC INTF"},
+      {"no ipv6 neighbor red 2001:db8::2", "no neighbour 2001:db8::2 in VRF red"},
   };
   for (const auto& [line, reason] : cases) {
     EXPECT_NE(error(agent, line).find(reason), std::string::npos) << line << " -> " << error(agent, line);
     EXPECT_EQ(state(), before) << line;
   }
+}
+
+TEST_F(L3CommandsTest, AFecTakesTheOtherFamilyOnceItsViasAreGone) {
+  run(agent, "fec 12 via 2001:db8::2 Ethernet1");
+  EXPECT_NE(error(agent, "fec 12 via 10.0.0.3 Ethernet1").find("an IPv4 via cannot join"), std::string::npos);
+  run(agent, "no fec 12 via 2001:db8::2 Ethernet1");
+  EXPECT_EQ(error(agent, "fec 12 via 10.0.0.3 Ethernet1"), "");
+  run(agent, "arp red 10.0.0.3 00:00:00:00:00:03 Ethernet1");
+  EXPECT_NE(run(agent, "show adjacency").find("00:00:00:00:00:03 Ethernet1"), std::string::npos);
+}
+
+TEST_F(L3CommandsTest, AnIpv6NeighbourResolvesOnlyItsOwnFamilysNextHops) {
+  // The same address bits in the other family are another neighbour.
+  run(agent, "fec 12 via 2001:db8::2 Ethernet1");
+  run(agent, "ipv6 neighbor red 2001:db8::2 00:00:00:00:00:62 Ethernet1");
+  run(agent, "arp red 10.0.0.2 00:00:00:00:00:42 Ethernet1");
+  std::string shown = run(agent, "show adjacency");
+  EXPECT_NE(shown.find("00:00:00:00:00:62 Ethernet1"), std::string::npos) << shown;
+  EXPECT_NE(shown.find("00:00:00:00:00:42 Ethernet1"), std::string::npos) << shown;
+  run(agent, "no ipv6 neighbor red 2001:db8::2");
+  shown = run(agent, "show adjacency");
+  EXPECT_EQ(shown.find("00:00:00:00:00:62"), std::string::npos) << shown;
+  EXPECT_NE(shown.find("00:00:00:00:00:42 Ethernet1"), std::string::npos) << shown;
 }
 
 TEST_F(L3CommandsTest, AResilientFecFollowsItsViasInTheChip) {

@@ -112,4 +112,33 @@ TEST_F(AdjGraphTest, ViasToOneNeighbourAddUpAndRememberTheirPositions) {
   EXPECT_EQ(nextHops.totalWeight(), 3u);
 }
 
+TEST_F(AdjGraphTest, Ipv6ViasToTheSameNeighboursShareTheIpv4FecsAdjacency) {
+  // Next hops name MACs and interfaces, not addresses: an IPv6 FEC whose
+  // neighbours are the IPv4 FEC's shares its adjacency, and parts from it
+  // when one of its own neighbours goes.
+  neighbors[VrfAndIpAddr(VrfId(0), Nexo::IpAddr("10.0.0.2"))] = {Nexo::EthAddr("00:00:00:00:00:02"), "Ethernet1"};
+  std::map<VrfAndIp6Addr, NeighborInfo> neighbors6;
+  neighbors6[VrfAndIp6Addr(VrfId(0), Nexo::Ip6Addr("2001:db8::2"))] = {Nexo::EthAddr("00:00:00:00:00:02"), "Ethernet1"};
+  auto lookup6 = [&](const VrfAndIp6Addr& a) -> std::optional<NeighborInfo> {
+    auto it = neighbors6.find(a);
+    if (it == neighbors6.end()) return std::nullopt;
+    return it->second;
+  };
+  AdjVia6 vias6;
+  vias6.viaIs(Via6{Nexo::Ip6Addr("2001:db8::2"), Nexo::IntfId("Ethernet1"), {}}, 1);
+  vias6.viaIs(Via6{Nexo::Ip6Addr("2001:db8::3"), Nexo::IntfId("Ethernet2"), {}}, 1);
+  auto v4 = binder.fecNextHopsIs(GlobalFecId(10), collection({{"10.0.0.2", "Ethernet1"}, {"10.0.0.3", "Ethernet2"}}),
+                                 TableType::tableTypeLongestPrefix);
+  auto v6 = binder.fecNextHopsIs(GlobalFecId(20), buildNextHopCollection(vias6, VrfId(0), lookup6),
+                                 TableType::tableTypeLongestPrefix);
+  EXPECT_EQ(v4, v6);
+  EXPECT_EQ(internal->l2AdjRefCount(v4->key()), 2u);
+  neighbors6.clear();
+  auto parted = binder.fecNextHopsIs(GlobalFecId(20), buildNextHopCollection(vias6, VrfId(0), lookup6),
+                                     TableType::tableTypeLongestPrefix);
+  EXPECT_NE(parted, v4);
+  EXPECT_EQ(parted->nextHops().nextHopSize(), 2u);
+  EXPECT_EQ(internal->l2AdjRefCount(v4->key()), 1u);
+}
+
 }  // namespace
