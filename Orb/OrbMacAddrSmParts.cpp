@@ -27,20 +27,6 @@ const Log::EventDef& bankFullEvent() {
   return def;
 }
 
-std::string keyText(const MacVlanPair& key) {
-  return fmt::format("{} vlan {}", key.addr.stringValue(), key.vlanId.value());
-}
-
-RemoteMacAddressTableEntry fromRow(const MacAddressTableEntry& row) {
-  RemoteMacAddressTableEntry entry;
-  entry.macVlanPair = row.macVlanPair;
-  entry.intf = row.intf;
-  entry.entryType = row.entryType;
-  entry.moves = row.moves;
-  entry.lastMoveTime = row.lastMoveTime;
-  return entry;
-}
-
 RemoteMacAddressTableEntry fromHost(const MacVlanPair& key, const Bridging::LearnedHost& host) {
   RemoteMacAddressTableEntry entry;
   entry.macVlanPair = key;

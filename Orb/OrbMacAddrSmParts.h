@@ -13,8 +13,6 @@ namespace Orb::MacAddrSmParts {
 
 Blip::Handle& trace();
 const Log::EventDef& bankFullEvent();
-std::string keyText(const MacVlanPair& key);
-RemoteMacAddressTableEntry fromRow(const MacAddressTableEntry& row);
 RemoteMacAddressTableEntry fromHost(const MacVlanPair& key, const Bridging::LearnedHost& host);
 MacAddressTableEntry toRow(const RemoteMacAddressTableEntry& entry);
 // What hardware holds for an entry: equal when nothing needs programming.

@@ -137,7 +137,7 @@ void MacAddrSm::processRemoteFlushReq(std::uint16_t vlanId, const IntfId& intf, 
   std::sort(keys.begin(), keys.end());
   for (const auto& key : keys) {
     const auto& row = in_.bridgingStatus->remoteStatusTable(key);
-    BLIP(trace(), 6, " flushing remote mac {}", keyText(key));
+    BLIP(trace(), 6, " flushing remote mac {}", key.stringValue());
     std::uint32_t code = in_.orbHelper->removeHost(key, row.entryType);
     if (code != 0) BLIP(trace(), 3, "Remove unsuccessful, code is {}", code);
     decRemoteRefcounts(key);
@@ -169,7 +169,7 @@ void MacAddrSm::flushAddr(std::uint16_t vlanId, const IntfId& intf, const Nexo::
     }
   }
   for (const auto& key : keys) {
-    BLIP(trace(), 6, "Calling evaluateEntry to remove macVlan pair:  {}", keyText(key));
+    BLIP(trace(), 6, "Calling evaluateEntry to remove macVlan pair:  {}", key.stringValue());
     in_.macTable->macEntryDel(key);
     evaluateEntry(key, nullptr, true, Vex::now());
   }
@@ -178,7 +178,7 @@ void MacAddrSm::flushAddr(std::uint16_t vlanId, const IntfId& intf, const Nexo::
     // at once, as a flush takes it, unless a change for the key stands.
     const MacVlanPair& key = learn->macVlanPair();
     if (updateList_.contains(key) || currentEntry(key)) continue;
-    BLIP(trace(), 6, " Removing MAC entry: {}", keyText(key));
+    BLIP(trace(), 6, " Removing MAC entry: {}", key.stringValue());
     std::uint32_t code = in_.orbHelper->removeHost(key, learn->entryType());
     if (code != 0) BLIP(trace(), 3, "Remove unsuccessful, code is {}", code);
   }
@@ -256,7 +256,7 @@ void MacAddrSm::dropFlushedQueuedLearns(std::optional<std::uint16_t> vlanId, con
     gone.push_back(key);
   }
   for (const auto& key : gone) {
-    BLIP(trace(), 7, "{}: queued learn flushed", keyText(key));
+    BLIP(trace(), 7, "{}: queued learn flushed", key.stringValue());
     updateList_.erase(key);
   }
 }

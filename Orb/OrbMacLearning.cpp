@@ -32,7 +32,8 @@ bool MacAddrSm::checkIgnoreEvent(const MacAddressTableEntry& learned) {
     why = ": failed fast-failover server";
   }
   if (!why) return false;
-  BLIP(trace(), 6, "Ignoring event for mac entry {} on {}{}", keyText(learned.macVlanPair), intf.stringValue(), why);
+  BLIP(trace(), 6, "Ignoring event for mac entry {} on {}{}", learned.macVlanPair.stringValue(), intf.stringValue(),
+       why);
   return true;
 }
 

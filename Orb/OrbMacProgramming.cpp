@@ -160,30 +160,30 @@ bool MacAddrSm::skipHwProgInHitlessRestartMode(const ModifyMacEntry& change) con
   auto current = currentEntry(change.macVlanPair());
   if (!current || !sameProgramming(*current, change.entry())) return false;
   BLIP(trace(), 6, "{} already in hardware: not programmed in hitless restart mode during hitless recovery",
-       keyText(change.macVlanPair()));
+       change.macVlanPair().stringValue());
   return true;
 }
 
 bool MacAddrSm::handleAddStatus(ModifyMacEntry& change, std::uint32_t status) {
   const MacVlanPair& key = change.macVlanPair();
   if (status == OrbTypes::tableAddBusy) {
-    BLIP(trace(), 5, "Update failed as ASIC busy, retrying {}", keyText(key));
+    BLIP(trace(), 5, "Update failed as ASIC busy, retrying {}", key.stringValue());
     return false;
   }
   if (status == OrbTypes::tableAddFull) {
     if (!change.fullLogged) {
-      BLIP(trace(), 3, "Logging table full message {}", keyText(key));
+      BLIP(trace(), 3, "Logging table full message {}", key.stringValue());
       Log::emit("ETH_MACADDRBANKFULL", key.addr.stringValue().c_str(), static_cast<int>(key.vlanId.value()),
                 macEntryTypeWord(change.entryType()));
       change.fullLogged = true;
     }
     double agingTime = in_.bridgingConfig->hostAgingTime();
     if (agingTime > 0 && Vex::now() - change.queuedTime > agingTime) {
-      BLIP(trace(), 3, "{} has been in updateList for longer than aging time of {}", keyText(key), agingTime);
+      BLIP(trace(), 3, "{} has been in updateList for longer than aging time of {}", key.stringValue(), agingTime);
     }
     return false;
   }
-  BLIP(trace(), 3, "{} not programmed, status {}", keyText(key), status);
+  BLIP(trace(), 3, "{} not programmed, status {}", key.stringValue(), status);
   delFromFdbStatus(key);
   return true;
 }
@@ -194,7 +194,7 @@ bool MacAddrSm::programLocal(ModifyMacEntry& change) {
   BLIP(trace(), 6, "{}{} {} {}",
        isRemoteEntryType(change.entryType()) ? " Programming evpn received mac as local mac: "
                                              : " Programming MAC entry: ",
-       keyText(key), change.intf().stringValue(), macEntryTypeWord(change.entryType()));
+       key.stringValue(), change.intf().stringValue(), macEntryTypeWord(change.entryType()));
   std::uint32_t status = in_.orbHelper->addHost(key, change.intf(), 0, false, change.entryType());
   if (status == OrbHelper::OrbHelperMacAddrSm::addAccepted) return addAccepted(change);
   if (status != OrbTypes::tableAddSuccess) return handleAddStatus(change, status);
@@ -215,14 +215,14 @@ void MacAddrSm::localAddDone(ModifyMacEntry& change) {
 
 bool MacAddrSm::addAccepted(ModifyMacEntry& change) {
   // Not programmed yet: nothing is published until the outcome says so.
-  BLIP(trace(), 7, "{}: add accepted, outcome to come", keyText(change.macVlanPair()));
+  BLIP(trace(), 7, "{}: add accepted, outcome to come", change.macVlanPair().stringValue());
   change.awaitingOutcome = true;
   return true;
 }
 
 void MacAddrSm::handleHostOutcome(const MacVlanPair& key, const IntfId& intf, EntryType entryType,
                                   std::uint32_t status) {
-  BLIP(trace(), 7, "{}: outcome of add on {}: {}", keyText(key), intf.stringValue(), status);
+  BLIP(trace(), 7, "{}: outcome of add on {}: {}", key.stringValue(), intf.stringValue(), status);
   auto it = updateList_.find(key);
   if (it == updateList_.end()) {
     // Nothing waits for it: the key was flushed or changed back while the
@@ -270,7 +270,7 @@ bool MacAddrSm::programRemote(ModifyMacEntry& change) {
   if (skipHwProgInHitlessRestartMode(change)) return true;
   const auto& entry = change.entry();
   std::uint64_t nextHop = nextHopId(entry);
-  BLIP(trace(), 6, " Programming remote MAC entry: {} next hop id: {} tunnel id: {}", keyText(key), nextHop,
+  BLIP(trace(), 6, " Programming remote MAC entry: {} next hop id: {} tunnel id: {}", key.stringValue(), nextHop,
        entry.swTunnelGroupId.value);
   std::uint32_t status = in_.orbHelper->addRemoteHost(key, entry.intf, nextHop, entry.swTunnelGroupId.value, false,
                                                       entry.entryType, entry.isMplsNextHop);
@@ -287,7 +287,7 @@ bool MacAddrSm::programRemote(ModifyMacEntry& change) {
 
 bool MacAddrSm::programRemoteToLocal(ModifyMacEntry& change) {
   const MacVlanPair& key = change.macVlanPair();
-  BLIP(trace(), 6, " Programming local in place of remote entry: {}", keyText(key));
+  BLIP(trace(), 6, " Programming local in place of remote entry: {}", key.stringValue());
   std::uint32_t status = in_.orbHelper->addLearntLocalAndRemoveRemoteHost(key, change.intf(), change.entryType());
   decRemoteRefcounts(key);
   in_.bridgingStatus->remoteStatusTableDel(key);
@@ -303,7 +303,7 @@ bool MacAddrSm::programRemoteToLocal(ModifyMacEntry& change) {
 
 bool MacAddrSm::programRemove(ModifyMacEntry& change) {
   const MacVlanPair& key = change.macVlanPair();
-  BLIP(trace(), 6, " Removing MAC entry: {}", keyText(key));
+  BLIP(trace(), 6, " Removing MAC entry: {}", key.stringValue());
   std::uint32_t status = in_.orbHelper->removeHost(key, change.entryType());
   // The row this machine wrote for the entry goes with it; a row the chip
   // wrote since (a learn to review) stays.

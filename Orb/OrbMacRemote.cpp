@@ -107,7 +107,7 @@ void MacAddrSm::handleObjTupleToHwIdMap(const L2Rib::ObjTuple& tuple) {
     }
     const auto& entry = in_.bridgingStatus->remoteStatusTable(key);
     if (!in_.objTupleToHwId->hwIdHas(entry.l2RibObjTuple) || nextHopId(entry) == *programmed) continue;
-    BLIP(trace(), 6, "{}: hardware id of its L2 RIB object changed", keyText(key));
+    BLIP(trace(), 6, "{}: hardware id of its L2 RIB object changed", key.stringValue());
     addToUpdateList(entry, EntryEvaluationAction::addOrModify, false, false);
   }
 }

@@ -28,7 +28,7 @@ std::optional<RemoteMacAddressTableEntry> MacAddrSm::currentEntry(const MacVlanP
   // table. Once the chip's report of a move or an age has taken that row's
   // place, what is programmed until the change is made is what `fdbStatus`
   // published with it.
-  if (row && isProgrammedRow(*row, *host)) return fromRow(*row);
+  if (row && isProgrammedRow(*row, *host)) return remoteEntryOf(*row);
   return fromHost(key, *host);
 }
 
@@ -84,7 +84,7 @@ void MacAddrSm::evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry
 
 void MacAddrSm::evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry* hardware, bool agedInHardware,
                               double time, std::optional<RemoteMacAddressTableEntry> current) {
-  BLIP(trace(), 7, "Evaluating MAC entry: {}, learned in hardware: {}, aged in hardware: {}", keyText(key),
+  BLIP(trace(), 7, "Evaluating MAC entry: {}, learned in hardware: {}, aged in hardware: {}", key.stringValue(),
        hardware != nullptr, agedInHardware);
   auto configured = configuredEntry(key);
   // An ignored row did not happen: what the machine programmed from the
@@ -110,7 +110,7 @@ void MacAddrSm::evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry
     BLIP(trace(), 7, "{}", isRemoteEntryType(configured->entryType) ? "Entry is static remote" : "Entry is static");
     wanted = configured;
   } else if (hardware) {
-    auto learned = fromRow(*hardware);
+    auto learned = remoteEntryOf(*hardware);
     learned.entryType = EntryType::entryDynamic;
     if (current) {
       // What the hardware reports is where the address is now: it takes the
@@ -125,9 +125,9 @@ void MacAddrSm::evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry
       learned.lastMoveTime = time;
     }
     if (configured) {
-      BLIP(trace(), 8, "{}, peer move time is {}", keyText(key), configured->lastMoveTime);
+      BLIP(trace(), 8, "{}, peer move time is {}", key.stringValue(), configured->lastMoveTime);
       const auto* winner = betterEntry(&*configured, &learned, in_.swTunnelIdMap.get());
-      if (winner == &*configured) BLIP(trace(), 7, "Using peer dynamic entry {}", keyText(key));
+      if (winner == &*configured) BLIP(trace(), 7, "Using peer dynamic entry {}", key.stringValue());
       wanted = *winner;
     } else {
       wanted = learned;
@@ -140,12 +140,12 @@ void MacAddrSm::evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry
   bool movedToLocal = false, movedToRemote = false;
   if (!wanted && current && isRemoteEntryType(current->entryType) && remoteMacRecoveryInProgress()) {
     // The control plane may not have sent it again yet.
-    BLIP(trace(), 6, "{}: recovered remote entry kept during hitless recovery", keyText(key));
+    BLIP(trace(), 6, "{}: recovered remote entry kept during hitless recovery", key.stringValue());
     return;
   }
   if (!wanted) {
     if (current) {
-      if (agedInHardware) BLIP(trace(), 6, "Deleting this entry. {}", keyText(key));
+      if (agedInHardware) BLIP(trace(), 6, "Deleting this entry. {}", key.stringValue());
       action = EntryEvaluationAction::remove;
     }
   } else {
@@ -167,7 +167,7 @@ void MacAddrSm::evaluateEntry(const MacVlanPair& key, const MacAddressTableEntry
   }
   if (action == EntryEvaluationAction::addOrModify && !hasVni(*wanted)) {
     // Set aside, not queued: it is looked at again when the VLAN gets one.
-    BLIP(trace(), 3, "ERROR: no mapping for vni of vlan {}: {} waits for one", key.vlanId.value(), keyText(key));
+    BLIP(trace(), 3, "ERROR: no mapping for vni of vlan {}: {} waits for one", key.vlanId.value(), key.stringValue());
     waitForVni(key);
     if (!updateList_.empty()) updateList_.erase(key);
     return;
@@ -242,7 +242,7 @@ void MacAddrSm::handleAddressLearnt(const MacAddressTableEntry& entry) {
 }
 
 void MacAddrSm::handleAddressAged(const MacVlanPair& key) {
-  BLIP(trace(), 6, " address aged - {}", keyText(key));
+  BLIP(trace(), 6, " address aged - {}", key.stringValue());
   auto current = currentEntry(key);
   evaluateEntry(key, nullptr, current && !isStaticEntryType(current->entryType), Vex::now());
 }

@@ -60,14 +60,14 @@ const MacAddrSm::SourceKind MacAddrSm::sourceKinds[] = {
     // Static entries of the configuration.
     {"fdbConfig", [](const MacAddrSm& sm, const MacVlanPair& key) { return sm.in_.bridgingConfig->fdbConfigHas(key); },
      [](const MacAddrSm& sm) { return sm.in_.bridgingConfig->fdbConfig().empty(); },
-     [](const MacAddrSm& sm, const MacVlanPair& key) { return fromRow(sm.in_.bridgingConfig->fdbConfig(key)); },
+     [](const MacAddrSm& sm, const MacVlanPair& key) { return remoteEntryOf(sm.in_.bridgingConfig->fdbConfig(key)); },
      // A static entry a router MAC of the same key takes the place of is
      // set aside, and counted as such.
      [](MacAddrSm& sm, const MacVlanPair& key, RemoteMacAddressTableEntry&, bool& colliding) {
        if (!sm.in_.routerMacTable || !sm.in_.routerMacTable->macEntryHas(key)) return true;
        colliding = true;
        if (sm.collidingStaticEntryWithRouterMacEntry_.insert(key).second) {
-         BLIP(trace(), 3, "collision of static entry {} with router mac entry", keyText(key));
+         BLIP(trace(), 3, "collision of static entry {} with router mac entry", key.stringValue());
        }
        return false;
      }},
@@ -76,7 +76,7 @@ const MacAddrSm::SourceKind MacAddrSm::sourceKinds[] = {
      [](const MacAddrSm& sm, const MacVlanPair& key) { return sm.nonAgingReactor_->notifier()->macEntriesHas(key); },
      [](const MacAddrSm& sm) { return !sm.nonAgingReactor_ || sm.nonAgingReactor_->notifier()->macEntries().empty(); },
      [](const MacAddrSm& sm, const MacVlanPair& key) {
-       return fromRow(sm.nonAgingReactor_->notifier()->macEntries(key));
+       return remoteEntryOf(sm.nonAgingReactor_->notifier()->macEntries(key));
      },
      nullptr},
     // Hosts 802.1X authenticated. The local 802.1X table is keyed by
@@ -84,7 +84,7 @@ const MacAddrSm::SourceKind MacAddrSm::sourceKinds[] = {
     {"fdbConfig",
      [](const MacAddrSm& sm, const MacVlanPair& key) { return sm.dot1xLocalHostTable_->hostHas(key.addr); },
      [](const MacAddrSm& sm) { return !sm.dot1xLocalHostTable_ || sm.dot1xLocalHostTable_->host().empty(); },
-     [](const MacAddrSm& sm, const MacVlanPair& key) { return fromRow(sm.dot1xLocalHostTable_->host(key.addr)); },
+     [](const MacAddrSm& sm, const MacVlanPair& key) { return remoteEntryOf(sm.dot1xLocalHostTable_->host(key.addr)); },
      [](MacAddrSm&, const MacVlanPair& key, RemoteMacAddressTableEntry& candidate, bool&) {
        return candidate.macVlanPair == key;
      }},
@@ -92,7 +92,7 @@ const MacAddrSm::SourceKind MacAddrSm::sourceKinds[] = {
     {"mlagHostTable",
      [](const MacAddrSm& sm, const MacVlanPair& key) { return sm.in_.mlagHostTable->hostEntryHas(key); },
      [](const MacAddrSm& sm) { return !sm.in_.mlagHostTable || sm.in_.mlagHostTable->hostEntry().empty(); },
-     [](const MacAddrSm& sm, const MacVlanPair& key) { return fromRow(sm.in_.mlagHostTable->hostEntry(key)); },
+     [](const MacAddrSm& sm, const MacVlanPair& key) { return remoteEntryOf(sm.in_.mlagHostTable->hostEntry(key)); },
      [](MacAddrSm& sm, const MacVlanPair&, RemoteMacAddressTableEntry& candidate, bool&) {
        if (!sm.peerEntriesAllowed()) return false;
        // The peer's address is reached over the MLAG interface if this
@@ -121,7 +121,7 @@ std::optional<RemoteMacAddressTableEntry> MacAddrSm::configuredEntry(const MacVl
     if (source.empty(*this) || !source.has(*this, key)) continue;
     auto candidate = source.entry(*this, key);
     if (source.admit && !source.admit(*this, key, candidate, colliding)) continue;
-    BLIP(trace(), 8, "candidate from {} {}", source.name, keyText(key));
+    BLIP(trace(), 8, "candidate from {} {}", source.name, key.stringValue());
     const auto* winner = betterEntry(best ? &*best : nullptr, &candidate, in_.swTunnelIdMap.get());
     if (winner == &candidate) best = candidate;
   }

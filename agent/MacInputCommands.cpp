@@ -67,10 +67,6 @@ void removeOrComplain(bool present, const std::string& what, Remove remove) {
   remove();
 }
 
-std::string keyText(const Bridging::MacVlanPair& key) {
-  return fmt::format("{} vlan {}", key.addr.stringValue(), key.vlanId.value());
-}
-
 }  // namespace
 
 void MacFeature::registerMacInputCommands() {
@@ -103,7 +99,7 @@ void MacFeature::registerMacSourceCommands() {
                      const std::string usage = "chip mac-table remove MAC vlan V";
                      expectArgs(args, 3, 3, usage);
                      auto key = rawKeyArgs(args, usage);
-                     removeOrComplain(macTable->macEntryHas(key), "MAC table row for " + keyText(key),
+                     removeOrComplain(macTable->macEntryHas(key), "MAC table row for " + key.stringValue(),
                                       [&] { macTable->macEntryDel(key); });
                    });
 
@@ -124,7 +120,7 @@ void MacFeature::registerMacSourceCommands() {
                      const std::string usage = "no mlag host MAC vlan V";
                      expectArgs(args, 3, 3, usage);
                      auto key = keyArgs(args, 0, usage);
-                     removeOrComplain(mlagHosts->hostEntryHas(key), "MLAG peer host " + keyText(key),
+                     removeOrComplain(mlagHosts->hostEntryHas(key), "MLAG peer host " + key.stringValue(),
                                       [&] { mlagHosts->hostEntryDel(key); });
                    });
 
@@ -173,7 +169,7 @@ void MacFeature::registerMacSourceCommands() {
                      const std::string usage = "no router-mac MAC vlan V";
                      expectArgs(args, 3, 3, usage);
                      auto key = keyArgs(args, 0, usage);
-                     removeOrComplain(routerMacs->macEntryHas(key), "router MAC " + keyText(key),
+                     removeOrComplain(routerMacs->macEntryHas(key), "router MAC " + key.stringValue(),
                                       [&] { routerMacs->macEntryDel(key); });
                    });
 
@@ -225,13 +221,14 @@ void MacFeature::registerMacRemoteCommands() {
         }
         l2RibHosts->hostIs(key, host);
       });
-  shell_.commandIs(
-      "no l2rib host", "MAC vlan V", "the L2 RIB withdraws a host", [l2RibHosts](const Args& args, std::ostream&) {
-        const std::string usage = "no l2rib host MAC vlan V";
-        expectArgs(args, 3, 3, usage);
-        auto key = keyArgs(args, 0, usage);
-        removeOrComplain(l2RibHosts->hostHas(key), "L2 RIB host " + keyText(key), [&] { l2RibHosts->hostDel(key); });
-      });
+  shell_.commandIs("no l2rib host", "MAC vlan V", "the L2 RIB withdraws a host",
+                   [l2RibHosts](const Args& args, std::ostream&) {
+                     const std::string usage = "no l2rib host MAC vlan V";
+                     expectArgs(args, 3, 3, usage);
+                     auto key = keyArgs(args, 0, usage);
+                     removeOrComplain(l2RibHosts->hostHas(key), "L2 RIB host " + key.stringValue(),
+                                      [&] { l2RibHosts->hostDel(key); });
+                   });
   auto dests = hive_->mount<L2Rib::DestOutput>(MacPaths::l2RibDestOutput);
   shell_.commandIs("l2rib dest", "ID VTEP-IP", "an L2 RIB destination: a tunnel endpoint",
                    [dests](const Args& args, std::ostream&) {
@@ -307,7 +304,7 @@ void MacFeature::registerMacRemoteCommands() {
                      const std::string usage = "no evpn mac MAC vlan V";
                      expectArgs(args, 3, 3, usage);
                      auto key = keyArgs(args, 0, usage);
-                     removeOrComplain(remoteHosts->receivedHostHas(key), "EVPN host " + keyText(key),
+                     removeOrComplain(remoteHosts->receivedHostHas(key), "EVPN host " + key.stringValue(),
                                       [&] { remoteHosts->receivedHostDel(key); });
                    });
   shell_.commandIs("mac remote static", "MAC vlan V tunnel-group G [interface INTF]",
@@ -324,7 +321,7 @@ void MacFeature::registerMacRemoteCommands() {
                      const std::string usage = "no mac remote static MAC vlan V";
                      expectArgs(args, 3, 3, usage);
                      auto key = keyArgs(args, 0, usage);
-                     removeOrComplain(remoteHosts->configuredHostHas(key), "static remote host " + keyText(key),
+                     removeOrComplain(remoteHosts->configuredHostHas(key), "static remote host " + key.stringValue(),
                                       [&] { remoteHosts->configuredHostDel(key); });
                    });
   shell_.commandIs("evpn remote-macs-ready", "[on|off]",

@@ -44,20 +44,6 @@ std::string entryText(const OrbTypes::RemoteMacAddressTableEntry& e) {
   return text;
 }
 
-OrbTypes::RemoteMacAddressTableEntry fromRow(const OrbTypes::MacAddressTableEntry& row) {
-  OrbTypes::RemoteMacAddressTableEntry e;
-  e.macVlanPair = row.macVlanPair;
-  e.intf = row.intf;
-  e.entryType = row.entryType;
-  e.moves = row.moves;
-  e.lastMoveTime = row.lastMoveTime;
-  return e;
-}
-
-std::string keyText(const Bridging::MacVlanPair& key) {
-  return fmt::format("{} vlan {}", key.addr.stringValue(), key.vlanId.value());
-}
-
 }  // namespace
 
 void MacFeature::registerMacInputShowCommands() {
@@ -165,20 +151,21 @@ void MacFeature::registerMacInputShowCommands() {
         expectArgs(args, 3, 3, usage);
         auto key = keyArgs(args, 0, usage);
         std::vector<std::pair<std::string, OrbTypes::RemoteMacAddressTableEntry>> rows;
-        if (macTable->macEntryHas(key)) rows.emplace_back("hardware", fromRow(macTable->macEntry(key)));
+        if (macTable->macEntryHas(key)) rows.emplace_back("hardware", remoteEntryOf(macTable->macEntry(key)));
         if (l2RibHosts->hostHas(key)) rows.emplace_back("l2rib", l2RibHosts->host(key));
         if (remoteHosts->receivedHostHas(key)) rows.emplace_back("evpn", remoteHosts->receivedHost(key));
         if (remoteHosts->configuredHostHas(key)) rows.emplace_back("static-remote", remoteHosts->configuredHost(key));
-        if (config->fdbConfigHas(key)) rows.emplace_back("static", fromRow(config->fdbConfig(key)));
-        if (nonAging->macEntriesHas(key)) rows.emplace_back("non-aging", fromRow(nonAging->macEntries(key)));
+        if (config->fdbConfigHas(key)) rows.emplace_back("static", remoteEntryOf(config->fdbConfig(key)));
+        if (nonAging->macEntriesHas(key)) rows.emplace_back("non-aging", remoteEntryOf(nonAging->macEntries(key)));
         if (dot1xHosts->hostHas(key.addr) && dot1xHosts->host(key.addr).macVlanPair == key) {
-          rows.emplace_back("dot1x", fromRow(dot1xHosts->host(key.addr)));
+          rows.emplace_back("dot1x", remoteEntryOf(dot1xHosts->host(key.addr)));
         }
-        if (mlagHosts->hostEntryHas(key)) rows.emplace_back("mlag-peer", fromRow(mlagHosts->hostEntry(key)));
-        if (routerMacs->macEntryHas(key)) rows.emplace_back("router-mac", fromRow(routerMacs->macEntry(key)));
+        if (mlagHosts->hostEntryHas(key)) rows.emplace_back("mlag-peer", remoteEntryOf(mlagHosts->hostEntry(key)));
+        if (routerMacs->macEntryHas(key)) rows.emplace_back("router-mac", remoteEntryOf(routerMacs->macEntry(key)));
         if (status->remoteStatusTableHas(key)) rows.emplace_back("programmed", status->remoteStatusTable(key));
         if (const auto* host = status->learnedHost(key)) {
-          rows.emplace_back("programmed", fromRow({key, host->intf, host->entryType, host->moves, host->lastMoveTime}));
+          rows.emplace_back("programmed", OrbTypes::remoteEntryOf(
+                                              {key, host->intf, host->entryType, host->moves, host->lastMoveTime}));
         }
         auto change = macAddrSm_->queuedChange(key);
         if (change) rows.emplace_back(std::string("queued-") + actionName(change->action), change->entry());
@@ -216,7 +203,7 @@ void MacFeature::registerMacInputShowCommands() {
           });
           return;
         }
-        out << keyText(key) << "\n";
+        out << key.stringValue() << "\n";
         for (const auto& [source, entry] : rows) out << fmt::format("  {:<16} {}\n", source, entryText(entry));
         if (chipEntry) {
           out << fmt::format("  {:<16} {} {}{}\n", "chip", chipEntry->intf.stringValue(),

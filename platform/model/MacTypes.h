@@ -67,6 +67,18 @@ VEX_VALUE(RemoteMacAddressTableEntry, "OrbTypes::RemoteMacAddressTableEntry",
           (macVlanPair, intf, entryType, swTunnelGroupId, moves, lastMoveTime, preference, isMplsNextHop, l2RibObjTuple,
            hasL2RibObjTuple))
 
+// A MAC table row as a candidate entry: no tunnel group, preference or L2
+// RIB object.
+inline RemoteMacAddressTableEntry remoteEntryOf(const MacAddressTableEntry& row) {
+  RemoteMacAddressTableEntry entry;
+  entry.macVlanPair = row.macVlanPair;
+  entry.intf = row.intf;
+  entry.entryType = row.entryType;
+  entry.moves = row.moves;
+  entry.lastMoveTime = row.lastMoveTime;
+  return entry;
+}
+
 // What the hardware table answered to an add: 0 success, 1 the chip is busy
 // (retry), 2 the table is full; anything else is a failure.
 enum TableAddStatus : std::uint32_t { tableAddSuccess = 0, tableAddBusy = 1, tableAddFull = 2 };

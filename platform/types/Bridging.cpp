@@ -1,5 +1,7 @@
 #include "platform/types/Bridging.h"
 
+#include <fmt/format.h>
+
 #include <limits>
 
 namespace Bridging {
@@ -13,6 +15,8 @@ VlanIdOrNone::VlanIdOrNone(std::uint32_t value) {
   if (value > 4094) throw Vex::RangeError("VlanIdOrNone::value > 4094 not allowed");
   value_ = static_cast<std::uint16_t>(value);
 }
+
+std::string MacVlanPair::stringValue() const { return fmt::format("{} vlan {}", addr.stringValue(), vlanId.value()); }
 
 Fid Fid::fromVexRep(std::uint32_t value) {
   if (value > std::numeric_limits<std::uint16_t>::max()) throw Vex::RangeError("Fid::value > 65535 not allowed");

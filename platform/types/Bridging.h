@@ -8,6 +8,7 @@
 #include <boost/describe/enum.hpp>
 
 #include <cstdint>
+#include <string>
 
 namespace Bridging {
 
@@ -74,6 +75,8 @@ inline std::size_t hash_value(Fid f) { return boost::hash<std::uint16_t>()(f.val
 struct MacVlanPair {
   Nexo::EthAddr addr;
   VlanId vlanId;
+  // "00:11:22:33:44:55 vlan 10", as traces and errors name a MAC entry.
+  std::string stringValue() const;
   auto operator<=>(const MacVlanPair&) const = default;
 };
 VEX_VALUE(MacVlanPair, "Bridging::MacVlanPair", (addr, vlanId))
