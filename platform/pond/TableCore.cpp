@@ -345,9 +345,11 @@ inline void TableCore::noteWrite() {
 
 // ---- slots
 
-bool TableCore::readSlot(std::uint64_t index, std::uint32_t& state) const {
+bool TableCore::readSlot(std::uint64_t index, std::uint32_t& state, bool keyOnly) const {
   unsigned char* s = slot(index);
-  const std::size_t padded = roundUp8(rowSize_);
+  // The bytes copied, in whole words: the row, or the words holding its key.
+  const std::size_t from = keyOnly ? keyOffset_ & ~std::size_t(7) : 0;
+  const std::size_t to = keyOnly ? roundUp8(keyOffset_ + keySize_) : roundUp8(rowSize_);
   for (std::uint64_t spin = 0; spin < maxSpins; ++spin) {
     std::uint32_t before = load<std::uint32_t>(s);
     if (before & 1) {
@@ -355,7 +357,11 @@ bool TableCore::readSlot(std::uint64_t index, std::uint32_t& state) const {
       continue;
     }
     state = load<std::uint32_t>(s + 4, std::memory_order_relaxed);
-    copyOut(scratch_.data(), s + sizeof(SlotHead), padded);
+    // An empty or deleted slot's bytes mean nothing: only its state is read.
+    if (state == slotUsed) {
+      auto* scratch = reinterpret_cast<unsigned char*>(scratch_.data());
+      copyOut(scratch + from, s + sizeof(SlotHead) + from, to - from);
+    }
     std::atomic_thread_fence(std::memory_order_acquire);
     if (load<std::uint32_t>(s, std::memory_order_relaxed) != before) {
       relax(spin);
@@ -493,15 +499,20 @@ bool TableCore::read(const void* key, void* rowOut) const {
   if (status_ != MountStatus::mounted) return false;
   const std::uint64_t mask = slotCount_ - 1;
   std::uint64_t index = home(key);
+  auto* row = reinterpret_cast<const unsigned char*>(scratch_.data());
   for (std::uint64_t probe = 0; probe < slotCount_; ++probe, index = (index + 1) & mask) {
+    // Probing compares keys only; the row is copied once its key matched,
+    // and its key checked again (the slot may have changed hands between).
     std::uint32_t state = 0;
-    if (!readSlot(index, state)) return false;
+    if (!readSlot(index, state, true)) return false;
     if (state == slotEmpty) return false;
-    auto* row = reinterpret_cast<const unsigned char*>(scratch_.data());
+    if (state != slotUsed || std::memcmp(row + keyOffset_, key, keySize_) != 0) continue;
+    if (!readSlot(index, state)) return false;
     if (state == slotUsed && std::memcmp(row + keyOffset_, key, keySize_) == 0) {
       std::memcpy(rowOut, row, rowSize_);
       return true;
     }
+    if (state == slotEmpty) return false;
   }
   return false;
 }

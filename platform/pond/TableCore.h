@@ -126,9 +126,10 @@ class TableCore {
   bool checkHeader(std::string& problem) const;
   unsigned char* slot(std::uint64_t index) const;
   std::uint64_t home(const void* key) const;
-  // Consistent copy of a slot's state and row (into scratch_); false
-  // (reported) when the slot is corrupt or stays mid-write.
-  bool readSlot(std::uint64_t index, std::uint32_t& state) const;
+  // Consistent copy of a slot's state and row (into scratch_; with
+  // `keyOnly`, only the words that hold the key); false (reported) when the
+  // slot is corrupt or stays mid-write.
+  bool readSlot(std::uint64_t index, std::uint32_t& state, bool keyOnly = false) const;
   void writeSlot(std::uint64_t index, std::uint32_t state, const void* row);
   std::uint32_t writerState(std::uint64_t index) const;
   const unsigned char* writerKey(std::uint64_t index) const;

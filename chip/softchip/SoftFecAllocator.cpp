@@ -1,0 +1,210 @@
+#include "chip/softchip/SoftFecAllocator.h"
+
+#include <fmt/format.h>
+
+namespace SoftChip {
+
+using Orb::AdjacencyState;
+using Pond::Fib::FecId;
+
+std::string softKeyText(const SoftFecGrantKey& key) {
+  return fmt::format("{} {}", Vex::valueToStrep(key.source), key.fec);
+}
+
+void SoftFecGrantTable::dumpEntry(JsonWriter& writer, const HwFecGrant& grant) const {
+  writer.StartObject();
+  writer.Key("hwFecId");
+  writer.Uint64(grant.hwFecId);
+  writer.Key("adjState");
+  writer.String(Vex::valueToStrep(grant.adjState).c_str());
+  if (!grant.l2Intf.empty()) {
+    writer.Key("l2Intf");
+    writer.String(grant.l2Intf.stringValue().c_str());
+  }
+  writer.EndObject();
+}
+
+// One source's tables: its requests as read here, its answers as written here.
+struct SoftFecAllocator::Source {
+  Orb::FecRequestSource source;
+  Vex::Ptr<Orb::FecIdToHwFecIdRequest> requests;
+  Vex::Ptr<Orb::FecIdToHwFecIdResponse> responses;
+  std::unique_ptr<Reactor> reactor;
+};
+
+class SoftFecAllocator::Reactor : public Orb::FecIdToHwFecIdRequest::Notifiee {
+ public:
+  Reactor(SoftFecAllocator& allocator, Source& source)
+      : Notifiee(source.requests), allocator_(allocator), source_(source) {}
+  // A FEC's row changing changes what its answer says; the request row
+  // decides whether there is one.
+  void handleFec(const FecId& fec) override { allocator_.review(source_, fec); }
+  void handleFec6(const FecId& fec) override { allocator_.review(source_, fec); }
+  void handleHwFecIdRequest(const FecId& fec) override { allocator_.review(source_, fec); }
+  // Once mounted, the reader hears of changes from then on: the requests
+  // there already are reviewed here.
+  void handleHwFecIdRequestMountStatus() override {
+    if (source_.requests->hwFecIdRequestMountStatus() != Pond::MountStatus::mounted) return;
+    std::vector<FecId> present;
+    source_.requests->hwFecIdRequestTable().forEach(
+        [&](const Orb::HwFecIdRequest& request) { present.push_back(request.key); });
+    for (const auto& fec : present) allocator_.review(source_, fec);
+  }
+
+ private:
+  SoftFecAllocator& allocator_;
+  Source& source_;
+};
+
+namespace {
+
+Pond::TableControl readerControl(const std::string& prefix, const char* name) {
+  Pond::TableControl control;
+  control.prefix = prefix;
+  control.name = name;
+  control.role = Pond::TableControl::Role::reader;
+  return control;
+}
+
+Pond::TableControl writerControl(const std::string& prefix, const char* name, std::size_t capacity) {
+  Pond::TableControl control = readerControl(prefix, name);
+  control.role = Pond::TableControl::Role::writer;
+  control.capacity = capacity;
+  control.logCapacity = capacity;
+  return control;
+}
+
+// What a FEC row says about its adjacency and its layer-2 interface.
+template <class FecRow>
+void describe(const FecRow& fec, HwFecGrant& grant) {
+  grant.adjState = fec.viaCount == 0 ? AdjacencyState::adjStateDrop : AdjacencyState::adjStateForwardingPrimaryVias;
+  grant.l2Intf = Nexo::IntfId();
+  std::uint32_t port = fec.viaCount ? fec.via[0].intfNumber : 0;
+  for (std::uint32_t i = 1; i < fec.viaCount && i < Pond::Fib::maxVias; ++i) {
+    if (fec.via[i].intfNumber != port) port = 0;
+  }
+  if (port) grant.l2Intf = Nexo::IntfId(fmt::format("Ethernet{}", port));
+}
+
+}  // namespace
+
+SoftFecAllocator::SoftFecAllocator(const Vex::Ptr<SoftChip>& chip, std::string pondBase, std::size_t responseCapacity)
+    : chip_(chip), pondBase_(std::move(pondBase)), responseCapacity_(responseCapacity), grants_(*chip) {
+  retryClock_ = Vex::clockFactory([this] { retryWaiting(); });
+}
+
+SoftFecAllocator::~SoftFecAllocator() {
+  // Reactors go before the entities they watch.
+  for (auto& [_, source] : sources_) source->reactor.reset();
+}
+
+void SoftFecAllocator::serve(Orb::FecRequestSource which) {
+  if (serves(which)) return;
+  auto source = std::make_unique<Source>();
+  source->source = which;
+  std::string name = Vex::valueToStrep(which);
+  source->responses = Orb::fecIdToHwFecIdResponseFactory(name);
+  // A change log as long as the table: a requester reading a burst of
+  // answers late never has to rescan them all.
+  std::string responsePrefix = Orb::fecRequestPrefix(pondBase_, which, true);
+  source->responses->hwFecIdControlIs(writerControl(responsePrefix, "hwFecId", responseCapacity_));
+  source->responses->l2IntfIdControlIs(writerControl(responsePrefix, "l2IntfId", responseCapacity_));
+  source->requests = Orb::fecIdToHwFecIdRequestFactory(name);
+  Source& held = *source;
+  sources_.emplace(which, std::move(source));
+  held.reactor = std::make_unique<Reactor>(*this, held);
+  // Only the tables read here: a reader of the others would wait for them.
+  std::string prefix = Orb::fecRequestPrefix(pondBase_, which, false);
+  held.requests->fecControlIs(readerControl(prefix, "fec"));
+  held.requests->fec6ControlIs(readerControl(prefix, "fec6"));
+  held.requests->hwFecIdRequestControlIs(readerControl(prefix, "hwFecIdRequest"));
+}
+
+void SoftFecAllocator::review(Source& source, FecId fec, bool retry) {
+  auto request = source.requests->hwFecIdRequestFind(fec);
+  if (!request) {
+    withdraw(source, fec);
+    return;
+  }
+  SoftFecGrantKey key{source.source, fec.value()};
+  if (auto refused = refused_.find(key); refused != refused_.end()) {
+    bool again = refused->second.request != *request || (retry && refused->second.fault != Fault::failed);
+    if (!again) return;
+    refused_.erase(refused);
+  }
+  if (request->isSwOnlyFec()) {
+    withdraw(source, fec);
+    answer(source, *request, HwFecGrant{});
+    return;
+  }
+  Fault refusal = Fault::none;
+  HwFecGrant* grant = grantFor(key, refusal);
+  if (!grant) {
+    refused_[key] = Refusal{*request, refusal};
+    if (refusal == Fault::busy) {
+      if (retryClock_->timeMin() == Vex::never) retryClock_->timeMinIs(Vex::now() + busyRetry);
+      return;
+    }
+    answer(source, *request, HwFecGrant{0, AdjacencyState::adjStateUnprogrammed, {}});
+    return;
+  }
+  if (auto row = source.requests->fecFind(fec))
+    describe(*row, *grant);
+  else if (auto row6 = source.requests->fec6Find(fec))
+    describe(*row6, *grant);
+  else
+    *grant = HwFecGrant{grant->hwFecId, AdjacencyState::adjStateUnknown, {}};
+  answer(source, *request, *grant);
+}
+
+HwFecGrant* SoftFecAllocator::grantFor(const SoftFecGrantKey& key, Fault& refusal) {
+  if (auto* held = grants_.find(key)) return held;
+  refusal = grants_.admit(true);
+  if (refusal != Fault::none) return nullptr;
+  std::uint64_t id;
+  if (freedIds_.empty()) {
+    id = nextId_++;
+  } else {
+    id = *freedIds_.begin();
+    freedIds_.erase(freedIds_.begin());
+  }
+  return &grants_.entries.emplace(key, HwFecGrant{id, AdjacencyState::adjStateUnknown, {}}).first->second;
+}
+
+void SoftFecAllocator::withdraw(Source& source, FecId fec) {
+  SoftFecGrantKey key{source.source, fec.value()};
+  refused_.erase(key);
+  if (auto it = grants_.entries.find(key); it != grants_.entries.end()) {
+    freedIds_.insert(it->second.hwFecId);
+    grants_.entries.erase(it);
+    // A freed hardware FEC is room for a request the table was full for.
+    if (waiting()) retryClock_->timeMinIs(Vex::now());
+  }
+  source.responses->hwFecIdDel(fec);
+  source.responses->l2IntfIdDel(fec);
+}
+
+void SoftFecAllocator::answer(Source& source, const Orb::HwFecIdRequest& request, const HwFecGrant& grant) {
+  AdjacencyState adjState = request.requestAdjState || grant.adjState == AdjacencyState::adjStateUnprogrammed
+                                ? grant.adjState
+                                : AdjacencyState::adjStateUnknown;
+  source.responses->hwFecIdIs(Orb::FecToHwFecId{request.key, Orb::HwFecId(grant.hwFecId), adjState, request.requestId});
+  if (grant.l2Intf.empty())
+    source.responses->l2IntfIdDel(request.key);
+  else
+    source.responses->l2IntfIdIs(Orb::FecToL2IntfId{request.key, grant.l2Intf});
+  ++answers_;
+}
+
+void SoftFecAllocator::retryWaiting() {
+  std::vector<SoftFecGrantKey> waiting;
+  for (const auto& [key, refusal] : refused_) {
+    if (refusal.fault != Fault::failed) waiting.push_back(key);
+  }
+  for (const auto& key : waiting) {
+    auto source = sources_.find(key.source);
+    if (source != sources_.end()) review(*source->second, FecId(key.fec), true);
+  }
+}
+
+}  // namespace SoftChip
