@@ -48,6 +48,7 @@ Agent::Agent(const Options& options) {
   stormControl_ = add<StormControlFeature>();
   subIntf_ = add<SubIntfFeature>();
   mirror_ = add<MirrorFeature>();
+  fecRequests_ = add<FecRequestFeature>();
   for (auto& feature : features_) feature->registerCommands();
 }
 

@@ -7,6 +7,7 @@
 #include "agent/AclFeature.h"
 #include "agent/CommandShell.h"
 #include "agent/CoreFeature.h"
+#include "agent/FecRequestFeature.h"
 #include "agent/Feature.h"
 #include "agent/L3Feature.h"
 #include "agent/LagFeature.h"
@@ -49,6 +50,7 @@ class Agent {
   StormControlFeature& stormControl() { return *stormControl_; }
   SubIntfFeature& subIntf() { return *subIntf_; }
   MirrorFeature& mirror() { return *mirror_; }
+  FecRequestFeature& fecRequests() { return *fecRequests_; }
 
   // Runs one command line, then lets the loop do what became due.
   void execute(const std::string& line, std::ostream& out);
@@ -91,6 +93,7 @@ class Agent {
   StormControlFeature* stormControl_ = nullptr;
   SubIntfFeature* subIntf_ = nullptr;
   MirrorFeature* mirror_ = nullptr;
+  FecRequestFeature* fecRequests_ = nullptr;
 };
 
 }  // namespace Agent

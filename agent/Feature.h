@@ -25,6 +25,12 @@ struct Options {
   unsigned ports = 48;
   // Where the learned MAC table is kept across restarts; empty for nowhere.
   std::string macStorePath;
+  // Names of this agent's shared-memory tables begin with this; empty for
+  // one of this process's own ("orb-PID-").
+  std::string pondPrefix;
+  // Hardware FEC id requests are answered by `orb-agent fecd` in another
+  // process rather than by this agent's soft chip.
+  bool externalFecAllocator = false;
 };
 
 // State-database paths more than one feature names.

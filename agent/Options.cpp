@@ -11,6 +11,10 @@ void addCommonOptions(CLI::App& app, CommandLine& options) {
       ->check(CLI::Range(1, 1024));
   app.add_option("--mac-store", options.agent.macStorePath,
                  "keep the learned MAC table in this file: restored at start, saved on a clean shutdown");
+  app.add_option("--pond-prefix", options.agent.pondPrefix,
+                 "begin the names of the shared-memory tables with this (default: orb-PID-)");
+  app.add_flag("--external-fecd", options.agent.externalFecAllocator,
+               "leave hardware FEC id requests to an `orb-agent fecd` with the same --pond-prefix");
 }
 
 void applyCommonOptions(Agent& agent, const CommandLine& options) {

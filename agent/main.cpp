@@ -4,6 +4,10 @@
 //                             until end of input or a signal
 //   orb-agent shell           interactive shell (simulated time)
 //   orb-agent run FILE        runs a scenario file (simulated time)
+//   orb-agent fecd            the soft chip's hardware FEC allocator alone:
+//                             answers the FEC requests of agents started
+//                             with --external-fecd and the same
+//                             --pond-prefix, until a signal
 //
 // With --mac-store PATH the learned MAC table is restored from PATH at start
 // and saved there when the agent ends cleanly.
@@ -11,6 +15,9 @@
 #include "agent/Options.h"
 #include "platform/vex/FdWatch.h"
 #include "platform/vex/Memory.h"
+
+#include <boost/describe/enumerators.hpp>
+#include <boost/mp11/algorithm.hpp>
 
 #include <CLI/CLI.hpp>
 
@@ -64,6 +71,24 @@ int runDaemon(Agent::Agent& agent) {
   return 0;
 }
 
+// The allocator alone on real time, serving every source, until SIGINT or
+// SIGTERM. The signal is seen within the loop's capped wait.
+int runFecAllocator(const std::string& pondPrefix, std::size_t capacity) {
+  std::signal(SIGINT, requestStop);
+  std::signal(SIGTERM, requestStop);
+  Vex::EventLoop loop{std::make_unique<Vex::MonotonicTimeSource>()};
+  loop.makeCurrent();
+  auto chip = SoftChip::softChipFactory();
+  auto allocator = Vex::make<SoftChip::SoftFecAllocator>(chip, pondPrefix, capacity);
+  boost::mp11::mp_for_each<boost::describe::describe_enumerators<Orb::FecRequestSource>>(
+      [&](auto e) { allocator->serve(e.value); });
+  std::cout << "orb-agent fecd: answering hardware FEC requests under '" << pondPrefix << "'" << std::endl;
+  while (!stopRequested) loop.runOnce(0.2);
+  std::cout << "orb-agent fecd: " << allocator->answers() << " answers, " << allocator->grants().size()
+            << " hardware FECs held" << std::endl;
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -76,11 +101,19 @@ int main(int argc, char** argv) {
   auto* run = app.add_subcommand("run", "run a scenario file");
   std::string scenario;
   run->add_option("FILE", scenario, "scenario file: one command a line, # comments")->required();
+  auto* fecd = app.add_subcommand("fecd", "the soft chip's hardware FEC allocator alone, until a signal");
+  std::size_t fecdCapacity = 65536;
+  fecd->add_option("--answers", fecdCapacity, "answers each source's response table holds")
+      ->check(CLI::Range(1, 1 << 24));
   app.require_subcommand(0, 1);
   CLI11_PARSE(app, argc, argv);
   Vex::keepFreedMemory();
 
   try {
+    if (fecd->parsed()) {
+      if (options.agent.pondPrefix.empty()) throw std::invalid_argument("fecd needs the agents' --pond-prefix");
+      return runFecAllocator(options.agent.pondPrefix, fecdCapacity);
+    }
     if (shell->parsed() || run->parsed())
       options.agent.realTime = options.realTime;
     else
