@@ -1,6 +1,8 @@
 #include "Orb/OrbFecRequest.h"
 
 #include "Orb/OrbAssert.h"
+#include "Orb/OrbTrace.h"
+#include "platform/blip/Blip.h"
 
 namespace Orb {
 
@@ -14,6 +16,11 @@ Pond::TableControl tableControl(const std::string& prefix, const char* name, Pon
   control.role = role;
   control.capacity = capacity;
   return control;
+}
+
+Blip::Handle& trace() {
+  static Blip::Handle& handle = orbTraceHandle("OrbFecRequest");
+  return handle;
 }
 
 }  // namespace
@@ -66,6 +73,40 @@ void withdrawFecRequest(FecIdToHwFecIdRequest& requests, Pond::Fib::FecId fecId)
 void withdrawFecRequest6(FecIdToHwFecIdRequest& requests, Pond::Fib::FecId fecId) {
   requests.hwFecIdRequestDel(fecId);
   requests.fec6Del(fecId);
+}
+
+PwEncapFecRequester::PwEncapFecRequester(Vex::Ptr<FecIdToHwFecIdRequest> requests,
+                                         Vex::Ptr<FecIdToHwFecIdResponse> responses)
+    : requests_(std::move(requests)), responses_(std::move(responses)) {}
+
+bool PwEncapFecRequester::addRequest(PwAdjGroupId pwAdjGroupId, EncapFecId encapFecId, Pond::Fib::Fec fec,
+                                     double requestId) {
+  BLIP(trace(), 5, " add FecId request pwAdjGroupId: {} encapFecId: {}", pwAdjGroupId.value(),
+       encapFecId.fecId().value());
+  if (encapFecId.adjIndex() != pwAdjGroupId.value()) orbAssert("encapFecId.adjIndex() == pwAdjGroupId.value()");
+  Pond::Fib::FecId fecId = encapFecId.fecId();
+  if (localPortToHwFecIdRequest()->hwFecIdRequest(fecId) != Orb::HwFecIdRequest())
+    orbAssert("localPortToHwFecIdRequest()->hwFecIdRequest( fecId ) == Orb::HwFecIdRequest()");
+  fec.key = fecId;
+  HwFecIdRequest request;
+  request.key = fecId;
+  request.requestAdjState = true;
+  request.requestId = requestId;
+  return addFecRequest(*requests_, fec, request);
+}
+
+void PwEncapFecRequester::deleteRequest(PwAdjGroupId pwAdjGroupId, EncapFecId encapFecId) {
+  BLIP(trace(), 5, " delete FecId request pwAdjGroupId: {} encapFecId: {}", pwAdjGroupId.value(),
+       encapFecId.fecId().value());
+  if (encapFecId.adjIndex() != pwAdjGroupId.value()) orbAssert("encapFecId.adjIndex() == pwAdjGroupId.value()");
+  hwFecId(encapFecId);  // asserts that there is a request to withdraw
+  withdrawFecRequest(*requests_, encapFecId.fecId());
+}
+
+HwFecId PwEncapFecRequester::hwFecId(EncapFecId requestedFecId) const {
+  if (localPortToHwFecIdRequest()->hwFecIdRequest(requestedFecId.fecId()) == Orb::HwFecIdRequest())
+    orbAssert("localPortToHwFecIdRequest()->hwFecIdRequest( requestedFecId ) != Orb::HwFecIdRequest()");
+  return responses_ ? responses_->hwFecId(requestedFecId.fecId()).hwId.get() : HwFecId();
 }
 
 template <class Family>

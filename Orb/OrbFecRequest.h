@@ -288,6 +288,59 @@ bool addFecRequest(FecIdToHwFecIdRequest& requests, const FecRow& fec, const HwF
 void withdrawFecRequest(FecIdToHwFecIdRequest& requests, Pond::Fib::FecId fecId);
 void withdrawFecRequest6(FecIdToHwFecIdRequest& requests, Pond::Fib::FecId fecId);
 
+// ---- the pseudowire encapsulation requester
+
+// A pseudowire adjacency group: the pseudowires that share one
+// encapsulation.
+class PwAdjGroupId {
+ public:
+  constexpr PwAdjGroupId() = default;
+  constexpr explicit PwAdjGroupId(std::uint32_t value) : value_(value) {}
+  constexpr std::uint32_t value() const { return value_; }
+  auto operator<=>(const PwAdjGroupId&) const = default;
+
+ private:
+  std::uint32_t value_ = 0;
+};
+
+// The FEC a group's encapsulation is requested under: FEC ids with the
+// pseudowire kind in their high bits, the group in their adjacency index.
+class EncapFecId {
+ public:
+  static constexpr std::uint64_t kindBit = std::uint64_t(1) << 40;
+  constexpr explicit EncapFecId(Pond::Fib::FecId fecId) : fecId_(fecId) {}
+  static constexpr EncapFecId forGroup(PwAdjGroupId group) {
+    return EncapFecId(Pond::Fib::FecId(kindBit | group.value()));
+  }
+  constexpr Pond::Fib::FecId fecId() const { return fecId_; }
+  constexpr std::uint32_t adjIndex() const { return static_cast<std::uint32_t>(fecId_.value()); }
+
+ private:
+  Pond::Fib::FecId fecId_;
+};
+
+// Publishes the encapsulation FEC of each pseudowire adjacency group in the
+// local pseudowires' request tables (source fecRequestPwLocal), and reads
+// the hardware FEC the chip layer answered.
+class PwEncapFecRequester {
+ public:
+  PwEncapFecRequester(Vex::Ptr<FecIdToHwFecIdRequest> requests, Vex::Ptr<FecIdToHwFecIdResponse> responses);
+
+  const Vex::Ptr<FecIdToHwFecIdRequest>& localPortToHwFecIdRequest() const { return requests_; }
+  // Adds the group's request: its FEC (whose key is the encapsulation FEC)
+  // first. The group may not have one yet. False when the tables are full.
+  bool addRequest(PwAdjGroupId pwAdjGroupId, EncapFecId encapFecId, Pond::Fib::Fec fec, double requestId);
+  // Withdraws it; the group must have one.
+  void deleteRequest(PwAdjGroupId pwAdjGroupId, EncapFecId encapFecId);
+  // The hardware FEC answered for the group's request (0 while none); the
+  // group must have a request.
+  HwFecId hwFecId(EncapFecId requestedFecId) const;
+
+ private:
+  Vex::Ptr<FecIdToHwFecIdRequest> requests_;
+  Vex::Ptr<FecIdToHwFecIdResponse> responses_;
+};
+
 // ---- reading a requested FEC back
 
 enum class FecType : std::uint8_t { fecTypeNone, fecTypeIpv4, fecTypeIpv6 };

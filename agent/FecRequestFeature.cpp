@@ -128,6 +128,75 @@ Orb::FecIdToHwFecIdRequest& FecRequestFeature::requester(FecRequestSource source
   return *requests;
 }
 
+Orb::PwEncapFecRequester& FecRequestFeature::pwRequester() {
+  if (!pwRequester_) {
+    auto source = FecRequestSource::fecRequestPwLocal;
+    requester(source);
+    pwRequester_ =
+        std::make_unique<Orb::PwEncapFecRequester>(all_->requestCollection(source), all_->responseCollection(source));
+  }
+  return *pwRequester_;
+}
+
+void FecRequestFeature::pwGroupIs(const Args& args) {
+  const std::string usage = "pseudowire adjacency-group G via ADDR PORT [via ADDR PORT]...";
+  if (args.size() < 4 || (args.size() - 1) % 3 != 0) throw CommandError("usage: " + usage);
+  Orb::PwAdjGroupId group(static_cast<std::uint32_t>(parseInteger(args[0], 1, 0xffffffffL)));
+  std::vector<std::array<std::string, 3>> vias;
+  for (std::size_t i = 1; i < args.size(); i += 3) {
+    if (args[i] != "via") throw CommandError("usage: " + usage);
+    if (args[i + 1].find(':') != std::string::npos)
+      throw CommandError("a pseudowire's encapsulation goes over IPv4 next hops, not " + args[i + 1]);
+    vias.push_back({args[i + 1], args[i + 2], "1"});
+  }
+  auto encap = Orb::EncapFecId::forGroup(group);
+  auto fec = fecRow<Pond::Fib::Fec>(encap.fecId(), vias);
+  auto& requester = pwRequester();
+  // A group's encapsulation changed is withdrawn and requested again.
+  if (pwGroups_.contains(group)) requester.deleteRequest(group, encap);
+  pwGroups_.erase(group);
+  if (!requester.addRequest(group, encap, fec, ++lastRequestId_))
+    throw CommandError("the request tables of pw-local are full");
+  pwGroups_.emplace(group, encap);
+}
+
+void FecRequestFeature::pwGroupDel(const Args& args) {
+  expectArgs(args, 1, 1, "no pseudowire adjacency-group G");
+  Orb::PwAdjGroupId group(static_cast<std::uint32_t>(parseInteger(args[0], 1, 0xffffffffL)));
+  auto it = pwGroups_.find(group);
+  if (it == pwGroups_.end()) throw CommandError("no pseudowire adjacency-group " + args[0]);
+  pwRequester().deleteRequest(group, it->second);
+  pwGroups_.erase(it);
+}
+
+void FecRequestFeature::showPwGroups(Args args, std::ostream& out) const {
+  bool json = takeJsonFlag(args);
+  expectArgs(args, 0, 0, "show pseudowire adjacency-groups [json]");
+  if (json) {
+    printJson(out, [&](JsonWriter& w) {
+      w.StartArray();
+      for (const auto& [group, encap] : pwGroups_) {
+        w.StartObject();
+        w.Key("group");
+        w.Uint(group.value());
+        w.Key("encapFecId");
+        w.Uint64(encap.fecId().value());
+        w.Key("hwFecId");
+        w.Uint64(pwRequester_->hwFecId(encap).value());
+        w.EndObject();
+      }
+      w.EndArray();
+    });
+    return;
+  }
+  out << fmt::format("{:>8} {:>16} {:>8}\n", "group", "encap fec", "hw fec");
+  for (const auto& [group, encap] : pwGroups_) {
+    auto hw = pwRequester_->hwFecId(encap).value();
+    out << fmt::format("{:>8} {:>16} {:>8}\n", group.value(), encap.fecId().value(),
+                       hw ? std::to_string(hw) : "waiting");
+  }
+}
+
 void FecRequestFeature::requestIs(const Args& args) {
   const std::string usage = "fec-request SOURCE ID [via ADDR PORT [weight W]]... [sw-only] [adj-state]";
   if (args.size() < 2) throw CommandError("usage: " + usage);
@@ -306,6 +375,14 @@ void FecRequestFeature::registerCommands() {
   shell_.commandIs("show fec-requests", "[SOURCE] [json]",
                    "requests by source with their answers: hardware FEC, adjacency state, layer-2 port",
                    [this](const Args& args, std::ostream& out) { show(args, out); });
+  shell_.commandIs("pseudowire adjacency-group", "G via ADDR PORT [via ADDR PORT]...",
+                   "the encapsulation FEC of a pseudowire adjacency group, as the pseudowire agent requests it",
+                   [this](const Args& args, std::ostream&) { pwGroupIs(args); });
+  shell_.commandIs("no pseudowire adjacency-group", "G", "withdraw a pseudowire adjacency group's encapsulation FEC",
+                   [this](const Args& args, std::ostream&) { pwGroupDel(args); });
+  shell_.commandIs("show pseudowire adjacency-groups", "[json]",
+                   "pseudowire adjacency groups with their encapsulation FEC and its hardware FEC",
+                   [this](const Args& args, std::ostream& out) { showPwGroups(args, out); });
   shell_.commandIs("chip fec-request", "capacity N | busy|full|fail next N",
                    "size the chip's hardware FEC allocations, or plan its next answers",
                    [this](const Args& args, std::ostream&) {

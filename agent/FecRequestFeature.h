@@ -1,6 +1,7 @@
 // Hardware FEC id requests: the agent as a requester (what a pseudowire,
 // MPLS or EVPN agent would publish in shared memory: a FEC and a request row
-// per FEC, per source) and, unless it is left to `orb-agent fecd` in another
+// per FEC, per source; and the pseudowire agent's encapsulation FEC per
+// pseudowire adjacency group) and, unless it is left to `orb-agent fecd` in another
 // process, the soft chip's allocator that answers them. Commands add and
 // withdraw requests, show them with their answers, wait for an allocator in
 // another process, and size or fault the chip's allocations.
@@ -11,6 +12,7 @@
 #include "chip/softchip/SoftFecAllocator.h"
 
 #include <map>
+#include <memory>
 #include <string>
 
 namespace Agent {
@@ -33,11 +35,17 @@ class FecRequestFeature : public Feature {
   void requestIs(const Args& args);
   void requestDel(const Args& args);
   void waitForAnswers(const Args& args);
+  void pwGroupIs(const Args& args);
+  void pwGroupDel(const Args& args);
+  void showPwGroups(Args args, std::ostream& out) const;
+  Orb::PwEncapFecRequester& pwRequester();
   void show(Args args, std::ostream& out) const;
 
   std::string prefix_;
   Vex::Ptr<Orb::AllFecIdToHwFecIdRequestResponse> all_;
   Vex::Ptr<SoftChip::SoftFecAllocator> allocator_;
+  std::unique_ptr<Orb::PwEncapFecRequester> pwRequester_;
+  std::map<Orb::PwAdjGroupId, Orb::EncapFecId> pwGroups_;
   double lastRequestId_ = 0;
 };
 

@@ -17,7 +17,10 @@ class FecRequestCommandsTest : public ::testing::Test {
  protected:
   Agent::Agent agent{Agent::Options{}};
   void SetUp() override { run(agent, "fec-request mpls 10 via 10.0.0.2 Ethernet3 adj-state"); }
-  std::string state() { return run(agent, "show fec-requests json") + agent.chip().json(); }
+  std::string state() {
+    return run(agent, "show fec-requests json") + run(agent, "show pseudowire adjacency-groups json") +
+           agent.chip().json();
+  }
 };
 
 TEST_F(FecRequestCommandsTest, BadInputIsRefusedAndChangesNothing) {
@@ -40,6 +43,12 @@ TEST_F(FecRequestCommandsTest, BadInputIsRefusedAndChangesNothing) {
       {"show fec-requests bogus", "not a FEC request source"},
       {"fec-request wait soon", "seconds"},
       {"chip fec-request capacity", "usage: chip fec-request"},
+      {"pseudowire adjacency-group 0 via 10.0.0.2 Ethernet1", "out of range"},
+      {"pseudowire adjacency-group 5 via 2001:db8::1 Ethernet1", "IPv4 next hops, not 2001:db8::1"},
+      {"pseudowire adjacency-group 5 via 10.0.0.2", "usage: pseudowire adjacency-group G via ADDR PORT"},
+      {"pseudowire adjacency-group 5 via 10.0.0.2 Port-Channel2", "front-panel port (EthernetN)"},
+      {"no pseudowire adjacency-group 5", "no pseudowire adjacency-group 5"},
+      {"show pseudowire adjacency-groups all", "usage: show pseudowire adjacency-groups [json]"},
   };
   for (const auto& [line, reason] : cases)
     EXPECT_NE(error(agent, line).find(reason), std::string::npos) << line << " -> " << error(agent, line);

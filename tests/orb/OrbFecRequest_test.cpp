@@ -2,6 +2,7 @@
 // requested FEC back.
 #include "Orb/OrbFecRequest.h"
 #include "Orb/OrbInternalL3Types.h"
+#include "platform/blip/Blip.h"
 #include "platform/pond/Layout.h"
 #include "platform/pond/Segment.h"
 
@@ -270,6 +271,46 @@ TEST(OrbFecRequestLoad, ACorruptRowIsReportedAndReadsAsNotFound) {
   EXPECT_EQ(out.status, 2u);
   ASSERT_EQ(r.problems.size(), 1u);
   EXPECT_THAT(r.problems[0], HasSubstr("fecRequestMpls-request-fec: row slot 3 has state 99"));
+}
+
+TEST(OrbPwEncapFecRequester, AGroupsEncapsulationIsRequestedUnderItsFecTracedAndAnsweredBack) {
+  Requester r;
+  auto responses = fecIdToHwFecIdResponseFactory("pwLocal");
+  responses->controlIs(r.base + "answers-", Role::writer, 16);
+  PwEncapFecRequester requester(r.writer, responses);
+  auto traces = std::make_shared<Blip::CaptureSink>();
+  Blip::sinkIs(traces);
+  Blip::handle("OrbFecRequest").levelIs(9);
+  PwAdjGroupId group(12);
+  auto encap = EncapFecId::forGroup(group);
+  EXPECT_EQ(encap.adjIndex(), 12u);
+  ASSERT_TRUE(requester.addRequest(group, encap, fec4(0, 1), 4));
+  EXPECT_EQ(r.reader->fec(encap.fecId()).viaCount, 1u);  // keyed by the encapsulation FEC
+  EXPECT_TRUE(r.reader->hwFecIdRequest(encap.fecId()).requestAdjState);
+  EXPECT_EQ(requester.hwFecId(encap), HwFecId());  // not answered yet
+  responses->hwFecIdIs(FecToHwFecId{encap.fecId(), HwFecId(77), AdjacencyState::adjStateDrop, 4.0});
+  EXPECT_EQ(requester.hwFecId(encap), HwFecId(77));
+  requester.deleteRequest(group, encap);
+  Blip::handle("OrbFecRequest").levelIs(0);
+  Blip::sinkIs(nullptr);
+  EXPECT_FALSE(r.reader->hwFecIdRequestHas(encap.fecId()));
+  EXPECT_FALSE(r.reader->fecHas(encap.fecId()));
+  EXPECT_TRUE(traces->contains(" add FecId request pwAdjGroupId: 12 encapFecId: 1099511627788"));
+  EXPECT_TRUE(traces->contains(" delete FecId request pwAdjGroupId: 12 encapFecId: 1099511627788"));
+}
+
+TEST(OrbPwEncapFecRequesterDeathTest, ARequestTwiceAMissingOneOrAnotherGroupsFecStops) {
+  Requester r;
+  PwEncapFecRequester requester(r.writer, nullptr);
+  PwAdjGroupId group(3);
+  auto encap = EncapFecId::forGroup(group);
+  EXPECT_DEATH(requester.deleteRequest(group, encap),
+               "localPortToHwFecIdRequest\\(\\)->hwFecIdRequest\\( requestedFecId \\) != Orb::HwFecIdRequest\\(\\)");
+  EXPECT_DEATH(requester.addRequest(PwAdjGroupId(4), encap, fec4(0, 1), 1),
+               "encapFecId.adjIndex\\(\\) == pwAdjGroupId.value\\(\\)");
+  ASSERT_TRUE(requester.addRequest(group, encap, fec4(0, 1), 1));
+  EXPECT_DEATH(requester.addRequest(group, encap, fec4(0, 1), 2),
+               "localPortToHwFecIdRequest\\(\\)->hwFecIdRequest\\( fecId \\) == Orb::HwFecIdRequest\\(\\)");
 }
 
 }  // namespace
