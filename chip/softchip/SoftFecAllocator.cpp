@@ -41,15 +41,15 @@ class SoftFecAllocator::Reactor : public Orb::FecIdToHwFecIdRequest::Notifiee {
   void handleFec(const FecId& fec) override { allocator_.review(source_, fec); }
   void handleFec6(const FecId& fec) override { allocator_.review(source_, fec); }
   void handleHwFecIdRequest(const FecId& fec) override { allocator_.review(source_, fec); }
-  // Once mounted, the reader hears of changes from then on: the requests
-  // there already are reviewed here.
+  // Once mounted, the reader hears of changes from then on, and after a lap
+  // it hears only of the keys still there: either way every request there
+  // and every hardware FEC held is reviewed, which withdraws the gone ones.
   void handleHwFecIdRequestMountStatus() override {
-    if (source_.requests->hwFecIdRequestMountStatus() != Pond::MountStatus::mounted) return;
-    std::vector<FecId> present;
-    source_.requests->hwFecIdRequestTable().forEach(
-        [&](const Orb::HwFecIdRequest& request) { present.push_back(request.key); });
-    for (const auto& fec : present) allocator_.review(source_, fec);
+    if (source_.requests->hwFecIdRequestMountStatus() == Pond::MountStatus::mounted) allocator_.reconcile(source_);
   }
+  void handleHwFecIdRequestRescanned() override { allocator_.reconcile(source_); }
+  void handleFecRescanned() override { allocator_.reconcile(source_); }
+  void handleFec6Rescanned() override { allocator_.reconcile(source_); }
 
  private:
   SoftFecAllocator& allocator_;
@@ -155,6 +155,18 @@ void SoftFecAllocator::review(Source& source, FecId fec, bool retry) {
   else
     *grant = HwFecGrant{grant->hwFecId, AdjacencyState::adjStateUnknown, {}};
   answer(source, *request, *grant);
+}
+
+void SoftFecAllocator::reconcile(Source& source) {
+  std::set<FecId> fecs;
+  source.requests->hwFecIdRequestTable().forEach([&](const Orb::HwFecIdRequest& request) { fecs.insert(request.key); });
+  for (const auto& [key, _] : grants_.entries) {
+    if (key.source == source.source) fecs.insert(FecId(key.fec));
+  }
+  for (const auto& [key, _] : refused_) {
+    if (key.source == source.source) fecs.insert(FecId(key.fec));
+  }
+  for (const auto& fec : fecs) review(source, fec);
 }
 
 HwFecGrant* SoftFecAllocator::grantFor(const SoftFecGrantKey& key, Fault& refusal) {

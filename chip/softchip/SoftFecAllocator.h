@@ -84,6 +84,8 @@ class SoftFecAllocator : public Vex::PtrInterface {
   // request is tried again only when its request changed or on a retry.
   void review(Source& source, Pond::Fib::FecId fec, bool retry = false);
   void withdraw(Source& source, Pond::Fib::FecId fec);
+  // Reviews every request of `source` and every FEC held or refused for it.
+  void reconcile(Source& source);
   // The hardware FEC of a request, allocated if it has none; nullptr with
   // the chip's refusal otherwise.
   HwFecGrant* grantFor(const SoftFecGrantKey& key, Fault& refusal);

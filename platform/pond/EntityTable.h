@@ -3,8 +3,10 @@
 //
 //   POND_TABLE_HANDLERS(HwFecIdRequest, Pond::Fib::FecId)
 //
-// declares handleHwFecIdRequest(key), handleHwFecIdRequestMountStatus() and
-// handleHwFecIdRequestQuiesced(bool); in the entity (a Pond::TableEntity)
+// declares handleHwFecIdRequest(key), handleHwFecIdRequestMountStatus(),
+// handleHwFecIdRequestQuiesced(bool) and handleHwFecIdRequestRescanned() (a
+// reader fell a lap behind the change log: every present key was reported
+// again, keys deleted meanwhile were not); in the entity (a Pond::TableEntity)
 //
 //   POND_TABLE(Orb::HwFecIdRequest, key, hwFecIdRequest, HwFecIdRequest)
 //
@@ -68,10 +70,11 @@ class TableEntity : public Vex::Entity {
 
 }  // namespace Pond
 
-#define POND_TABLE_HANDLERS(Name, Key)        \
-  virtual void handle##Name(const Key&) {}    \
-  virtual void handle##Name##MountStatus() {} \
-  virtual void handle##Name##Quiesced(bool) {}
+#define POND_TABLE_HANDLERS(Name, Key)         \
+  virtual void handle##Name(const Key&) {}     \
+  virtual void handle##Name##MountStatus() {}  \
+  virtual void handle##Name##Quiesced(bool) {} \
+  virtual void handle##Name##Rescanned() {}
 
 #define POND_TABLE(Row, keyField, name, Name)                                                               \
  public:                                                                                                    \
@@ -128,7 +131,8 @@ class TableEntity : public Vex::Entity {
   Name##Table::Handlers name##Handlers() {                                                                  \
     return {.onKey = [this](const Name##Key& key) { name##Notify(key); },                                   \
             .onQuiesced = [this](bool quiesced) { name##NotifyQuiesced(quiesced); },                        \
-            .onMountStatus = [this](::Pond::MountStatus) { name##NotifyMountStatus(); }};                   \
+            .onMountStatus = [this](::Pond::MountStatus) { name##NotifyMountStatus(); },                    \
+            .onRescan = [this] { this->notify(&Notifiee::handle##Name##Rescanned); }};                      \
   }                                                                                                         \
   Name##Table name##_;                                                                                      \
   std::unique_ptr<::Pond::Follower> name##Follower_;                                                        \

@@ -48,6 +48,7 @@ class Table {
     std::function<void(const Key& key)> onKey = {};
     std::function<void(bool quiesced)> onQuiesced = {};
     std::function<void(MountStatus status)> onMountStatus = {};
+    std::function<void()> onRescan = {};  // see TableCore::ChangeHandlers
   };
 
   Table() : core_(sizeof(Row), keyOffset(), sizeof(Key)) {}
@@ -121,6 +122,7 @@ class Table {
       };
     out.onQuiesced = handlers.onQuiesced;
     out.onMountStatus = handlers.onMountStatus;
+    out.onRescan = handlers.onRescan;
     return out;
   }
 

@@ -552,6 +552,7 @@ void TableCore::rescan(const ChangeHandlers& handlers, std::size_t& reported) {
     ++reported;
     if (handlers.onKey) handlers.onKey(key.data());
   });
+  if (handlers.onRescan) handlers.onRescan();
 }
 
 std::size_t TableCore::processChanges(const ChangeHandlers& handlers) {

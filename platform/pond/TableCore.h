@@ -15,7 +15,7 @@
 // the segment. A reader follows the ring from where it left off; when the
 // writer laps it, it re-scans the table and reports every key present (keys
 // deleted meanwhile are not reported; consumers that keep per-key state
-// reconcile on the scan). A reader that has nothing left to read registers as
+// reconcile when `onRescan` says the scan is over). A reader that has nothing left to read registers as
 // waiting in the segment and sleeps on its own named FIFO (`fifoDir`), which
 // works between unrelated processes and plugs into any poll loop. The writer
 // pokes the FIFOs of waiting readers only when it flushes: on commit(), on
@@ -113,6 +113,9 @@ class TableCore {
     std::function<void(const void* key)> onKey;
     std::function<void(bool quiesced)> onQuiesced;
     std::function<void(MountStatus status)> onMountStatus;
+    // After a re-scan reported every present key: a consumer that keeps
+    // per-key state drops what the scan did not report (deleted meanwhile).
+    std::function<void()> onRescan;
   };
   std::size_t processChanges(const ChangeHandlers& handlers);
 

@@ -147,6 +147,34 @@ TEST_F(Exchange, BusyWaitsFullWaitsForRoomAndFailedWaitsForAChangedRequest) {
   EXPECT_EQ(answer(12).hwId.get(), Orb::HwFecId(2));
 }
 
+TEST(SoftFecAllocatorLapped, RequestsWithdrawnWhileItFellALapBehindFreeTheirHardwareFecs) {
+  Vex::EventLoop loop{std::make_unique<Vex::SimulatedTimeSource>()};
+  loop.makeCurrent();
+  std::string base = uniqueBase();
+  std::string prefix = Orb::fecRequestPrefix(base, FecRequestSource::fecRequestCbf, false);
+  auto requests = Orb::fecIdToHwFecIdRequestFactory("cbf");
+  auto requestControl = control(prefix, "hwFecIdRequest", Role::writer);
+  requestControl.logCapacity = 8;
+  requests->hwFecIdRequestControlIs(requestControl);
+  requests->fecControlIs(control(prefix, "fec", Role::writer));
+  requests->fec6ControlIs(control(prefix, "fec6", Role::writer));
+  auto chip = softChipFactory();
+  auto allocator = Vex::make<SoftFecAllocator>(chip, base);
+  allocator->serve(FecRequestSource::fecRequestCbf);
+  for (std::uint64_t fec = 1; fec <= 6; ++fec) requests->hwFecIdRequestIs(request(fec, 1));
+  loop.runUntilIdle();
+  EXPECT_EQ(allocator->grants().size(), 6u);
+  // More changes than the log holds, the withdrawals among them.
+  for (std::uint64_t fec = 1; fec <= 4; ++fec) requests->hwFecIdRequestDel(FecId(fec));
+  for (int n = 2; n < 12; ++n) requests->hwFecIdRequestIs(request(5, n));
+  loop.runUntilIdle();
+  EXPECT_EQ(allocator->grants().size(), 2u);
+  auto answers = Orb::fecIdToHwFecIdResponseFactory("cbf");
+  answers->controlIs(Orb::fecRequestPrefix(base, FecRequestSource::fecRequestCbf, true), Role::reader);
+  EXPECT_FALSE(answers->hwFecIdHas(FecId(1)));
+  EXPECT_EQ(answers->hwFecId(FecId(5)).requestId.get(), 11.0);
+}
+
 TEST(SoftFecAllocatorStart, RequestsWrittenBeforeTheAllocatorCameAreAnsweredWhenItMounts) {
   Vex::EventLoop loop{std::make_unique<Vex::SimulatedTimeSource>()};
   loop.makeCurrent();

@@ -138,6 +138,23 @@ TEST(PondTable, AReaderLappedByTheLogRescansTheTable) {
   EXPECT_THAT(pair.changes(), ElementsAre(7u));
 }
 
+TEST(PondTable, ARescanEndsWithItsOwnReportSoThatDeletedKeysCanBeDropped) {
+  Pair pair(64, 8);
+  std::vector<std::string> seen;
+  Table::Handlers handlers{.onKey = [&](const std::uint64_t& key) { seen.push_back(std::to_string(key)); },
+                           .onRescan = [&] { seen.push_back("rescanned"); }};
+  pair.writer.set(makeRow(1, 0));
+  pair.writer.set(makeRow(2, 0));
+  pair.reader.processChanges(handlers);
+  EXPECT_THAT(seen, ElementsAre("1", "2"));  // no rescan while the log keeps up
+  seen.clear();
+  pair.writer.del(1);
+  for (std::uint64_t n = 0; n < 20; ++n) pair.writer.set(makeRow(2, n));
+  pair.reader.processChanges(handlers);
+  // Key 1's deletion fell off the log: only the scan's end tells of it.
+  EXPECT_THAT(seen, ElementsAre("2", "rescanned"));
+}
+
 TEST(PondTable, QuiescenceAndTheWriterClosingAreReported) {
   Pair pair;
   std::vector<bool> quiesced;
