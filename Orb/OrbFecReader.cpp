@@ -7,16 +7,6 @@ using Pond::Fib::GlobalFecId;
 
 namespace {
 
-Pond::TableControl tableControl(const std::string& prefix, const char* name, Pond::TableControl::Role role,
-                                std::size_t capacity) {
-  Pond::TableControl control;
-  control.prefix = prefix;
-  control.name = name;
-  control.role = role;
-  control.capacity = capacity;
-  return control;
-}
-
 FecId localId(GlobalFecId fecId) { return FecId(fecId.value()); }
 
 void found(FecReadData* out, const Pond::Fib::Fec& fec) {
@@ -54,14 +44,14 @@ void addNextLevel(const FecRow& fec, std::set<GlobalFecId>& out) {
 }  // namespace
 
 void FibForwardingStatus::controlIs(const std::string& prefix, Pond::TableControl::Role role, std::size_t capacity) {
-  fecControlIs(tableControl(prefix, "fec", role, capacity));
-  fec6ControlIs(tableControl(prefix, "fec6", role, capacity));
+  fecControlIs(Pond::TableControl::of(prefix, "fec", role, capacity));
+  fec6ControlIs(Pond::TableControl::of(prefix, "fec6", role, capacity));
 }
 
 void AggregatedForwardingStatus::controlIs(const std::string& prefix, Pond::TableControl::Role role,
                                            std::size_t capacity) {
-  nexthopGroupFecControlIs(tableControl(prefix, "nexthopGroupFec", role, capacity));
-  routeCacheFecControlIs(tableControl(prefix, "routeCacheFec", role, capacity));
+  nexthopGroupFecControlIs(Pond::TableControl::of(prefix, "nexthopGroupFec", role, capacity));
+  routeCacheFecControlIs(Pond::TableControl::of(prefix, "routeCacheFec", role, capacity));
 }
 
 FecReader::FecReader(Vex::Ptr<AggregatedForwardingStatus> aggregated, Vex::Ptr<FibForwardingStatus> fib,

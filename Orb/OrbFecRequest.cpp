@@ -8,16 +8,6 @@ namespace Orb {
 
 namespace {
 
-Pond::TableControl tableControl(const std::string& prefix, const char* name, Pond::TableControl::Role role,
-                                std::size_t capacity) {
-  Pond::TableControl control;
-  control.prefix = prefix;
-  control.name = name;
-  control.role = role;
-  control.capacity = capacity;
-  return control;
-}
-
 Blip::Handle& trace() {
   static Blip::Handle& handle = orbTraceHandle("OrbFecRequest");
   return handle;
@@ -25,18 +15,20 @@ Blip::Handle& trace() {
 
 }  // namespace
 
-void FecIdToHwFecIdRequest::controlIs(const std::string& prefix, Pond::TableControl::Role role, std::size_t capacity) {
-  fecControlIs(tableControl(prefix, "fec", role, capacity));
-  fec6ControlIs(tableControl(prefix, "fec6", role, capacity));
-  hwFecIdRequestControlIs(tableControl(prefix, "hwFecIdRequest", role, capacity));
-  objTupleToFecIdControlIs(tableControl(prefix, "objTupleToFecId", role, capacity));
-  adjSyncIdMapControlIs(tableControl(prefix, "adjSyncIdMap", role, capacity));
-  syncRequestsReadyControlIs(tableControl(prefix, "syncRequestsReady", role, 1));
+void FecIdToHwFecIdRequest::controlIs(const std::string& prefix, Pond::TableControl::Role role, std::size_t capacity,
+                                      std::size_t fecCapacity) {
+  if (fecCapacity == 0) fecCapacity = capacity;
+  fecControlIs(Pond::TableControl::of(prefix, "fec", role, fecCapacity));
+  fec6ControlIs(Pond::TableControl::of(prefix, "fec6", role, fecCapacity));
+  hwFecIdRequestControlIs(Pond::TableControl::of(prefix, "hwFecIdRequest", role, capacity));
+  objTupleToFecIdControlIs(Pond::TableControl::of(prefix, "objTupleToFecId", role, capacity));
+  adjSyncIdMapControlIs(Pond::TableControl::of(prefix, "adjSyncIdMap", role, capacity));
+  syncRequestsReadyControlIs(Pond::TableControl::of(prefix, "syncRequestsReady", role, 1));
 }
 
 void FecIdToHwFecIdResponse::controlIs(const std::string& prefix, Pond::TableControl::Role role, std::size_t capacity) {
-  hwFecIdControlIs(tableControl(prefix, "hwFecId", role, capacity));
-  l2IntfIdControlIs(tableControl(prefix, "l2IntfId", role, capacity));
+  hwFecIdControlIs(Pond::TableControl::of(prefix, "hwFecId", role, capacity));
+  l2IntfIdControlIs(Pond::TableControl::of(prefix, "l2IntfId", role, capacity));
 }
 
 Vex::Ptr<FecIdToHwFecIdRequest> fecIdToHwFecIdRequestFactory(const std::string& name) {

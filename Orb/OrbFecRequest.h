@@ -238,7 +238,10 @@ class FecIdToHwFecIdRequest : public Pond::TableEntity {
   POND_TABLE(SyncRequestsReady, ready, syncRequestsReady, SyncRequestsReady)
 
   // Binds every table to a segment under `prefix` (segment "<prefix><table>").
-  void controlIs(const std::string& prefix, Pond::TableControl::Role role, std::size_t capacity = 1024);
+  // A writer's FEC tables hold `fecCapacity` rows (their rows are large),
+  // the others `capacity`; 0 is `capacity` for both.
+  void controlIs(const std::string& prefix, Pond::TableControl::Role role, std::size_t capacity = 1024,
+                 std::size_t fecCapacity = 0);
 };
 
 class FecIdToHwFecIdResponse : public Pond::TableEntity {

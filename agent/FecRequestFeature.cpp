@@ -25,15 +25,6 @@ namespace {
 constexpr std::size_t requestCapacity = 65536;
 constexpr std::size_t fecRowCapacity = 1024;
 
-Pond::TableControl writerControl(const std::string& prefix, const char* name, std::size_t capacity) {
-  Pond::TableControl control;
-  control.prefix = prefix;
-  control.name = name;
-  control.role = Role::writer;
-  control.capacity = capacity;
-  return control;
-}
-
 std::vector<FecRequestSource> allSources() {
   std::vector<FecRequestSource> sources;
   boost::mp11::mp_for_each<boost::describe::describe_enumerators<FecRequestSource>>(
@@ -112,13 +103,7 @@ Orb::FecIdToHwFecIdRequest& FecRequestFeature::requester(FecRequestSource source
   if (const auto& held = all_->requestCollection(source)) return *held;
   std::string name = Vex::valueToStrep(source);
   auto requests = Orb::fecIdToHwFecIdRequestFactory(name);
-  std::string prefix = Orb::fecRequestPrefix(prefix_, source, false);
-  requests->fecControlIs(writerControl(prefix, "fec", fecRowCapacity));
-  requests->fec6ControlIs(writerControl(prefix, "fec6", fecRowCapacity));
-  requests->hwFecIdRequestControlIs(writerControl(prefix, "hwFecIdRequest", requestCapacity));
-  requests->objTupleToFecIdControlIs(writerControl(prefix, "objTupleToFecId", requestCapacity));
-  requests->adjSyncIdMapControlIs(writerControl(prefix, "adjSyncIdMap", requestCapacity));
-  requests->syncRequestsReadyControlIs(writerControl(prefix, "syncRequestsReady", 1));
+  requests->controlIs(Orb::fecRequestPrefix(prefix_, source, false), Role::writer, requestCapacity, fecRowCapacity);
   all_->requestCollectionIs(source, requests);
   // The allocator makes the answer tables; this side reads them.
   if (allocator_) allocator_->serve(source);

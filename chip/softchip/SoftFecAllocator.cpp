@@ -58,22 +58,6 @@ class SoftFecAllocator::Reactor : public Orb::FecIdToHwFecIdRequest::Notifiee {
 
 namespace {
 
-Pond::TableControl readerControl(const std::string& prefix, const char* name) {
-  Pond::TableControl control;
-  control.prefix = prefix;
-  control.name = name;
-  control.role = Pond::TableControl::Role::reader;
-  return control;
-}
-
-Pond::TableControl writerControl(const std::string& prefix, const char* name, std::size_t capacity) {
-  Pond::TableControl control = readerControl(prefix, name);
-  control.role = Pond::TableControl::Role::writer;
-  control.capacity = capacity;
-  control.logCapacity = capacity;
-  return control;
-}
-
 // What a FEC row says about its adjacency and its layer-2 interface.
 template <class FecRow>
 void describe(const FecRow& fec, HwFecGrant& grant) {
@@ -104,20 +88,13 @@ void SoftFecAllocator::serve(Orb::FecRequestSource which) {
   source->source = which;
   std::string name = Vex::valueToStrep(which);
   source->responses = Orb::fecIdToHwFecIdResponseFactory(name);
-  // A change log as long as the table: a requester reading a burst of
-  // answers late never has to rescan them all.
-  std::string responsePrefix = Orb::fecRequestPrefix(pondBase_, which, true);
-  source->responses->hwFecIdControlIs(writerControl(responsePrefix, "hwFecId", responseCapacity_));
-  source->responses->l2IntfIdControlIs(writerControl(responsePrefix, "l2IntfId", responseCapacity_));
+  source->responses->controlIs(Orb::fecRequestPrefix(pondBase_, which, true), Pond::TableControl::Role::writer,
+                               responseCapacity_);
   source->requests = Orb::fecIdToHwFecIdRequestFactory(name);
   Source& held = *source;
   sources_.emplace(which, std::move(source));
   held.reactor = std::make_unique<Reactor>(*this, held);
-  // Only the tables read here: a reader of the others would wait for them.
-  std::string prefix = Orb::fecRequestPrefix(pondBase_, which, false);
-  held.requests->fecControlIs(readerControl(prefix, "fec"));
-  held.requests->fec6ControlIs(readerControl(prefix, "fec6"));
-  held.requests->hwFecIdRequestControlIs(readerControl(prefix, "hwFecIdRequest"));
+  held.requests->controlIs(Orb::fecRequestPrefix(pondBase_, which, false), Pond::TableControl::Role::reader);
 }
 
 void SoftFecAllocator::review(Source& source, FecId fec, bool retry) {

@@ -59,6 +59,17 @@ struct TableControl {
   std::string fifoDir = "/dev/shm";
 
   std::string segmentName() const { return "/" + prefix + name; }
+  // A table's binding with a change log at least as long as the table, so
+  // that a reader a whole table behind still reads changes, not a rescan.
+  static TableControl of(std::string prefix, std::string name, Role role, std::size_t capacity = 1024) {
+    TableControl control;
+    control.prefix = std::move(prefix);
+    control.name = std::move(name);
+    control.role = role;
+    control.capacity = capacity;
+    if (control.logCapacity < capacity) control.logCapacity = capacity;
+    return control;
+  }
 };
 
 using CorruptionHandler = std::function<void(const std::string& message)>;

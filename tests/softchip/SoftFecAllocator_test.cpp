@@ -25,15 +25,6 @@ std::string uniqueBase() {
   return "orbfecd-" + std::to_string(::getpid()) + "-" + std::to_string(++count) + "-";
 }
 
-Pond::TableControl control(const std::string& prefix, const char* name, Role role, std::size_t capacity = 64) {
-  Pond::TableControl c;
-  c.prefix = prefix;
-  c.name = name;
-  c.role = role;
-  c.capacity = capacity;
-  return c;
-}
-
 Pond::Fib::Fec fec4(std::uint64_t id, std::initializer_list<std::uint32_t> ports) {
   Pond::Fib::Fec fec;
   fec.key = FecId(id);
@@ -153,11 +144,11 @@ TEST(SoftFecAllocatorLapped, RequestsWithdrawnWhileItFellALapBehindFreeTheirHard
   std::string base = uniqueBase();
   std::string prefix = Orb::fecRequestPrefix(base, FecRequestSource::fecRequestCbf, false);
   auto requests = Orb::fecIdToHwFecIdRequestFactory("cbf");
-  auto requestControl = control(prefix, "hwFecIdRequest", Role::writer);
+  auto requestControl = Pond::TableControl::of(prefix, "hwFecIdRequest", Role::writer);
   requestControl.logCapacity = 8;
   requests->hwFecIdRequestControlIs(requestControl);
-  requests->fecControlIs(control(prefix, "fec", Role::writer));
-  requests->fec6ControlIs(control(prefix, "fec6", Role::writer));
+  requests->fecControlIs(Pond::TableControl::of(prefix, "fec", Role::writer));
+  requests->fec6ControlIs(Pond::TableControl::of(prefix, "fec6", Role::writer));
   auto chip = softChipFactory();
   auto allocator = Vex::make<SoftFecAllocator>(chip, base);
   allocator->serve(FecRequestSource::fecRequestCbf);
@@ -214,17 +205,12 @@ int serveInChild(const std::string& base, int readyFd, int doneFd, std::size_t c
 TEST(SoftFecAllocatorProcesses, ARequesterAndTheAllocatorInAnotherProcessExchange100000RequestsAndAnswers) {
   constexpr std::uint64_t count = 100000;
   std::string base = uniqueBase();
-  std::string requestPrefix = Orb::fecRequestPrefix(base, FecRequestSource::fecRequestPwLocal, false);
   Vex::EventLoop loop{std::make_unique<Vex::MonotonicTimeSource>()};
   loop.makeCurrent();
   auto requests = Orb::fecIdToHwFecIdRequestFactory("pwLocal");
   // FEC rows are large: only some requests carry one.
-  requests->fecControlIs(control(requestPrefix, "fec", Role::writer, 128));
-  requests->fec6ControlIs(control(requestPrefix, "fec6", Role::writer, 1));
-  // A change log as long as the burst: the allocator never falls a lap behind.
-  auto requestControl = control(requestPrefix, "hwFecIdRequest", Role::writer, count + count / 4);
-  requestControl.logCapacity = count + count / 4;
-  requests->hwFecIdRequestControlIs(requestControl);
+  requests->controlIs(Orb::fecRequestPrefix(base, FecRequestSource::fecRequestPwLocal, false), Role::writer,
+                      count + count / 4, 128);
 
   int ready[2], done[2];
   ASSERT_EQ(::pipe(ready), 0);
