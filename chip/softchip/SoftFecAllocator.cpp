@@ -67,7 +67,14 @@ void describe(const FecRow& fec, HwFecGrant& grant) {
   for (std::uint32_t i = 1; i < fec.viaCount && i < Pond::Fib::maxVias; ++i) {
     if (fec.via[i].intfNumber != port) port = 0;
   }
-  if (port) grant.l2Intf = Nexo::IntfId(fmt::format("Ethernet{}", port));
+  if (!port) return;
+  // The row comes from another process: a port number no interface has
+  // names no layer-2 interface, and stops nothing.
+  try {
+    grant.l2Intf = Nexo::IntfId(fmt::format("Ethernet{}", port));
+  } catch (const std::exception&) {
+    grant.l2Intf = Nexo::IntfId();
+  }
 }
 
 }  // namespace

@@ -105,6 +105,12 @@ TEST_F(Exchange, AChangedFecKeepsItsHardwareFecAndItsAnswerFollows) {
   EXPECT_EQ(answer(10).requestId.get(), 7.0);
 }
 
+TEST_F(Exchange, AFecRowNamingNoPortIsStillAnswered) {
+  Orb::addFecRequest(*requests, fec4(10, {0xfffffff0u}), request(10, 1));
+  EXPECT_EQ(answer(10).hwId.get(), Orb::HwFecId(1));
+  EXPECT_EQ(answer(10).adjState, AdjacencyState::adjStateForwardingPrimaryVias);
+}
+
 TEST_F(Exchange, ASoftwareOnlyFecIsAnsweredWithoutAHardwareFec) {
   Orb::addFecRequest(*requests, fec4(10, {1}), request(10, 1, true, Orb::FecRequestType::swOnlyFec));
   EXPECT_EQ(answer(10).hwId.get(), Orb::HwFecId());
