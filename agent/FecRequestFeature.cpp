@@ -35,6 +35,8 @@ std::vector<FecRequestSource> allSources() {
 // The vias of a requested FEC: one family, each by a front-panel port.
 template <class FecRow>
 FecRow fecRow(FecId id, const std::vector<std::array<std::string, 3>>& vias) {
+  if (vias.size() > Pond::Fib::maxVias)
+    throw CommandError(fmt::format("a FEC has at most {} vias", Pond::Fib::maxVias));
   FecRow fec;
   fec.key = id;
   for (const auto& [addr, intfText, weight] : vias) {
@@ -207,8 +209,6 @@ void FecRequestFeature::requestIs(const Args& args) {
       throw CommandError("usage: " + usage);
     }
   }
-  if (vias.size() > Pond::Fib::maxVias)
-    throw CommandError(fmt::format("a FEC has at most {} vias", Pond::Fib::maxVias));
   bool six = !vias.empty() && vias.front()[0].find(':') != std::string::npos;
   for (const auto& via : vias) {
     if ((via[0].find(':') != std::string::npos) != six)

@@ -50,6 +50,9 @@ TEST_F(FecRequestCommandsTest, BadInputIsRefusedAndChangesNothing) {
       {"no pseudowire adjacency-group 5", "no pseudowire adjacency-group 5"},
       {"show pseudowire adjacency-groups all", "usage: show pseudowire adjacency-groups [json]"},
   };
+  std::string tooMany = "pseudowire adjacency-group 5";
+  for (int i = 0; i <= 600; ++i) tooMany += " via 10.0.0.2 Ethernet1";
+  EXPECT_EQ(error(agent, tooMany), "a FEC has at most 600 vias");
   for (const auto& [line, reason] : cases)
     EXPECT_NE(error(agent, line).find(reason), std::string::npos) << line << " -> " << error(agent, line);
   EXPECT_EQ(state(), before);
