@@ -24,6 +24,8 @@ namespace {
 // their tables are smaller than the request table.
 constexpr std::size_t requestCapacity = 65536;
 constexpr std::size_t fecRowCapacity = 1024;
+// The longest `fec-request wait`, in seconds.
+constexpr double maxWait = 600;
 
 std::vector<FecRequestSource> allSources() {
   std::vector<FecRequestSource> sources;
@@ -67,7 +69,10 @@ FecRow fecRow(FecId id, const std::vector<std::array<std::string, 3>>& vias) {
 
 }  // namespace
 
-std::string processPondPrefix() { return fmt::format("orb-{}-", ::getpid()); }
+std::string processPondPrefix() {
+  static unsigned agents = 0;
+  return agents++ == 0 ? fmt::format("orb-{}-", ::getpid()) : fmt::format("orb-{}-{}-", ::getpid(), agents);
+}
 
 std::string fecRequestSourceWord(FecRequestSource source) {
   std::string name = Vex::valueToStrep(source).substr(std::string("fecRequest").size());
@@ -255,16 +260,23 @@ std::size_t FecRequestFeature::unanswered() const {
 void FecRequestFeature::waitForAnswers(const Args& args) {
   expectArgs(args, 0, 1, "fec-request wait [SECONDS]");
   double seconds = args.empty() ? 10.0 : parseSeconds(args[0]);
-  // The allocator may be another process: this waits on the wall clock
+  if (seconds > maxWait) throw CommandError(fmt::format("fec-request wait waits at most {} s", maxWait));
+  loop_->runUntilIdle();
+  // This process's allocator has answered all it can by now; what is left
+  // waits for the chip's next try, which comes with time (`advance`).
+  if (allocator_) {
+    if (std::size_t waiting = unanswered())
+      throw CommandError(fmt::format("{} FEC request(s) wait for the chip's next try", waiting));
+    return;
+  }
+  // The allocator is another process: this waits on the wall clock,
   // whatever time the loop runs on.
   auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-  for (;;) {
-    loop_->runUntilIdle();
-    std::size_t waiting = unanswered();
-    if (waiting == 0) return;
+  for (std::size_t waiting = unanswered(); waiting; waiting = unanswered()) {
     if (std::chrono::steady_clock::now() >= deadline)
       throw CommandError(fmt::format("{} FEC request(s) still unanswered after {} s", waiting, seconds));
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    loop_->runUntilIdle();
   }
 }
 

@@ -49,7 +49,8 @@ class FecRequestFeature : public Feature {
   double lastRequestId_ = 0;
 };
 
-// "orb-PID-": a prefix no other agent process uses.
+// "orb-PID-" for this process's first agent, "orb-PID-N-" for the Nth: a
+// prefix no other agent uses.
 std::string processPondPrefix();
 // A source as commands name it ("pw-local" for fecRequestPwLocal).
 std::string fecRequestSourceWord(Orb::FecRequestSource source);

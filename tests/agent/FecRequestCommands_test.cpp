@@ -42,6 +42,7 @@ TEST_F(FecRequestCommandsTest, BadInputIsRefusedAndChangesNothing) {
       {"no fec-request mpls", "usage: no fec-request SOURCE ID"},
       {"show fec-requests bogus", "not a FEC request source"},
       {"fec-request wait soon", "seconds"},
+      {"fec-request wait 601", "fec-request wait waits at most 600 s"},
       {"chip fec-request capacity", "usage: chip fec-request"},
       {"pseudowire adjacency-group 0 via 10.0.0.2 Ethernet1", "out of range"},
       {"pseudowire adjacency-group 5 via 2001:db8::1 Ethernet1", "IPv4 next hops, not 2001:db8::1"},
@@ -77,6 +78,24 @@ TEST_F(FecRequestCommandsTest, ARequesterWritesTheFecRowBeforeTheRequestAndAFami
   EXPECT_FALSE(requests->fec6Has(FecId(10)));
   EXPECT_FALSE(requests->hwFecIdRequestHas(FecId(10)));
   EXPECT_EQ(agent.fecRequests().allocator()->grants().size(), 0u);
+}
+
+TEST_F(FecRequestCommandsTest, AWaitWithTheChipBusySaysSoAtOnceAndTimeAnswersIt) {
+  run(agent, "chip fec-request busy next 1");
+  run(agent, "fec-request mpls 11");
+  EXPECT_EQ(error(agent, "fec-request wait 5"), "1 FEC request(s) wait for the chip's next try");
+  run(agent, "advance 1");
+  EXPECT_EQ(error(agent, "fec-request wait"), "");
+}
+
+TEST(FecRequestAgents, TwoAgentsInOneProcessKeepTheirRequestsApart) {
+  Agent::Agent other{Agent::Options{}};
+  Agent::Agent agent{Agent::Options{}};
+  EXPECT_NE(other.fecRequests().pondPrefix(), agent.fecRequests().pondPrefix());
+  run(other, "fec-request mpls 1");
+  run(agent, "fec-request mpls 2");
+  EXPECT_EQ(run(other, "show fec-requests").find(" 2 "), std::string::npos);
+  EXPECT_NE(run(agent, "show fec-requests").find("mpls                        2"), std::string::npos);
 }
 
 TEST(FecRequestExternalAllocator, ChipCommandsAreRefusedAndAWaitWithNoAllocatorTimesOut) {
