@@ -4,6 +4,9 @@
 #include "Orb/OrbTrace.h"
 #include "platform/blip/Blip.h"
 
+#include <boost/describe/enumerators.hpp>
+#include <boost/mp11/algorithm.hpp>
+
 namespace Orb {
 
 namespace {
@@ -14,6 +17,13 @@ Blip::Handle& trace() {
 }
 
 }  // namespace
+
+std::vector<FecRequestSource> allFecRequestSources() {
+  std::vector<FecRequestSource> sources;
+  boost::mp11::mp_for_each<boost::describe::describe_enumerators<FecRequestSource>>(
+      [&](auto e) { sources.push_back(e.value); });
+  return sources;
+}
 
 void FecIdToHwFecIdRequest::controlIs(const std::string& prefix, Pond::TableControl::Role role, std::size_t capacity,
                                       std::size_t fecCapacity) {

@@ -26,6 +26,7 @@
 #include <cstdint>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace Orb {
 
@@ -49,6 +50,9 @@ BOOST_DESCRIBE_ENUM(FecRequestSource, fecRequestCbf, fecRequestEvpn, fecRequestL
                     fecRequestMplsFloodSet, fecRequestMplsMulticast, fecRequestNexthop, fecRequestOtherSource,
                     fecRequestPwDecap, fecRequestPwLocal, fecRequestPwRemote, fecRequestResolutionOnly,
                     fecRequestServerLoadBalance)
+
+// Every source, in declaration order.
+std::vector<FecRequestSource> allFecRequestSources();
 
 // A software-only FEC is kept in software and gets no hardware FEC.
 enum class FecRequestType : std::uint32_t { normalFec = 0, swOnlyFec = 1 };

@@ -5,8 +5,6 @@
 
 #include <fmt/format.h>
 #include <unistd.h>
-#include <boost/describe/enumerators.hpp>
-#include <boost/mp11/algorithm.hpp>
 
 #include <cctype>
 #include <chrono>
@@ -26,13 +24,6 @@ constexpr std::size_t requestCapacity = 65536;
 constexpr std::size_t fecRowCapacity = 1024;
 // The longest `fec-request wait`, in seconds.
 constexpr double maxWait = 600;
-
-std::vector<FecRequestSource> allSources() {
-  std::vector<FecRequestSource> sources;
-  boost::mp11::mp_for_each<boost::describe::describe_enumerators<FecRequestSource>>(
-      [&](auto e) { sources.push_back(e.value); });
-  return sources;
-}
 
 // The vias of a requested FEC: one family, each by a front-panel port.
 template <class FecRow>
@@ -90,7 +81,7 @@ std::string fecRequestSourceWord(FecRequestSource source) {
 
 FecRequestSource fecRequestSourceArg(const std::string& text) {
   std::string words;
-  for (auto source : allSources()) {
+  for (auto source : Orb::allFecRequestSources()) {
     if (fecRequestSourceWord(source) == text) return source;
     words += (words.empty() ? "" : ", ") + fecRequestSourceWord(source);
   }
@@ -103,8 +94,6 @@ FecRequestFeature::FecRequestFeature(const AgentCore& core)
       all_(Vex::make<Orb::AllFecIdToHwFecIdRequestResponse>("allFecIdToHwFecIdRequestResponse")) {
   if (!options_.externalFecAllocator) allocator_ = Vex::make<SoftChip::SoftFecAllocator>(chip_, prefix_);
 }
-
-FecRequestFeature::~FecRequestFeature() { allocator_ = nullptr; }
 
 Orb::FecIdToHwFecIdRequest& FecRequestFeature::requester(FecRequestSource source) {
   if (const auto& held = all_->requestCollection(source)) return *held;

@@ -20,7 +20,6 @@ namespace Agent {
 class FecRequestFeature : public Feature {
  public:
   explicit FecRequestFeature(const AgentCore& core);
-  ~FecRequestFeature() override;
   void registerCommands() override;
 
   const std::string& pondPrefix() const { return prefix_; }

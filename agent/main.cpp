@@ -16,9 +16,6 @@
 #include "platform/vex/FdWatch.h"
 #include "platform/vex/Memory.h"
 
-#include <boost/describe/enumerators.hpp>
-#include <boost/mp11/algorithm.hpp>
-
 #include <CLI/CLI.hpp>
 
 #include <unistd.h>
@@ -80,8 +77,7 @@ int runFecAllocator(const std::string& pondPrefix, std::size_t capacity) {
   loop.makeCurrent();
   auto chip = SoftChip::softChipFactory();
   auto allocator = Vex::make<SoftChip::SoftFecAllocator>(chip, pondPrefix, capacity);
-  boost::mp11::mp_for_each<boost::describe::describe_enumerators<Orb::FecRequestSource>>(
-      [&](auto e) { allocator->serve(e.value); });
+  for (auto source : Orb::allFecRequestSources()) allocator->serve(source);
   std::cout << "orb-agent fecd: answering hardware FEC requests under '" << pondPrefix << "'" << std::endl;
   while (!stopRequested) loop.runOnce(0.2);
   std::cout << "orb-agent fecd: " << allocator->answers() << " answers, " << allocator->grants().size()
