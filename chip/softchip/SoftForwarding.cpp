@@ -180,6 +180,13 @@ void SoftForwarding::bridge(const Nexo::IntfId& ingress, const Frame& frame, For
     vlanNumber = untagged->value();
   }
   Bridging::VlanId vlanId(vlanNumber);
+  // The source and destination look-ups and the VLAN's are independent:
+  // made together, their cache misses overlap instead of following one
+  // another. Learning may change the table, after which the destination is
+  // looked up again.
+  HwFdbEntry* sourceEntry = t.fdb ? t.fdb->find(Bridging::MacVlanPair{frame.src, vlanId}) : nullptr;
+  const HwFdbEntry* destinationEntry =
+      (t.fdb && !frame.dst.isMulticast()) ? t.fdb->entry({frame.dst, vlanId}) : nullptr;
   const HwVlan* vlan = t.vlans->vlan(vlanId);
   if (!vlan) {
     result.drop = fmt::format("vlan {} not in hardware", vlanNumber);
@@ -212,7 +219,10 @@ void SoftForwarding::bridge(const Nexo::IntfId& ingress, const Frame& frame, For
       return;
     }
   }
-  learnSource(frame, ingress, from, result);
+  learnSource(frame, ingress, from, sourceEntry, result);
+  if (result.learned || result.moved) {
+    destinationEntry = frame.dst.isMulticast() ? nullptr : t.fdb->entry({frame.dst, vlanId});
+  }
   if (!::SoftChip::forwards(state)) {
     result.drop = fmt::format("{} learning in vlan {}: does not forward", name(from), vlanNumber);
     return;
@@ -227,35 +237,33 @@ void SoftForwarding::bridge(const Nexo::IntfId& ingress, const Frame& frame, For
   }
 
   // Known unicast: the entry's port, unless that is where it came from.
-  if (!frame.dst.isMulticast() && t.fdb) {
-    if (const HwFdbEntry* entry = t.fdb->entry({frame.dst, vlanId})) {
-      Nexo::IntfId to = logical(entry->intf);
-      if (to == from) {
-        result.drop = fmt::format("destination on the ingress port {}", name(from));
-        return;
-      }
-      if (!forwards(topology, to)) {
-        result.drop = fmt::format("{} not forwarding in vlan {}", name(to), vlanNumber);
-        return;
-      }
-      if (to.isSubIntf()) {
-        FrameEgress out;
-        if (!subIntfEgress(to, frame, out)) {
-          result.drop = fmt::format("sub-interface {} not in hardware", name(to));
-          return;
-        }
-        result.egress.push_back(out);
-        return;
-      }
-      bool named = HwVlan::member(vlans.role(*vlan, to));
-      if (!named && !HwVlan::member(vlans.role(*vlan, entry->intf))) {
-        result.drop = fmt::format("{} not a member of vlan {}", name(to), vlanNumber);
-        return;
-      }
-      addEgress(*vlan, named ? to : entry->intf, to, frame, result);
-      if (result.egress.empty()) result.drop = fmt::format("{} has no active member", name(to));
+  if (const HwFdbEntry* entry = destinationEntry) {
+    Nexo::IntfId to = logical(entry->intf);
+    if (to == from) {
+      result.drop = fmt::format("destination on the ingress port {}", name(from));
       return;
     }
+    if (!forwards(topology, to)) {
+      result.drop = fmt::format("{} not forwarding in vlan {}", name(to), vlanNumber);
+      return;
+    }
+    if (to.isSubIntf()) {
+      FrameEgress out;
+      if (!subIntfEgress(to, frame, out)) {
+        result.drop = fmt::format("sub-interface {} not in hardware", name(to));
+        return;
+      }
+      result.egress.push_back(out);
+      return;
+    }
+    bool named = HwVlan::member(vlans.role(*vlan, to));
+    if (!named && !HwVlan::member(vlans.role(*vlan, entry->intf))) {
+      result.drop = fmt::format("{} not a member of vlan {}", name(to), vlanNumber);
+      return;
+    }
+    addEgress(*vlan, named ? to : entry->intf, to, frame, result);
+    if (result.egress.empty()) result.drop = fmt::format("{} has no active member", name(to));
+    return;
   }
   if (t.stormControl) {
     if (auto level = t.stormControl->discard(ingress, SoftStormControlTable::frameLevel(frame))) {
@@ -271,11 +279,10 @@ void SoftForwarding::bridge(const Nexo::IntfId& ingress, const Frame& frame, For
 }
 
 void SoftForwarding::learnSource(const Frame& frame, const Nexo::IntfId& port, const Nexo::IntfId& intf,
-                                 ForwardResult& result) {
+                                 HwFdbEntry* inTable, ForwardResult& result) {
   if (!tables_.fdb || !learning_) return;
   SoftFdbHelper& fdb = tables_.fdb->helper();
   Bridging::MacVlanPair key{frame.src, Bridging::VlanId(result.vlan)};
-  HwFdbEntry* inTable = tables_.fdb->find(key);
   const HwFdbEntry* known = inTable;
   if (!known && fdb.learning() == SoftFdbHelper::Learning::software) {
     auto reported = fdb.reportedLearns().find(key);

@@ -74,6 +74,7 @@ namespace SoftChip {
 class SoftAclTable;
 class SoftAdjTable;
 class SoftFdbTable;
+struct HwFdbEntry;
 class SoftFecTable;
 class SoftL3IntfTable;
 class SoftRouteTable;
@@ -184,8 +185,10 @@ class SoftForwarding {
   Nexo::IntfId logical(const Nexo::IntfId& port) const;
   // Whether `intf` may send in the VLAN as its topology says.
   bool forwards(const HwTopology* topology, const Nexo::IntfId& intf) const;
-  // Learns the source arriving on `port`, as `intf` (its LAG, or itself).
-  void learnSource(const Frame& frame, const Nexo::IntfId& port, const Nexo::IntfId& intf, ForwardResult& result);
+  // Learns the source arriving on `port`, as `intf` (its LAG, or itself);
+  // `inTable` is the source's FDB entry, if any.
+  void learnSource(const Frame& frame, const Nexo::IntfId& port, const Nexo::IntfId& intf, HwFdbEntry* inTable,
+                   ForwardResult& result);
   // Adds a copy leaving by `intf` (a port or a LAG) with the VLAN's tagging.
   void addEgress(const HwVlan& vlan, const Nexo::IntfId& member, const Nexo::IntfId& intf, const Frame& frame,
                  ForwardResult& result) const;
