@@ -1,11 +1,12 @@
 #include "Orb/OrbResilientEcmpTypes.h"
 
 #include <cstddef>
+#include <type_traits>
 
 namespace Orb {
 
 // Other agents read these rows as laid out here.
-static_assert(sizeof(Nexo::Prefix) == 8);
+static_assert(sizeof(PrefixKey) == 8 && std::has_unique_object_representations_v<PrefixKey>);
 static_assert(offsetof(RoutePrefixToResilientEcmpInfo, key) == 0);
 static_assert(offsetof(RoutePrefixToResilientEcmpInfo, adjIndex) == 8);
 static_assert(offsetof(RoutePrefixToResilientEcmpInfo, coveringResEcmpPrefix) == 16);
@@ -20,6 +21,18 @@ static_assert(offsetof(Route6PrefixToResilientEcmpInfo, resilientAdjIndex) == 56
 static_assert(offsetof(Route6PrefixToResilientEcmpInfo, reviewResilientAdjResult) == 64);
 static_assert(sizeof(Route6PrefixToResilientEcmpInfo) == 72);
 static_assert(sizeof(ReviewResilientAdjResult) == 4);
+static_assert(std::has_unique_object_representations_v<RoutePrefixToResilientEcmpInfo>);
+static_assert(std::has_unique_object_representations_v<Route6PrefixToResilientEcmpInfo>);
+
+void ResilientEcmpStatus::controlIs(const std::string& prefix, Pond::TableControl::Role role, std::size_t capacity) {
+  routePrefixToResilientEcmpInfoControlIs(
+      Pond::TableControl::of(prefix, "routePrefixToResilientEcmpInfo", role, capacity));
+}
+
+void ResilientEcmpStatus6::controlIs(const std::string& prefix, Pond::TableControl::Role role, std::size_t capacity) {
+  route6PrefixToResilientEcmpInfoControlIs(
+      Pond::TableControl::of(prefix, "route6PrefixToResilientEcmpInfo", role, capacity));
+}
 
 Vex::Ptr<ResilientEcmpStatus> resilientEcmpStatusFactory(const std::string& name) {
   return Vex::make<ResilientEcmpStatus>(name);

@@ -7,7 +7,7 @@
 
 #include "Orb/OrbAdjTypes.h"
 #include "Orb/OrbCommonTypes.h"
-#include "Orb/OrbRowTable.h"
+#include "platform/pond/EntityTable.h"
 #include "platform/types/Fib.h"
 #include "platform/types/Nexo.h"
 #include "platform/vex/Entity.h"
@@ -46,14 +46,40 @@ struct ReviewResilientAdjStatus {
 };
 VEX_VALUE(ReviewResilientAdjStatus, "Orb::ReviewResilientAdjStatus", (adjIndex, result))
 
+// A Nexo::Prefix as the key of a shared-memory row: the same eight bytes,
+// with the three after the length zeroed, because shared-memory keys
+// compare by their bytes and Nexo::Prefix leaves those three as padding.
+// Prints and parses as the prefix.
+class PrefixKey {
+ public:
+  PrefixKey() = default;
+  PrefixKey(const Nexo::Prefix& prefix)  // NOLINT: stands for the prefix
+      : addr_(prefix.addr()), len_(static_cast<std::uint8_t>(prefix.len())) {}
+  Nexo::Prefix prefix() const { return Nexo::Prefix(addr_, len_); }
+  operator Nexo::Prefix() const { return prefix(); }  // NOLINT
+
+  Nexo::Prefix vexPlain() const { return prefix(); }
+  static PrefixKey fromVexPlain(const Nexo::Prefix& prefix) { return PrefixKey(prefix); }
+  bool operator==(const PrefixKey& other) const { return prefix() == other.prefix(); }
+  auto operator<=>(const PrefixKey& other) const { return prefix() <=> other.prefix(); }
+  friend std::size_t hash_value(const PrefixKey& key) { return hash_value(key.prefix()); }
+
+ private:
+  Nexo::IpAddr addr_;
+  std::uint8_t len_ = 0;
+  std::uint8_t zero_[3] = {};
+};
+
 // One route's resilient ECMP state, as other agents read it: a fixed-layout
-// row (see the layout checks in the source).
+// row (see the layout checks in the source) whose padding is spelt out and
+// zero, so that an unchanged row compares equal byte for byte.
 struct RoutePrefixToResilientEcmpInfo {
-  Nexo::Prefix key;
+  PrefixKey key;
   std::uint64_t adjIndex = 0;
-  Nexo::Prefix coveringResEcmpPrefix;
+  PrefixKey coveringResEcmpPrefix;
   std::uint64_t resilientAdjIndex = 0;
   ReviewResilientAdjResult reviewResilientAdjResult = ReviewResilientAdjResult::invalid;
+  std::uint32_t padding = 0;
   auto operator<=>(const RoutePrefixToResilientEcmpInfo&) const = default;
 };
 VEX_VALUE(RoutePrefixToResilientEcmpInfo, "Orb::RoutePrefixToResilientEcmpInfo",
@@ -61,43 +87,47 @@ VEX_VALUE(RoutePrefixToResilientEcmpInfo, "Orb::RoutePrefixToResilientEcmpInfo",
 
 struct Route6PrefixToResilientEcmpInfo {
   Nexo::Ip6Prefix key;
+  std::uint8_t padding0[7] = {};
   std::uint64_t adjIndex = 0;
   Nexo::Ip6Prefix coveringResEcmpPrefix;
+  std::uint8_t padding1[7] = {};
   std::uint64_t resilientAdjIndex = 0;
   ReviewResilientAdjResult reviewResilientAdjResult = ReviewResilientAdjResult::invalid;
+  std::uint32_t padding2 = 0;
   auto operator<=>(const Route6PrefixToResilientEcmpInfo&) const = default;
 };
 VEX_VALUE(Route6PrefixToResilientEcmpInfo, "Orb::Route6PrefixToResilientEcmpInfo",
           (key, adjIndex, coveringResEcmpPrefix, resilientAdjIndex, reviewResilientAdjResult))
 
-// The published per-route table of one address family.
-class ResilientEcmpStatus : public Vex::Entity {
+// The published per-route table of one address family, in shared memory:
+// the routing side writes it, other agents read it.
+class ResilientEcmpStatus : public Pond::TableEntity {
  public:
   class Notifiee : public Vex::BaseNotifiee<ResilientEcmpStatus> {
    public:
     using BaseNotifiee::BaseNotifiee;
-    VEX_KEY_HANDLER(RoutePrefixToResilientEcmpInfo, Nexo::Prefix)
-    VEX_HANDLER(RoutePrefixToResilientEcmpInfoMountStatus)
-    VEX_HANDLER(RoutePrefixToResilientEcmpInfoQuiesced)
+    POND_TABLE_HANDLERS(RoutePrefixToResilientEcmpInfo, PrefixKey)
   };
-  using Entity::Entity;
-  ORB_ROW_TABLE(Nexo::Prefix, RoutePrefixToResilientEcmpInfo, routePrefixToResilientEcmpInfo,
-                RoutePrefixToResilientEcmpInfo)
+  using Pond::TableEntity::TableEntity;
+  POND_TABLE(RoutePrefixToResilientEcmpInfo, key, routePrefixToResilientEcmpInfo, RoutePrefixToResilientEcmpInfo)
+
+  // Binds the table to segment "<prefix>routePrefixToResilientEcmpInfo".
+  void controlIs(const std::string& prefix, Pond::TableControl::Role role, std::size_t capacity = 1024);
 };
 Vex::Ptr<ResilientEcmpStatus> resilientEcmpStatusFactory(const std::string& name);
 
-class ResilientEcmpStatus6 : public Vex::Entity {
+class ResilientEcmpStatus6 : public Pond::TableEntity {
  public:
   class Notifiee : public Vex::BaseNotifiee<ResilientEcmpStatus6> {
    public:
     using BaseNotifiee::BaseNotifiee;
-    VEX_KEY_HANDLER(Route6PrefixToResilientEcmpInfo, Nexo::Ip6Prefix)
-    VEX_HANDLER(Route6PrefixToResilientEcmpInfoMountStatus)
-    VEX_HANDLER(Route6PrefixToResilientEcmpInfoQuiesced)
+    POND_TABLE_HANDLERS(Route6PrefixToResilientEcmpInfo, Nexo::Ip6Prefix)
   };
-  using Entity::Entity;
-  ORB_ROW_TABLE(Nexo::Ip6Prefix, Route6PrefixToResilientEcmpInfo, route6PrefixToResilientEcmpInfo,
-                Route6PrefixToResilientEcmpInfo)
+  using Pond::TableEntity::TableEntity;
+  POND_TABLE(Route6PrefixToResilientEcmpInfo, key, route6PrefixToResilientEcmpInfo, Route6PrefixToResilientEcmpInfo)
+
+  // Binds the table to segment "<prefix>route6PrefixToResilientEcmpInfo".
+  void controlIs(const std::string& prefix, Pond::TableControl::Role role, std::size_t capacity = 1024);
 };
 Vex::Ptr<ResilientEcmpStatus6> resilientEcmpStatus6Factory(const std::string& name);
 

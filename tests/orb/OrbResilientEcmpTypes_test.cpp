@@ -4,7 +4,10 @@
 #include "Orb/OrbResilientEcmpTypes.h"
 #include "Orb/OrbInternalL3Types.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <unistd.h>
 
 namespace {
 
@@ -13,6 +16,7 @@ using OrbTypes::ViaBitmap;
 using OrbTypes::ViaBitmapRange;
 using Pond::Fib::FecId;
 using Pond::Fib::GlobalFecId;
+using ::testing::ElementsAre;
 
 template <class T>
 void expectRoundTrip(const T& value) {
@@ -111,46 +115,77 @@ TEST(ResilientEcmpValuesTest, EqualityIsFieldByField) {
 class RowWatcher : public ResilientEcmpStatus::Notifiee {
  public:
   using Notifiee::Notifiee;
-  std::vector<Nexo::Prefix> keys;
-  int mounts = 0, quiesced = 0;
-  void handleRoutePrefixToResilientEcmpInfo(const Nexo::Prefix& key) override { keys.push_back(key); }
-  void handleRoutePrefixToResilientEcmpInfoMountStatus() override { ++mounts; }
-  void handleRoutePrefixToResilientEcmpInfoQuiesced() override { ++quiesced; }
+  std::vector<std::string> seen;
+  void handleRoutePrefixToResilientEcmpInfo(const PrefixKey& key) override {
+    seen.push_back(key.prefix().stringValue());
+  }
+  void handleRoutePrefixToResilientEcmpInfoMountStatus() override { seen.push_back("mount"); }
+  void handleRoutePrefixToResilientEcmpInfoQuiesced(bool quiesced) override {
+    seen.push_back(quiesced ? "quiesced" : "busy");
+  }
 };
 
-TEST(ResilientEcmpStatusTest, TableOperationsNotifyPerKey) {
-  auto status = resilientEcmpStatusFactory("resilientEcmpStatus");
-  RowWatcher watcher(status);
-  EXPECT_FALSE(status->routePrefixToResilientEcmpInfoMounted());
-  status->routePrefixToResilientEcmpInfoControlIs({"/fib/resilientEcmp"});
-  status->routePrefixToResilientEcmpInfoControlIs({"/fib/resilientEcmp"});
-  EXPECT_TRUE(status->routePrefixToResilientEcmpInfoMounted());
-  EXPECT_EQ(watcher.mounts, 1);
+std::string uniquePrefix() {
+  static int count = 0;
+  return "orbrecmp-" + std::to_string(::getpid()) + "-" + std::to_string(++count) + "-";
+}
+
+// The routing side writes the per-route rows into shared memory; another
+// agent's reader sees each row and hears each changed prefix, in order.
+TEST(ResilientEcmpStatusTest, PerRouteRowsTravelThroughSharedMemory) {
+  using Role = Pond::TableControl::Role;
+  std::string prefix = uniquePrefix();
+  auto writer = resilientEcmpStatusFactory("resilientEcmpStatus");
+  auto reader = resilientEcmpStatusFactory("resilientEcmpStatus");
+  writer->controlIs(prefix, Role::writer, 8);
+  reader->controlIs(prefix, Role::reader);
+  RowWatcher onWriter(writer);
+  RowWatcher onReader(reader);
+  EXPECT_EQ(reader->routePrefixToResilientEcmpInfoMountStatus(), Pond::MountStatus::mounted);
 
   auto first = row("10.1.0.0/16", 1);
-  status->routePrefixToResilientEcmpInfoIs(first);
-  status->routePrefixToResilientEcmpInfoIs(first);  // unchanged: nobody hears it
-  status->routePrefixToResilientEcmpInfoCommit(row("10.2.0.0/16", 2));
-  EXPECT_EQ(status->routePrefixToResilientEcmpInfo(first.key), first);
-  EXPECT_EQ(status->routePrefixToResilientEcmpInfo(Nexo::Prefix("10.9.0.0/16")), RoutePrefixToResilientEcmpInfo());
-  EXPECT_EQ(watcher.keys.size(), 2u);
-  status->routePrefixToResilientEcmpInfoNotify(first.key);  // a reader asks to hear it again
-  EXPECT_EQ(watcher.keys.size(), 3u);
-  status->routePrefixToResilientEcmpInfoNotifyQuiesced(true);
-  EXPECT_TRUE(status->routePrefixToResilientEcmpInfoQuiesced());
-  EXPECT_EQ(watcher.quiesced, 1);
-  status->routePrefixToResilientEcmpInfoDel(first.key);
-  status->routePrefixToResilientEcmpInfoDel(first.key);
-  EXPECT_EQ(watcher.keys.size(), 4u);
-  status->routePrefixToResilientEcmpInfoDelAll();
-  EXPECT_EQ(status->routePrefixToResilientEcmpInfoSize(), 0u);
-  EXPECT_EQ(watcher.keys.size(), 5u);
+  EXPECT_TRUE(writer->routePrefixToResilientEcmpInfoIs(first));
+  EXPECT_TRUE(writer->routePrefixToResilientEcmpInfoIs(first));  // unchanged: nobody hears it
+  EXPECT_TRUE(writer->routePrefixToResilientEcmpInfoCommit(row("10.2.0.0/16", 2)));
+  EXPECT_THAT(onWriter.seen, ElementsAre("10.1.0.0/16", "10.2.0.0/16"));
+  EXPECT_EQ(reader->routePrefixToResilientEcmpInfo(first.key), first);
+  EXPECT_EQ(reader->routePrefixToResilientEcmpInfo(Nexo::Prefix("10.9.0.0/16")), RoutePrefixToResilientEcmpInfo());
+  // The same prefix written with other host bits is the same key.
+  EXPECT_TRUE(reader->routePrefixToResilientEcmpInfoHas(Nexo::Prefix("10.1.2.3/16")));
 
-  auto status6 = resilientEcmpStatus6Factory("resilientEcmpStatus6");
+  writer->routePrefixToResilientEcmpInfoDel(first.key);
+  writer->routePrefixToResilientEcmpInfoQuiescedIs(true);
+  reader->routePrefixToResilientEcmpInfoProcessChanges();
+  EXPECT_THAT(onReader.seen, ElementsAre("10.1.0.0/16", "10.2.0.0/16", "10.1.0.0/16", "quiesced"));
+  EXPECT_FALSE(reader->routePrefixToResilientEcmpInfoHas(first.key));
+  EXPECT_EQ(reader->routePrefixToResilientEcmpInfoSize(), 1u);
+
+  // A full table refuses the row and keeps what it had.
+  for (int n = 0; n < 8; ++n)
+    writer->routePrefixToResilientEcmpInfoIs(row(("10.3." + std::to_string(n) + ".0/24").c_str(), 3));
+  EXPECT_FALSE(writer->routePrefixToResilientEcmpInfoIs(row("10.4.0.0/16", 4)));
+  EXPECT_EQ(reader->routePrefixToResilientEcmpInfo(Nexo::Prefix("10.2.0.0/16")).resilientAdjIndex, 2u);
+
+  writer->routePrefixToResilientEcmpInfoDelAll();
+  EXPECT_EQ(reader->routePrefixToResilientEcmpInfoSize(), 0u);
+}
+
+TEST(ResilientEcmpStatusTest, Ipv6RowsTravelTheSameWay) {
+  using Role = Pond::TableControl::Role;
+  std::string prefix = uniquePrefix();
+  auto writer = resilientEcmpStatus6Factory("resilientEcmpStatus6");
+  auto reader = resilientEcmpStatus6Factory("resilientEcmpStatus6");
+  writer->controlIs(prefix, Role::writer);
+  reader->controlIs(prefix, Role::reader);
   Route6PrefixToResilientEcmpInfo info6;
   info6.key = Nexo::Ip6Prefix("2001:db8::/64");
-  status6->route6PrefixToResilientEcmpInfoIs(info6);
-  EXPECT_TRUE(status6->route6PrefixToResilientEcmpInfoHas(info6.key));
+  info6.coveringResEcmpPrefix = Nexo::Ip6Prefix("2001:db8::/32");
+  info6.resilientAdjIndex = 5;
+  info6.reviewResilientAdjResult = ReviewResilientAdjResult::resEcmpSuccess;
+  EXPECT_TRUE(writer->route6PrefixToResilientEcmpInfoIs(info6));
+  EXPECT_EQ(reader->route6PrefixToResilientEcmpInfo(info6.key), info6);
+  writer->route6PrefixToResilientEcmpInfoDel(info6.key);
+  EXPECT_FALSE(reader->route6PrefixToResilientEcmpInfoHas(info6.key));
 }
 
 TEST(ResilientEcmpStatusTest, PerVrfLayoutsHangOffTheInternalStatus) {
