@@ -25,6 +25,8 @@ Agent::Agent(const Options& options) {
   Log::sinkIs(logSink_);
   Orb::registerOrbTraceModules();
   core_.options = options;
+  // Every feature names its shared-memory tables under the same prefix.
+  if (core_.options.pondPrefix.empty()) core_.options.pondPrefix = processPondPrefix();
   core_.loop = loop_.get();
   core_.hive = Hive::rootFactory();
   core_.shell = &shell_;

@@ -90,7 +90,7 @@ FecRequestSource fecRequestSourceArg(const std::string& text) {
 
 FecRequestFeature::FecRequestFeature(const AgentCore& core)
     : Feature(core),
-      prefix_(options_.pondPrefix.empty() ? processPondPrefix() : options_.pondPrefix),
+      prefix_(options_.pondPrefix),
       all_(Vex::make<Orb::AllFecIdToHwFecIdRequestResponse>("allFecIdToHwFecIdRequestResponse")) {
   if (!options_.externalFecAllocator) allocator_ = Vex::make<SoftChip::SoftFecAllocator>(chip_, prefix_);
 }

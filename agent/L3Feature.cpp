@@ -367,6 +367,7 @@ void L3Feature::fecToChip(GlobalFecId fec) {
   }
   auto slots = resilientSlots_.find(fec);
   routeHelper_->doAddFec(fec.value(), entry->l2Adj()->key(), slots == resilientSlots_.end() ? 0 : slots->second);
+  if (slots != resilientSlots_.end()) resilientRowsIs(fec);
   // A route the chip refused may fit now.
   for (auto it = refusedRoutes_.begin(); it != refusedRoutes_.end();) {
     auto key = *it++;
@@ -381,6 +382,72 @@ void L3Feature::fecResilientIs(GlobalFecId fec, std::uint32_t slots) {
     resilientSlots_.erase(fec);
   }
   fecToChip(fec);
+  resilientRowsIs(fec);
+}
+
+Orb::ResilientEcmpStatus& L3Feature::resilientStatus(VrfId vrf) {
+  auto& status = resilientStatus_[vrf];
+  if (!status) {
+    status = Orb::resilientEcmpStatusFactory(fmt::format("resilientEcmpStatus-vrf{}", vrf.value()));
+    status->controlIs(fmt::format("{}vrf{}-", options_.pondPrefix, vrf.value()), Pond::TableControl::Role::writer,
+                      resilientRoutesPerVrf);
+  }
+  return *status;
+}
+
+Orb::ResilientEcmpStatus6& L3Feature::resilientStatus6(VrfId vrf) {
+  auto& status = resilientStatus6_[vrf];
+  if (!status) {
+    status = Orb::resilientEcmpStatus6Factory(fmt::format("resilientEcmpStatus6-vrf{}", vrf.value()));
+    status->controlIs(fmt::format("{}vrf{}-", options_.pondPrefix, vrf.value()), Pond::TableControl::Role::writer,
+                      resilientRoutesPerVrf);
+  }
+  return *status;
+}
+
+void L3Feature::resilientRowIs(VrfId vrf, const SoftChip::SoftRouteKey& key, const Orb::AdjInfo* info) {
+  const bool resilient = info && resilientSlots_.contains(info->fecId);
+  if (!resilient) {
+    // Only a VRF that ever had a resilient route has tables to take a row from.
+    if (key.v6 && resilientStatus6_.contains(vrf))
+      resilientStatus6(vrf).route6PrefixToResilientEcmpInfoDel(key.prefix6);
+    if (!key.v6 && resilientStatus_.contains(vrf)) resilientStatus(vrf).routePrefixToResilientEcmpInfoDel(key.prefix);
+    return;
+  }
+  // The route's resilient adjacency is its FEC's; while none of its next
+  // hops resolves, the review fails on empty vias.
+  auto entry = l3Status_->adjEntryList(info->fecId);
+  const auto& adj = entry ? entry->l2Adj() : nullptr;
+  const std::uint64_t adjIndex = adj ? adj->key().index : 0;
+  const auto result = adj && adj->nextHops().hasResolvedNextHops() ? Orb::ReviewResilientAdjResult::resEcmpSuccess
+                                                                   : Orb::ReviewResilientAdjResult::emptyViasFecFailure;
+  if (key.v6) {
+    Orb::Route6PrefixToResilientEcmpInfo row;
+    row.key = row.coveringResEcmpPrefix = key.prefix6;
+    row.adjIndex = adjIndex;
+    row.resilientAdjIndex = info->fecId.value();
+    row.reviewResilientAdjResult = result;
+    if (!resilientStatus6(vrf).route6PrefixToResilientEcmpInfoIs(row)) ++resilientRowsRefused_;
+  } else {
+    Orb::RoutePrefixToResilientEcmpInfo row;
+    row.key = row.coveringResEcmpPrefix = key.prefix;
+    row.adjIndex = adjIndex;
+    row.resilientAdjIndex = info->fecId.value();
+    row.reviewResilientAdjResult = result;
+    if (!resilientStatus(vrf).routePrefixToResilientEcmpInfoIs(row)) ++resilientRowsRefused_;
+  }
+}
+
+void L3Feature::resilientRowsIs(GlobalFecId fec) {
+  const auto& routes = l3Status_->adjInfoColl();
+  for (const auto& [vp, info] : routes->adjInfoList()) {
+    if (info.fecId == fec)
+      resilientRowIs(vp.vrfId, SoftChip::SoftRouteKey{vp.vrfId.value(), false, vp.prefix, {}}, &info);
+  }
+  for (const auto& [vp, info] : routes->adjInfo6List()) {
+    if (info.fecId == fec)
+      resilientRowIs(vp.vrfId, SoftChip::SoftRouteKey{vp.vrfId.value(), true, {}, vp.prefix}, &info);
+  }
 }
 
 void L3Feature::routeToChip(VrfId vrf, const SoftChip::SoftRouteKey& key, const Orb::AdjInfo* info) {
@@ -390,6 +457,7 @@ void L3Feature::routeToChip(VrfId vrf, const SoftChip::SoftRouteKey& key, const 
     if (key.v6 && routes->adjInfo6ListHas({vrf, key.prefix6})) info = &routes->adjInfo6List({vrf, key.prefix6});
     if (!key.v6 && routes->adjInfoListHas({vrf, key.prefix})) info = &routes->adjInfoList({vrf, key.prefix});
   }
+  resilientRowIs(vrf, key, info);
   if (!info) {
     refusedRoutes_.erase(key);
     routeHelper_->doRemoveRoute(key);

@@ -8,6 +8,7 @@
 #include "Orb/OrbL2AdjBinder.h"
 #include "Orb/OrbL2AdjSm.h"
 #include "Orb/OrbL3Types.h"
+#include "Orb/OrbResilientEcmpTypes.h"
 #include "agent/Feature.h"
 #include "chip/softchip/SoftAdj.h"
 #include "chip/softchip/SoftRoute.h"
@@ -32,6 +33,8 @@ class L3Feature : public Feature {
   // The router MAC the chip routes frames to until `ip router-mac` changes it.
   static constexpr std::uint64_t defaultRouterMac = 0x020000000001ULL;
   static constexpr long maxResilientSlots = 4096;
+  // Rows each VRF's shared-memory resilient ECMP table holds, per family.
+  static constexpr std::size_t resilientRoutesPerVrf = 16384;
 
  private:
   class WatchReactor;
@@ -73,6 +76,14 @@ class L3Feature : public Feature {
   // Makes the FEC resilient over `slots` slots; 0 makes it ordinary again.
   void fecResilientIs(Pond::Fib::GlobalFecId fec, std::uint32_t slots);
   void routeToChip(Orb::VrfId vrf, const SoftChip::SoftRouteKey& key, const Orb::AdjInfo* info);
+  // Publishes, or takes back, the route's row in its VRF's shared-memory
+  // resilient ECMP table: a route has a row while its FEC is resilient.
+  void resilientRowIs(Orb::VrfId vrf, const SoftChip::SoftRouteKey& key, const Orb::AdjInfo* info);
+  // The same for every route over `fec`.
+  void resilientRowsIs(Pond::Fib::GlobalFecId fec);
+  // The VRF's resilient ECMP tables, bound as their writer on first use.
+  Orb::ResilientEcmpStatus& resilientStatus(Orb::VrfId vrf);
+  Orb::ResilientEcmpStatus6& resilientStatus6(Orb::VrfId vrf);
 
   Vex::Ptr<Orb::L3Status> l3Status_;
   Vex::Ptr<Orb::OrbInternalL3Status> internal_;
@@ -97,6 +108,11 @@ class L3Feature : public Feature {
   std::unique_ptr<DedupReactor> dedupReactor_;
   // Resilient FECs and their slot counts.
   std::map<Pond::Fib::GlobalFecId, std::uint32_t> resilientSlots_;
+  // Per VRF, the routes over resilient FECs as other agents read them.
+  std::map<Orb::VrfId, Vex::Ptr<Orb::ResilientEcmpStatus>> resilientStatus_;
+  std::map<Orb::VrfId, Vex::Ptr<Orb::ResilientEcmpStatus6>> resilientStatus6_;
+  // Rows a full table refused (the route stays in the chip all the same).
+  std::uint64_t resilientRowsRefused_ = 0;
   // Routes the chip refused; written again whenever a route or FEC changes.
   std::set<SoftChip::SoftRouteKey> refusedRoutes_;
 };

@@ -7,6 +7,8 @@
 
 #include <sstream>
 
+#include <unistd.h>
+
 namespace {
 
 using AgentTest::error;
@@ -23,7 +25,8 @@ class L3CommandsTest : public ::testing::Test {
   }
   std::string state() {
     return run(agent, "show ip route json") + run(agent, "show adjacency json") + run(agent, "show ip watched json") +
-           run(agent, "show fec json") + run(agent, "show resilient-ecmp dedup json") + agent.chip().json();
+           run(agent, "show fec json") + run(agent, "show resilient-ecmp dedup json") +
+           run(agent, "show resilient-ecmp routes json") + agent.chip().json();
   }
 };
 
@@ -70,6 +73,7 @@ TEST_F(L3CommandsTest, BadInputIsRefusedAndChangesNothing) {
       {"resilient-ecmp dedup 99", "no fec 99"},
       {"no resilient-ecmp dedup 5", "no deduping request 5"},
       {"no resilient-ecmp dedup 65536", "out of range"},
+      {"show resilient-ecmp routes all", "usage: show resilient-ecmp routes [json]"},
       // IPv6 vias and neighbours.
       {"fec 10 via 2001:db8::2 Ethernet1", "fec 10 has vias of the other address family: an IPv6 via cannot join"},
       {"fec 12 via 2001:db8::g Ethernet1", "bad IPv6 address '2001:db8::g'"},
@@ -140,6 +144,42 @@ TEST_F(L3CommandsTest, AResilientFecFollowsItsViasInTheChip) {
   EXPECT_EQ(chip.fecs().size(), 0u);
   run(agent, "interface Ethernet4 vrf red");
   EXPECT_EQ(chip.l3Intfs().find(Nexo::IntfId("Ethernet4"))->vrf, 1u);
+}
+
+// Another agent reads the rows of routes over resilient FECs from the VRF's
+// shared-memory tables, both families.
+TEST(L3ResilientRowsTest, OtherAgentsReadThemFromSharedMemory) {
+  Agent::Options options;
+  options.pondPrefix = "orb-l3-test-" + std::to_string(::getpid()) + "-";
+  Agent::Agent agent{options};
+  run(agent, "vrf red");
+  run(agent, "interface Ethernet1 vrf red");
+  run(agent, "arp red 10.0.0.2 00:00:00:00:aa:02 Ethernet1");
+  run(agent, "fec 10 via 10.0.0.2 Ethernet1");
+  run(agent, "fec 10 resilient slots 8");
+  run(agent, "ip route vrf red 10.9.0.0/16 fec 10");
+  run(agent, "fec 20 via 2001:db8::2 Ethernet1");
+  run(agent, "fec 20 resilient slots 4");
+  run(agent, "ipv6 route vrf red 2001:db8:9::/48 fec 20");
+
+  auto reader = Orb::resilientEcmpStatusFactory("reader");
+  auto reader6 = Orb::resilientEcmpStatus6Factory("reader6");
+  reader->controlIs(options.pondPrefix + "vrf1-", Pond::TableControl::Role::reader);
+  reader6->controlIs(options.pondPrefix + "vrf1-", Pond::TableControl::Role::reader);
+  auto row = reader->routePrefixToResilientEcmpInfo(Nexo::Prefix("10.9.0.0/16"));
+  EXPECT_EQ(row.resilientAdjIndex, 10u);
+  EXPECT_EQ(row.coveringResEcmpPrefix, Orb::PrefixKey(Nexo::Prefix("10.9.0.0/16")));
+  EXPECT_EQ(row.reviewResilientAdjResult, Orb::ReviewResilientAdjResult::resEcmpSuccess);
+  EXPECT_NE(row.adjIndex, 0u);
+  auto row6 = reader6->route6PrefixToResilientEcmpInfo(Nexo::Ip6Prefix("2001:db8:9::/48"));
+  EXPECT_EQ(row6.resilientAdjIndex, 20u);
+  // No IPv6 neighbour resolves the via yet.
+  EXPECT_EQ(row6.reviewResilientAdjResult, Orb::ReviewResilientAdjResult::emptyViasFecFailure);
+
+  run(agent, "no ip route vrf red 10.9.0.0/16");
+  EXPECT_FALSE(reader->routePrefixToResilientEcmpInfoHas(Nexo::Prefix("10.9.0.0/16")));
+  run(agent, "no fec 20 resilient");
+  EXPECT_EQ(reader6->route6PrefixToResilientEcmpInfoSize(), 0u);
 }
 
 TEST_F(L3CommandsTest, AFecInUseAndAnInterfaceWithViasStay) {
