@@ -385,57 +385,50 @@ void L3Feature::fecResilientIs(GlobalFecId fec, std::uint32_t slots) {
   resilientRowsIs(fec);
 }
 
-Orb::ResilientEcmpStatus& L3Feature::resilientStatus(VrfId vrf) {
-  auto& status = resilientStatus_[vrf];
-  if (!status) {
-    status = Orb::resilientEcmpStatusFactory(fmt::format("resilientEcmpStatus-vrf{}", vrf.value()));
-    status->controlIs(fmt::format("{}vrf{}-", options_.pondPrefix, vrf.value()), Pond::TableControl::Role::writer,
-                      resilientRoutesPerVrf);
-  }
-  return *status;
-}
-
-Orb::ResilientEcmpStatus6& L3Feature::resilientStatus6(VrfId vrf) {
-  auto& status = resilientStatus6_[vrf];
-  if (!status) {
-    status = Orb::resilientEcmpStatus6Factory(fmt::format("resilientEcmpStatus6-vrf{}", vrf.value()));
-    status->controlIs(fmt::format("{}vrf{}-", options_.pondPrefix, vrf.value()), Pond::TableControl::Role::writer,
-                      resilientRoutesPerVrf);
-  }
-  return *status;
-}
-
 void L3Feature::resilientRowIs(VrfId vrf, const SoftChip::SoftRouteKey& key, const Orb::AdjInfo* info) {
   const bool resilient = info && resilientSlots_.contains(info->fecId);
   if (!resilient) {
     // Only a VRF that ever had a resilient route has tables to take a row from.
     if (key.v6 && resilientStatus6_.contains(vrf))
-      resilientStatus6(vrf).route6PrefixToResilientEcmpInfoDel(key.prefix6);
-    if (!key.v6 && resilientStatus_.contains(vrf)) resilientStatus(vrf).routePrefixToResilientEcmpInfoDel(key.prefix);
+      resilientStatus6_[vrf]->route6PrefixToResilientEcmpInfoDel(key.prefix6);
+    if (!key.v6 && resilientStatus_.contains(vrf)) resilientStatus_[vrf]->routePrefixToResilientEcmpInfoDel(key.prefix);
     return;
   }
   // The route's resilient adjacency is its FEC's; while none of its next
   // hops resolves, the review fails on empty vias.
   auto entry = l3Status_->adjEntryList(info->fecId);
   const auto& adj = entry ? entry->l2Adj() : nullptr;
-  const std::uint64_t adjIndex = adj ? adj->key().index : 0;
-  const auto result = adj && adj->nextHops().hasResolvedNextHops() ? Orb::ReviewResilientAdjResult::resEcmpSuccess
-                                                                   : Orb::ReviewResilientAdjResult::emptyViasFecFailure;
+  auto fill = [&](auto& row) {
+    row.adjIndex = adj ? adj->key().index : 0;
+    row.resilientAdjIndex = info->fecId.value();
+    row.reviewResilientAdjResult = adj && adj->nextHops().hasResolvedNextHops()
+                                       ? Orb::ReviewResilientAdjResult::resEcmpSuccess
+                                       : Orb::ReviewResilientAdjResult::emptyViasFecFailure;
+  };
+  bool stored;
   if (key.v6) {
     Orb::Route6PrefixToResilientEcmpInfo row;
     row.key = row.coveringResEcmpPrefix = key.prefix6;
-    row.adjIndex = adjIndex;
-    row.resilientAdjIndex = info->fecId.value();
-    row.reviewResilientAdjResult = result;
-    if (!resilientStatus6(vrf).route6PrefixToResilientEcmpInfoIs(row)) ++resilientRowsRefused_;
+    fill(row);
+    stored = writerOf(resilientStatus6_, vrf, "resilientEcmpStatus6").route6PrefixToResilientEcmpInfoIs(row);
   } else {
     Orb::RoutePrefixToResilientEcmpInfo row;
     row.key = row.coveringResEcmpPrefix = key.prefix;
-    row.adjIndex = adjIndex;
-    row.resilientAdjIndex = info->fecId.value();
-    row.reviewResilientAdjResult = result;
-    if (!resilientStatus(vrf).routePrefixToResilientEcmpInfoIs(row)) ++resilientRowsRefused_;
+    fill(row);
+    stored = writerOf(resilientStatus_, vrf, "resilientEcmpStatus").routePrefixToResilientEcmpInfoIs(row);
   }
+  if (!stored) ++resilientRowsRefused_;
+}
+
+template <class Status>
+Status& L3Feature::writerOf(std::map<VrfId, Vex::Ptr<Status>>& held, VrfId vrf, const char* name) {
+  auto& status = held[vrf];
+  if (!status) {
+    status = Vex::make<Status>(fmt::format("{}-vrf{}", name, vrf.value()));
+    status->controlIs(fmt::format("{}vrf{}-", options_.pondPrefix, vrf.value()), Pond::TableControl::Role::writer,
+                      resilientRoutesPerVrf);
+  }
+  return *status;
 }
 
 void L3Feature::resilientRowsIs(GlobalFecId fec) {

@@ -81,9 +81,10 @@ class L3Feature : public Feature {
   void resilientRowIs(Orb::VrfId vrf, const SoftChip::SoftRouteKey& key, const Orb::AdjInfo* info);
   // The same for every route over `fec`.
   void resilientRowsIs(Pond::Fib::GlobalFecId fec);
-  // The VRF's resilient ECMP tables, bound as their writer on first use.
-  Orb::ResilientEcmpStatus& resilientStatus(Orb::VrfId vrf);
-  Orb::ResilientEcmpStatus6& resilientStatus6(Orb::VrfId vrf);
+  // The VRF's resilient ECMP table of one family, bound as its writer on
+  // first use.
+  template <class Status>
+  Status& writerOf(std::map<Orb::VrfId, Vex::Ptr<Status>>& held, Orb::VrfId vrf, const char* name);
 
   Vex::Ptr<Orb::L3Status> l3Status_;
   Vex::Ptr<Orb::OrbInternalL3Status> internal_;
