@@ -83,62 +83,62 @@ void L3Feature::registerResilientCommands() {
         }
         out << fmt::format("requests {} answers {}\n", dedup_->request().size(), dedup_->response().size());
       });
-  shell_.commandIs("show resilient-ecmp routes", "[json]",
-                   "routes over resilient FECs, as published in each VRF's shared-memory table",
-                   [this](Args args, std::ostream& out) {
-                     bool json = takeJsonFlag(args);
-                     expectArgs(args, 0, 0, "show resilient-ecmp routes [json]");
-                     struct Row {
-                       std::uint32_t vrf;
-                       std::string prefix;
-                       std::uint64_t adjIndex;
-                       std::uint64_t resilientAdjIndex;
-                       std::string result;
-                     };
-                     std::vector<Row> rows;
-                     auto add = [&rows](Orb::VrfId vrf, const auto& row) {
-                       rows.push_back({vrf.value(), prefixText(row.key), row.adjIndex, row.resilientAdjIndex,
-                                       Vex::valueToStrep(row.reviewResilientAdjResult)});
-                     };
-                     for (const auto& [vrf, status] : resilientStatus_)
-                       status->routePrefixToResilientEcmpInfoTable().forEach([&](const auto& row) { add(vrf, row); });
-                     for (const auto& [vrf, status] : resilientStatus6_)
-                       status->route6PrefixToResilientEcmpInfoTable().forEach([&](const auto& row) { add(vrf, row); });
-                     std::sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) {
-                       return std::tie(a.vrf, a.prefix) < std::tie(b.vrf, b.prefix);
-                     });
-                     if (json) {
-                       printJson(out, [&](JsonWriter& w) {
-                         w.StartObject();
-                         w.Key("routes");
-                         w.StartArray();
-                         for (const auto& row : rows) {
-                           w.StartObject();
-                           w.Key("vrf");
-                           w.Uint(row.vrf);
-                           w.Key("prefix");
-                           w.String(row.prefix.c_str());
-                           w.Key("adjIndex");
-                           w.Uint64(row.adjIndex);
-                           w.Key("resilientAdjIndex");
-                           w.Uint64(row.resilientAdjIndex);
-                           w.Key("result");
-                           w.String(row.result.c_str());
-                           w.EndObject();
-                         }
-                         w.EndArray();
-                         w.Key("refused");
-                         w.Uint64(resilientRowsRefused_);
-                         w.EndObject();
-                       });
-                       return;
-                     }
-                     for (const auto& row : rows) {
-                       out << fmt::format("vrf {} {} adjacency {} resilient fec {} {}\n", row.vrf, row.prefix,
-                                          row.adjIndex, row.resilientAdjIndex, row.result);
-                     }
-                     out << fmt::format("routes {} refused {}\n", rows.size(), resilientRowsRefused_);
-                   });
+  shell_.commandIs(
+      "show resilient-ecmp routes", "[json]",
+      "routes over resilient FECs, as published in each VRF's shared-memory table",
+      [this](Args args, std::ostream& out) {
+        bool json = takeJsonFlag(args);
+        expectArgs(args, 0, 0, "show resilient-ecmp routes [json]");
+        struct Row {
+          std::uint32_t vrf;
+          std::string prefix;
+          std::uint64_t adjIndex;
+          std::uint64_t resilientAdjIndex;
+          std::string result;
+        };
+        std::vector<Row> rows;
+        auto add = [&rows](Orb::VrfId vrf, const auto& row) {
+          rows.push_back({vrf.value(), prefixText(row.key), row.adjIndex, row.resilientAdjIndex,
+                          Vex::valueToStrep(row.reviewResilientAdjResult)});
+        };
+        for (const auto& held : resilientStatus_)
+          held.second->routePrefixToResilientEcmpInfoTable().forEach([&](const auto& row) { add(held.first, row); });
+        for (const auto& held : resilientStatus6_)
+          held.second->route6PrefixToResilientEcmpInfoTable().forEach([&](const auto& row) { add(held.first, row); });
+        std::sort(rows.begin(), rows.end(),
+                  [](const Row& a, const Row& b) { return std::tie(a.vrf, a.prefix) < std::tie(b.vrf, b.prefix); });
+        if (json) {
+          printJson(out, [&](JsonWriter& w) {
+            w.StartObject();
+            w.Key("routes");
+            w.StartArray();
+            for (const auto& row : rows) {
+              w.StartObject();
+              w.Key("vrf");
+              w.Uint(row.vrf);
+              w.Key("prefix");
+              w.String(row.prefix.c_str());
+              w.Key("adjIndex");
+              w.Uint64(row.adjIndex);
+              w.Key("resilientAdjIndex");
+              w.Uint64(row.resilientAdjIndex);
+              w.Key("result");
+              w.String(row.result.c_str());
+              w.EndObject();
+            }
+            w.EndArray();
+            w.Key("refused");
+            w.Uint64(resilientRowsRefused_);
+            w.EndObject();
+          });
+          return;
+        }
+        for (const auto& row : rows) {
+          out << fmt::format("vrf {} {} adjacency {} resilient fec {} {}\n", row.vrf, row.prefix, row.adjIndex,
+                             row.resilientAdjIndex, row.result);
+        }
+        out << fmt::format("routes {} refused {}\n", rows.size(), resilientRowsRefused_);
+      });
 }
 
 }  // namespace Agent
