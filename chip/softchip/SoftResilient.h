@@ -1,16 +1,21 @@
 // Resilient ECMP in the soft chip: a resilient FEC spreads its next hops
-// over a fixed number of slots, and a flow picks a slot by its hash, so a
+// over a fixed number of slots, each next hop taking a share of the slots
+// in proportion to its weight, and a flow picks a slot by its hash, so a
 // flow keeps its next hop for as long as its slot keeps its member.
 //
-// When the members change, the layout changes no more than it must:
+// When the members or their weights change, the layout changes no more
+// than it must:
 //  - the slots of a member that left go, one at a time, to the members
-//    holding fewest slots, so they spread evenly over the survivors and no
+//    furthest below their share, so they spread over the survivors and no
 //    other slot moves;
-//  - a member that joined takes slots, one at a time, from the members
-//    holding most, until no two members differ by more than one slot; only
-//    slots moving to it change.
-// A first layout (or one with another slot count) deals the slots round
-// robin over the members in order.
+//  - then, while a member is a whole slot or more short of its share, it
+//    takes a slot from the member furthest above its share; and while one
+//    is a whole slot or more over, it gives one to the member furthest
+//    below. Every member ends within a slot of its share, and a member that
+//    joined takes slots only from those holding more than their new share.
+// A first layout (or one with another slot count) deals the slots one by
+// one to the member furthest below its share, ties to the earlier member:
+// round robin when the weights are equal.
 #pragma once
 
 #include <algorithm>
@@ -22,24 +27,44 @@
 namespace SoftChip {
 
 // The slot layout for `members` (distinct, in the order a first layout
-// deals them) over `slotCount` slots, moving as few slots of `previous`
-// as the change forces. No members: no slots.
+// deals them) with their `weights` (0 counts as 1) over `slotCount` slots,
+// moving as few slots of `previous` as the change forces. No members: no
+// slots.
 template <class Member>
 std::vector<Member> resilientSlotLayout(const std::vector<Member>& previous, const std::vector<Member>& members,
-                                        std::size_t slotCount) {
+                                        const std::vector<std::uint32_t>& weights, std::size_t slotCount) {
   std::vector<Member> slots;
   if (members.empty() || slotCount == 0) return slots;
+  std::vector<std::int64_t> weight(members.size(), 1);
+  std::int64_t totalWeight = 0;
+  for (std::size_t i = 0; i < members.size(); ++i) {
+    if (i < weights.size() && weights[i]) weight[i] = weights[i];
+    totalWeight += weight[i];
+  }
+  std::vector<std::vector<std::size_t>> held(members.size());
+  // How far a member is above its share, in slots times the total weight.
+  auto surplus = [&](std::size_t i) {
+    return std::int64_t(held[i].size()) * totalWeight - std::int64_t(slotCount) * weight[i];
+  };
+  auto extreme = [&](bool above) {
+    std::size_t best = 0;
+    for (std::size_t i = 1; i < members.size(); ++i) {
+      if (above ? surplus(i) > surplus(best) : surplus(i) < surplus(best)) best = i;
+    }
+    return best;
+  };
+  auto give = [&](std::size_t slot, std::size_t to) {
+    slots[slot] = members[to];
+    held[to].push_back(slot);
+  };
   if (previous.size() != slotCount) {
-    slots.reserve(slotCount);
-    for (std::size_t i = 0; i < slotCount; ++i) slots.push_back(members[i % members.size()]);
+    slots.resize(slotCount, members.front());
+    for (std::size_t slot = 0; slot < slotCount; ++slot) give(slot, extreme(false));
     return slots;
   }
   slots = previous;
-  // Slots held per member, in the members' order, so that ties go the
-  // same way every time.
   std::map<Member, std::size_t> position;
   for (std::size_t i = 0; i < members.size(); ++i) position.emplace(members[i], i);
-  std::vector<std::vector<std::size_t>> held(members.size());
   std::vector<std::size_t> orphans;
   for (std::size_t slot = 0; slot < slots.size(); ++slot) {
     auto it = position.find(slots[slot]);
@@ -49,32 +74,27 @@ std::vector<Member> resilientSlotLayout(const std::vector<Member>& previous, con
       held[it->second].push_back(slot);
     }
   }
-  auto fewest = [&] {
-    return std::size_t(
-        std::min_element(held.begin(), held.end(), [](const auto& a, const auto& b) { return a.size() < b.size(); }) -
-        held.begin());
-  };
-  auto most = [&] {
-    return std::size_t(
-        std::max_element(held.begin(), held.end(), [](const auto& a, const auto& b) { return a.size() < b.size(); }) -
-        held.begin());
-  };
-  for (std::size_t slot : orphans) {
-    std::size_t to = fewest();
-    slots[slot] = members[to];
-    held[to].push_back(slot);
-  }
-  for (;;) {
-    std::size_t from = most(), to = fewest();
-    if (held[from].size() <= held[to].size() + 1) break;
+  for (std::size_t slot : orphans) give(slot, extreme(false));
+  // A member is a slot or more away from its share when its surplus
+  // reaches the total weight. First those short of their share take slots
+  // from the richest, then those over it give to the poorest.
+  auto move = [&](std::size_t from, std::size_t to) {
     // The donor gives its highest slot; its others stay where they were.
     auto highest = std::max_element(held[from].begin(), held[from].end());
     std::size_t slot = *highest;
     held[from].erase(highest);
-    slots[slot] = members[to];
-    held[to].push_back(slot);
-  }
+    give(slot, to);
+  };
+  for (std::size_t to = extreme(false); surplus(to) <= -totalWeight; to = extreme(false)) move(extreme(true), to);
+  for (std::size_t from = extreme(true); surplus(from) >= totalWeight; from = extreme(true)) move(from, extreme(false));
   return slots;
+}
+
+// The same with every member of equal weight.
+template <class Member>
+std::vector<Member> resilientSlotLayout(const std::vector<Member>& previous, const std::vector<Member>& members,
+                                        std::size_t slotCount) {
+  return resilientSlotLayout(previous, members, std::vector<std::uint32_t>(members.size(), 1), slotCount);
 }
 
 // The slot a flow takes.

@@ -67,14 +67,27 @@ void SoftL3IntfTable::dumpEntry(JsonWriter& writer, const HwL3Intf& intf) const 
   writer.EndObject();
 }
 
-std::vector<SlotMember> slotMembers(const HwAdj& adj) {
-  std::vector<SlotMember> members;
+SlotMembers slotMembers(const HwAdj& adj) {
+  SlotMembers out;
   for (const auto& nh : adj.nextHops) {
     SlotMember member = nh;
     member.weight = 0;
-    if (std::find(members.begin(), members.end(), member) == members.end()) members.push_back(member);
+    auto at = std::find(out.members.begin(), out.members.end(), member);
+    if (at == out.members.end()) {
+      out.members.push_back(member);
+      out.weights.push_back(std::max<std::uint32_t>(nh.weight, 1));
+    } else {
+      out.weights[std::size_t(at - out.members.begin())] += std::max<std::uint32_t>(nh.weight, 1);
+    }
   }
-  return members;
+  return out;
+}
+
+std::vector<std::pair<SlotMember, std::uint32_t>> SlotMembers::sorted() const {
+  std::vector<std::pair<SlotMember, std::uint32_t>> out;
+  for (std::size_t i = 0; i < members.size(); ++i) out.emplace_back(members[i], weights[i]);
+  std::sort(out.begin(), out.end());
+  return out;
 }
 
 SoftRouteHelper::SoftRouteHelper(const Vex::Ptr<SoftChip>& chip, SoftAdjHelper& adjacencies)
@@ -86,7 +99,8 @@ SoftRouteHelper::~SoftRouteHelper() { adjHelper_.adjacencyWrittenIs(nullptr); }
 
 void SoftRouteHelper::layOut(HwFec& fec, std::vector<SlotMember> previous) {
   const HwAdj* hwAdj = adjHelper_.table().find(fec.adj);
-  fec.slots = resilientSlotLayout(previous, hwAdj ? slotMembers(*hwAdj) : std::vector<SlotMember>{}, fec.slotCount);
+  const SlotMembers members = hwAdj ? slotMembers(*hwAdj) : SlotMembers{};
+  fec.slots = resilientSlotLayout(previous, members.members, members.weights, fec.slotCount);
 }
 
 void SoftRouteHelper::adjacencyWritten(const Orb::L2AdjKey& adj) {
@@ -150,9 +164,7 @@ std::uint64_t SoftRouteHelper::sharedResilientFec(std::uint64_t fecId) const {
   if (!fec || !fec->slotCount) return fecId;
   auto membersOf = [this](const HwFec& of) {
     const HwAdj* adj = adjHelper_.table().find(of.adj);
-    auto members = adj ? slotMembers(*adj) : std::vector<SlotMember>{};
-    std::sort(members.begin(), members.end());
-    return members;
+    return adj ? slotMembers(*adj).sorted() : std::vector<std::pair<SlotMember, std::uint32_t>>{};
   };
   const auto members = membersOf(*fec);
   // The table is ordered by FEC id: the first match is the lowest.

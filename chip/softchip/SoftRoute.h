@@ -131,8 +131,14 @@ class SoftRouteHelper : public Vex::PtrInterface {
   std::uint64_t refused_ = 0;
 };
 
-// The distinct next hops of an adjacency, in its order: a resilient FEC's
-// members.
-std::vector<SlotMember> slotMembers(const HwAdj& adj);
+// A resilient FEC's members: the distinct next hops of its adjacency, in
+// its order, each with its weight (summed over repeats).
+struct SlotMembers {
+  std::vector<SlotMember> members;
+  std::vector<std::uint32_t> weights;
+  // Members and weights in member order, for comparing two FECs' sets.
+  std::vector<std::pair<SlotMember, std::uint32_t>> sorted() const;
+};
+SlotMembers slotMembers(const HwAdj& adj);
 
 }  // namespace SoftChip

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <map>
 #include <random>
 
@@ -70,6 +71,73 @@ TEST(ResilientSlotLayoutTest, RemovalMovesOnlyTheLeaversSlotsAndAdditionOnlyToTh
         EXPECT_EQ(remove ? before[i] : slots[i], changed) << "slot " << i << " round " << round;
       }
       if (slotCount >= members.size()) expectEven(slots, members);
+    }
+  }
+}
+
+// Every member holds its share of the slots, by weight, to within a slot.
+void expectShares(const std::vector<int>& slots, const std::vector<int>& members,
+                  const std::vector<std::uint32_t>& weights) {
+  auto count = shares(slots);
+  double total = 0;
+  for (auto w : weights) total += w;
+  for (std::size_t i = 0; i < members.size(); ++i) {
+    double share = double(slots.size()) * weights[i] / total;
+    EXPECT_LE(std::abs(double(count[members[i]]) - share), 1.0) << "member " << members[i];
+  }
+}
+
+TEST(ResilientSlotLayoutTest, WeightsSetTheSharesAndAWeightChangeMovesOnlyTheDifference) {
+  auto slots = resilientSlotLayout<int>({}, {1, 2}, {1, 3}, 8);
+  EXPECT_EQ(shares(slots), (std::map<int, std::size_t>{{1, 2}, {2, 6}}));
+  // Weight 3 to 1: two of member 2's slots go to member 1, nothing else moves.
+  auto after = resilientSlotLayout(slots, {1, 2}, {1, 1}, 8);
+  EXPECT_EQ(shares(after), (std::map<int, std::size_t>{{1, 4}, {2, 4}}));
+  int moved = 0;
+  for (std::size_t i = 0; i < 8; ++i) {
+    if (after[i] == slots[i]) continue;
+    ++moved;
+    EXPECT_EQ(slots[i], 2);
+  }
+  EXPECT_EQ(moved, 2);
+  // A weight of 0 counts as 1; equal weights deal round robin.
+  EXPECT_EQ(resilientSlotLayout<int>({}, {1, 2, 3}, {0, 1, 1}, 4), (std::vector<int>{1, 2, 3, 1}));
+}
+
+TEST(ResilientSlotLayoutTest, WeightedRemovalMovesOnlyTheLeaversSlotsAndAdditionOnlyToTheJoiner) {
+  std::mt19937 random(11);
+  for (int round = 0; round < 300; ++round) {
+    std::size_t slotCount = 1 + random() % 128;
+    std::vector<int> members;
+    std::vector<std::uint32_t> weights;
+    int next = 0;
+    for (std::size_t n = 1 + random() % 8; n; --n) {
+      members.push_back(next++);
+      weights.push_back(1 + random() % 4);
+    }
+    auto slots = resilientSlotLayout<int>({}, members, weights, slotCount);
+    for (int change = 0; change < 10; ++change) {
+      auto before = slots;
+      bool remove = members.size() > 1 && random() % 2;
+      int changed;
+      if (remove) {
+        std::size_t at = random() % members.size();
+        changed = members[at];
+        members.erase(members.begin() + std::ptrdiff_t(at));
+        weights.erase(weights.begin() + std::ptrdiff_t(at));
+      } else {
+        changed = next++;
+        std::size_t at = random() % (members.size() + 1);
+        members.insert(members.begin() + std::ptrdiff_t(at), changed);
+        weights.insert(weights.begin() + std::ptrdiff_t(at), 1 + random() % 4);
+      }
+      slots = resilientSlotLayout(before, members, weights, slotCount);
+      ASSERT_EQ(slots.size(), slotCount);
+      for (std::size_t i = 0; i < slotCount; ++i) {
+        if (before[i] == slots[i]) continue;
+        EXPECT_EQ(remove ? before[i] : slots[i], changed) << "slot " << i << " round " << round;
+      }
+      expectShares(slots, members, weights);
     }
   }
 }
