@@ -11,8 +11,9 @@
 //  - then, while a member is a whole slot or more short of its share, it
 //    takes a slot from the member furthest above its share; and while one
 //    is a whole slot or more over, it gives one to the member furthest
-//    below. Every member ends within a slot of its share, and a member that
-//    joined takes slots only from those holding more than their new share.
+//    below. Every member ends within a slot of its share. With equal
+//    weights that moves nothing more; with unequal ones it now and then
+//    moves one slot between members the change did not touch.
 // A first layout (or one with another slot count) deals the slots one by
 // one to the member furthest below its share, ties to the earlier member:
 // round robin when the weights are equal.
