@@ -100,6 +100,9 @@ Orb::FecIdToHwFecIdRequest& FecRequestFeature::requester(FecRequestSource source
   std::string name = Vex::valueToStrep(source);
   auto requests = Orb::fecIdToHwFecIdRequestFactory(name);
   requests->controlIs(Orb::fecRequestPrefix(prefix_, source, false), Role::writer, requestCapacity, fecRowCapacity);
+  // This requester restores no requests when it starts: the allocator need
+  // hold no hardware FECs for it.
+  requests->syncRequestsReadyIs(Orb::SyncRequestsReady{Orb::ReadyBool(true)});
   all_->requestCollectionIs(source, requests);
   // The allocator makes the answer tables; this side reads them.
   if (allocator_) allocator_->serve(source);

@@ -30,6 +30,11 @@ struct SoftFecAllocator::Source {
   Vex::Ptr<Orb::FecIdToHwFecIdRequest> requests;
   Vex::Ptr<Orb::FecIdToHwFecIdResponse> responses;
   std::unique_ptr<Reactor> reactor;
+  // While the restarted requester publishes its requests again: missing
+  // ones keep their hardware FECs.
+  bool syncing = false;
+  Vex::Ptr<Vex::Clock> graceClock;
+  bool ready() const { return requests->syncRequestsReadyHas(Orb::ReadyBool(true)); }
 };
 
 class SoftFecAllocator::Reactor : public Orb::FecIdToHwFecIdRequest::Notifiee {
@@ -45,13 +50,21 @@ class SoftFecAllocator::Reactor : public Orb::FecIdToHwFecIdRequest::Notifiee {
   // it hears only of the keys still there: either way every request there
   // and every hardware FEC held is reviewed, which withdraws the gone ones.
   void handleHwFecIdRequestMountStatus() override {
-    if (source_.requests->hwFecIdRequestMountStatus() == Pond::MountStatus::mounted) allocator_.reconcile(source_);
+    if (source_.requests->hwFecIdRequestMountStatus() == Pond::MountStatus::mounted) allocator_.mounted(source_);
   }
+  // A reader hears of rows written after it mounted, so a ready row
+  // written before is seen when the table mounts.
+  void handleSyncRequestsReady(const Orb::ReadyBool&) override { readyMaybe(); }
+  void handleSyncRequestsReadyMountStatus() override { readyMaybe(); }
   void handleHwFecIdRequestRescanned() override { allocator_.reconcile(source_); }
   void handleFecRescanned() override { allocator_.reconcile(source_); }
   void handleFec6Rescanned() override { allocator_.reconcile(source_); }
 
  private:
+  void readyMaybe() {
+    if (source_.syncing && source_.ready()) allocator_.synced(source_);
+  }
+
   SoftFecAllocator& allocator_;
   Source& source_;
 };
@@ -100,14 +113,33 @@ void SoftFecAllocator::serve(Orb::FecRequestSource which) {
   source->requests = Orb::fecIdToHwFecIdRequestFactory(name);
   Source& held = *source;
   sources_.emplace(which, std::move(source));
+  held.graceClock = Vex::clockFactory([this, &held] { synced(held); });
   held.reactor = std::make_unique<Reactor>(*this, held);
   held.requests->controlIs(Orb::fecRequestPrefix(pondBase_, which, false), Pond::TableControl::Role::reader);
+}
+
+void SoftFecAllocator::mounted(Source& source) {
+  bool holds = std::any_of(grants_.entries.begin(), grants_.entries.end(),
+                           [&](const auto& grant) { return grant.first.source == source.source; });
+  if (holds && !source.ready()) {
+    source.syncing = true;
+    source.graceClock->timeMinIs(Vex::now() + syncGrace);
+  }
+  reconcile(source);
+}
+
+void SoftFecAllocator::synced(Source& source) {
+  if (!source.syncing) return;
+  source.syncing = false;
+  source.graceClock->timeMinIs(Vex::never);
+  reconcile(source);
 }
 
 void SoftFecAllocator::review(Source& source, FecId fec, bool retry) {
   auto request = source.requests->hwFecIdRequestFind(fec);
   if (!request) {
-    withdraw(source, fec);
+    // Not published again yet: the hardware FEC waits for it.
+    if (!source.syncing) withdraw(source, fec);
     return;
   }
   SoftFecGrantKey key{source.source, fec.value()};

@@ -17,6 +17,14 @@
 // every via leaves by one port, that port as the FEC's layer-2 interface
 // (a via's `intfNumber` is a front-panel port number). A withdrawn request
 // frees its hardware FEC and its answer goes.
+//
+// A requester that restarts keeps its hardware FECs: when a source's request
+// tables come back while the allocator holds hardware FECs for it, those of
+// requests not yet published again are held, not freed, and a request
+// published again gets its old hardware FEC back. The requester says it has
+// published everything by writing its `syncRequestsReady` row as ready;
+// then, or `syncGrace` after the tables came back if it never says so, the
+// hardware FECs of requests still missing are freed.
 #pragma once
 
 #include "Orb/OrbFecRequest.h"
@@ -57,6 +65,8 @@ class SoftFecAllocator : public Vex::PtrInterface {
  public:
   // How long a request the chip answered busy waits before its next try.
   static constexpr Vex::Seconds busyRetry = 0.01;
+  // How long a restarted requester has to publish its requests again.
+  static constexpr Vex::Seconds syncGrace = 5.0;
 
   // Sources' tables are found under `pondBase` (see Orb::fecRequestPrefix);
   // each response table holds up to `responseCapacity` rows.
@@ -86,6 +96,12 @@ class SoftFecAllocator : public Vex::PtrInterface {
   void withdraw(Source& source, Pond::Fib::FecId fec);
   // Reviews every request of `source` and every FEC held or refused for it.
   void reconcile(Source& source);
+  // The source's request tables mounted: a restarted requester's hardware
+  // FECs are held until it is ready again.
+  void mounted(Source& source);
+  // The requester is ready (or its grace ran out): requests still missing
+  // give their hardware FECs back.
+  void synced(Source& source);
   // The hardware FEC of a request, allocated if it has none; nullptr with
   // the chip's refusal otherwise.
   HwFecGrant* grantFor(const SoftFecGrantKey& key, Fault& refusal);

@@ -144,6 +144,71 @@ TEST_F(Exchange, BusyWaitsFullWaitsForRoomAndFailedWaitsForAChangedRequest) {
   EXPECT_EQ(answer(12).hwId.get(), Orb::HwFecId(2));
 }
 
+// A requester that restarts publishes its requests again, in any order, and
+// gets the same hardware FECs; those it no longer asks for are freed once it
+// says it is ready.
+TEST_F(Exchange, ARestartedRequesterGetsItsHardwareFecsBackAndFreesTheRestWhenReady) {
+  const std::string prefix = Orb::fecRequestPrefix(base, FecRequestSource::fecRequestMpls, false);
+  for (std::uint64_t fec : {10, 11, 12}) Orb::addFecRequest(*requests, fec4(fec, {1}), request(fec, 1));
+  ASSERT_EQ(answer(12).hwId.get(), Orb::HwFecId(3));
+  requests = nullptr;  // the requester stops: its tables go
+  loop.advance(1);
+  requests = Orb::fecIdToHwFecIdRequestFactory("mpls");
+  requests->controlIs(prefix, Role::writer, 16);
+  loop.advance(1);
+  Orb::addFecRequest(*requests, fec4(12, {1}), request(12, 2));
+  Orb::addFecRequest(*requests, fec4(10, {1}), request(10, 2));
+  EXPECT_EQ(answer(12),
+            (Orb::FecToHwFecId{FecId(12), Orb::HwFecId(3), AdjacencyState::adjStateForwardingPrimaryVias, 2}));
+  EXPECT_EQ(answer(10).hwId.get(), Orb::HwFecId(1));
+  // FEC 11 is not asked for again yet: its hardware FEC waits for it.
+  EXPECT_EQ(answer(11).hwId.get(), Orb::HwFecId(2));
+  Orb::addFecRequest(*requests, fec4(13, {1}), request(13, 2));
+  EXPECT_EQ(answer(13).hwId.get(), Orb::HwFecId(4));
+
+  requests->syncRequestsReadyIs(Orb::SyncRequestsReady{Orb::ReadyBool(true)});
+  loop.advance(0.1);
+  EXPECT_FALSE(answers->hwFecIdHas(FecId(11)));
+  Orb::addFecRequest(*requests, fec4(14, {1}), request(14, 2));
+  EXPECT_EQ(answer(14).hwId.get(), Orb::HwFecId(2));
+  EXPECT_EQ(allocator->grants().size(), 4u);
+}
+
+TEST_F(Exchange, ARestartedRequesterThatNeverSaysReadyHasItsGraceAndNoMore) {
+  const std::string prefix = Orb::fecRequestPrefix(base, FecRequestSource::fecRequestMpls, false);
+  for (std::uint64_t fec : {10, 11}) Orb::addFecRequest(*requests, fec4(fec, {1}), request(fec, 1));
+  answer(11);
+  requests = nullptr;
+  loop.advance(1);
+  requests = Orb::fecIdToHwFecIdRequestFactory("mpls");
+  requests->controlIs(prefix, Role::writer, 16);
+  loop.advance(1);
+  Orb::addFecRequest(*requests, fec4(11, {1}), request(11, 2));
+  EXPECT_EQ(answer(11).hwId.get(), Orb::HwFecId(2));
+  loop.advance(SoftFecAllocator::syncGrace / 2);
+  EXPECT_TRUE(answers->hwFecIdHas(FecId(10)));
+  loop.advance(SoftFecAllocator::syncGrace);
+  EXPECT_FALSE(answers->hwFecIdHas(FecId(10)));
+  EXPECT_EQ(answer(11).hwId.get(), Orb::HwFecId(2));
+  EXPECT_EQ(allocator->grants().size(), 1u);
+}
+
+// A requester that is ready from its start (it restores nothing) has
+// everything it no longer asks for freed at once.
+TEST_F(Exchange, ARequesterReadyFromItsStartHoldsNothing) {
+  const std::string prefix = Orb::fecRequestPrefix(base, FecRequestSource::fecRequestMpls, false);
+  Orb::addFecRequest(*requests, fec4(10, {1}), request(10, 1));
+  answer(10);
+  requests = nullptr;
+  loop.advance(1);
+  requests = Orb::fecIdToHwFecIdRequestFactory("mpls");
+  requests->controlIs(prefix, Role::writer, 16);
+  requests->syncRequestsReadyIs(Orb::SyncRequestsReady{Orb::ReadyBool(true)});
+  loop.advance(1);
+  EXPECT_FALSE(answers->hwFecIdHas(FecId(10)));
+  EXPECT_EQ(allocator->grants().size(), 0u);
+}
+
 TEST(SoftFecAllocatorLapped, RequestsWithdrawnWhileItFellALapBehindFreeTheirHardwareFecs) {
   Vex::EventLoop loop{std::make_unique<Vex::SimulatedTimeSource>()};
   loop.makeCurrent();
