@@ -30,7 +30,7 @@
 namespace Pond::Layout {
 
 inline constexpr std::uint64_t magic = 0x314c4254444e4f50ull;  // "PONDTBL1"
-inline constexpr std::uint32_t version = 1;
+inline constexpr std::uint32_t version = 2;
 inline constexpr std::uint32_t maxReaders = 32;
 
 enum SlotState : std::uint32_t { slotEmpty = 0, slotUsed = 1, slotDeleted = 2 };
@@ -59,7 +59,10 @@ struct Header {
   alignas(64) std::uint64_t logHead;  // entries ever appended
   std::uint64_t rowCount;
   std::uint32_t quiesced;
-  std::uint32_t closed;                      // the writer closed the table cleanly
+  std::uint32_t closed;  // the writer closed the table cleanly
+  // Odd while the writer moves rows to clear tombstones; a reader's probe
+  // or scan that saw it change starts again.
+  std::uint64_t layoutGeneration;
   alignas(64) std::uint64_t waitingReaders;  // bit i: reader slot i sleeps on its wake-up FIFO
 };
 

@@ -76,6 +76,9 @@ class Table {
   void delAll() { core_.eraseAll(); }
   void quiescedIs(bool quiesced) { core_.quiescedIs(quiesced); }
   void flush() { core_.flush(); }
+  // Tombstones left by deletes, and how often the writer cleared them.
+  std::uint64_t tombstones() const { return core_.tombstones(); }
+  std::uint64_t compactions() const { return core_.compactions(); }
 
   // Anyone.
   std::optional<Row> get(const Key& key) const {

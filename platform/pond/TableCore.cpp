@@ -11,6 +11,9 @@
 
 #include <fmt/format.h>
 
+#include <set>
+#include <string>
+
 #include <bit>
 #include <cerrno>
 #include <cstdio>
@@ -440,6 +443,7 @@ bool TableCore::write(const void* row, bool force) {
     }
   }
   if (rowCount_ >= capacity_ || free == slotCount_) return false;
+  if (writerState(free) == slotDeleted) --tombstones_;
   writeSlot(free, slotUsed, row);
   store<std::uint64_t>(&headerOf(segment_)->rowCount, ++rowCount_);
   append(key);
@@ -458,13 +462,17 @@ bool TableCore::erase(const void* key) {
     if (writerState((index + 1) & mask) == slotEmpty) {
       // The end of a probe chain: it and the tombstones before it go empty.
       writeSlot(index, slotEmpty, nullptr);
-      for (std::uint64_t back = (index - 1) & mask; writerState(back) == slotDeleted; back = (back - 1) & mask)
+      for (std::uint64_t back = (index - 1) & mask; writerState(back) == slotDeleted; back = (back - 1) & mask) {
         writeSlot(back, slotEmpty, nullptr);
+        --tombstones_;
+      }
     } else {
       writeSlot(index, slotDeleted, nullptr);
+      ++tombstones_;
     }
     store<std::uint64_t>(&headerOf(segment_)->rowCount, --rowCount_);
     append(key);
+    if (tombstones_ > slotCount_ / 4) compact();
     noteWrite();
     return true;
   }
@@ -495,8 +503,31 @@ void TableCore::quiescedIs(bool quiesced) {
 
 // ---- reads
 
+std::uint64_t TableCore::stableGeneration() const {
+  const auto* generation = &headerOf(segment_)->layoutGeneration;
+  for (std::uint64_t spin = 0;; ++spin) {
+    std::uint64_t g = load<std::uint64_t>(generation);
+    if (!(g & 1)) return g;
+    relax(spin);
+  }
+}
+
+bool TableCore::generationIs(std::uint64_t generation) const {
+  std::atomic_thread_fence(std::memory_order_acquire);
+  return load<std::uint64_t>(&headerOf(segment_)->layoutGeneration, std::memory_order_relaxed) == generation;
+}
+
 bool TableCore::read(const void* key, void* rowOut) const {
   if (status_ != MountStatus::mounted) return false;
+  // A probe that crossed a compaction may have missed a moved row.
+  for (;;) {
+    std::uint64_t generation = stableGeneration();
+    bool found = readOnce(key, rowOut);
+    if (generationIs(generation)) return found;
+  }
+}
+
+bool TableCore::readOnce(const void* key, void* rowOut) const {
   const std::uint64_t mask = slotCount_ - 1;
   std::uint64_t index = home(key);
   auto* row = reinterpret_cast<const unsigned char*>(scratch_.data());
@@ -534,13 +565,65 @@ bool TableCore::quiesced() const {
 void TableCore::forEachRow(const std::function<void(const void* row)>& each) const {
   if (status_ != MountStatus::mounted) return;
   std::vector<std::uint64_t> row(scratch_.size());
-  for (std::uint64_t index = 0; index < slotCount_; ++index) {
-    std::uint32_t state = 0;
-    if (!readSlot(index, state) || state != slotUsed) continue;
-    // The callback may read the table, which reuses the scratch row.
-    std::memcpy(row.data(), scratch_.data(), rowSize_);
-    each(row.data());
+  // A scan that crossed a compaction starts again, skipping the keys it
+  // already gave: rows moved meanwhile may have been passed over.
+  std::set<std::string> given;
+  for (bool again = false;; again = true) {
+    std::uint64_t generation = stableGeneration();
+    for (std::uint64_t index = 0; index < slotCount_; ++index) {
+      std::uint32_t state = 0;
+      if (!readSlot(index, state) || state != slotUsed) continue;
+      // The callback may read the table, which reuses the scratch row.
+      std::memcpy(row.data(), scratch_.data(), rowSize_);
+      std::string key(reinterpret_cast<const char*>(row.data()) + keyOffset_, keySize_);
+      if (again && given.contains(key)) continue;
+      if (!isWriter()) given.insert(std::move(key));
+      each(row.data());
+    }
+    if (isWriter() || generationIs(generation)) return;
   }
+}
+
+void TableCore::compact() {
+  Header* h = headerOf(segment_);
+  const std::uint64_t generation = load<std::uint64_t>(&h->layoutGeneration, std::memory_order_relaxed);
+  store<std::uint64_t>(&h->layoutGeneration, generation + 1);
+  std::atomic_thread_fence(std::memory_order_seq_cst);
+  // Tombstones go empty and every row is marked unplaced (as deleted);
+  // then each unplaced row goes to the first empty or unplaced slot from
+  // its home, trading places with an unplaced row found there.
+  for (std::uint64_t index = 0; index < slotCount_; ++index) {
+    std::uint32_t state = writerState(index);
+    if (state == slotDeleted) writeSlot(index, slotEmpty, nullptr);
+    if (state == slotUsed) writeSlot(index, slotDeleted, nullptr);  // the row's bytes stay
+  }
+  const std::uint64_t mask = slotCount_ - 1;
+  const std::size_t words = roundUp8(rowSize_) / 8;
+  std::vector<std::uint64_t> moving(words), other(words);
+  for (std::uint64_t index = 0; index < slotCount_; ++index) {
+    if (writerState(index) != slotDeleted) continue;
+    copyOut(moving.data(), slot(index) + sizeof(SlotHead), words * 8);
+    for (;;) {
+      const auto* key = reinterpret_cast<const unsigned char*>(moving.data()) + keyOffset_;
+      std::uint64_t to = home(key);
+      while (to != index && writerState(to) == slotUsed) to = (to + 1) & mask;
+      if (to == index) {
+        writeSlot(index, slotUsed, moving.data());
+        break;
+      }
+      if (writerState(to) == slotEmpty) {
+        writeSlot(to, slotUsed, moving.data());
+        writeSlot(index, slotEmpty, nullptr);
+        break;
+      }
+      copyOut(other.data(), slot(to) + sizeof(SlotHead), words * 8);
+      writeSlot(to, slotUsed, moving.data());
+      moving.swap(other);
+    }
+  }
+  tombstones_ = 0;
+  ++compactions_;
+  store<std::uint64_t>(&h->layoutGeneration, generation + 2);
 }
 
 // ---- following changes

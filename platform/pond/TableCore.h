@@ -7,9 +7,14 @@
 // hash folds the key's bytes so that small dense integer keys (FEC ids,
 // indexes) land in neighbouring slots, which keeps bulk writes sequential in
 // memory. A deleted row leaves a tombstone unless it ends its probe chain;
-// tombstones are reused by later inserts. Rows never move, so a reader
-// probing while the writer works at worst misses a key being inserted or
-// deleted at that moment, and its change notification follows.
+// tombstones are reused by later inserts. Churn still piles tombstones up
+// until a missing key's probe crosses much of the table, so once a quarter
+// of the slots are tombstones the writer clears them, moving rows back
+// towards their home slots in place. It makes the segment's layout
+// generation odd meanwhile; a reader whose probe or scan saw the generation
+// change starts it again. Otherwise rows stay put, so a reader probing while
+// the writer works at worst misses a key being inserted or deleted at that
+// moment, and its change notification follows.
 //
 // Change log and wake-ups. Every write or delete appends the key to a ring in
 // the segment. A reader follows the ring from where it left off; when the
@@ -130,6 +135,10 @@ class TableCore {
   };
   std::size_t processChanges(const ChangeHandlers& handlers);
 
+  // Writer: tombstones now, and how often they were cleared.
+  std::uint64_t tombstones() const { return tombstones_; }
+  std::uint64_t compactions() const { return compactions_; }
+
   std::size_t rowSize() const { return rowSize_; }
   std::size_t keySize() const { return keySize_; }
   std::size_t keyOffset() const { return keyOffset_; }
@@ -153,6 +162,12 @@ class TableCore {
   void registerReader();
   void unregisterReader();
   void rescan(const ChangeHandlers& handlers, std::size_t& reported);
+  // Writer: clears every tombstone, moving rows in place (see above).
+  void compact();
+  // Reader: the layout generation once it is even (no compaction under way).
+  std::uint64_t stableGeneration() const;
+  bool generationIs(std::uint64_t generation) const;
+  bool readOnce(const void* key, void* rowOut) const;
 
   std::size_t rowSize_;
   std::size_t keyOffset_;
@@ -174,6 +189,8 @@ class TableCore {
   std::uint32_t readerCount_ = 0;
   // Writer.
   std::uint64_t rowCount_ = 0;
+  std::uint64_t tombstones_ = 0;
+  std::uint64_t compactions_ = 0;
   std::uint64_t logHead_ = 0;
   int writerPid_ = 0;  // a forked child inherits the object, not the role
   std::size_t unflushed_ = 0;

@@ -11,6 +11,7 @@
 
 #include <array>
 #include <map>
+#include <random>
 
 namespace {
 
@@ -68,6 +69,59 @@ TEST(PondCrossProcess, AReaderNeverSeesATornRowOrAnOlderVersion) {
       status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : 128 + WTERMSIG(wstatus);
   }
   EXPECT_EQ(status, ok);
+}
+
+// While the writer churns keys fast enough to clear tombstones over and
+// over, a reader in another process still finds every row that stays, by
+// key and by scan, once each.
+TEST(PondCrossProcess, AReaderFindsEveryRowWhileTheWriterClearsTombstones) {
+  std::string prefix = uniquePrefix();
+  Table writer;
+  writer.controlIs(writerControl(prefix, 256, 1 << 16));
+  for (std::uint64_t key = 0; key < 16; ++key) writer.set(makeRow(key << 32, key));
+  Pipe ready;
+  pid_t child = forkChild([&] {
+    Table reader;
+    reader.controlIs(readerControl(prefix));
+    if (reader.mountStatus() != MountStatus::mounted) return int(unmounted);
+    ready.signal();
+    for (int pass = 0; pass < 20000; ++pass) {
+      for (std::uint64_t key = 0; key < 16; ++key) {
+        auto row = reader.get(key << 32);
+        if (!row) return int(missing);
+        if (!intact(*row)) return int(torn);
+      }
+      if (pass % 16 == 0) {
+        std::array<int, 16> seen{};
+        reader.forEach([&](const Row& row) {
+          if ((row.key & 0xffffffffu) == 0 && (row.key >> 32) < 16) ++seen[row.key >> 32];
+        });
+        for (int count : seen) {
+          if (count != 1) return int(missing);
+        }
+      }
+    }
+    return int(ok);
+  });
+  ASSERT_TRUE(ready.wait());
+  std::mt19937_64 random(3);
+  std::vector<std::uint64_t> churn;
+  int status = -1;
+  while (status < 0) {
+    for (int i = 0; i < 4096; ++i) {
+      if (churn.size() > 200) {
+        writer.del(churn.front());
+        churn.erase(churn.begin());
+      }
+      churn.push_back(random() | 1);  // never one of the 16 that stay
+      writer.set(makeRow(churn.back(), 0));
+    }
+    int wstatus = 0;
+    if (::waitpid(child, &wstatus, WNOHANG) == child)
+      status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : 128 + WTERMSIG(wstatus);
+  }
+  EXPECT_EQ(status, ok);
+  EXPECT_GT(writer.compactions(), 0u);
 }
 
 TEST(PondCrossProcess, EveryChangedKeyIsNotifiedInOrder) {

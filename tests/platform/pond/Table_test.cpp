@@ -11,7 +11,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <map>
 #include <optional>
+#include <random>
 #include <stdexcept>
 
 namespace {
@@ -92,6 +94,40 @@ TEST(PondTable, CollidingKeysAndChurnKeepEveryRowReachable) {
   }
   for (auto key : keys) EXPECT_EQ(pair.reader.get(key)->a, 19u);
   EXPECT_EQ(pair.reader.size(), 32u);
+}
+
+// Random churn would pile tombstones up until every miss crossed the
+// table; the writer clears them in place and every row stays reachable.
+TEST(PondTable, ChurnClearsTombstonesAndEveryRowStaysReachable) {
+  Pair pair(1000, 1 << 17);
+  std::mt19937_64 random(5);
+  std::map<std::uint64_t, std::uint64_t> held;
+  for (std::uint64_t n = 0; n < 1000; ++n) {
+    std::uint64_t key = random();
+    held[key] = n;
+    ASSERT_TRUE(pair.writer.set(makeRow(key, n)));
+  }
+  for (std::uint64_t n = 0; n < 50000; ++n) {
+    auto victim = held.begin();
+    std::advance(victim, random() % held.size());
+    ASSERT_TRUE(pair.writer.del(victim->first));
+    held.erase(victim);
+    std::uint64_t key = random();
+    held[key] = n;
+    ASSERT_TRUE(pair.writer.set(makeRow(key, n)));
+    ASSERT_LE(pair.writer.tombstones(), 2048u / 4);
+  }
+  EXPECT_GT(pair.writer.compactions(), 10u);
+  for (const auto& [key, n] : held) {
+    auto row = pair.reader.get(key);
+    ASSERT_TRUE(row) << key;
+    EXPECT_EQ(row->a, n);
+  }
+  EXPECT_FALSE(pair.reader.get(random()));
+  std::size_t seen = 0;
+  pair.reader.forEach([&](const Row& row) { seen += held.contains(row.key); });
+  EXPECT_EQ(seen, 1000u);
+  EXPECT_EQ(pair.reader.size(), 1000u);
 }
 
 TEST(PondTable, AFullTableRefusesNewKeysButTakesUpdates) {
@@ -260,7 +296,7 @@ TEST_F(PondCorruption, ABrokenHeaderFailsTheMountWithAMessage) {
     std::function<void()> repair;
   } cases[] = {
       {"bad magic", [&] { header->magic ^= 1; }, [&] { header->magic ^= 1; }},
-      {"version 9", [&] { header->version = 9; }, [&] { header->version = 1; }},
+      {"version 9", [&] { header->version = 9; }, [&] { header->version = Pond::Layout::version; }},
       {"row size 48", [&] { header->rowSize = 48; }, [&] { header->rowSize = 40; }},
       {"slot count", [&] { header->slotCount = 3; }, [&] { header->slotCount = 128; }},
       {"row slots at offset", [&] { header->slotsOffset = header->segmentBytes - 8; },
