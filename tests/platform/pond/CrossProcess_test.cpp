@@ -31,6 +31,17 @@ bool follow(Table& table, const Table::Handlers& handlers, Done done) {
   return true;
 }
 
+// Calls `writeSome` over and over until `child` exits; its exit status.
+template <class WriteSome>
+int writeWhileChildRuns(pid_t child, WriteSome writeSome) {
+  for (;;) {
+    writeSome();
+    int wstatus = 0;
+    if (::waitpid(child, &wstatus, WNOHANG) == child)
+      return WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : 128 + WTERMSIG(wstatus);
+  }
+}
+
 TEST(PondCrossProcess, AReaderNeverSeesATornRowOrAnOlderVersion) {
   std::string prefix = uniquePrefix();
   Table writer;
@@ -61,14 +72,10 @@ TEST(PondCrossProcess, AReaderNeverSeesATornRowOrAnOlderVersion) {
   });
   ASSERT_TRUE(ready.wait());
   std::uint64_t n = 0;
-  int status = -1;
-  while (status < 0) {
+  auto rewrite = [&] {
     for (int i = 0; i < 4096; ++i, ++n) writer.set(makeRow(n % 16, n / 16 + 1));
-    int wstatus = 0;
-    if (::waitpid(child, &wstatus, WNOHANG) == child)
-      status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : 128 + WTERMSIG(wstatus);
-  }
-  EXPECT_EQ(status, ok);
+  };
+  EXPECT_EQ(writeWhileChildRuns(child, rewrite), ok);
 }
 
 // While the writer churns keys fast enough to clear tombstones over and
@@ -106,8 +113,7 @@ TEST(PondCrossProcess, AReaderFindsEveryRowWhileTheWriterClearsTombstones) {
   ASSERT_TRUE(ready.wait());
   std::mt19937_64 random(3);
   std::vector<std::uint64_t> churn;
-  int status = -1;
-  while (status < 0) {
+  auto turnOver = [&] {
     for (int i = 0; i < 4096; ++i) {
       if (churn.size() > 200) {
         writer.del(churn.front());
@@ -116,11 +122,8 @@ TEST(PondCrossProcess, AReaderFindsEveryRowWhileTheWriterClearsTombstones) {
       churn.push_back(random() | 1);  // never one of the 16 that stay
       writer.set(makeRow(churn.back(), 0));
     }
-    int wstatus = 0;
-    if (::waitpid(child, &wstatus, WNOHANG) == child)
-      status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : 128 + WTERMSIG(wstatus);
-  }
-  EXPECT_EQ(status, ok);
+  };
+  EXPECT_EQ(writeWhileChildRuns(child, turnOver), ok);
   EXPECT_GT(writer.compactions(), 0u);
 }
 
