@@ -566,7 +566,10 @@ void TableCore::forEachRow(const std::function<void(const void* row)>& each) con
   if (status_ != MountStatus::mounted) return;
   std::vector<std::uint64_t> row(scratch_.size());
   // A scan that crossed a compaction starts again, skipping the keys it
-  // already gave: rows moved meanwhile may have been passed over.
+  // already gave: rows moved meanwhile may have been passed over. The first
+  // pass only notes its keys, back to back; a set of them is made only for
+  // a pass that starts again, which is rare.
+  std::vector<char> firstPass;
   std::set<std::string> given;
   for (bool again = false;; again = true) {
     std::uint64_t generation = stableGeneration();
@@ -575,12 +578,14 @@ void TableCore::forEachRow(const std::function<void(const void* row)>& each) con
       if (!readSlot(index, state) || state != slotUsed) continue;
       // The callback may read the table, which reuses the scratch row.
       std::memcpy(row.data(), scratch_.data(), rowSize_);
-      std::string key(reinterpret_cast<const char*>(row.data()) + keyOffset_, keySize_);
-      if (again && given.contains(key)) continue;
-      if (!isWriter()) given.insert(std::move(key));
+      const char* key = reinterpret_cast<const char*>(row.data()) + keyOffset_;
+      if (again && !given.emplace(key, keySize_).second) continue;
+      if (!again && !isWriter()) firstPass.insert(firstPass.end(), key, key + keySize_);
       each(row.data());
     }
     if (isWriter() || generationIs(generation)) return;
+    for (std::size_t at = 0; at < firstPass.size(); at += keySize_) given.emplace(&firstPass[at], keySize_);
+    firstPass.clear();
   }
 }
 
