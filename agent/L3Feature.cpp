@@ -432,14 +432,19 @@ Status& L3Feature::writerOf(std::map<VrfId, Vex::Ptr<Status>>& held, VrfId vrf, 
 }
 
 void L3Feature::resilientRowsIs(GlobalFecId fec) {
+  // The FEC's own prefix lists name its routes: no walk over every route.
+  auto prefixes = l3Status_->adjGlobalPrefixList(fec);
+  if (!prefixes) return;
   const auto& routes = l3Status_->adjInfoColl();
-  for (const auto& [vp, info] : routes->adjInfoList()) {
-    if (info.fecId == fec)
-      resilientRowIs(vp.vrfId, SoftChip::SoftRouteKey{vp.vrfId.value(), false, vp.prefix, {}}, &info);
+  for (const auto& [vrf, list] : prefixes->vrfPrefixList()) {
+    for (const auto& prefix : list) {
+      resilientRowIs(vrf, SoftChip::SoftRouteKey{vrf.value(), false, prefix, {}}, &routes->adjInfoList({vrf, prefix}));
+    }
   }
-  for (const auto& [vp, info] : routes->adjInfo6List()) {
-    if (info.fecId == fec)
-      resilientRowIs(vp.vrfId, SoftChip::SoftRouteKey{vp.vrfId.value(), true, {}, vp.prefix}, &info);
+  for (const auto& [vrf, list] : prefixes->vrfPrefix6List()) {
+    for (const auto& prefix : list) {
+      resilientRowIs(vrf, SoftChip::SoftRouteKey{vrf.value(), true, {}, prefix}, &routes->adjInfo6List({vrf, prefix}));
+    }
   }
 }
 
