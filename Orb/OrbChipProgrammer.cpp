@@ -1,6 +1,7 @@
 #include "Orb/OrbChipProgrammer.h"
 
 #include "Orb/OrbTrace.h"
+#include "platform/vex/TimeSlice.h"
 
 #include <fmt/format.h>
 
@@ -292,6 +293,7 @@ void OrbMacProgrammer::updatePendingAddresses() {
   updateArmedNow_ = false;
   Vex::Seconds start = Vex::now();
   Vex::Seconds deadline = start + updateQuantum_;
+  Vex::TimeSlice slice("mac writing pass", updateQuantum_, updateQuantumofTimes_);
   std::uint32_t handled = 0;
   bool busy = false, blocked = false;
   fileQueued();
@@ -339,6 +341,7 @@ void OrbMacProgrammer::updatePendingAddresses() {
     } else {
       orbAssertAt("/src/Orb/OrbChipProgrammer", __LINE__, fmt::format("unexpected write result {}", result));
     }
+    slice.itemDone();
     if (timeToLook(handled, updateQuantumofTimes_) && Vex::now() > deadline) break;
   }
   Vex::Seconds now = Vex::now();
@@ -404,6 +407,7 @@ void OrbMacProgrammer::pollInProgressCmds() {
   // Commands queued since the last filing may supersede ones in flight.
   fileQueued();
   Vex::Seconds start = Vex::now();
+  Vex::TimeSlice slice("mac polling pass", pollReqQuantum_, pollReqQuantumofTimes_);
   std::uint32_t handled = 0;
   std::size_t at = inProgMacOp_.position(inProgMacOpBookmark_);
   std::size_t lookedAheadTo = at;
@@ -420,6 +424,7 @@ void OrbMacProgrammer::pollInProgressCmds() {
       cmd->statusIs(MacProgramStatus::macProgramFailed);
       finish(cmd);
     }
+    slice.itemDone();
     if (timeToLook(handled, pollReqQuantumofTimes_) && at < inProgMacOp_.slots() &&
         Vex::now() - start > pollReqQuantum_) {
       inProgMacOpBookmark_ = inProgMacOp_.idAt(at);

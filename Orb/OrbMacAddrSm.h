@@ -339,8 +339,8 @@ class MacAddrSm : public OrbBaseSm {
   // asks about sources walks it, and a new source is one more row.
   static const SourceKind sourceKinds[];
 
-  // Slices read the clock once per this many items, not for every one: the
-  // items are short, and the reads add up over a burst of learns.
+  // Reviews read the clock once per this many keys, not for every one: a
+  // review only queues changes, and the reads add up over a burst of learns.
   static constexpr unsigned clockReadInterval = 8;
 
   // Looks the key up, ahead of its review or its programming, in the

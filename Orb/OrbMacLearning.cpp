@@ -3,6 +3,7 @@
 // again of rows turned down or of hosts whose port or server changed.
 #include "Orb/OrbMacAddrSm.h"
 #include "Orb/OrbMacAddrSmParts.h"
+#include "platform/vex/TimeSlice.h"
 
 #include <algorithm>
 #include <cmath>
@@ -189,8 +190,12 @@ void MacAddrSm::reevaluateKeysOnIntf(const IntfId& intf) {
 void MacAddrSm::handleIntfHostWalk() {
   Vex::Seconds start = Vex::now(), cpuStart = threadCpuTime();
   ++intfHostWalkSlices_;
+  Vex::TimeSlice slice("mac interface host walk", macTableReviewQuanta);
   std::size_t visited = 0;
-  auto timeUp = [&] { return ++visited % 64 == 0 && Vex::now() - start > macTableReviewQuanta; };
+  auto timeUp = [&] {
+    slice.itemDone();
+    return ++visited % 64 == 0 && Vex::now() - start > macTableReviewQuanta;
+  };
   while (!intfHostWalks_.empty()) {
     auto& walk = intfHostWalks_.front();
     while (!walk.fids.empty()) {

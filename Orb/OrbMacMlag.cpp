@@ -3,6 +3,7 @@
 // or a multi-chassis interface changes.
 #include "Orb/OrbMacAddrSm.h"
 #include "Orb/OrbMacAddrSmParts.h"
+#include "platform/vex/TimeSlice.h"
 
 namespace Orb {
 
@@ -30,9 +31,13 @@ void MacAddrSm::handleLagToPort(const IntfId& lag) {
 
 void MacAddrSm::handleMlagIntfHostTableWalk() {
   Vex::Seconds start = Vex::now();
+  Vex::TimeSlice slice("mlag interface host walk", mlagIntfHostTableQuantum);
   for (auto it = lagToHostWalk_.begin(); it != lagToHostWalk_.end();) {
     auto& walk = it->second;
-    while (!walk.empty() && Vex::now() - start <= mlagIntfHostTableQuantum) reevaluateEntry(walk.pop());
+    while (!walk.empty() && Vex::now() - start <= mlagIntfHostTableQuantum) {
+      reevaluateEntry(walk.pop());
+      slice.itemDone();
+    }
     if (!walk.empty()) break;
     it = lagToHostWalk_.erase(it);
   }
@@ -75,8 +80,10 @@ void MacAddrSm::handleMlagStateOrPeerLinkIntf() {
 
 void MacAddrSm::handleMlagHostTableWalk() {
   Vex::Seconds start = Vex::now();
+  Vex::TimeSlice slice("mlag host table walk", mlagHostTableQuantum);
   while (!mlagHostTableWalk_.empty()) {
     reevaluateEntry(mlagHostTableWalk_.pop());
+    slice.itemDone();
     if (Vex::now() - start > mlagHostTableQuantum) break;
   }
   if (!mlagHostTableWalk_.empty()) mlagHostTableTimer_->timeMinIs(Vex::now());

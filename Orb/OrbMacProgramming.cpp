@@ -2,6 +2,7 @@
 // programmed through the helper, with their retries and outcomes.
 #include "Orb/OrbMacAddrSm.h"
 #include "Orb/OrbMacAddrSmParts.h"
+#include "platform/vex/TimeSlice.h"
 
 #include <fmt/format.h>
 
@@ -72,6 +73,7 @@ void MacAddrSm::sliceEnds(Vex::Seconds start, Vex::Seconds cpuStart, Vex::Second
 
 void MacAddrSm::updateQueuedAddresses() {
   Vex::Seconds start = Vex::now(), cpuStart = threadCpuTime();
+  Vex::TimeSlice slice("mac backlog", macModifyBacklogQuantum);
   ++slices_;
   BLIP(trace(), 7, " updateListLen {}", updateList_.size());
   std::size_t budget = updateOrder_.size();
@@ -113,7 +115,10 @@ void MacAddrSm::updateQueuedAddresses() {
     } else if (auto again = updateList_.find(key); again != updateList_.end()) {
       updateOrder_.push(key, again->second->orderTicket);
     }
-    if (iterCount % clockReadInterval == 0 && Vex::now() - start > macModifyBacklogQuantum) {
+    slice.itemDone();
+    // Each change may be a chip write, which takes long enough to read the
+    // clock after every one.
+    if (Vex::now() - start > macModifyBacklogQuantum) {
       timeUp = true;
       break;
     }

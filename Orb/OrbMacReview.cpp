@@ -4,6 +4,7 @@
 // drained in slices.
 #include "Orb/OrbMacAddrSm.h"
 #include "Orb/OrbMacAddrSmParts.h"
+#include "platform/vex/TimeSlice.h"
 
 namespace Orb {
 
@@ -219,12 +220,14 @@ void MacAddrSm::handleMacTableUpdate() {
   // read again only every few keys, to end the slice on time. Each stretch
   // of keys is looked up ahead, so that waits for memory overlap.
   Vex::Seconds start = Vex::now(), now = start, cpuStart = threadCpuTime();
+  Vex::TimeSlice slice("mac table review", macTableReviewQuanta);
   for (unsigned reviewed = 1; !macTableUpdateList_.empty(); ++reviewed) {
     if (reviewed % Vex::lookAheadDistance == 1) {
       macTableUpdateList_.lookAhead(Vex::lookAheadDistance,
                                     [this](const MacVlanPair& key) { lookAheadAtKey(key, Ahead::review); });
     }
     reevaluateEntry(macTableUpdateList_.pop(), now);
+    slice.itemDone();
     if (reviewed % clockReadInterval != 0) continue;
     // Over the limit a slice still reviews a few keys, so that changes the
     // chip keeps refusing never stall the reviews.

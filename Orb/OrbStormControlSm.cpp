@@ -1,6 +1,7 @@
 #include "Orb/OrbStormControlSm.h"
 
 #include "Orb/OrbTrace.h"
+#include "platform/vex/TimeSlice.h"
 
 #include <fmt/format.h>
 
@@ -422,11 +423,13 @@ void StormControlSm::handleTime() {
   }
   ++slices_;
   const Vex::Seconds start = Vex::now();
+  Vex::TimeSlice slice("storm control walk", quantum_);
   auto it = walkPending_ ? vexIntfConfig_.lower_bound(bookmark_) : vexIntfConfig_.begin();
   std::size_t done = 0;
   for (; it != vexIntfConfig_.end(); ++it) {
     if (done == sliceIntfs_ || (done && Vex::now() - start >= quantum_)) break;
     it->second->handleTime();
+    slice.itemDone();
     ++done;
   }
   if (it != vexIntfConfig_.end()) {

@@ -1,6 +1,7 @@
 #include "Orb/OrbVlanHelper.h"
 
 #include "Orb/OrbTrace.h"
+#include "platform/vex/TimeSlice.h"
 
 #include <fmt/format.h>
 
@@ -107,6 +108,8 @@ void VlanUpdater::handleIdle() {
 
 void VlanUpdater::handleTimeout() {
   Vex::Seconds start = Vex::now();
+  // Without yielding, a walk runs to its end.
+  Vex::TimeSlice slice("vlan updates", helper_->yieldVlanProcessing() ? helper_->vlanProcessingTime() : Vex::never);
   auto& updates = helper_->vlanUpdate();
   // A walk from the first VLAN covers every change made before it began.
   if (!bookmark_) woken_ = false;
@@ -118,6 +121,7 @@ void VlanUpdater::handleTimeout() {
     helper_->maybeTriggerHwVlanUpdate(vlanId);
     // The update may have completed and gone meanwhile.
     it = updates.upper_bound(vlanId);
+    slice.itemDone();
     if (helper_->yieldVlanProcessing() && Vex::now() - start > helper_->vlanProcessingTime() && it != updates.end()) {
       bookmark_ = it->first;
       clock_->timeMinIs(Vex::now() + deferredTime_);

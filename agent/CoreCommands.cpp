@@ -12,6 +12,7 @@ void CoreFeature::registerCommands() {
   registerCoreCommands();
   registerCheckCommands();
   registerPacketCommands();
+  registerSliceCommands();
 }
 
 void CoreFeature::registerCoreCommands() {

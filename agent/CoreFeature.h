@@ -1,6 +1,6 @@
 // The agent's own commands: help, time, the chip dump, traces, and the
 // checks scenarios make of themselves (expect, show logging, verify), and
-// frames sent into the chip (chip send).
+// frames sent into the chip (chip send), and the time slices of long walks.
 #pragma once
 
 #include "agent/Feature.h"
@@ -16,6 +16,7 @@ class CoreFeature : public Feature {
   void registerCoreCommands();
   void registerCheckCommands();
   void registerPacketCommands();
+  void registerSliceCommands();
 };
 
 }  // namespace Agent

@@ -45,10 +45,16 @@ void DefaultTopology::handleIntf(const Nexo::IntfId& intf) {
   // Sub-interfaces and VLAN interfaces are not VLAN members; the CPU port
   // is, and, running no spanning tree, always forwards.
   if (intf.isSubIntf() || intf.isVlan()) return;
-  if (!ocsd_->intfHas(intf) && !ocsd_->cpuIntfHas(intf)) {
-    topo_->intfStateDel(intf);
-  } else if (!topo_->intfStateHas(intf)) {
-    topo_->intfStateIs(intf, Bridging::Topology::PortState::portStateForwarding);
+  // Spanning tree gives a port a state in every topology: a port that
+  // comes after a topology took its VLANs forwards there too until told
+  // otherwise, as the ports it found there do.
+  bool present = ocsd_->intfHas(intf) || ocsd_->cpuIntfHas(intf);
+  for (const auto& [topoName, topo] : config_->topoConfig()) {
+    if (!present) {
+      topo->intfStateDel(intf);
+    } else if (!topo->intfStateHas(intf)) {
+      topo->intfStateIs(intf, Bridging::Topology::PortState::portStateForwarding);
+    }
   }
 }
 

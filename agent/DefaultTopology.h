@@ -2,7 +2,8 @@
 // it on a switch: every VLAN not mapped to another topology, and every port
 // of the switch forwarding unless configured otherwise. VLAN membership
 // reaches hardware only while spanning tree says a port forwards
-// (checkPortState), so every port of every VLAN needs a state.
+// (checkPortState), so every port of every VLAN needs a state: a port that
+// appears gets one in every topology.
 #pragma once
 
 #include "Orb/OrbCommon.h"
@@ -25,7 +26,8 @@ class DefaultTopology {
 
   // A VLAN left its topology: it falls back to the default one.
   void handleVidToTopoMap(Bridging::VlanId vlanId);
-  // A port of the switch came or went: it forwards by default.
+  // A port of the switch came or went: it forwards by default, in every
+  // topology.
   void handleIntf(const Nexo::IntfId& intf);
 
   Vex::Ptr<Bridging::Topology::Config> config_;

@@ -45,6 +45,12 @@ class SoftChip : public Vex::PtrInterface {
   // Acknowledgements still on their way, over every table.
   std::size_t pendingAcks() const;
 
+  // How long one table operation takes. On simulated time each operation
+  // moves the time on by it, so that time-sliced walks meet a chip whose
+  // writes take time; 0 (the default) makes operations instant.
+  Vex::Seconds operationTime() const { return operationTime_; }
+  void operationTimeIs(Vex::Seconds seconds) { operationTime_ = seconds > 0 ? seconds : 0; }
+
   std::string json() const;
 
   // Ports taken out of service (error-disabled) with their cause: they
@@ -61,6 +67,7 @@ class SoftChip : public Vex::PtrInterface {
   std::map<std::string, SoftTable*, std::less<>> tables_;
   std::map<Nexo::IntfId, std::string> disabledPorts_;
   std::uint64_t tablesGeneration_ = 1;
+  Vex::Seconds operationTime_ = 0;
 };
 
 Vex::Ptr<SoftChip> softChipFactory();

@@ -1,6 +1,7 @@
 #include "chip/softchip/SoftTable.h"
 
 #include "chip/softchip/SoftChip.h"
+#include "platform/vex/EventLoop.h"
 
 #include <algorithm>
 #include <vector>
@@ -39,6 +40,7 @@ SoftTable::~SoftTable() {
 }
 
 Fault SoftTable::nextFault() {
+  if (chip_.operationTime() > 0) Vex::EventLoop::current()->spend(chip_.operationTime());
   if (faults_.empty()) return Fault::none;
   Fault fault = faults_.front();
   faults_.pop_front();

@@ -60,7 +60,8 @@ class SoftTable {
   void faultIs(Fault fault, std::uint32_t count) { faults_.insert(faults_.end(), count, fault); }
   void faultDelAll() { faults_.clear(); }
   std::uint32_t plannedFaults() const { return static_cast<std::uint32_t>(faults_.size()); }
-  // Consumes and returns the fault planned for the next operation.
+  // Consumes and returns the fault planned for the next operation; every
+  // operation asks, so this is also where an operation takes its time.
   Fault nextFault();
   // The answer to a write: a planned fault first, then full when it would
   // add an entry to a table with no room.

@@ -32,6 +32,8 @@ class TimeSource {
  public:
   virtual ~TimeSource() = default;
   virtual Seconds now() = 0;
+  // The time, without the side effects of a reading.
+  virtual Seconds peek() { return now(); }
 };
 
 class MonotonicTimeSource : public TimeSource {
@@ -43,6 +45,7 @@ class SimulatedTimeSource : public TimeSource {
  public:
   explicit SimulatedTimeSource(Seconds start = 0.0) : now_(start) {}
   Seconds now() override;
+  Seconds peek() override { return now_; }
   // Sets the time without reading it (no step).
   void timeIs(Seconds t) { now_ = t; }
   Seconds time() const { return now_; }
@@ -67,6 +70,14 @@ class EventLoop {
   void makeCurrent();
 
   Seconds now() { return source_->now(); }
+  // The time without moving a stepping simulated clock.
+  Seconds peekNow() { return source_->peek(); }
+  // Simulated time only (nothing happens on real time): time passes inside
+  // a reaction, as work that takes time would take it. Clocks that fall due
+  // meanwhile fire in a later turn.
+  void spend(Seconds seconds) {
+    if (simulated_ && seconds > 0) simulated_->timeIs(simulated_->time() + seconds);
+  }
   // Null when the loop runs on real time.
   SimulatedTimeSource* simulatedTime() const { return simulated_; }
 

@@ -11,7 +11,9 @@ std::string Generator::mac(unsigned n) { return fmt::format("0000.00{:02x}.00{:0
 std::vector<std::string> Generator::prologue() const {
   std::vector<std::string> lines = {
       "port-channel 1 members none", "port-channel 2 members none", "port-channel 3 members none",
-      fmt::format("spanning-tree topology {} vlans 10-11", Model::topology), "chip mirror sources rx 64 tx 64"};
+      fmt::format("spanning-tree topology {} vlans 10-11", Model::topology), "chip mirror sources rx 64 tx 64",
+      // Chip operations take time, so that long walks meet their quanta.
+      "slices check on", "chip operation-time 0.001"};
   if (seed_ % 2) lines.push_back("chip fdb learning software");
   return lines;
 }

@@ -68,6 +68,10 @@ int main(int argc, char** argv) {
         "soak seed {}: {} ops, {} quiescent checks, {} frames, {:.1f} s, {:.0f} ops/s, longest command {:.2f} ms\n",
         seed, result.ops, result.settles, result.frames, seconds, result.ops / std::max(seconds, 1e-9),
         result.maxCommandMs);
+    for (const auto& [walk, r] : result.slices) {
+      fmt::print("  {}: {} slices, {} used their {} s, longest {:.4f} s, {} overran\n", walk, r.slices, r.spent,
+                 r.quantum, r.longest, r.overruns);
+    }
     if (result.difference) {
       fmt::print("soak seed {}: the chip differs from the model after op {}:\n", seed, result.ops);
       for (const auto& line : result.difference->lines) fmt::print("  {}\n", line);

@@ -100,6 +100,11 @@ class Model {
   void apply(const std::string& line);
 
   double now() const { return now_; }
+  // The switch's time, when it ran ahead of the lines (chip operations
+  // take time): entries age by it.
+  void timeIs(double time) {
+    if (time > now_) ageUntil(time);
+  }
   ChipView chip() const;
   // Addresses whose aging the model cannot pin down (the chip's sweep may or
   // may not have taken them yet): left out of comparisons and of new

@@ -2,6 +2,7 @@
 
 #include "agent/Agent.h"
 #include "chip/softchip/SoftForwarding.h"
+#include "platform/vex/TimeSlice.h"
 #include "tests/soak/SoakGenerator.h"
 
 #include <fmt/format.h>
@@ -131,6 +132,7 @@ class Session {
     maxCommandMs_ = std::max(maxCommandMs_, secondsSince(start) * 1000);
     sink_.str({});
     model_.apply(line);
+    model_.timeIs(agent_.loop().peekNow());
     lines_.push_back(line);
     return true;
   }
@@ -164,6 +166,7 @@ class Session {
                         {},
                         {}};
     }
+    if (auto overruns = sliceOverruns()) return overruns;
     auto want = model_.chip();
     auto uncertain = model_.uncertainKeys();
     if (auto difference = compare(want, readChip(agent_), uncertain)) return difference;
@@ -209,6 +212,21 @@ class Session {
       d.frames.push_back(probe);
     }
     if (d.lines.empty()) return std::nullopt;
+    return d;
+  }
+
+  // Every walk yielded within its quantum, give or take the item it was on.
+  static std::optional<Difference> sliceOverruns() {
+    if (!Vex::TimeSlice::overruns()) return std::nullopt;
+    Difference d;
+    for (const auto& [name, r] : Vex::TimeSlice::records()) {
+      if (!r.overruns) continue;
+      d.lines.push_back(
+          fmt::format("{}: {} of {} slices overran their quantum of {} s by more than an item, the "
+                      "worst by {} s",
+                      name, r.overruns, r.slices, r.quantum, r.worstExcess));
+    }
+    d.expects.push_back("expect show slices ~ overruns 0");
     return d;
   }
 
@@ -508,6 +526,7 @@ RunResult run(const RunOptions& options) {
     ++result.settles;
     if (auto difference = session.settle(frames)) stop(*difference);
   }
+  if (!result.difference) result.slices = Vex::TimeSlice::records();
   result.maxCommandMs = session.maxCommandMs();
   return result;
 }

@@ -5,6 +5,7 @@
 // differs and written as a scenario that `orb-agent run FILE` replays.
 #pragma once
 
+#include "platform/vex/TimeSlice.h"
 #include "tests/soak/SoakForwarder.h"
 #include "tests/soak/SoakModel.h"
 
@@ -54,10 +55,11 @@ struct RunOptions {
 };
 
 struct RunResult {
-  std::uint64_t ops = 0;      // commands run
-  std::uint64_t settles = 0;  // quiescent points checked
-  std::uint64_t frames = 0;   // frames compared
-  double maxCommandMs = 0;    // longest single command, wall clock
+  std::uint64_t ops = 0;                                 // commands run
+  std::uint64_t settles = 0;                             // quiescent points checked
+  std::uint64_t frames = 0;                              // frames compared
+  double maxCommandMs = 0;                               // longest single command, wall clock
+  std::map<std::string, Vex::TimeSlice::Record> slices;  // the walks' time slices, by walk
   std::optional<Difference> difference;
   std::vector<std::string> shrunk;  // the short command list that still differs
   std::string scenarioPath;         // where it was written
