@@ -13,7 +13,10 @@ std::vector<std::string> Generator::prologue() const {
       "port-channel 1 members none", "port-channel 2 members none", "port-channel 3 members none",
       fmt::format("spanning-tree topology {} vlans 10-11", Model::topology), "chip mirror sources rx 64 tx 64",
       // Chip operations take time, so that long walks meet their quanta.
-      "slices check on", "chip operation-time 0.001"};
+      "slices check on", "chip operation-time 0.001", "vrf red",
+      fmt::format("ip router-mac {}", RouteModel::routerMac)};
+  for (const auto& [port, vrf] : RouteModel::routedPorts())
+    lines.push_back(fmt::format("interface {} vrf {}", port, vrf));
   if (seed_ % 2) lines.push_back("chip fdb learning software");
   return lines;
 }
@@ -109,6 +112,7 @@ std::string Generator::mirrorChange(const Model& model) {
 std::string Generator::line(const Model& model, bool& faulty) {
   if (chance(0.04)) return mirrorChange(model);
   if (chance(0.06)) return featureChange(model);
+  if (chance(0.05)) return routingChange(model);
   unsigned roll = pick(1000);
   if (roll < 300) return faulty || !learning_ ? std::string() : learn(model);
   if (roll < 350) return fmt::format("advance {}", 1 + pick(10));

@@ -3,8 +3,9 @@
 // spanning-tree port states, learns and moves, time passing under aging,
 // flushes, static and non-aging addresses, the MLAG peer link, restarts of
 // the MAC agent, IPv4 ACLs and their bindings, storm-control levels and
-// port speeds, sub-interfaces contending for tags) and, meanwhile, a chip
-// that answers busy, full or failed.
+// port speeds, sub-interfaces contending for tags, neighbours, FECs and
+// routes in two VRFs) and, meanwhile, a chip that answers busy, full or
+// failed.
 #pragma once
 
 #include "tests/soak/SoakModel.h"
@@ -50,6 +51,8 @@ class Generator {
   std::string aclRule();
   std::string stormChange(const Model& model);
   std::string subIntfChange(const Model& model);
+  // Neighbours, FECs and routes (SoakGeneratorFeatures.cpp).
+  std::string routingChange(const Model& model);
   std::string mac() { return mac(pick(16)); }
   static std::string mac(unsigned n);
   MacKey key(const std::string& dotted, int vlan) const { return {Model::macText(dotted), vlan}; }

@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include <cstdlib>
+#include <iterator>
 
 namespace Soak {
 
@@ -106,6 +107,9 @@ std::string Generator::subIntfChange(const Model& model) {
   if (model.subIntfExists(sub)) return fmt::format("no interface {} encapsulation", sub);
   const int tag = 100 + static_cast<int>(pick(3));
   if (model.subIntfsTagged(tag) >= 2) return {};
+  // Chip operations take time, which may or may not reach the retry of the
+  // waiting one; after a second it has certainly been retried.
+  if (model.subIntfTagVacant(tag)) return "advance 1";
   auto text = fmt::format("interface {} encapsulation dot1q vlan {}", sub, tag);
   // The chip may refuse the add of a sub-interface that takes a free tag
   // as busy or full: it keeps the tag and is tried again a second later,
@@ -115,6 +119,54 @@ std::string Generator::subIntfChange(const Model& model) {
     return fmt::format("chip vlan-translation {} next 1", chance(0.5) ? "busy" : "full");
   }
   return text;
+}
+
+std::string Generator::routingChange(const Model& model) {
+  const RouteModel& routing = model.routing();
+  const auto& ports = RouteModel::routedPorts();
+  auto at = std::next(ports.begin(), pick(static_cast<unsigned>(ports.size())));
+  const std::string& port = at->first;
+  const std::string& vrf = at->second;
+  auto hosts = RouteModel::neighbours(port);
+  const std::string& addr = hosts[pick(static_cast<unsigned>(hosts.size()))];
+  // A FEC's vias are all in one VRF: FECs 1-3 in the default one, 4-6 in
+  // red. Routes of either VRF may use any of them.
+  unsigned fec = (vrf == "default" ? 1 : 4) + pick(3);
+  switch (pick(8)) {
+    case 0:
+    case 1:
+      // A neighbour may come back with another MAC.
+      return fmt::format("arp {} {} 00:00:00:00:{:02x}:{:02x} {}", vrf, addr, std::atoi(port.c_str() + 8), 1 + pick(3),
+                         port);
+    case 2:
+      return routing.neighbourKnown(vrf, addr) ? fmt::format("no arp {} {}", vrf, addr) : std::string();
+    case 3:
+    case 4:
+      return fmt::format("fec {} via {} {}{}", fec, addr, port,
+                         chance(0.3) ? fmt::format(" weight {}", 1 + pick(3)) : std::string());
+    case 5:
+      if (!routing.fecExists(fec)) return {};
+      if (chance(0.2)) return routing.fecUsed(fec) ? std::string() : fmt::format("no fec {}", fec);
+      if (chance(0.3)) {
+        return chance(0.5) ? fmt::format("fec {} resilient slots {}", fec, 4u << pick(3))
+                           : fmt::format("no fec {} resilient", fec);
+      }
+      return routing.fecHasVia(fec, addr, port) ? fmt::format("no fec {} via {} {}", fec, addr, port) : std::string();
+    case 6: {
+      const auto& prefixes = RouteModel::prefixes();
+      const char* routeVrf = chance(0.5) ? "default" : "red";
+      const std::string& prefix = prefixes[pick(static_cast<unsigned>(prefixes.size()))];
+      if (!routing.fecExists(fec)) return {};
+      return fmt::format("ip route vrf {} {} fec {}", routeVrf, prefix, fec);
+    }
+    default: {
+      const auto& prefixes = RouteModel::prefixes();
+      const char* routeVrf = chance(0.5) ? "default" : "red";
+      const std::string& prefix = prefixes[pick(static_cast<unsigned>(prefixes.size()))];
+      return routing.routeExists(routeVrf, prefix) ? fmt::format("no ip route vrf {} {}", routeVrf, prefix)
+                                                   : std::string();
+    }
+  }
 }
 
 }  // namespace Soak

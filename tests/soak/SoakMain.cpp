@@ -65,9 +65,10 @@ int main(int argc, char** argv) {
     totalOps += result.ops;
     totalSeconds += seconds;
     fmt::print(
-        "soak seed {}: {} ops, {} quiescent checks, {} frames, {:.1f} s, {:.0f} ops/s, longest command {:.2f} ms\n",
-        seed, result.ops, result.settles, result.frames, seconds, result.ops / std::max(seconds, 1e-9),
-        result.maxCommandMs);
+        "soak seed {}: {} ops, {} quiescent checks, {} frames ({} into routed ports, {} routed out), {:.1f} s, "
+        "{:.0f} ops/s, longest command {:.2f} ms\n",
+        seed, result.ops, result.settles, result.frames, result.routedFrames, result.routedOut, seconds,
+        result.ops / std::max(seconds, 1e-9), result.maxCommandMs);
     for (const auto& [walk, r] : result.slices) {
       fmt::print("  {}: {} slices, {} used their {} s, longest {:.4f} s, {} overran\n", walk, r.slices, r.spent,
                  r.quantum, r.longest, r.overruns);

@@ -182,7 +182,7 @@ std::set<MacKey> Model::uncertainKeys() const {
 void Model::apply(const std::string& line) {
   auto w = words(line);
   if (w.empty() || w[0][0] == '#') return;
-  if (applyFeature(w)) return;
+  if (routing_.apply(w) || applyFeature(w)) return;
   auto at = [&](std::size_t i) -> const std::string& {
     static const std::string none;
     return i < w.size() ? w[i] : none;

@@ -8,9 +8,11 @@
 // and tagging, spanning-tree port states, LAG members, the MLAG peer link,
 // static and non-aging addresses, what the chip learned and when, the aging
 // time and the simulated clock, IPv4 ACLs and their bindings, storm-control
-// levels and port speeds, sub-interfaces by tag. chip() derives the tables
-// from that.
+// levels and port speeds, sub-interfaces by tag, and what routing needs
+// (SoakRouting.h). chip() derives the tables from that.
 #pragma once
+
+#include "tests/soak/SoakRouting.h"
 
 #include <cstdint>
 #include <map>
@@ -115,6 +117,9 @@ class Model {
   // Whether the chip takes a learn of `key` on `intf` now.
   bool learnTaken(const MacKey& key, const Intf& intf) const;
 
+  // Routed ports, neighbours, FECs and routes.
+  const RouteModel& routing() const { return routing_; }
+
   // For the generator: what is configured.
   bool vlanExists(int vlan) const { return vlanMembers_.count(vlan) != 0; }
   const std::map<Intf, std::set<Intf>>& lagMembers() const { return lagMembers_; }
@@ -133,6 +138,9 @@ class Model {
   bool subIntfExists(const Intf& subIntf) const;
   // Sub-interfaces configured with this tag, holder and waiting.
   std::size_t subIntfsTagged(int tag) const;
+  // The tag's holder went while another waited, and no second has passed
+  // since: the waiting one may or may not have been retried yet.
+  bool subIntfTagVacant(int tag) const { return vacantTags_.count(tag) != 0; }
 
   // "0000.0000.0001" as the chip prints it, "00:00:00:00:00:01".
   static std::string macText(const std::string& dotted);
@@ -159,6 +167,7 @@ class Model {
   void featureChip(ChipView& view) const;
 
   double now_ = 0;
+  RouteModel routing_;
   std::map<int, std::map<Intf, bool>> vlanMembers_;  // VLAN -> interface -> tagged
   std::set<int> topologyVlans_;
   std::map<Intf, bool> topologyForwarding_;    // ports the topology gives a state

@@ -81,6 +81,17 @@ class FrameSampler {
     std::vector<Probe> probes;
     for (unsigned i = 0; i < count; ++i) {
       Probe p;
+      if (chance(0.15)) {
+        // An IPv4 packet into a routed port, mostly for the router.
+        const auto& ports = RouteModel::routedPorts();
+        p.ingress = std::next(ports.begin(), pick(ports.size()))->first;
+        p.frame.src = address(known);
+        p.frame.dst = chance(0.9) ? RouteModel::routerMac : address(known);
+        p.frame.ip = true;
+        p.frame.ipSeed = static_cast<int>(pick(1000));
+        probes.push_back(std::move(p));
+        continue;
+      }
       p.ingress = "Ethernet" + std::to_string(1 + pick(8));
       p.frame.src = chance(0.03) ? "01:00:5e:00:00:01" : address(known);
       unsigned roll = pick(100);
@@ -126,7 +137,8 @@ class Session {
     auto start = Clock::now();
     try {
       agent_.execute(line, sink_);
-    } catch (const Agent::CommandError&) {
+    } catch (const Agent::CommandError& e) {
+      refusal_ = e.what();
       return false;
     }
     maxCommandMs_ = std::max(maxCommandMs_, secondsSince(start) * 1000);
@@ -184,6 +196,13 @@ class Session {
     for (const auto& probe : probes) {
       auto text = probe.frame.text();
       auto result = chip.forward(Nexo::IntfId(probe.ingress), SoftChip::frameFromText(text));
+      if (auto routed = model_.routing().route(probe.ingress, probe.frame.dst, probe.frame.ipDst())) {
+        if (!probe.frame.ip) routed->nextHops.clear(), routed->mayDrop = true;
+        compareRouted(probe, *routed, result, d);
+        ++routedFrames_;
+        routedOut_ += result.routed;
+        continue;
+      }
       auto vlans = reference.classify(probe.ingress, probe.frame);
       if (!vlans) continue;
       // Of several VLANs the frame may belong to, the chip's choice.
@@ -215,6 +234,39 @@ class Session {
     return d;
   }
 
+  // A routed packet left by one of the vias the reference allows, rewritten
+  // for it, or was dropped where the reference allows that.
+  void compareRouted(const Probe& probe, const RoutedOutcome& want, const SoftChip::ForwardResult& result,
+                     Difference& d) {
+    auto text = probe.frame.text();
+    auto send = fmt::format("chip send {} {}", probe.ingress, text);
+    std::string allowed;
+    for (const auto& [port, mac] : want.nextHops)
+      allowed += fmt::format("{}{} to {}", allowed.empty() ? "" : ", ", port, mac);
+    if (want.mayDrop) allowed += allowed.empty() ? "dropped" : ", or dropped";
+    std::string got = "dropped";
+    bool right = result.egress.empty() ? want.mayDrop : false;
+    if (result.egress.size() == 1 && result.routed) {
+      const auto& out = result.egress.front();
+      got = fmt::format("{} to {} ttl {}", out.port.stringValue(), out.dstMac.stringValue(), out.ttl);
+      right = want.nextHops.count({out.port.stringValue(), out.dstMac.stringValue()}) &&
+              out.srcMac.stringValue() == RouteModel::routerMac && out.ttl + 1 == SoftChip::Frame::defaultTtl;
+    } else if (!result.egress.empty()) {
+      got = fmt::format("{} copies", result.egress.size());
+    }
+    if (right) return;
+    d.lines.push_back(fmt::format("routed frame on {} (vrf {}) '{}': model [{}] chip [{}]", probe.ingress, want.vrf,
+                                  text, allowed.empty() ? "dropped" : allowed, got));
+    if (!want.mayDrop && result.egress.empty()) d.expects.push_back(fmt::format("expect-not {} ~ dropped:", send));
+    if (want.nextHops.empty() && !result.egress.empty()) d.expects.push_back(fmt::format("expect {} ~ dropped:", send));
+    if (!want.nextHops.empty() && !result.egress.empty()) {
+      const auto& out = result.egress.front();
+      d.expects.push_back(fmt::format("expect-not {} ~ {} src {} dst {}", send, out.port.stringValue(),
+                                      out.srcMac.stringValue(), out.dstMac.stringValue()));
+    }
+    d.frames.push_back(probe);
+  }
+
   // Every walk yielded within its quantum, give or take the item it was on.
   static std::optional<Difference> sliceOverruns() {
     if (!Vex::TimeSlice::overruns()) return std::nullopt;
@@ -235,13 +287,20 @@ class Session {
   }
 
   const Model& model() const { return model_; }
+  // Why the agent refused the last line it refused.
+  const std::string& refusal() const { return refusal_; }
   const std::vector<std::string>& lines() const { return lines_; }
   double maxCommandMs() const { return maxCommandMs_; }
+  std::uint64_t routedFrames() const { return routedFrames_; }
+  std::uint64_t routedOut() const { return routedOut_; }
 
  private:
   Agent::Agent agent_;
   Model model_;
   std::vector<std::string> lines_;
+  std::string refusal_;
+  std::uint64_t routedFrames_ = 0;  // frames into routed ports compared
+  std::uint64_t routedOut_ = 0;     // of which the chip routed out
   std::ostringstream sink_;
   double maxCommandMs_ = 0;
 };
@@ -515,7 +574,8 @@ RunResult run(const RunOptions& options) {
     }
     if (!session.execute(line)) {
       // The generator's mistake, not the switch's: nothing to shrink.
-      result.difference = Difference{{"the agent refused a generated command: " + line}, {}, {}};
+      result.difference =
+          Difference{{"the agent refused a generated command: " + line + " (" + session.refusal() + ")"}, {}, {}};
       result.shrunk = session.lines();
       result.shrunk.push_back(line);
       break;
@@ -528,6 +588,8 @@ RunResult run(const RunOptions& options) {
   }
   if (!result.difference) result.slices = Vex::TimeSlice::records();
   result.maxCommandMs = session.maxCommandMs();
+  result.routedFrames = session.routedFrames();
+  result.routedOut = session.routedOut();
   return result;
 }
 

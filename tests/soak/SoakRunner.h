@@ -58,6 +58,8 @@ struct RunResult {
   std::uint64_t ops = 0;                                 // commands run
   std::uint64_t settles = 0;                             // quiescent points checked
   std::uint64_t frames = 0;                              // frames compared
+  std::uint64_t routedFrames = 0;                        // of which into routed ports
+  std::uint64_t routedOut = 0;                           // of which routed out
   double maxCommandMs = 0;                               // longest single command, wall clock
   std::map<std::string, Vex::TimeSlice::Record> slices;  // the walks' time slices, by walk
   std::optional<Difference> difference;
