@@ -256,12 +256,14 @@ void SoftForwarding::bridge(const Nexo::IntfId& ingress, const Frame& frame, For
       result.egress.push_back(out);
       return;
     }
-    bool named = HwVlan::member(vlans.role(*vlan, to));
-    if (!named && !HwVlan::member(vlans.role(*vlan, entry->intf))) {
+    // The LAG, or the member port the entry names, must be in the VLAN.
+    std::uint8_t role = vlans.role(*vlan, to);
+    if (!HwVlan::member(role) && to != entry->intf) role = vlans.role(*vlan, entry->intf);
+    if (!HwVlan::member(role)) {
       result.drop = fmt::format("{} not a member of vlan {}", name(to), vlanNumber);
       return;
     }
-    addEgress(*vlan, named ? to : entry->intf, to, frame, result);
+    addEgress(role, to, frame, result);
     if (result.egress.empty()) result.drop = fmt::format("{} has no active member", name(to));
     return;
   }
@@ -302,10 +304,10 @@ void SoftForwarding::learnSource(const Frame& frame, const Nexo::IntfId& port, c
   result.moved = wasKnown;
 }
 
-void SoftForwarding::addEgress(const HwVlan& vlan, const Nexo::IntfId& member, const Nexo::IntfId& intf,
-                               const Frame& frame, ForwardResult& result) const {
+void SoftForwarding::addEgress(std::uint8_t memberRole, const Nexo::IntfId& intf, const Frame& frame,
+                               ForwardResult& result) const {
   FrameEgress out;
-  out.tagged = tables_.vlans->role(vlan, member) & HwVlan::roleTagged;
+  out.tagged = memberRole & HwVlan::roleTagged;
   out.vlan = out.tagged ? result.vlan : 0;
   const HwLag* lag = (intf.isLag() && tables_.lags) ? tables_.lags->lag(intf) : nullptr;
   if (intf.isLag()) {
@@ -460,7 +462,7 @@ void SoftForwarding::flood(const HwVlan& vlan, const HwTopology* topology, const
       }
       lastLag = to;
     }
-    addEgress(vlan, member, to, frame, result);
+    addEgress(role, to, frame, result);
   };
   for (const auto& [member, role] : vlan.roles) floodTo(member, role);
   std::sort(result.egress.begin(), result.egress.end(),

@@ -189,9 +189,9 @@ class SoftForwarding {
   // `inTable` is the source's FDB entry, if any.
   void learnSource(const Frame& frame, const Nexo::IntfId& port, const Nexo::IntfId& intf, HwFdbEntry* inTable,
                    ForwardResult& result);
-  // Adds a copy leaving by `intf` (a port or a LAG) with the VLAN's tagging.
-  void addEgress(const HwVlan& vlan, const Nexo::IntfId& member, const Nexo::IntfId& intf, const Frame& frame,
-                 ForwardResult& result) const;
+  // Adds a copy leaving by `intf` (a port or a LAG), tagged as `memberRole`
+  // (what the VLAN names it or its member port) says.
+  void addEgress(std::uint8_t memberRole, const Nexo::IntfId& intf, const Frame& frame, ForwardResult& result) const;
   // Whether the ACL applied at `intf` in `direction` denies the frame; the
   // drop is noted on the result.
   bool aclDenies(const Nexo::IntfId& intf, Acl::AclDirection direction, const Frame& frame, ForwardResult& result);

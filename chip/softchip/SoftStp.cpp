@@ -1,5 +1,8 @@
 #include "chip/softchip/SoftStp.h"
 
+#include <algorithm>
+#include <vector>
+
 namespace SoftChip {
 
 void SoftTopologyTable::dumpEntry(JsonWriter& writer, const HwTopology& topo) const {
@@ -10,7 +13,9 @@ void SoftTopologyTable::dumpEntry(JsonWriter& writer, const HwTopology& topo) co
   writer.EndArray();
   writer.Key("portState");
   writer.StartObject();
-  for (const auto& [port, state] : topo.portState) {
+  std::vector<std::pair<Nexo::IntfId, Orb::PortState>> states(topo.portState.begin(), topo.portState.end());
+  std::sort(states.begin(), states.end());
+  for (const auto& [port, state] : states) {
     writer.Key(port.stringValue().c_str());
     writer.String(Vex::valueToStrep(state).c_str());
   }

@@ -21,7 +21,8 @@ inline bool forwards(Orb::PortState state) { return state == Orb::PortState::por
 
 struct HwTopology {
   std::set<Bridging::VlanId> vlans;
-  std::map<Nexo::IntfId, Orb::PortState> portState;
+  // Hashed: a frame looks up its ports' states on every hop.
+  Vex::HashMap<Nexo::IntfId, Orb::PortState> portState;
   std::uint32_t flushes = 0;
   std::map<Bridging::VlanId, std::uint32_t> vlanFlushes;
 };
