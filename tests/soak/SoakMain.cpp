@@ -46,7 +46,7 @@ int main(int argc, char** argv) {
       fmt::print("{}: the chip agrees with the model\n", shrinkFile);
       return 0;
     }
-    auto shrunk = Soak::shrink(lines, options.shrinkSeconds, frames);
+    auto shrunk = Soak::shrink(lines, options.shrinkSeconds, *difference, frames);
     for (const auto& line : shrunk) fmt::print("{}\n", line);
     if (auto left = Soak::replay(shrunk, frames)) {
       for (const auto& line : left->lines) fmt::print("#   {}\n", line);

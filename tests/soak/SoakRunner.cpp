@@ -7,10 +7,13 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <random>
+#include <set>
 #include <sstream>
 
 namespace Soak {
@@ -521,8 +524,60 @@ std::vector<Probe> probesOf(const std::vector<std::string>& scenario) {
   return probes;
 }
 
-std::vector<std::string> shrink(std::vector<std::string> lines, double seconds, const std::vector<Probe>& frames) {
+// The family of a command: its first words, "no" aside ("vlan", "chip
+// learn", "interface storm-control", "ip route", ...).
+std::string familyOf(const std::string& line) {
+  std::istringstream in(line);
+  std::vector<std::string> w;
+  for (std::string word; in >> word && w.size() < 4;) w.push_back(word);
+  if (!w.empty() && w[0] == "no") w.erase(w.begin());
+  if (w.empty()) return {};
+  if (w[0] == "interface" && w.size() > 2) return "interface " + w[2];
+  static const std::set<std::string> twoWords = {"chip", "clear", "ip", "mac", "mlag", "monitor"};
+  if (twoWords.count(w[0]) && w.size() > 1) return w[0] + " " + w[1];
+  return w[0];
+}
+
+std::string kindOf(const Difference& difference) {
+  if (difference.lines.empty()) return {};
+  const std::string& line = difference.lines.front();
+  return line.substr(0, line.find(' '));
+}
+
+std::vector<std::string> shrink(std::vector<std::string> lines, double seconds, const Difference& difference,
+                                const std::vector<Probe>& frames, std::size_t head) {
   auto start = Clock::now();
+  const std::string kind = kindOf(difference);
+  auto differs = [&](const std::vector<std::string>& candidate) {
+    auto found = replay(candidate, frames);
+    return found && kindOf(*found) == kind;
+  };
+  // A difference found after hundreds of thousands of commands mostly needs
+  // only the last few thousand: each replay of the whole list takes long
+  // enough that delta debugging alone would get nowhere.
+  head = std::min(head, lines.size());
+  // Whole families of commands first (every learn, every VLAN change...):
+  // a difference seldom needs more than a few of them.
+  std::map<std::string, std::size_t> families;
+  for (std::size_t i = head; i < lines.size(); ++i) ++families[familyOf(lines[i])];
+  std::vector<std::pair<std::size_t, std::string>> bySize;
+  for (const auto& [family, count] : families) bySize.emplace_back(count, family);
+  std::sort(bySize.rbegin(), bySize.rend());
+  for (const auto& [count, family] : bySize) {
+    if (secondsSince(start) >= seconds) break;
+    std::vector<std::string> candidate(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(head));
+    for (std::size_t i = head; i < lines.size(); ++i)
+      if (familyOf(lines[i]) != family) candidate.push_back(lines[i]);
+    if (differs(candidate)) lines = std::move(candidate);
+  }
+  for (std::size_t tail = 256; tail < lines.size() - head && secondsSince(start) < seconds; tail *= 4) {
+    std::vector<std::string> candidate(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(head));
+    candidate.insert(candidate.end(), lines.end() - static_cast<std::ptrdiff_t>(tail), lines.end());
+    if (differs(candidate)) {
+      lines = std::move(candidate);
+      break;
+    }
+  }
   std::size_t parts = 2;
   while (lines.size() >= 2 && secondsSince(start) < seconds) {
     std::size_t chunk = (lines.size() + parts - 1) / parts;
@@ -530,7 +585,7 @@ std::vector<std::string> shrink(std::vector<std::string> lines, double seconds, 
     for (std::size_t begin = 0; begin < lines.size() && secondsSince(start) < seconds; begin += chunk) {
       std::vector<std::string> rest(lines.begin(), lines.begin() + begin);
       rest.insert(rest.end(), lines.begin() + std::min(lines.size(), begin + chunk), lines.end());
-      if (replay(rest, frames)) {
+      if (differs(rest)) {
         lines = std::move(rest);
         parts = std::max<std::size_t>(parts - 1, 2);
         reduced = true;
@@ -555,7 +610,8 @@ RunResult run(const RunOptions& options) {
   Session session;
   auto stop = [&](const Difference& difference) {
     result.difference = difference;
-    result.shrunk = shrink(session.lines(), options.shrinkSeconds, difference.frames);
+    result.shrunk =
+        shrink(session.lines(), options.shrinkSeconds, difference, difference.frames, generator.prologue().size());
     auto shrunkDifference = replay(result.shrunk, difference.frames);
     result.scenarioPath = writeScenario(options, result.shrunk, shrunkDifference ? *shrunkDifference : difference);
     result.replayFails = scenarioFails(result.scenarioPath);

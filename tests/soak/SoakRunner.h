@@ -79,8 +79,17 @@ std::optional<Difference> replay(const std::vector<std::string>& lines, const st
 // replay of its commands compares their forwarding again.
 std::vector<Probe> probesOf(const std::vector<std::string>& scenario);
 
+// The kind of a difference: the first word of its first line ("fdb",
+// "vlan", "routed", "vlan-translation", ...).
+std::string kindOf(const Difference& difference);
+
 // Delta debugging over the command list: a shortest list (1-minimal within
-// the time budget) for which replay() still finds a difference.
-std::vector<std::string> shrink(std::vector<std::string> lines, double seconds, const std::vector<Probe>& frames = {});
+// the time budget) for which replay() still finds a difference of the same
+// kind as `difference`, so that shrinking does not wander off to another
+// fault. The first `head` lines (the run's prologue) are kept while the
+// difference is looked for in ever longer tails of the rest, before delta
+// debugging.
+std::vector<std::string> shrink(std::vector<std::string> lines, double seconds, const Difference& difference,
+                                const std::vector<Probe>& frames = {}, std::size_t head = 0);
 
 }  // namespace Soak
