@@ -9,6 +9,8 @@
 #include "Orb/OrbResilientEcmpTypes.h"
 #include "platform/vex/Entity.h"
 
+#include <boost/describe/enum.hpp>
+
 #include <cstdint>
 #include <set>
 #include <string>
@@ -23,6 +25,26 @@ struct AdjRefCount {
   auto operator<=>(const AdjRefCount&) const = default;
 };
 VEX_VALUE(AdjRefCount, "Orb::AdjRefCount", (prevLevelFecId, proxyFecId))
+
+// The route cache of a VRF: routes the CPU learned to forward, cached in
+// hardware.
+struct RouteCacheStatus {
+  bool enabled = false;
+  std::uint64_t cachedRoutes = 0;
+  auto operator<=>(const RouteCacheStatus&) const = default;
+};
+VEX_VALUE(RouteCacheStatus, "Orb::RouteCacheStatus", (enabled, cachedRoutes))
+
+enum class BfdState : std::uint8_t { adminDown, down, init, up };
+BOOST_DESCRIBE_ENUM(BfdState, adminDown, down, init, up)
+
+// A BFD session to a next hop, as the BFD agent reports it.
+struct BfdStatusInfo {
+  BfdState state = BfdState::down;
+  Nexo::IntfId intf;
+  auto operator<=>(const BfdStatusInfo&) const = default;
+};
+VEX_VALUE(BfdStatusInfo, "Orb::BfdStatusInfo", (state, intf))
 
 class OrbInternalL3Status : public Vex::Entity {
  public:
@@ -81,6 +103,11 @@ class OrbInternalL3Status : public Vex::Entity {
     VEX_KEY_HANDLER(PvlanL3Intf, Nexo::IntfId)
     VEX_HANDLER(HardwareRoutingEnabled)
     VEX_HANDLER(NextL2AdjIndex)
+    VEX_KEY_HANDLER(RouteCacheStatus, VrfId)
+    VEX_KEY_HANDLER(L3ResolvedNhgAdjs, std::string)
+    VEX_KEY_HANDLER(BfdTunnelOperState, TunnelKey)
+    VEX_KEY_HANDLER(BfdV4StatusInfo, VrfAndIpAddr)
+    VEX_KEY_HANDLER(BfdV6StatusInfo, VrfAndIp6Addr)
   };
 
   using Entity::Entity;
@@ -156,6 +183,13 @@ class OrbInternalL3Status : public Vex::Entity {
   VEX_COLLECTION(GlobalFecId, FecIdToRequestSourceMapping, fecIdToRequestSourceMap, FecIdToRequestSourceMap)
   VEX_COLLECTION(Nexo::IntfId, bool, pvlanL3Intf, PvlanL3Intf)
   VEX_ATTR(bool, hardwareRoutingEnabled, HardwareRoutingEnabled, false)
+  VEX_COLLECTION(VrfId, RouteCacheStatus, routeCacheStatus, RouteCacheStatus)
+  // The adjacencies each configured next-hop group resolved to, by name.
+  VEX_COLLECTION(std::string, std::set<L2AdjKey>, l3ResolvedNhgAdjs, L3ResolvedNhgAdjs)
+  // BFD: tunnels whose session is up, and the sessions to next hops.
+  VEX_COLLECTION(TunnelKey, bool, bfdTunnelOperState, BfdTunnelOperState)
+  VEX_COLLECTION(VrfAndIpAddr, BfdStatusInfo, bfdV4StatusInfo, BfdV4StatusInfo)
+  VEX_COLLECTION(VrfAndIp6Addr, BfdStatusInfo, bfdV6StatusInfo, BfdV6StatusInfo)
 };
 
 Vex::Ptr<OrbInternalL3Status> orbInternalL3StatusFactory(const std::string& name);

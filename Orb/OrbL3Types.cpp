@@ -80,7 +80,11 @@ bool AdjGlobalPrefixList::vrfPrefix6Del(VrfId vrf, const Nexo::Ip6Prefix& prefix
 L3Status::L3Status(const std::string& name)
     : Entity(name),
       adjPrefixCountStatus_(Vex::make<AdjPrefixCountStatus>("adjPrefixCountStatus")),
-      adjInfoColl_(Vex::make<AdjInfoColl>("adjInfoColl")) {}
+      adjInfoColl_(Vex::make<AdjInfoColl>("adjInfoColl")),
+      urpfRouting_(Vex::make<UrpfRouting>("urpfRouting")),
+      urpfRoutingDisableDone_(Vex::make<UrpfRoutingDisableDone>("urpfRoutingDisableDone")),
+      endOfSync_(Vex::make<EndOfSync>("endOfSync")),
+      reviewPending_(Vex::make<ReviewPending>("reviewPending")) {}
 
 Vex::Ptr<L3Status> l3StatusFactory(const std::string& name) { return Vex::make<L3Status>(name); }
 

@@ -13,6 +13,7 @@
 #include "platform/types/Bridging.h"
 #include "platform/types/Fib.h"
 #include "platform/types/L3.h"
+#include "platform/types/Urpf.h"
 #include "platform/vex/Entity.h"
 
 #include <boost/describe/enum.hpp>
@@ -306,6 +307,69 @@ class AdjInfoColl : public Vex::Entity {
   VEX_COLLECTION(VrfAndIp6Prefix, AdjInfo, adjInfo6List, AdjInfo6List)
 };
 
+// What routing knows of one next-hop address.
+struct NextHopInfo {
+  Nexo::EthAddr mac;
+  Nexo::IntfId intf;
+  bool resolved = false;
+  auto operator<=>(const NextHopInfo&) const = default;
+};
+VEX_VALUE(NextHopInfo, "Orb::NextHopInfo", (mac, intf, resolved))
+
+// A request for layer-3 multicast in a VRF and family, by name.
+struct L3MulticastRequest {
+  VrfId vrfId = invalidVrfId;
+  bool ipv6 = false;
+  bool enabled = false;
+  auto operator<=>(const L3MulticastRequest&) const = default;
+};
+VEX_VALUE(L3MulticastRequest, "Orb::L3MulticastRequest", (vrfId, ipv6, enabled))
+
+// A per-VRF flag of each family, for the handshakes and markers below.
+#define ORB_VRF_FLAGS(name4, Name4, name6, Name6)   \
+  class Notifiee : public Vex::BaseNotifiee<Self> { \
+   public:                                          \
+    using BaseNotifiee::BaseNotifiee;               \
+    VEX_KEY_HANDLER(Name4, VrfId)                   \
+    VEX_KEY_HANDLER(Name6, VrfId)                   \
+  };                                                \
+  using Vex::Entity::Entity;                        \
+  VEX_COLLECTION(VrfId, bool, name4, Name4)         \
+  VEX_COLLECTION(VrfId, bool, name6, Name6)
+
+// uRPF asks routing to stay on in a VRF while it checks sources there.
+class UrpfRouting : public Vex::Entity {
+  using Self = UrpfRouting;
+
+ public:
+  ORB_VRF_FLAGS(urpf4Enabled, Urpf4Enabled, urpf6Enabled, Urpf6Enabled)
+};
+
+// Routing's answer: uRPF's hold on the VRF is released.
+class UrpfRoutingDisableDone : public Vex::Entity {
+  using Self = UrpfRoutingDisableDone;
+
+ public:
+  ORB_VRF_FLAGS(urpf4DisableDone, Urpf4DisableDone, urpf6DisableDone, Urpf6DisableDone)
+};
+
+// The routing agent has published every route of the VRF once.
+class EndOfSync : public Vex::Entity {
+  using Self = EndOfSync;
+
+ public:
+  ORB_VRF_FLAGS(endOfV4Sync, EndOfV4Sync, endOfV6Sync, EndOfV6Sync)
+};
+
+// A review of the VRF's routes is under way.
+class ReviewPending : public Vex::Entity {
+  using Self = ReviewPending;
+
+ public:
+  ORB_VRF_FLAGS(routeReviewPending, RouteReviewPending, route6ReviewPending, Route6ReviewPending)
+};
+#undef ORB_VRF_FLAGS
+
 // The shared, published view of layer-3 state.
 class L3Status : public Vex::Entity {
  public:
@@ -348,6 +412,12 @@ class L3Status : public Vex::Entity {
     VEX_HANDLER(NumTimesRoutingEnabled)
     VEX_HANDLER(NumTimesRouting6Enabled)
     VEX_HANDLER(NumTimesMcastRoutingEnabled)
+    VEX_KEY_HANDLER(NextHopInfo, VrfAndIpAddr)
+    VEX_KEY_HANDLER(NextHop6Info, VrfAndIp6Addr)
+    VEX_KEY_HANDLER(Urpf4Status, Nexo::IntfId)
+    VEX_KEY_HANDLER(Urpf6Status, Nexo::IntfId)
+    VEX_KEY_HANDLER(Urpf6StatusUnresolved, Nexo::IntfId)
+    VEX_KEY_HANDLER(L3MulticastRequest, std::string)
   };
 
   explicit L3Status(const std::string& name);
@@ -432,6 +502,19 @@ class L3Status : public Vex::Entity {
   VEX_COUNTER(std::uint32_t, numTimesRoutingEnabled, NumTimesRoutingEnabled)
   VEX_COUNTER(std::uint32_t, numTimesRouting6Enabled, NumTimesRouting6Enabled)
   VEX_COUNTER(std::uint32_t, numTimesMcastRoutingEnabled, NumTimesMcastRoutingEnabled)
+  VEX_COLLECTION(VrfAndIpAddr, NextHopInfo, nextHopInfo, NextHopInfo)
+  VEX_COLLECTION(VrfAndIp6Addr, NextHopInfo, nextHop6Info, NextHop6Info)
+  // uRPF per interface; IPv6 interfaces whose check cannot resolve yet are
+  // kept apart.
+  VEX_COLLECTION(Nexo::IntfId, Urpf::UrpfStatus, urpf4Status, Urpf4Status)
+  VEX_COLLECTION(Nexo::IntfId, Urpf::UrpfStatus, urpf6Status, Urpf6Status)
+  VEX_COLLECTION(Nexo::IntfId, Urpf::UrpfStatus, urpf6StatusUnresolved, Urpf6StatusUnresolved)
+  VEX_COLLECTION(std::string, L3MulticastRequest, l3MulticastRequest, L3MulticastRequest)
+  // Sub-entities, made with the status.
+  const Vex::Ptr<UrpfRouting>& urpfRouting() const { return urpfRouting_; }
+  const Vex::Ptr<UrpfRoutingDisableDone>& urpfRoutingDisableDone() const { return urpfRoutingDisableDone_; }
+  const Vex::Ptr<EndOfSync>& endOfSync() const { return endOfSync_; }
+  const Vex::Ptr<ReviewPending>& reviewPending() const { return reviewPending_; }
 
   // Over the VRF statuses.
   bool routingEnabledInDefaultVrf() const;
@@ -459,6 +542,10 @@ class L3Status : public Vex::Entity {
   Vex::HashMap<ArpVrfId, Vex::Ptr<VrfL3Status>> vrfL3StatusByArpVrfId_;
   Vex::Ptr<AdjPrefixCountStatus> adjPrefixCountStatus_;
   Vex::Ptr<AdjInfoColl> adjInfoColl_;
+  Vex::Ptr<UrpfRouting> urpfRouting_;
+  Vex::Ptr<UrpfRoutingDisableDone> urpfRoutingDisableDone_;
+  Vex::Ptr<EndOfSync> endOfSync_;
+  Vex::Ptr<ReviewPending> reviewPending_;
 };
 
 Vex::Ptr<L3Status> l3StatusFactory(const std::string& name);

@@ -141,4 +141,18 @@ TEST_F(AdjGraphTest, Ipv6ViasToTheSameNeighboursShareTheIpv4FecsAdjacency) {
   EXPECT_EQ(internal->l2AdjRefCount(v4->key()), 1u);
 }
 
+TEST(InternalL3Status, BfdSessionsAndRouteCachesByKey) {
+  auto internal = orbInternalL3StatusFactory("internal");
+  VrfAndIpAddr peer(VrfId(1), Nexo::IpAddr(0x0a000001));
+  internal->bfdV4StatusInfoIs(peer, {BfdState::up, Nexo::IntfId("Ethernet2")});
+  EXPECT_EQ(internal->bfdV4StatusInfo(peer).state, BfdState::up);
+  EXPECT_EQ(internal->bfdV4StatusInfo(VrfAndIpAddr(VrfId(2), Nexo::IpAddr(0x0a000001))).state, BfdState::down);
+  internal->routeCacheStatusIs(VrfId(1), {true, 12});
+  EXPECT_EQ(internal->routeCacheStatus(VrfId(1)).cachedRoutes, 12u);
+  EXPECT_EQ(Vex::fromStrep<BfdStatusInfo>(Vex::toStrep(internal->bfdV4StatusInfo(peer))),
+            internal->bfdV4StatusInfo(peer));
+  internal->l3ResolvedNhgAdjsIs("nhg1", {L2AdjKey{L2AdjType::nexthopAdj, 3}});
+  EXPECT_EQ(internal->l3ResolvedNhgAdjs("nhg1").size(), 1u);
+}
+
 }  // namespace

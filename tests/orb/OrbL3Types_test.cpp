@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <vector>
+
 namespace {
 
 using namespace Orb;
@@ -207,6 +210,55 @@ TYPED_TEST(PrefixAccountingTest, DelAllForgetsBothFamilies) {
   EXPECT_EQ(s.adjPrefixCountStatus()->adjPrefixCountSize(), 0u);
   EXPECT_EQ(s.adjPrefixCountStatus()->adjPrefix6CountSize(), 0u);
   EXPECT_EQ(s.fecArpVrfSize(), 0u);
+}
+
+// Per-VRF handshakes and markers: each family on its own, a write that
+// changes nothing heard by nobody.
+class EndOfSyncWatcher : public EndOfSync::Notifiee {
+ public:
+  using Notifiee::Notifiee;
+  std::vector<std::string> heard;
+  void handleEndOfV4Sync(const VrfId& vrf) override { heard.push_back("v4 " + std::to_string(vrf.value())); }
+  void handleEndOfV6Sync(const VrfId& vrf) override { heard.push_back("v6 " + std::to_string(vrf.value())); }
+};
+
+TEST_F(L3StatusTest, EndOfSyncAndTheUrpfHandshakeArePerVrfAndFamily) {
+  ASSERT_TRUE(status->endOfSync() && status->urpfRouting() && status->urpfRoutingDisableDone() &&
+              status->reviewPending());
+  EndOfSyncWatcher sync(status->endOfSync());
+  status->endOfSync()->endOfV4SyncIs(VrfId(1), true);
+  status->endOfSync()->endOfV4SyncIs(VrfId(1), true);
+  status->endOfSync()->endOfV6SyncIs(VrfId(2), true);
+  EXPECT_EQ(sync.heard, (std::vector<std::string>{"v4 1", "v6 2"}));
+  EXPECT_TRUE(status->endOfSync()->endOfV4Sync(VrfId(1)));
+  EXPECT_FALSE(status->endOfSync()->endOfV6Sync(VrfId(1)));
+  // uRPF holds routing in a VRF until routing says the hold is released.
+  status->urpfRouting()->urpf4EnabledIs(VrfId(1), true);
+  EXPECT_FALSE(status->urpfRoutingDisableDone()->urpf4DisableDoneHas(VrfId(1)));
+  status->urpfRouting()->urpf4EnabledDel(VrfId(1));
+  status->urpfRoutingDisableDone()->urpf4DisableDoneIs(VrfId(1), true);
+  EXPECT_FALSE(status->urpfRouting()->urpf4EnabledHas(VrfId(1)));
+  EXPECT_TRUE(status->urpfRoutingDisableDone()->urpf4DisableDone(VrfId(1)));
+}
+
+TEST(L3StatusValues, UrpfNextHopAndMulticastValuesPrintAndParseBack) {
+  Urpf::UrpfStatus urpf{Urpf::UrpfMode::loose, true};
+  EXPECT_EQ(Vex::fromStrep<Urpf::UrpfStatus>(Vex::toStrep(urpf)), urpf);
+  NextHopInfo info{Nexo::EthAddr(0x020000000001ULL), Nexo::IntfId("Ethernet3"), true};
+  EXPECT_EQ(Vex::fromStrep<NextHopInfo>(Vex::toStrep(info)), info);
+  L3MulticastRequest request{VrfId(4), true, true};
+  EXPECT_EQ(Vex::fromStrep<L3MulticastRequest>(Vex::toStrep(request)), request);
+  EXPECT_THROW(Vex::fromStrep<Urpf::UrpfStatus>("not a status"), Vex::ParseError);
+}
+
+TEST_F(L3StatusTest, UrpfStatusIsKeptPerInterfaceAndFamily) {
+  Nexo::IntfId port("Ethernet1");
+  status->urpf4StatusIs(port, {Urpf::UrpfMode::strict, false});
+  status->urpf6StatusUnresolvedIs(port, {Urpf::UrpfMode::loose, true});
+  EXPECT_EQ(status->urpf4Status(port).mode, Urpf::UrpfMode::strict);
+  EXPECT_FALSE(status->urpf6StatusHas(port));
+  EXPECT_EQ(status->urpf6Status(port).mode, Urpf::UrpfMode::disable);
+  EXPECT_TRUE(status->urpf6StatusUnresolved(port).allowDefaultRoute);
 }
 
 }  // namespace
