@@ -5,6 +5,7 @@
 // item. A slice that must handle a minimum number of items before it looks
 // at the clock is also allowed the time those items took.
 //
+//   Vex::Seconds start = Vex::now();
 //   Vex::TimeSlice slice("mac backlog", quantum);
 //   while (more()) {
 //     doOne();

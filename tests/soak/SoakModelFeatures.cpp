@@ -12,12 +12,6 @@ namespace Soak {
 
 namespace {
 
-std::uint32_t ipv4(const std::string& text) {
-  unsigned a = 0, b = 0, c = 0, d = 0;
-  std::sscanf(text.c_str(), "%u.%u.%u.%u", &a, &b, &c, &d);
-  return a << 24 | b << 16 | c << 8 | d;
-}
-
 std::string ipv4Text(std::uint32_t addr) {
   return fmt::format("{}.{}.{}.{}", addr >> 24, addr >> 16 & 255, addr >> 8 & 255, addr & 255);
 }

@@ -9,13 +9,13 @@
 
 namespace Soak {
 
-namespace {
-
 std::uint32_t ipv4(const std::string& text) {
   unsigned a = 0, b = 0, c = 0, d = 0;
   std::sscanf(text.c_str(), "%u.%u.%u.%u", &a, &b, &c, &d);
   return a << 24 | b << 16 | c << 8 | d;
 }
+
+namespace {
 
 // Whether "A/LEN" holds `addr`, and its length.
 std::optional<int> holds(const std::string& prefix, std::uint32_t addr) {

@@ -31,6 +31,9 @@ namespace Soak {
 
 using Port = std::string;
 
+// "10.1.2.3" as a number.
+std::uint32_t ipv4(const std::string& text);
+
 // Where a routed packet may go.
 struct RoutedOutcome {
   std::string vrf;
