@@ -552,9 +552,6 @@ std::vector<std::string> shrink(std::vector<std::string> lines, double seconds, 
     auto found = replay(candidate, frames);
     return found && kindOf(*found) == kind;
   };
-  // A difference found after hundreds of thousands of commands mostly needs
-  // only the last few thousand: each replay of the whole list takes long
-  // enough that delta debugging alone would get nowhere.
   head = std::min(head, lines.size());
   // Whole families of commands first (every learn, every VLAN change...):
   // a difference seldom needs more than a few of them.
@@ -570,6 +567,9 @@ std::vector<std::string> shrink(std::vector<std::string> lines, double seconds, 
       if (familyOf(lines[i]) != family) candidate.push_back(lines[i]);
     if (differs(candidate)) lines = std::move(candidate);
   }
+  // A difference found after hundreds of thousands of commands mostly needs
+  // only the last few thousand: each replay of the whole list takes long
+  // enough that delta debugging alone would get nowhere.
   for (std::size_t tail = 256; tail < lines.size() - head && secondsSince(start) < seconds; tail *= 4) {
     std::vector<std::string> candidate(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(head));
     candidate.insert(candidate.end(), lines.end() - static_cast<std::ptrdiff_t>(tail), lines.end());
