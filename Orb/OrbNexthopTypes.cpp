@@ -3,6 +3,8 @@
 #include "Orb/OrbAdjTypes.h"
 #include "Orb/OrbAssert.h"
 
+#include <boost/container/small_vector.hpp>
+
 #include <algorithm>
 #include <bit>
 
@@ -300,12 +302,13 @@ inline std::uint64_t mix(std::uint64_t h, std::uint64_t v) {
 }  // namespace
 
 std::size_t hash_value(const NextHop& nh) {
-  std::uint64_t h = static_cast<std::uint64_t>(nh.entryType) | (std::uint64_t(nh.nhgCounterType) << 8) |
-                    (std::uint64_t(nh.tunnelId) << 16);
-  h = mix(h, nh.mac.value());
-  h = mix(h, nh.l2Intf.bits());
-  h = mix(h, nh.l3Intf.bits());
-  h = mix(h, (std::uint64_t(nh.nhgEntryKey.nhgId) << 32) | nh.nhgEntryKey.entryIndex);
+  // The plain fields are multiplied apart and then folded, so that the
+  // multiplications overlap instead of forming a chain.
+  std::uint64_t lead = static_cast<std::uint64_t>(nh.entryType) | (std::uint64_t(nh.nhgCounterType) << 8) |
+                       (std::uint64_t(nh.tunnelId) << 16);
+  std::uint64_t h = (lead * 0x9e3779b97f4a7c15ULL) ^ (nh.mac.value() * 0xff51afd7ed558ccdULL) ^
+                    (nh.l2Intf.bits() * 0xc4ceb9fe1a85ec53ULL) ^ (nh.l3Intf.bits() * 0xd6e8feb86659fd93ULL) ^
+                    (((std::uint64_t(nh.nhgEntryKey.nhgId) << 32) | nh.nhgEntryKey.entryIndex) * 0xa0761d6478bd642fULL);
   if (nh.encap) h = mix(h, hash_value(nh.encap));
   if (nh.hierarchicalNextLevelL2Adj) h = mix(h, hash_value(nh.hierarchicalNextLevelL2Adj));
   return static_cast<std::size_t>(h ^ (h >> 32));
@@ -382,34 +385,60 @@ NextHopCollection::Body& NextHopCollection::mutate(bool sorted) {
   if (sorted) body();
   if (body_->references() > 1) body_ = Vex::make<Body>(*body_);
   body_->hashValid = false;
+  hashKnown_ = false;
   handleNextHopChanged();
   return *body_;
 }
 
 namespace {
 
-// Puts the entries in next-hop order; of entries for the same next hop the
-// one written last stays. The positions are sorted (on the stack for
-// collections of usual size) and the entries then moved once, in place,
-// along the cycles of the permutation, so that sorting allocates nothing.
+// A next hop's leading fields as integers that order as the next hop does:
+// they decide almost every comparison of a sort, so that the whole next hop
+// is compared only on ties.
+struct SortKey {
+  std::uint64_t lead;  // entry type, counter type, tunnel
+  std::uint64_t mac;
+  std::uint32_t position;
+};
+static_assert(sizeof(NextHopEntryType) == 1 && sizeof(Routing::NexthopGroup::EntryCounterType) == 1 &&
+                  sizeof(Tunnel::TunnelTable::TunnelId) == 4,
+              "the leading fields of a next hop fit one sort key word");
+
+// Scratch space for sorting, on the stack for collections of usual size.
+template <class T>
+using Scratch = boost::container::small_vector<T, 128>;
+
+// Positions of `vec`'s entries in next-hop order, entries for the same next
+// hop in the order they were written.
 template <class Vec>
-void sortKeepingLast(Vec& vec) {
-  constexpr std::size_t onStack = 128;
-  std::uint32_t stackOrder[onStack];
-  std::vector<std::uint32_t> heapOrder;
-  std::uint32_t* order = stackOrder;
-  if (vec.size() > onStack) {
-    heapOrder.resize(vec.size());
-    order = heapOrder.data();
-  }
+Scratch<std::uint32_t> nextHopOrder(const Vec& vec) {
   const auto n = static_cast<std::uint32_t>(vec.size());
-  for (std::uint32_t i = 0; i < n; ++i) order[i] = i;
-  std::sort(order, order + n, [&](std::uint32_t a, std::uint32_t b) {
-    auto c = vec[a].first <=> vec[b].first;
-    return c < 0 || (c == 0 && a < b);
+  Scratch<SortKey> keys(n, boost::container::default_init);
+  for (std::uint32_t i = 0; i < n; ++i) {
+    const NextHop& nh = vec[i].first;
+    keys[i] = {(std::uint64_t(nh.entryType) << 40) | (std::uint64_t(nh.nhgCounterType) << 32) | nh.tunnelId,
+               nh.mac.value(), i};
+  }
+  std::sort(keys.begin(), keys.end(), [&](const SortKey& a, const SortKey& b) {
+    if (a.lead != b.lead) return a.lead < b.lead;
+    if (a.mac != b.mac) return a.mac < b.mac;
+    auto c = vec[a.position].first <=> vec[b.position].first;
+    return c < 0 || (c == 0 && a.position < b.position);
   });
-  // order[i] is the entry that belongs at i; a done position points to
-  // itself.
+  Scratch<std::uint32_t> order(n, boost::container::default_init);
+  for (std::uint32_t i = 0; i < n; ++i) order[i] = keys[i].position;
+  return order;
+}
+
+// Puts the entries in `order` (order[i] is the entry that belongs at i),
+// moving each once, in place, along the cycles of the permutation; then
+// keeps, of entries for the same next hop, the one written last.
+template <class Vec>
+void applyOrder(Vec& vec, const Scratch<std::uint32_t>& sortedOrder) {
+  const auto n = static_cast<std::uint32_t>(vec.size());
+  Scratch<std::uint32_t> order(n, boost::container::default_init);
+  for (std::uint32_t i = 0; i < n; ++i) order[i] = sortedOrder[i];
+  // A done position points to itself.
   for (std::uint32_t i = 0; i < n; ++i) {
     if (order[i] == i) continue;
     auto held = std::move(vec[i]);
@@ -432,6 +461,12 @@ void sortKeepingLast(Vec& vec) {
   vec.erase(vec.begin() + static_cast<std::ptrdiff_t>(kept), vec.end());
 }
 
+template <class VecA, class VecB>
+bool sameNextHops(const VecA& a, const VecB& b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [](const auto& x, const auto& y) { return x.first == y.first; });
+}
+
 }  // namespace
 
 template <class Vec, class V>
@@ -447,14 +482,18 @@ const NextHopCollection::Body& NextHopCollection::body() const {
   // Sorting changes how the content is held, not what it is, so it is done
   // in place even when the content is shared.
   Body& b = *body_;
-  if (!b.nextHopSorted) {
-    sortKeepingLast(b.nextHop);
-    b.nextHopSorted = true;
+  if (b.nextHopSorted && b.nextHopBitmapSorted) return b;
+  if (!b.nextHopSorted && !b.nextHopBitmapSorted && sameNextHops(b.nextHop, b.nextHopBitmap)) {
+    // Builders usually write each next hop's weight and bitmap together:
+    // one sort orders both.
+    auto order = nextHopOrder(b.nextHop);
+    applyOrder(b.nextHopBitmap, order);
+    applyOrder(b.nextHop, order);
+  } else {
+    if (!b.nextHopSorted) applyOrder(b.nextHop, nextHopOrder(b.nextHop));
+    if (!b.nextHopBitmapSorted) applyOrder(b.nextHopBitmap, nextHopOrder(b.nextHopBitmap));
   }
-  if (!b.nextHopBitmapSorted) {
-    sortKeepingLast(b.nextHopBitmap);
-    b.nextHopBitmapSorted = true;
-  }
+  b.nextHopSorted = b.nextHopBitmapSorted = true;
   return b;
 }
 
@@ -657,8 +696,13 @@ bool NextHopCollection::verify() const {
 }
 
 std::size_t NextHopCollection::hash() const {
+  if (hashKnown_) return hash_;
   const Body& b = body();
-  if (b.hashValid) return b.hash;
+  if (b.hashValid) {
+    hash_ = b.hash;
+    hashKnown_ = true;
+    return hash_;
+  }
   std::uint64_t h = std::uint64_t(b.l2AdjType) | (std::uint64_t(b.flags) << 8) | (std::uint64_t(b.tunnelType) << 16) |
                     (std::uint64_t(b.hierarchyHeight) << 24) | (std::uint64_t(b.nextHop.size()) << 32);
   h *= 0x9e3779b97f4a7c15ULL;
@@ -666,21 +710,28 @@ std::size_t NextHopCollection::hash() const {
     h ^= hash_value(nh) + weight;
     h *= 0xff51afd7ed558ccdULL;
   }
+  // The next hops were hashed above; which of them holds which bitmap is
+  // left to the comparison, as hashing every next hop twice costs more
+  // than the rare collisions it would avoid.
   for (const auto& [nh, bitmap] : b.nextHopBitmap) {
-    h ^= hash_value(nh) ^ hash_value(bitmap);
+    h ^= hash_value(bitmap);
     h *= 0xc4ceb9fe1a85ec53ULL;
   }
   // An absent group part and a default one are the same value.
   if (b.nhgc && !(b.nhgc->value == defaultGroupInfo())) h ^= hash_value(b.nhgc->value);
   b.hash = static_cast<std::size_t>(h ^ (h >> 31));
   b.hashValid = true;
-  return b.hash;
+  hash_ = b.hash;
+  hashKnown_ = true;
+  return hash_;
 }
 
 bool NextHopCollection::operator==(const NextHopCollection& other) const {
+  // Both checks before reading the content, which is likely not in cache.
+  if (body_ == other.body_) return true;
+  if (hashKnown_ && other.hashKnown_ && hash_ != other.hash_) return false;
   const Body& a = body();
   const Body& b = other.body();
-  if (&a == &b) return true;
   if (a.hashValid && b.hashValid && a.hash != b.hash) return false;
   return a.l2AdjType == b.l2AdjType && a.flags == b.flags && a.tunnelType == b.tunnelType &&
          a.hierarchyHeight == b.hierarchyHeight && a.nextHop == b.nextHop && a.nextHopBitmap == b.nextHopBitmap &&

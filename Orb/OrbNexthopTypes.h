@@ -576,7 +576,11 @@ class NextHopCollection {
   // collection holds is not part of its value.
   mutable Vex::Ptr<Body> body_;
   std::uint64_t totalWeightCache_ = totalWeightNotComputed;
+  // The content's hash, kept here as well so that looking up a collection
+  // whose hash is known does not read its content.
+  mutable std::size_t hash_ = 0;
   NextHopTypeCacheType nextHopTypeCache_ = NextHopTypeCacheType::invalidCache;
+  mutable bool hashKnown_ = false;
 };
 VEX_SCALAR_VALUE(NextHopCollection, "Orb::NextHopCollection", "nextHops")
 inline std::size_t hash_value(const NextHopCollection& c) { return c.hash(); }

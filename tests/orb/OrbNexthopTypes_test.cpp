@@ -484,21 +484,47 @@ TEST(NextHopCollectionPropertyTest, HashAndOrderAgreeWithEquality) {
 
 TEST(NextHopCollectionPropertyTest, AgreesWithAMapOfTheWrites) {
   NextHopRandom::Generator gen(4);
-  for (int i = 0; i < 100; ++i) {
-    std::map<NextHop, std::uint32_t> model;
+  for (int i = 0; i < 200; ++i) {
+    std::map<NextHop, std::uint32_t> weights;
+    std::map<NextHop, OrbTypes::ViaBitmap> bitmaps;
     NextHopCollection c;
+    // Half the collections are written as builders write them, each next
+    // hop's weight and bitmap together; the others apart.
+    const bool lockstep = i % 2 == 0;
     for (std::uint32_t n = gen.below(200); n > 0; --n) {
       NextHop nh = gen.nextHop();
       std::uint32_t weight = 1 + gen.below(9);
-      model[nh] = weight;
+      weights[nh] = weight;
       c.nextHopIs(nh, weight);
+      if (lockstep || gen.below(2) == 0) {
+        NextHop bitmapNh = lockstep ? nh : gen.nextHop();
+        auto bitmap = gen.bitmap();
+        bitmaps[bitmapNh] = bitmap;
+        c.nextHopBitmapIs(bitmapNh, bitmap);
+      }
       // Reads now and then, so that writes land on sorted and unsorted content.
       if (gen.below(20) == 0) {
-        ASSERT_EQ(c.nextHopSize(), model.size());
+        ASSERT_EQ(c.nextHopSize(), weights.size());
       }
     }
-    ASSERT_EQ(c.nextHop(), NextHopCollection::NextHopWeights(model.begin(), model.end()));
+    ASSERT_EQ(c.nextHop(), NextHopCollection::NextHopWeights(weights.begin(), weights.end()));
+    ASSERT_EQ(c.nextHopBitmap().size(), bitmaps.size());
+    for (const auto& [nh, bitmap] : bitmaps) ASSERT_EQ(c.nextHopBitmap(nh), bitmap);
   }
+}
+
+TEST(NextHopCollectionTest, AKnownHashIsDroppedByTheNextWrite) {
+  NextHopRandom::Generator gen(5);
+  NextHopCollection a = gen.collection();
+  NextHopCollection copy = a;
+  const std::size_t hash = a.hash();
+  ASSERT_EQ(copy.hash(), hash);
+  NextHop added = gen.nextHop();
+  while (a.nextHopHas(added)) added = gen.nextHop();
+  copy.nextHopIs(added, 1);
+  EXPECT_NE(copy, a);
+  EXPECT_EQ(copy.hash(), NextHopCollection::fromString(copy.stringValue()).hash());
+  EXPECT_EQ(a.hash(), hash);
 }
 
 TEST(NextHopCollectionPropertyTest, InsertionOrderDoesNotMatter) {
