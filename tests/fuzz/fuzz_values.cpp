@@ -3,6 +3,8 @@
 #include "Orb/OrbAsyncCommon.h"
 #include "Orb/OrbChipProgrammer.h"
 #include "Orb/OrbCommonTypes.h"
+#include "Orb/OrbInternalL3Types.h"
+#include "Orb/OrbL3Types.h"
 #include "Orb/OrbStpSm.h"
 #include "platform/model/BridgingConfig.h"
 #include "platform/model/MacModels.h"
@@ -47,6 +49,24 @@ void tryEach(std::string_view input) {
   (tryOne<Rest>(input, name, false), ...);
 }
 
+// A collection's own printed form (NextHopCollection::fromString) as well.
+void tryNextHopCollection(std::string_view input) {
+  Orb::NextHopCollection value;
+  try {
+    value = Orb::NextHopCollection::fromString(input);
+  } catch (const Vex::ParseError&) {
+    return;
+  }
+  std::string printed = value.stringValue();
+  Orb::NextHopCollection again;
+  try {
+    again = Orb::NextHopCollection::fromString(printed);
+  } catch (const std::exception& e) {
+    Fuzz::fail(std::string("printed collection does not parse back: ") + e.what(), input);
+  }
+  Fuzz::check(again == value && again.hash() == value.hash(), "printed collection parses to another", input);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -63,5 +83,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
           Orb::FreeMirrorSessionMetadata, Orb::ParityEvent::Key, Orb::ParityEvent, OrbTypes::OrbLagType,
           Orb::AsyncOperationState, Orb::AsyncOperationResult, Orb::MacHwKeyType, Orb::MacEntryKey,
           Orb::MacProgramStatus, Orb::IndirectAccessMacCmdType, Orb::PendingMacOpMetadata>(input);
+  tryEach<OrbTypes::ViaBitmap, Orb::NextHopEntryType, Orb::L2AdjKey, Orb::TunnelKey, Orb::TunnelResolutionInfo,
+          Orb::NextHopGroupEntryKey, Orb::IpsecTunnelInfo, Orb::EncapInfo, Orb::L2AdjRef, Orb::NextHopGroupInfo,
+          Orb::NextHop, Orb::NextHopCollection, Orb::TableTypeBoolSet, Orb::L2AdjStats, Orb::RoutingStatus,
+          Orb::AdjInfo, Orb::NextHopInfo, Orb::L3MulticastRequest, Orb::RouteCacheStatus, Orb::BfdStatusInfo,
+          Urpf::UrpfStatus>(input);
+  tryNextHopCollection(input);
   return 0;
 }
