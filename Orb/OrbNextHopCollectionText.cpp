@@ -117,7 +117,11 @@ NextHopCollection NextHopCollection::fromString(std::string_view text) {
     in.expect("ViaBitmap(");
     in.expect("bits set:");
     ViaBitmap bitmap;
-    while (!in.consume(")")) bitmap.bitSet(OrbTypes::ViaBitmapRange(parseNumber<std::uint32_t>(in)));
+    while (!in.consume(")")) {
+      auto position = parseNumber<std::uint32_t>(in);
+      if (position > OrbTypes::ViaBitmapRange::null) in.fail("a via position of at most 2048");
+      bitmap.bitSet(OrbTypes::ViaBitmapRange(position));
+    }
     c.nextHopBitmapIs(nh, bitmap);
   }
   std::uint32_t size = 0;

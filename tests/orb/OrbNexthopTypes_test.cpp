@@ -444,6 +444,16 @@ TEST(NextHopCollectionTest, MalformedTextIsAParseError) {
   EXPECT_THROW(NextHopCollection::fromString("Flags: 0 HierarchyHeight: 0 TunnelType: bogus \nnextHopBitmap:\n"
                                              "nextHopGroupEntryL2Infos:\n"),
                Vex::ParseError);
+  // A via position past the null position is text that is not a
+  // collection, not a range error escaping the parse.
+  NextHop a = nextHop(NextHopEntryType::nextHopArpResolved, 1);
+  NextHopCollection c;
+  c.nextHopIs(a, 1);
+  c.nextHopBitmapIs(a, bitmapOf({2048}));
+  EXPECT_EQ(NextHopCollection::fromString(c.stringValue()), c);
+  std::string text = c.stringValue();
+  text.replace(text.find("2048"), 4, "2049");
+  EXPECT_THROW(NextHopCollection::fromString(text), Vex::ParseError);
 }
 
 // ---- Properties over random collections
