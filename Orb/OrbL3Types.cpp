@@ -134,6 +134,13 @@ void L3Status::l3IntfVrfIdDel(const Nexo::IntfId& intfId, VrfId vrfId) {
   l3IntfVrfIdDel(intfId);
 }
 
+void L3Status::orbL3IntfTableIs(const Vex::Ptr<OrbL3IntfTable>& table) {
+  // Readers keep the table they found; a second table would leave them
+  // reading a stale one.
+  if (orbL3IntfTable_ && orbL3IntfTable_ != table) orbAssert("!orbL3IntfTable_ || orbL3IntfTable_ == table");
+  orbL3IntfTable_ = table;
+}
+
 L3Status::ArpVrfId L3Status::orbVrfIdToArpVrfId(VrfId vrfId) const {
   if (!vrfNameHas(vrfId)) return Vrf::VrfIdMap::invalidVrfId;
   auto status = vrfL3Status(vrfName(vrfId));

@@ -307,6 +307,29 @@ class AdjInfoColl : public Vex::Entity {
   VEX_COLLECTION(VrfAndIp6Prefix, AdjInfo, adjInfo6List, AdjInfo6List)
 };
 
+// A routed interface as the chip layer holds it: its VRF and the chip's
+// answer to programming it (0, success, while it is held).
+struct OrbL3IntfEntry {
+  VrfId vrfId;
+  std::uint32_t hwStatus = 0;
+  auto operator<=>(const OrbL3IntfEntry&) const = default;
+  bool held() const { return hwStatus == 0; }
+};
+VEX_VALUE(OrbL3IntfEntry, "Orb::OrbL3IntfEntry", (vrfId, hwStatus))
+
+// The layer-3 interface table: every routed interface the chip layer was
+// asked to hold, and whether it holds it.
+class OrbL3IntfTable : public Vex::Entity {
+ public:
+  class Notifiee : public Vex::BaseNotifiee<OrbL3IntfTable> {
+   public:
+    using BaseNotifiee::BaseNotifiee;
+    VEX_KEY_HANDLER(L3Intf, Nexo::IntfId)
+  };
+  using Entity::Entity;
+  VEX_COLLECTION(Nexo::IntfId, OrbL3IntfEntry, l3Intf, L3Intf)
+};
+
 // What routing knows of one next-hop address.
 struct NextHopInfo {
   Nexo::EthAddr mac;
@@ -510,6 +533,10 @@ class L3Status : public Vex::Entity {
   VEX_COLLECTION(Nexo::IntfId, Urpf::UrpfStatus, urpf6Status, Urpf6Status)
   VEX_COLLECTION(Nexo::IntfId, Urpf::UrpfStatus, urpf6StatusUnresolved, Urpf6StatusUnresolved)
   VEX_COLLECTION(std::string, L3MulticastRequest, l3MulticastRequest, L3MulticastRequest)
+  // The layer-3 interface table, given once by the chip layer that keeps
+  // it; giving another asserts.
+  const Vex::Ptr<OrbL3IntfTable>& orbL3IntfTable() const { return orbL3IntfTable_; }
+  void orbL3IntfTableIs(const Vex::Ptr<OrbL3IntfTable>& table);
   // Sub-entities, made with the status.
   const Vex::Ptr<UrpfRouting>& urpfRouting() const { return urpfRouting_; }
   const Vex::Ptr<UrpfRoutingDisableDone>& urpfRoutingDisableDone() const { return urpfRoutingDisableDone_; }
@@ -542,6 +569,7 @@ class L3Status : public Vex::Entity {
   Vex::HashMap<ArpVrfId, Vex::Ptr<VrfL3Status>> vrfL3StatusByArpVrfId_;
   Vex::Ptr<AdjPrefixCountStatus> adjPrefixCountStatus_;
   Vex::Ptr<AdjInfoColl> adjInfoColl_;
+  Vex::Ptr<OrbL3IntfTable> orbL3IntfTable_;
   Vex::Ptr<UrpfRouting> urpfRouting_;
   Vex::Ptr<UrpfRoutingDisableDone> urpfRoutingDisableDone_;
   Vex::Ptr<EndOfSync> endOfSync_;

@@ -1,5 +1,9 @@
 #include "agent/ChipTableArgs.h"
 
+#include "platform/model/MacTypes.h"
+
+#include <fmt/format.h>
+
 namespace Agent {
 
 void applyChipTableArgs(SoftChip::SoftChip& chip, const char* table, const Args& args, const std::string& usage) {
@@ -10,6 +14,19 @@ void applyChipTableArgs(SoftChip::SoftChip& chip, const char* table, const Args&
   SoftChip::Fault fault = SoftChip::faultFromName(args[0] == "fail" ? "failed" : args[0]);
   if (fault == SoftChip::Fault::none || args.size() != 3 || args[1] != "next") throw CommandError("usage: " + usage);
   chip.faultIs(table, fault, static_cast<std::uint32_t>(parseInteger(args[2], 1, 1000000)));
+}
+
+std::string tableAddStatusText(std::uint32_t status) {
+  switch (status) {
+    case OrbTypes::tableAddSuccess:
+      return "programmed";
+    case OrbTypes::tableAddBusy:
+      return "busy";
+    case OrbTypes::tableAddFull:
+      return "table-full";
+    default:
+      return fmt::format("failed({})", status);
+  }
 }
 
 }  // namespace Agent

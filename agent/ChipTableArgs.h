@@ -12,4 +12,8 @@ namespace Agent {
 // named `table`; anything else is refused with `usage`.
 void applyChipTableArgs(SoftChip::SoftChip& chip, const char* table, const Args& args, const std::string& usage);
 
+// A chip's answer to adding an entry, as show commands print it:
+// "programmed", "busy", "table-full" or "failed(N)".
+std::string tableAddStatusText(std::uint32_t status);
+
 }  // namespace Agent

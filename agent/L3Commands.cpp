@@ -178,7 +178,8 @@ void L3Feature::registerConfigCommands() {
                        throw CommandError("a router MAC is unicast, not " + args[0]);
                      l3Status_->routerMacIs(mac);
                    });
-  for (const char* table : {SoftChip::SoftRouteTable::tableName, SoftChip::SoftFecTable::tableName}) {
+  for (const char* table :
+       {SoftChip::SoftRouteTable::tableName, SoftChip::SoftFecTable::tableName, SoftChip::SoftL3IntfTable::tableName}) {
     shell_.commandIs(fmt::format("chip {}", table), "capacity N | busy|full|fail next N",
                      fmt::format("soft chip {} table: size and planned answers", table),
                      [this, table](const Args& args, std::ostream&) {

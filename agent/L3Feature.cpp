@@ -55,17 +55,21 @@ class L3Feature::ReviewReactor : public Orb::L3Status::Notifiee {
   L3Feature& owner_;
 };
 
-// Routed interfaces and the router MAC, as the chip holds them.
+// Routed interfaces and the router MAC into the chip; the layer-3
+// interface table records what the chip answered for each interface.
 class L3Feature::ChipL3Reactor : public Orb::L3Status::Notifiee {
  public:
   ChipL3Reactor(const Vex::Ptr<Orb::L3Status>& status, SoftChip::SoftRouteHelper& chip)
       : Notifiee(status), chip_(chip) {}
   void handleRouterMac() override { chip_.routerMacIs(notifier()->routerMac()); }
   void handleL3IntfVrfId(const Nexo::IntfId& intf) override {
+    Orb::OrbL3IntfTable& table = *notifier()->orbL3IntfTable();
     if (notifier()->l3IntfVrfIdHas(intf)) {
-      chip_.doAddL3Intf(intf, notifier()->l3IntfVrfId(intf).value());
+      Orb::VrfId vrf = notifier()->l3IntfVrfId(intf);
+      table.l3IntfIs(intf, {vrf, chip_.doAddL3Intf(intf, vrf.value())});
     } else {
       chip_.doRemoveL3Intf(intf);
+      table.l3IntfDel(intf);
     }
   }
 
@@ -127,6 +131,7 @@ L3Feature::L3Feature(const AgentCore& core) : Feature(core) {
   adjHelper_ = Vex::make<SoftChip::SoftAdjHelper>(chip_);
   l2AdjSm_ = Orb::l2AdjSmFactory({ocsd_, adjHelper_, l3Status_, internal_});
   routeHelper_ = Vex::make<SoftChip::SoftRouteHelper>(chip_, *adjHelper_);
+  l3Status_->orbL3IntfTableIs(Vex::make<Orb::OrbL3IntfTable>("orbL3IntfTable"));
   chipL3Reactor_ = std::make_unique<ChipL3Reactor>(l3Status_, *routeHelper_);
   chipRouteReactor_ = std::make_unique<ChipRouteReactor>(l3Status_->adjInfoColl(), *this);
   l3Status_->routerMacIs(Nexo::EthAddr(defaultRouterMac));

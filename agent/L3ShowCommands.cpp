@@ -1,5 +1,7 @@
-// `show ip route`, `show ipv6 route`, `show adjacency` and `show ip watched`:
-// the status model as the routing agents and the chip layer see it.
+// `show ip route`, `show ipv6 route`, `show adjacency`, `show ip watched`
+// and `show ip interface`: the status model as the routing agents and the
+// chip layer see it.
+#include "agent/ChipTableArgs.h"
 #include "agent/JsonOutput.h"
 #include "agent/L3Feature.h"
 
@@ -284,6 +286,34 @@ void L3Feature::registerShowCommands() {
           }
         }
       });
+  shell_.commandIs("show ip interface", "[json]", "routed interfaces: VRF and whether the chip holds them",
+                   [this](Args args, std::ostream& out) {
+                     bool json = takeJsonFlag(args);
+                     expectArgs(args, 0, 0, "show ip interface [json]");
+                     const auto& table = l3Status_->orbL3IntfTable()->l3Intf();
+                     std::map<Nexo::IntfId, Orb::OrbL3IntfEntry> sorted(table.begin(), table.end());
+                     if (json) {
+                       printJson(out, [&](JsonWriter& w) {
+                         w.StartArray();
+                         for (const auto& [intf, entry] : sorted) {
+                           w.StartObject();
+                           w.Key("intf");
+                           w.String(intf.stringValue().c_str());
+                           w.Key("vrf");
+                           w.String(l3Status_->vrfName(entry.vrfId).value().c_str());
+                           w.Key("state");
+                           w.String(tableAddStatusText(entry.hwStatus).c_str());
+                           w.EndObject();
+                         }
+                         w.EndArray();
+                       });
+                       return;
+                     }
+                     for (const auto& [intf, entry] : sorted) {
+                       out << fmt::format("{} vrf {} {}\n", intf.stringValue(), l3Status_->vrfName(entry.vrfId).value(),
+                                          tableAddStatusText(entry.hwStatus));
+                     }
+                   });
   shell_.commandIs("show ip watched", "[json]", "watched prefixes with their reference counts and options",
                    [this](Args args, std::ostream& out) {
                      bool json = takeJsonFlag(args);

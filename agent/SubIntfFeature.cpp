@@ -1,5 +1,7 @@
 #include "agent/SubIntfFeature.h"
 
+#include "agent/ChipTableArgs.h"
+
 #include "platform/model/MacTypes.h"
 
 #include <fmt/format.h>
@@ -65,17 +67,7 @@ std::string SubIntfFeature::stateText(const Nexo::IntfId& intf) const {
   if (sm_->conflictedIntf().count(intf)) return "conflict";
   const auto& hwStatus = sm_->inputs().hwStatus;
   if (hwStatus->intfIdToDot1qEncapAndVlanIdHas(intf)) {
-    std::uint32_t status = hwStatus->intfIdToDot1qEncapAndVlanId(intf).tableAddStatus;
-    switch (status) {
-      case OrbTypes::tableAddSuccess:
-        return "programmed";
-      case OrbTypes::tableAddBusy:
-        return "busy";
-      case OrbTypes::tableAddFull:
-        return "table-full";
-      default:
-        return fmt::format("failed({})", status);
-    }
+    return tableAddStatusText(hwStatus->intfIdToDot1qEncapAndVlanId(intf).tableAddStatus);
   }
   return "pending";
 }

@@ -87,7 +87,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
           Orb::NextHopGroupEntryKey, Orb::IpsecTunnelInfo, Orb::EncapInfo, Orb::L2AdjRef, Orb::NextHopGroupInfo,
           Orb::NextHop, Orb::NextHopCollection, Orb::TableTypeBoolSet, Orb::L2AdjStats, Orb::RoutingStatus,
           Orb::AdjInfo, Orb::NextHopInfo, Orb::L3MulticastRequest, Orb::RouteCacheStatus, Orb::BfdStatusInfo,
-          Urpf::UrpfStatus>(input);
+          Urpf::UrpfStatus, Orb::OrbL3IntfEntry>(input);
   tryNextHopCollection(input);
   return 0;
 }

@@ -91,6 +91,20 @@ TEST_F(L3StatusTest, RoutedInterfacesLeaveTheirVrf) {
 
 using L3StatusDeathTest = L3StatusTest;
 
+TEST_F(L3StatusDeathTest, TheLayer3InterfaceTableIsGivenOnce) {
+  EXPECT_EQ(status->orbL3IntfTable(), nullptr);
+  auto table = Vex::make<OrbL3IntfTable>("l3IntfTable");
+  status->orbL3IntfTableIs(table);
+  status->orbL3IntfTableIs(table);
+  EXPECT_EQ(status->orbL3IntfTable(), table);
+  EXPECT_DEATH(status->orbL3IntfTableIs(Vex::make<OrbL3IntfTable>("another")),
+               "!orbL3IntfTable_ \\|\\| orbL3IntfTable_ == table");
+  table->l3IntfIs(Nexo::IntfId("Ethernet1"), {VrfId(2), 0});
+  table->l3IntfIs(Nexo::IntfId("Ethernet2"), {VrfId(2), 2});
+  EXPECT_TRUE(table->l3Intf(Nexo::IntfId("Ethernet1")).held());
+  EXPECT_FALSE(table->l3Intf(Nexo::IntfId("Ethernet2")).held());
+}
+
 TEST_F(L3StatusDeathTest, RemovingAnInterfaceFromAMissingVrfOrOneItIsNotInStops) {
   EXPECT_DEATH(status->l3IntfVrfIdDel(Nexo::IntfId("Ethernet1"), VrfId(9)), "vrfStatus");
   vrf(red, 2, 1002, 7);
