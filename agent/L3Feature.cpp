@@ -316,32 +316,36 @@ void L3Feature::fecViaDel(GlobalFecId fec, const ViaT& via) {
 template void L3Feature::fecViaDel(GlobalFecId, const Orb::Via&);
 template void L3Feature::fecViaDel(GlobalFecId, const Orb::Via6&);
 
+// Neighbours are published as next-hop information, where every reader of
+// the status finds them.
 void L3Feature::neighborIs(const Orb::VrfAndIpAddr& addr, const Orb::NeighborInfo& neighbor) {
-  neighbors_[addr] = neighbor;
+  l3Status_->nextHopInfoIs(addr, {neighbor.mac, neighbor.l2Intf, true});
   l3Status_->resolvedAddrIs(addr, true);
   for (const auto& fec : internal_->nextHopToAdjEntry(Orb::VrfAndIpGenAddr(addr))) fecReview(fec);
 }
 
 void L3Feature::neighborIs(const Orb::VrfAndIp6Addr& addr, const Orb::NeighborInfo& neighbor) {
-  neighbors6_[addr] = neighbor;
+  l3Status_->nextHop6InfoIs(addr, {neighbor.mac, neighbor.l2Intf, true});
   l3Status_->resolvedIp6AddrIs(addr, true);
   for (const auto& fec : internal_->nextHopToAdjEntry(Orb::VrfAndIpGenAddr(addr))) fecReview(fec);
 }
 
 void L3Feature::neighborDel(const Orb::VrfAndIpAddr& addr) {
-  if (!neighbors_.erase(addr)) {
+  if (!l3Status_->nextHopInfoHas(addr)) {
     throw CommandError(
         fmt::format("no neighbour {} in VRF {}", addr.addr.stringValue(), l3Status_->vrfName(addr.vrfId).value()));
   }
+  l3Status_->nextHopInfoDel(addr);
   l3Status_->resolvedAddrDel(addr);
   for (const auto& fec : internal_->nextHopToAdjEntry(Orb::VrfAndIpGenAddr(addr))) fecReview(fec);
 }
 
 void L3Feature::neighborDel(const Orb::VrfAndIp6Addr& addr) {
-  if (!neighbors6_.erase(addr)) {
+  if (!l3Status_->nextHop6InfoHas(addr)) {
     throw CommandError(
         fmt::format("no neighbour {} in VRF {}", addr.addr.stringValue(), l3Status_->vrfName(addr.vrfId).value()));
   }
+  l3Status_->nextHop6InfoDel(addr);
   l3Status_->resolvedIp6AddrDel(addr);
   for (const auto& fec : internal_->nextHopToAdjEntry(Orb::VrfAndIpGenAddr(addr))) fecReview(fec);
 }
@@ -349,17 +353,17 @@ void L3Feature::neighborDel(const Orb::VrfAndIp6Addr& addr) {
 void L3Feature::fecReview(GlobalFecId fec) {
   auto entry = l3Status_->adjEntryList(fec);
   if (!entry) return;
-  auto lookupIn = [](const auto& neighbors) {
-    return [&neighbors](const auto& addr) -> std::optional<Orb::NeighborInfo> {
-      auto it = neighbors.find(addr);
-      if (it == neighbors.end()) return std::nullopt;
-      return it->second;
+  auto lookupIn = [](const auto& nextHopInfo) {
+    return [&nextHopInfo](const auto& addr) -> std::optional<Orb::NeighborInfo> {
+      auto it = nextHopInfo.find(addr);
+      if (it == nextHopInfo.end() || !it->second.resolved) return std::nullopt;
+      return Orb::NeighborInfo{it->second.mac, it->second.intf};
     };
   };
   VrfId vrf = internal_->fecIdToVrfId(fec);
   auto nextHops = entry->adjVia6().via().empty()
-                      ? Orb::buildNextHopCollection(entry->adjVia(), vrf, lookupIn(neighbors_))
-                      : Orb::buildNextHopCollection(entry->adjVia6(), vrf, lookupIn(neighbors6_));
+                      ? Orb::buildNextHopCollection(entry->adjVia(), vrf, lookupIn(l3Status_->nextHopInfo()))
+                      : Orb::buildNextHopCollection(entry->adjVia6(), vrf, lookupIn(l3Status_->nextHop6Info()));
   binder_->fecNextHopsIs(fec, nextHops, Orb::TableType::tableTypeLongestPrefix);
   fecToChip(fec);
 }

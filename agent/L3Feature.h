@@ -95,9 +95,6 @@ class L3Feature : public Feature {
   Vex::Ptr<SoftChip::SoftAdjHelper> adjHelper_;
   Vex::Ptr<Orb::L2AdjSm> l2AdjSm_;
   std::unique_ptr<Orb::L2AdjBinder> binder_;
-  // The neighbours the ARP agent resolved.
-  std::map<Orb::VrfAndIpAddr, Orb::NeighborInfo> neighbors_;
-  std::map<Orb::VrfAndIp6Addr, Orb::NeighborInfo> neighbors6_;
   std::unique_ptr<WatchReactor> watchReactor_;
   std::unique_ptr<Watch6Reactor> watch6Reactor_;
   std::unique_ptr<ReviewReactor> reviewReactor_;

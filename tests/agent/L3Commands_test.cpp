@@ -115,6 +115,23 @@ TEST_F(L3CommandsTest, AnIpv6NeighbourResolvesOnlyItsOwnFamilysNextHops) {
   EXPECT_NE(shown.find("00:00:00:00:00:42 Ethernet1"), std::string::npos) << shown;
 }
 
+TEST_F(L3CommandsTest, NeighboursArePublishedAsNextHopInformationInBothFamilies) {
+  const auto& status = agent.l3().l3Status();
+  const Orb::VrfId red = status->vrfId(L3::VrfName("red"));
+  const Orb::VrfAndIpAddr v4{red, Nexo::IpAddr(0x0a000002)};
+  const Orb::VrfAndIp6Addr v6{red, Nexo::Ip6Addr("2001:db8::2")};
+  run(agent, "arp red 10.0.0.2 00:00:00:00:00:42 Ethernet1");
+  run(agent, "ipv6 neighbor red 2001:db8::2 00:00:00:00:00:62 Ethernet1");
+  ASSERT_TRUE(status->nextHopInfoHas(v4));
+  EXPECT_EQ(status->nextHopInfo(v4), (Orb::NextHopInfo{Nexo::EthAddr(0x42), Nexo::IntfId("Ethernet1"), true}));
+  ASSERT_TRUE(status->nextHop6InfoHas(v6));
+  EXPECT_EQ(status->nextHop6Info(v6).mac, Nexo::EthAddr(0x62));
+  run(agent, "no arp red 10.0.0.2");
+  EXPECT_FALSE(status->nextHopInfoHas(v4));
+  EXPECT_TRUE(status->nextHop6InfoHas(v6));
+  EXPECT_NE(error(agent, "no arp red 10.0.0.2").find("no neighbour 10.0.0.2 in VRF red"), std::string::npos);
+}
+
 TEST_F(L3CommandsTest, AResilientFecFollowsItsViasInTheChip) {
   run(agent, "vrf blue");
   run(agent, "interface Ethernet3 vrf red");
