@@ -358,17 +358,6 @@ const NextHopGroupInfo& defaultGroupInfo() {
   return info;
 }
 
-template <class Vec>
-auto findNextHop(Vec& vec, const NextHop& nh) {
-  return std::lower_bound(vec.begin(), vec.end(), nh,
-                          [](const auto& entry, const NextHop& key) { return entry.first < key; });
-}
-
-template <class Vec>
-bool at(const Vec& vec, typename Vec::const_iterator it, const NextHop& nh) {
-  return it != vec.end() && it->first == nh;
-}
-
 }  // namespace
 
 NextHopCollection::NextHopCollection() {
@@ -408,21 +397,21 @@ static_assert(sizeof(NextHopEntryType) == 1 && sizeof(Routing::NexthopGroup::Ent
 template <class T>
 using Scratch = boost::container::small_vector<T, 128>;
 
-// Positions of `vec`'s entries in next-hop order, entries for the same next
-// hop in the order they were written.
-template <class Vec>
-Scratch<std::uint32_t> nextHopOrder(const Vec& vec) {
-  const auto n = static_cast<std::uint32_t>(vec.size());
+// Positions of `entries` in next-hop order, entries for the same next hop
+// in the order they were written.
+template <class Entries>
+Scratch<std::uint32_t> nextHopOrder(const Entries& entries) {
+  const auto n = static_cast<std::uint32_t>(entries.size());
   Scratch<SortKey> keys(n, boost::container::default_init);
   for (std::uint32_t i = 0; i < n; ++i) {
-    const NextHop& nh = vec[i].first;
+    const NextHop& nh = entries[i].nextHop;
     keys[i] = {(std::uint64_t(nh.entryType) << 40) | (std::uint64_t(nh.nhgCounterType) << 32) | nh.tunnelId,
                nh.mac.value(), i};
   }
   std::sort(keys.begin(), keys.end(), [&](const SortKey& a, const SortKey& b) {
     if (a.lead != b.lead) return a.lead < b.lead;
     if (a.mac != b.mac) return a.mac < b.mac;
-    auto c = vec[a.position].first <=> vec[b.position].first;
+    auto c = entries[a.position].nextHop <=> entries[b.position].nextHop;
     return c < 0 || (c == 0 && a.position < b.position);
   });
   Scratch<std::uint32_t> order(n, boost::container::default_init);
@@ -431,113 +420,145 @@ Scratch<std::uint32_t> nextHopOrder(const Vec& vec) {
 }
 
 // Puts the entries in `order` (order[i] is the entry that belongs at i),
-// moving each once, in place, along the cycles of the permutation; then
-// keeps, of entries for the same next hop, the one written last.
-template <class Vec>
-void applyOrder(Vec& vec, const Scratch<std::uint32_t>& sortedOrder) {
-  const auto n = static_cast<std::uint32_t>(vec.size());
-  Scratch<std::uint32_t> order(n, boost::container::default_init);
-  for (std::uint32_t i = 0; i < n; ++i) order[i] = sortedOrder[i];
+// moving each once, in place, along the cycles of the permutation.
+template <class Entries>
+void applyOrder(Entries& entries, Scratch<std::uint32_t>& order) {
+  const auto n = static_cast<std::uint32_t>(entries.size());
   // A done position points to itself.
   for (std::uint32_t i = 0; i < n; ++i) {
     if (order[i] == i) continue;
-    auto held = std::move(vec[i]);
+    auto held = std::move(entries[i]);
     std::uint32_t j = i;
     while (order[j] != i) {
       std::uint32_t from = order[j];
-      vec[j] = std::move(vec[from]);
+      entries[j] = std::move(entries[from]);
       order[j] = j;
       j = from;
     }
-    vec[j] = std::move(held);
+    entries[j] = std::move(held);
     order[j] = j;
   }
-  std::size_t kept = 0;
-  for (std::size_t i = 0; i < vec.size(); ++i) {
-    if (i + 1 < vec.size() && vec[i + 1].first == vec[i].first) continue;
-    if (kept != i) vec[kept] = std::move(vec[i]);
-    ++kept;
-  }
-  vec.erase(vec.begin() + static_cast<std::ptrdiff_t>(kept), vec.end());
 }
 
-template <class VecA, class VecB>
-bool sameNextHops(const VecA& a, const VecB& b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](const auto& x, const auto& y) { return x.first == y.first; });
+// Asks for all of `entries` at once. Collections are looked up by hash and
+// compared far more often than they are written, usually straight from
+// memory: fetching line after line as the loop reaches it would wait for
+// each in turn.
+template <class Entries>
+void prefetch(const Entries& entries) {
+  const char* at = reinterpret_cast<const char*>(entries.data());
+  const char* end = reinterpret_cast<const char*>(entries.data() + entries.size());
+  for (; at < end; at += 64) __builtin_prefetch(at);
 }
 
 }  // namespace
 
-template <class Vec, class V>
-void NextHopCollection::append(Vec& vec, bool& sorted, const NextHop& nh, V&& value) {
-  // Builders write next hops in via order, not next-hop order: appending
-  // and sorting once when read costs n log n against n^2 for keeping the
-  // vector sorted on every write.
-  if (sorted && !vec.empty() && !(vec.back().first < nh)) sorted = false;
-  vec.emplace_back(nh, std::forward<V>(value));
+void NextHopCollection::write(const NextHop& nh, std::uint8_t field, std::uint32_t weight,
+                              const OrbTypes::PackedViaBitmap& bitmap) {
+  Body& b = mutate();
+  auto set = [&](Entry& e) {
+    if (field == Entry::hasWeight) {
+      e.weight = weight;
+    } else {
+      e.bitmap = bitmap;
+    }
+    if (b.sorted && !(e.has & field)) ++(field == Entry::hasWeight ? b.weighted : b.bitmapped);
+    e.has |= field;
+  };
+  // Builders write each next hop's weight and bitmap together: the second
+  // write lands on the entry of the first.
+  if (!b.entries.empty() && b.entries.back().nextHop == nh) return set(b.entries.back());
+  // Builders also write next hops in via order, not next-hop order:
+  // appending and sorting once when read costs n log n against n^2 for
+  // keeping the vector sorted on every write.
+  if (b.sorted && !b.entries.empty() && !(b.entries.back().nextHop < nh)) {
+    if (const Entry* at = find(nh)) return set(const_cast<Entry&>(*at));
+    b.sorted = false;
+  }
+  set(b.entries.emplace_back(Entry{nh, 0, 0, {}}));
+}
+
+void NextHopCollection::erase(const NextHop& nh, std::uint8_t field) {
+  const Entry* found = find(nh);
+  if (!found || !(found->has & field)) return;
+  const auto index = found - body().entries.data();
+  Body& b = mutate(true);
+  Entry& e = b.entries[static_cast<std::size_t>(index)];
+  e.has &= static_cast<std::uint8_t>(~field);
+  if (field == Entry::hasWeight) {
+    e.weight = 0;
+    --b.weighted;
+  } else {
+    e.bitmap = {};
+    --b.bitmapped;
+  }
+  if (!e.has) b.entries.erase(b.entries.begin() + index);
 }
 
 const NextHopCollection::Body& NextHopCollection::body() const {
   // Sorting changes how the content is held, not what it is, so it is done
   // in place even when the content is shared.
   Body& b = *body_;
-  if (b.nextHopSorted && b.nextHopBitmapSorted) return b;
-  if (!b.nextHopSorted && !b.nextHopBitmapSorted && sameNextHops(b.nextHop, b.nextHopBitmap)) {
-    // Builders usually write each next hop's weight and bitmap together:
-    // one sort orders both.
-    auto order = nextHopOrder(b.nextHop);
-    applyOrder(b.nextHopBitmap, order);
-    applyOrder(b.nextHop, order);
-  } else {
-    if (!b.nextHopSorted) applyOrder(b.nextHop, nextHopOrder(b.nextHop));
-    if (!b.nextHopBitmapSorted) applyOrder(b.nextHopBitmap, nextHopOrder(b.nextHopBitmap));
+  if (b.sorted) return b;
+  auto order = nextHopOrder(b.entries);
+  applyOrder(b.entries, order);
+  // Fold the entries of each next hop, later writes winning.
+  std::size_t kept = 0;
+  b.weighted = b.bitmapped = 0;
+  for (std::size_t i = 0; i < b.entries.size(); ++i) {
+    Entry& e = b.entries[i];
+    if (kept > 0 && b.entries[kept - 1].nextHop == e.nextHop) {
+      Entry& into = b.entries[kept - 1];
+      if (e.has & Entry::hasWeight) into.weight = e.weight;
+      if (e.has & Entry::hasBitmap) into.bitmap = std::move(e.bitmap);
+      into.has |= e.has;
+      continue;
+    }
+    if (kept != i) b.entries[kept] = std::move(e);
+    ++kept;
   }
-  b.nextHopSorted = b.nextHopBitmapSorted = true;
+  b.entries.erase(b.entries.begin() + static_cast<std::ptrdiff_t>(kept), b.entries.end());
+  for (const Entry& e : b.entries) {
+    b.weighted += (e.has & Entry::hasWeight) != 0;
+    b.bitmapped += (e.has & Entry::hasBitmap) != 0;
+  }
+  b.sorted = true;
   return b;
 }
 
+const NextHopCollection::Entry* NextHopCollection::find(const NextHop& nh) const {
+  const auto& entries = body().entries;
+  auto it = std::lower_bound(entries.begin(), entries.end(), nh,
+                             [](const Entry& e, const NextHop& key) { return e.nextHop < key; });
+  return it != entries.end() && it->nextHop == nh ? &*it : nullptr;
+}
+
 std::uint32_t NextHopCollection::nextHop(const NextHop& nh) const {
-  auto it = findNextHop(body().nextHop, nh);
-  return at(body().nextHop, it, nh) ? it->second : 0;
+  const Entry* e = find(nh);
+  return e ? e->weight : 0;
 }
 
 bool NextHopCollection::nextHopHas(const NextHop& nh) const {
-  return at(body().nextHop, findNextHop(body().nextHop, nh), nh);
+  const Entry* e = find(nh);
+  return e && (e->has & Entry::hasWeight);
 }
 
-void NextHopCollection::nextHopIs(const NextHop& nh, std::uint32_t weight) {
-  Body& b = mutate();
-  append(b.nextHop, b.nextHopSorted, nh, weight);
-}
+void NextHopCollection::nextHopIs(const NextHop& nh, std::uint32_t weight) { write(nh, Entry::hasWeight, weight, {}); }
 
-void NextHopCollection::nextHopDel(const NextHop& nh) {
-  if (!nextHopHas(nh)) return;
-  auto& vec = mutate(true).nextHop;
-  vec.erase(findNextHop(vec, nh));
-}
+void NextHopCollection::nextHopDel(const NextHop& nh) { erase(nh, Entry::hasWeight); }
 
-void NextHopCollection::nextHopReserve(std::size_t count) {
-  Body& b = mutate();
-  b.nextHop.reserve(count);
-  b.nextHopBitmap.reserve(count);
-}
+void NextHopCollection::nextHopReserve(std::size_t count) { mutate().entries.reserve(count); }
 
 ViaBitmap NextHopCollection::nextHopBitmap(const NextHop& nh) const {
-  auto it = findNextHop(body().nextHopBitmap, nh);
-  return at(body().nextHopBitmap, it, nh) ? it->second.unpack() : ViaBitmap();
+  const Entry* e = find(nh);
+  return e ? e->bitmap.unpack() : ViaBitmap();
 }
 
 void NextHopCollection::nextHopBitmapIs(const NextHop& nh, const ViaBitmap& bitmap) {
-  Body& b = mutate();
-  append(b.nextHopBitmap, b.nextHopBitmapSorted, nh, OrbTypes::PackedViaBitmap(bitmap));
+  write(nh, Entry::hasBitmap, 0, OrbTypes::PackedViaBitmap(bitmap));
 }
 
-void NextHopCollection::nextHopBitmapDel(const NextHop& nh) {
-  if (!at(body().nextHopBitmap, findNextHop(body().nextHopBitmap, nh), nh)) return;
-  auto& vec = mutate(true).nextHopBitmap;
-  vec.erase(findNextHop(vec, nh));
-}
+void NextHopCollection::nextHopBitmapDel(const NextHop& nh) { erase(nh, Entry::hasBitmap); }
 
 void NextHopCollection::flagsIs(std::uint8_t flags) {
   if (flags != body_->flags) mutate().flags = flags;
@@ -607,15 +628,15 @@ void NextHopCollection::updateCaches() {
 std::uint64_t NextHopCollection::totalWeight() const {
   if (totalWeightCache_ != totalWeightNotComputed) return totalWeightCache_;
   std::uint64_t total = 0;
-  for (const auto& [nh, weight] : body().nextHop) total += weight;
+  for (const Entry& e : body().entries) total += e.weight;
   return total;
 }
 
 NextHopTypeCacheType NextHopCollection::nextHopType() const {
   if (nextHopTypeCache_ != NextHopTypeCacheType::invalidCache) return nextHopTypeCache_;
   std::size_t drops = 0;
-  for (const auto& entry : body().nextHop) drops += entry.first.isDrop();
-  if (drops == body().nextHop.size()) return NextHopTypeCacheType::allDrop;
+  for (const auto& [nh, weight] : nextHop()) drops += nh.isDrop();
+  if (drops == nextHopSize()) return NextHopTypeCacheType::allDrop;
   return drops == 0 ? NextHopTypeCacheType::noneDrop : NextHopTypeCacheType::someDrop;
 }
 
@@ -623,22 +644,25 @@ bool NextHopCollection::allDrop() const {
   if (nextHopTypeCache_ != NextHopTypeCacheType::invalidCache) {
     return nextHopTypeCache_ == NextHopTypeCacheType::allDrop;
   }
-  return std::all_of(body().nextHop.begin(), body().nextHop.end(),
-                     [](const auto& entry) { return entry.first.isDrop(); });
+  auto hops = nextHop();
+  return std::all_of(hops.begin(), hops.end(), [](const auto& entry) { return entry.first.isDrop(); });
 }
 
 bool NextHopCollection::allArpRequired() const {
-  return !body().nextHop.empty() && std::all_of(body().nextHop.begin(), body().nextHop.end(), [](const auto& entry) {
+  auto hops = nextHop();
+  return !hops.empty() && std::all_of(hops.begin(), hops.end(), [](const auto& entry) {
     return entry.first.entryType == NextHopEntryType::nextHopArpRequired;
   });
 }
 
 bool NextHopCollection::allNextHopWeightsAreOne() const {
-  return std::all_of(body().nextHop.begin(), body().nextHop.end(), [](const auto& entry) { return entry.second == 1; });
+  auto hops = nextHop();
+  return std::all_of(hops.begin(), hops.end(), [](const auto& entry) { return entry.second == 1; });
 }
 
 bool NextHopCollection::hasResolvedNextHops() const {
-  return std::any_of(body().nextHop.begin(), body().nextHop.end(),
+  auto hops = nextHop();
+  return std::any_of(hops.begin(), hops.end(),
                      [](const auto& entry) { return entry.first.entryType == NextHopEntryType::nextHopArpResolved; });
 }
 
@@ -671,13 +695,10 @@ NextHopTunnelType NextHopCollection::nextHopGroupTypeToTunnelType(NexthopGroupTy
 
 bool NextHopCollection::verify() const {
   const Body& b = body();
-  for (std::size_t i = 0; i < b.nextHop.size(); ++i) {
-    if (b.nextHop[i].second == 0) return false;
-    if (i > 0 && !(b.nextHop[i - 1].first < b.nextHop[i].first)) return false;
-  }
-  for (std::size_t i = 0; i < b.nextHopBitmap.size(); ++i) {
-    if (!nextHopHas(b.nextHopBitmap[i].first)) return false;
-    if (i > 0 && !(b.nextHopBitmap[i - 1].first < b.nextHopBitmap[i].first)) return false;
+  for (std::size_t i = 0; i < b.entries.size(); ++i) {
+    const Entry& e = b.entries[i];
+    if (!(e.has & Entry::hasWeight) || e.weight == 0) return false;
+    if (i > 0 && !(b.entries[i - 1].nextHop < e.nextHop)) return false;
   }
   const NextHopGroupInfo& group = nhgcRawOrDefault();
   for (const auto& [index, nh] : group.nextHopGroupEntryL2Info) {
@@ -703,18 +724,14 @@ std::size_t NextHopCollection::hash() const {
     hashKnown_ = true;
     return hash_;
   }
+  prefetch(b.entries);
   std::uint64_t h = std::uint64_t(b.l2AdjType) | (std::uint64_t(b.flags) << 8) | (std::uint64_t(b.tunnelType) << 16) |
-                    (std::uint64_t(b.hierarchyHeight) << 24) | (std::uint64_t(b.nextHop.size()) << 32);
+                    (std::uint64_t(b.hierarchyHeight) << 24) | (std::uint64_t(b.entries.size()) << 32);
   h *= 0x9e3779b97f4a7c15ULL;
-  for (const auto& [nh, weight] : b.nextHop) {
-    h ^= hash_value(nh) + weight;
+  for (const Entry& e : b.entries) {
+    h ^= hash_value(e.nextHop) + (std::uint64_t(e.weight) << 2 | e.has);
     h *= 0xff51afd7ed558ccdULL;
-  }
-  // The next hops were hashed above; which of them holds which bitmap is
-  // left to the comparison, as hashing every next hop twice costs more
-  // than the rare collisions it would avoid.
-  for (const auto& [nh, bitmap] : b.nextHopBitmap) {
-    h ^= hash_value(bitmap);
+    h ^= hash_value(e.bitmap);
     h *= 0xc4ceb9fe1a85ec53ULL;
   }
   // An absent group part and a default one are the same value.
@@ -733,8 +750,11 @@ bool NextHopCollection::operator==(const NextHopCollection& other) const {
   const Body& a = body();
   const Body& b = other.body();
   if (a.hashValid && b.hashValid && a.hash != b.hash) return false;
+  if (a.entries.size() != b.entries.size()) return false;
+  prefetch(a.entries);
+  prefetch(b.entries);
   return a.l2AdjType == b.l2AdjType && a.flags == b.flags && a.tunnelType == b.tunnelType &&
-         a.hierarchyHeight == b.hierarchyHeight && a.nextHop == b.nextHop && a.nextHopBitmap == b.nextHopBitmap &&
+         a.hierarchyHeight == b.hierarchyHeight && a.entries == b.entries &&
          nhgcRawOrDefault() == other.nhgcRawOrDefault();
 }
 
@@ -754,8 +774,7 @@ std::strong_ordering NextHopCollection::operator<=>(const NextHopCollection& oth
   if (auto c = a.flags <=> b.flags; c != 0) return c;
   if (auto c = a.tunnelType <=> b.tunnelType; c != 0) return c;
   if (auto c = a.hierarchyHeight <=> b.hierarchyHeight; c != 0) return c;
-  if (auto c = a.nextHop <=> b.nextHop; c != 0) return c;
-  if (auto c = a.nextHopBitmap <=> b.nextHopBitmap; c != 0) return c;
+  if (auto c = a.entries <=> b.entries; c != 0) return c;
   return nhgcRawOrDefault() <=> other.nhgcRawOrDefault();
 }
 

@@ -427,18 +427,27 @@ BOOST_DESCRIBE_ENUM(NextHopTypeCacheType, invalidCache, noneDrop, someDrop, allD
 //
 // The content is shared between copies and copied on the first write to a
 // shared one, so a collection is cheap to keep in a map key and in the
-// adjacency that programs it. Next hops are kept in small sorted vectors and
-// the hash is computed once per content, because deduplicating collections
-// over every FEC is the hot path. The caches are per copy and are not part
-// of the value.
+// adjacency that programs it. Each next hop's weight and bitmap are kept
+// together in one small sorted vector and the hash is computed once per
+// content, because deduplicating collections over every FEC is the hot path
+// and its cost is reading cold content. The caches are per copy and are not
+// part of the value.
 class NextHopCollection {
+  struct Entry;
+
  public:
   static constexpr std::uint64_t totalWeightNotComputed = ~std::uint64_t{0};
   static constexpr std::uint8_t attachedFlag = 1;
   static constexpr std::uint8_t potentialHierarchicalNextHopFlag = 2;
 
-  using NextHopWeights = std::vector<std::pair<NextHop, std::uint32_t>>;
-  using NextHopBitmaps = std::vector<std::pair<NextHop, OrbTypes::PackedViaBitmap>>;
+  // One of the two maps of a collection, read in next-hop order as
+  // (next hop, value) pairs: `for (const auto& [nh, weight] : c.nextHop())`.
+  template <class Field>
+  class MapView;
+  struct WeightField;
+  struct BitmapField;
+  using NextHopWeights = MapView<WeightField>;
+  using NextHopBitmaps = MapView<BitmapField>;
 
   NextHopCollection();
   explicit NextHopCollection(L2AdjType l2AdjType);
@@ -446,17 +455,17 @@ class NextHopCollection {
   L2AdjType l2AdjType() const { return body_->l2AdjType; }
 
   // nextHop: next hop -> weight (0 when absent).
-  const NextHopWeights& nextHop() const { return body().nextHop; }
+  NextHopWeights nextHop() const;
   std::uint32_t nextHop(const NextHop& nh) const;
   bool nextHopHas(const NextHop& nh) const;
-  std::size_t nextHopSize() const { return body().nextHop.size(); }
+  std::size_t nextHopSize() const { return body().weighted; }
   void nextHopIs(const NextHop& nh, std::uint32_t weight);
   void nextHopDel(const NextHop& nh);
   void nextHopReserve(std::size_t count);
 
   // nextHopBitmap: next hop -> via positions (empty when absent); the
   // whole map holds them packed (PackedViaBitmap::unpack).
-  const NextHopBitmaps& nextHopBitmap() const { return body().nextHopBitmap; }
+  NextHopBitmaps nextHopBitmap() const;
   ViaBitmap nextHopBitmap(const NextHop& nh) const;
   void nextHopBitmapIs(const NextHop& nh, const ViaBitmap& bitmap);
   void nextHopBitmapDel(const NextHop& nh);
@@ -549,16 +558,30 @@ class NextHopCollection {
     explicit SharedGroupInfo(const NextHopGroupInfo& v) : value(v) {}
     NextHopGroupInfo value;
   };
+  // A next hop with its weight and its bitmap, each present or not. While
+  // a collection is written out of next-hop order, a next hop can have
+  // several entries; reading folds them, later writes winning.
+  struct Entry {
+    static constexpr std::uint8_t hasWeight = 1;
+    static constexpr std::uint8_t hasBitmap = 2;
+    NextHop nextHop;
+    std::uint32_t weight = 0;
+    std::uint8_t has = 0;
+    OrbTypes::PackedViaBitmap bitmap;
+    bool operator==(const Entry&) const = default;
+    auto operator<=>(const Entry&) const = default;
+  };
   struct Body : Vex::PtrInterface {
     L2AdjType l2AdjType = L2AdjType::nexthopAdj;
     std::uint8_t flags = 0;
     NextHopTunnelType tunnelType = NextHopTunnelType::none;
     std::uint8_t hierarchyHeight = 0;
-    // Kept in next-hop order except right after writes (see append).
-    mutable NextHopWeights nextHop;
-    mutable NextHopBitmaps nextHopBitmap;
-    mutable bool nextHopSorted = true;
-    mutable bool nextHopBitmapSorted = true;
+    // In next-hop order, one entry a next hop, except right after writes
+    // (see write); the counts hold for the ordered entries.
+    mutable std::vector<Entry> entries;
+    mutable bool sorted = true;
+    mutable std::uint32_t weighted = 0;
+    mutable std::uint32_t bitmapped = 0;
     Vex::Ptr<SharedGroupInfo> nhgc;
     mutable std::size_t hash = 0;
     mutable bool hashValid = false;
@@ -569,8 +592,9 @@ class NextHopCollection {
   Body& mutate(bool sorted = false);
   // The content in next-hop order, for reading.
   const Body& body() const;
-  template <class Vec, class V>
-  static void append(Vec& vec, bool& sorted, const NextHop& nh, V&& value);
+  const Entry* find(const NextHop& nh) const;
+  void write(const NextHop& nh, std::uint8_t field, std::uint32_t weight, const OrbTypes::PackedViaBitmap& bitmap);
+  void erase(const NextHop& nh, std::uint8_t field);
 
   // Mutable only for shareContentWith: which copy of equal content a
   // collection holds is not part of its value.
@@ -582,6 +606,72 @@ class NextHopCollection {
   NextHopTypeCacheType nextHopTypeCache_ = NextHopTypeCacheType::invalidCache;
   mutable bool hashKnown_ = false;
 };
+struct NextHopCollection::WeightField {
+  static constexpr std::uint8_t flag = Entry::hasWeight;
+  using Value = std::uint32_t;
+  static Value get(const Entry& e) { return e.weight; }
+};
+
+struct NextHopCollection::BitmapField {
+  static constexpr std::uint8_t flag = Entry::hasBitmap;
+  using Value = const OrbTypes::PackedViaBitmap&;
+  static Value get(const Entry& e) { return e.bitmap; }
+};
+
+template <class Field>
+class NextHopCollection::MapView {
+ public:
+  using value_type = std::pair<const NextHop&, typename Field::Value>;
+
+  class iterator {
+   public:
+    using iterator_category = std::forward_iterator_tag;
+    using value_type = MapView::value_type;
+    using difference_type = std::ptrdiff_t;
+    using pointer = void;
+    using reference = value_type;
+
+    iterator() = default;
+    iterator(const Entry* at, const Entry* end) : at_(at), end_(end) { skip(); }
+    value_type operator*() const { return {at_->nextHop, Field::get(*at_)}; }
+    iterator& operator++() {
+      ++at_;
+      skip();
+      return *this;
+    }
+    iterator operator++(int) {
+      iterator was = *this;
+      ++*this;
+      return was;
+    }
+    bool operator==(const iterator& other) const { return at_ == other.at_; }
+
+   private:
+    void skip() {
+      while (at_ != end_ && !(at_->has & Field::flag)) ++at_;
+    }
+    const Entry* at_ = nullptr;
+    const Entry* end_ = nullptr;
+  };
+
+  // Holds the content, so a view of a temporary collection stays good.
+  MapView(Vex::Ptr<Body> body, std::size_t size) : body_(std::move(body)), size_(size) {}
+  iterator begin() const { return {data(), data() + body_->entries.size()}; }
+  iterator end() const { return {data() + body_->entries.size(), data() + body_->entries.size()}; }
+  std::size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+  value_type front() const { return *begin(); }
+
+ private:
+  const Entry* data() const { return body_->entries.data(); }
+  Vex::Ptr<Body> body_;
+  std::size_t size_;
+};
+
+inline NextHopCollection::NextHopWeights NextHopCollection::nextHop() const { return {body_, body().weighted}; }
+
+inline NextHopCollection::NextHopBitmaps NextHopCollection::nextHopBitmap() const { return {body_, body().bitmapped}; }
+
 VEX_SCALAR_VALUE(NextHopCollection, "Orb::NextHopCollection", "nextHops")
 inline std::size_t hash_value(const NextHopCollection& c) { return c.hash(); }
 
