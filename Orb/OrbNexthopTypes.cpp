@@ -94,7 +94,6 @@ std::size_t hash_value(const ViaBitmap& bitmap) {
 PackedViaBitmap::PackedViaBitmap(const ViaBitmap& bitmap) {
   // Skips zero words eight at a time: a bitmap usually has one set bit.
   const auto& words = bitmap.word_;
-  unsigned used = 0;
   for (std::uint16_t block = 0; block < ViaBitmap::words; block += 8) {
     std::uint32_t any = 0;
     std::uint16_t end = std::min<std::uint16_t>(block + 8, ViaBitmap::words);
@@ -102,13 +101,13 @@ PackedViaBitmap::PackedViaBitmap(const ViaBitmap& bitmap) {
     if (any == 0) continue;
     for (std::uint16_t i = block; i < end; ++i) {
       if (words[i] == 0) continue;
-      if (used == 2) {
+      if (index_ != noWord) {
         *this = PackedViaBitmap();
         whole_ = Vex::make<Whole>(bitmap);
         return;
       }
-      index_[used] = i;
-      word_[used++] = words[i];
+      index_ = i;
+      word_ = words[i];
     }
   }
 }
@@ -116,14 +115,13 @@ PackedViaBitmap::PackedViaBitmap(const ViaBitmap& bitmap) {
 ViaBitmap PackedViaBitmap::unpack() const {
   if (whole_) return whole_->bitmap;
   ViaBitmap bitmap;
-  for (unsigned i = 0; i < 2 && index_[i] != noWord; ++i) bitmap.wordIs(ViaBitmapIndex(index_[i]), word_[i]);
+  if (index_ != noWord) bitmap.wordIs(ViaBitmapIndex(index_), word_);
   return bitmap;
 }
 
 bool PackedViaBitmap::operator==(const PackedViaBitmap& other) const {
   if (whole_ || other.whole_) return whole_ && other.whole_ && whole_->bitmap == other.whole_->bitmap;
-  return index_[0] == other.index_[0] && index_[1] == other.index_[1] && word_[0] == other.word_[0] &&
-         word_[1] == other.word_[1];
+  return index_ == other.index_ && word_ == other.word_;
 }
 
 std::strong_ordering PackedViaBitmap::operator<=>(const PackedViaBitmap& other) const {
@@ -134,18 +132,13 @@ std::strong_ordering PackedViaBitmap::operator<=>(const PackedViaBitmap& other) 
     if (!whole_) return std::strong_ordering::less;
     return whole_->bitmap <=> other.whole_->bitmap;
   }
-  for (unsigned i = 0; i < 2; ++i) {
-    if (auto c = index_[i] <=> other.index_[i]; c != 0) return c;
-    if (auto c = word_[i] <=> other.word_[i]; c != 0) return c;
-  }
-  return std::strong_ordering::equal;
+  if (auto c = index_ <=> other.index_; c != 0) return c;
+  return word_ <=> other.word_;
 }
 
 std::size_t hash_value(const PackedViaBitmap& packed) {
   if (packed.whole_) return hash_value(packed.whole_->bitmap);
-  std::uint64_t h = (std::uint64_t(packed.index_[0]) << 48) ^ (std::uint64_t(packed.index_[1]) << 32) ^
-                    packed.word_[0] ^ (std::uint64_t(packed.word_[1]) << 16);
-  h *= 0x9e3779b97f4a7c15ULL;
+  std::uint64_t h = ((std::uint64_t(packed.index_) << 32) | packed.word_) * 0x9e3779b97f4a7c15ULL;
   return static_cast<std::size_t>(h ^ (h >> 29));
 }
 

@@ -90,10 +90,11 @@ class ViaBitmap {
 VEX_SCALAR_VALUE(ViaBitmap, "OrbTypes::ViaBitmap", "bitsSet")
 std::size_t hash_value(const ViaBitmap& bitmap);
 
-// A via bitmap as a collection keeps it. Most next hops come from one or
-// two vias, so up to two non-zero words are held inline and a bitmap with
-// more is kept whole and shared; this keeps a collection of 64 next hops
-// from carrying 16 KB of mostly zero words through every copy, hash and
+// A via bitmap as a collection keeps it. A next hop's positions index the
+// vias of its FEC, and FECs rarely have more than 32 of them, so the one
+// non-zero word of most bitmaps is held inline and a bitmap with more is
+// kept whole and shared; this keeps a collection of 64 next hops from
+// carrying 16 KB of mostly zero words through every copy, hash and
 // comparison. Equal bitmaps always pack the same way.
 class PackedViaBitmap {
  public:
@@ -111,8 +112,8 @@ class PackedViaBitmap {
     explicit Whole(const ViaBitmap& b) : bitmap(b) {}
     ViaBitmap bitmap;
   };
-  std::uint16_t index_[2] = {noWord, noWord};
-  std::uint32_t word_[2] = {0, 0};
+  std::uint16_t index_ = noWord;
+  std::uint32_t word_ = 0;
   Vex::Ptr<Whole> whole_;
 };
 
