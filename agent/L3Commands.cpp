@@ -129,6 +129,12 @@ void L3Feature::registerConfigCommands() {
         auto intf = intfArg(args[0]);
         intfVrfIs(intf, vrfNamed(args[2]));
       });
+  shell_.commandIs("no interface", "INTF vrf", "make the interface no longer routed",
+                   [this](const Args& args, std::ostream&) {
+                     expectArgs(args, 2, 2, "no interface INTF vrf");
+                     if (args[1] != "vrf") throw CommandError("usage: no interface INTF vrf");
+                     intfVrfDel(intfArg(args[0]), "removing it from its VRF");
+                   });
   shell_.commandIs("fec", "ID via ADDR INTF [weight W] | ID resilient slots N",
                    "add a via to a FEC (vias of one FEC accumulate), or spread its next hops over N stable slots",
                    [this](const Args& args, std::ostream&) {

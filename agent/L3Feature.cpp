@@ -57,24 +57,55 @@ class L3Feature::ReviewReactor : public Orb::L3Status::Notifiee {
 
 // Routed interfaces and the router MAC into the chip; the layer-3
 // interface table records what the chip answered for each interface.
+// An interface the chip was too busy for is offered again after a short
+// wait, and one it had no room for whenever an interface leaves; one it
+// failed waits for its next write.
 class L3Feature::ChipL3Reactor : public Orb::L3Status::Notifiee {
  public:
+  static constexpr Vex::Seconds busyRetryDelay = 0.1;
+
   ChipL3Reactor(const Vex::Ptr<Orb::L3Status>& status, SoftChip::SoftRouteHelper& chip)
-      : Notifiee(status), chip_(chip) {}
+      : Notifiee(status), chip_(chip), retryClock_(Vex::clockFactory([this] { retryWaiting(); })) {}
   void handleRouterMac() override { chip_.routerMacIs(notifier()->routerMac()); }
   void handleL3IntfVrfId(const Nexo::IntfId& intf) override {
-    Orb::OrbL3IntfTable& table = *notifier()->orbL3IntfTable();
     if (notifier()->l3IntfVrfIdHas(intf)) {
-      Orb::VrfId vrf = notifier()->l3IntfVrfId(intf);
-      table.l3IntfIs(intf, {vrf, chip_.doAddL3Intf(intf, vrf.value())});
-    } else {
-      chip_.doRemoveL3Intf(intf);
-      table.l3IntfDel(intf);
+      program(intf);
+      return;
     }
+    waiting_.erase(intf);
+    chip_.doRemoveL3Intf(intf);
+    notifier()->orbL3IntfTable()->l3IntfDel(intf);
+    // On the loop's next turn: an interface moving between VRFs leaves and
+    // comes back in one command, and keeps its place.
+    if (!waiting_.empty()) retryClock_->timeMinIs(Vex::now());
   }
 
  private:
+  using Helper = SoftChip::SoftRouteHelper;
+
+  void program(const Nexo::IntfId& intf) {
+    Orb::VrfId vrf = notifier()->l3IntfVrfId(intf);
+    std::uint32_t status = chip_.doAddL3Intf(intf, vrf.value());
+    notifier()->orbL3IntfTable()->l3IntfIs(intf, {vrf, status});
+    if (status == Helper::addBusy || status == Helper::addFull) {
+      waiting_.insert(intf);
+    } else {
+      waiting_.erase(intf);
+    }
+    if (status == Helper::addBusy) retryClock_->timeMinIs(Vex::now() + busyRetryDelay);
+  }
+
+  void retryWaiting() {
+    std::set<Nexo::IntfId> waiting;
+    waiting.swap(waiting_);
+    for (const auto& intf : waiting) {
+      if (notifier()->l3IntfVrfIdHas(intf)) program(intf);
+    }
+  }
+
   SoftChip::SoftRouteHelper& chip_;
+  std::set<Nexo::IntfId> waiting_;
+  Vex::Ptr<Vex::Clock> retryClock_;
 };
 
 // Routes, as the routing agent publishes them, into the chip.
@@ -184,16 +215,19 @@ VrfId L3Feature::vrfNamed(const std::string& name) const {
 
 void L3Feature::intfVrfIs(const Nexo::IntfId& intf, VrfId vrf) {
   if (l3Status_->l3IntfVrfIdHas(intf)) {
-    VrfId old = l3Status_->l3IntfVrfId(intf);
-    if (old == vrf) return;
-    if (!internal_->intfToAdjEntry(intf).empty()) {
-      throw CommandError(
-          fmt::format("{} carries vias of FECs; remove them before moving it to another VRF", intf.stringValue()));
-    }
-    l3Status_->l3IntfVrfIdDel(intf, old);
+    if (l3Status_->l3IntfVrfId(intf) == vrf) return;
+    intfVrfDel(intf, "moving it to another VRF");
   }
   l3Status_->l3IntfVrfIdIs(intf, vrf);
   l3Status_->vrfL3Status(l3Status_->vrfName(vrf))->l3IntfIs(intf, true);
+}
+
+void L3Feature::intfVrfDel(const Nexo::IntfId& intf, const std::string& doing) {
+  if (!l3Status_->l3IntfVrfIdHas(intf)) return;
+  if (!internal_->intfToAdjEntry(intf).empty()) {
+    throw CommandError(fmt::format("{} carries vias of FECs; remove them before {}", intf.stringValue(), doing));
+  }
+  l3Status_->l3IntfVrfIdDel(intf, l3Status_->l3IntfVrfId(intf));
 }
 
 namespace {

@@ -54,6 +54,9 @@ class L3Feature : public Feature {
   Orb::VrfId vrfIs(const L3::VrfName& name);
   Orb::VrfId vrfNamed(const std::string& name) const;
   void intfVrfIs(const Nexo::IntfId& intf, Orb::VrfId vrf);
+  // Makes `intf` no longer routed; refused while FEC vias use it, as
+  // `doing` says.
+  void intfVrfDel(const Nexo::IntfId& intf, const std::string& doing);
   // A FEC's vias are all IPv4 (Orb::Via) or all IPv6 (Orb::Via6).
   template <class ViaT>
   void fecViaIs(Pond::Fib::GlobalFecId fec, const ViaT& via, std::uint32_t weight);

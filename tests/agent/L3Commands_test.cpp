@@ -204,11 +204,18 @@ TEST_F(L3CommandsTest, AFecInUseAndAnInterfaceWithViasStay) {
   std::string before = state();
   EXPECT_EQ(error(agent, "no fec 10"), "fec 10 is used by 1 route");
   EXPECT_NE(error(agent, "interface Ethernet1 vrf default").find("carries vias"), std::string::npos);
+  EXPECT_NE(error(agent, "no interface Ethernet1 vrf").find("carries vias of FECs; remove them before removing it"),
+            std::string::npos);
+  EXPECT_NE(error(agent, "no interface Ethernet1").find("usage"), std::string::npos);
   EXPECT_EQ(state(), before);
   run(agent, "no ip route vrf red 10.9.0.0/16");
   run(agent, "no fec 10");
   EXPECT_EQ(agent.l3().l3Status()->l2AdjListSize(), 0u);
   EXPECT_EQ(agent.l3().helper()->table().size(), 0u);
+  // Without vias the interface leaves its VRF, the status and the chip.
+  run(agent, "no interface Ethernet1 vrf");
+  EXPECT_FALSE(agent.l3().l3Status()->l3IntfVrfIdHas(Nexo::IntfId("Ethernet1")));
+  EXPECT_EQ(agent.l3().l3Status()->orbL3IntfTable()->l3IntfSize(), 1u);
 }
 
 TEST_F(L3CommandsTest, TheInterfaceCommandKeepsItsOtherForms) {
