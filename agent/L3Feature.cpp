@@ -58,12 +58,10 @@ class L3Feature::ReviewReactor : public Orb::L3Status::Notifiee {
 // Routed interfaces and the router MAC into the chip; the layer-3
 // interface table records what the chip answered for each interface.
 // An interface the chip was too busy for is offered again after a short
-// wait, and one it had no room for whenever an interface leaves; one it
-// failed waits for its next write.
+// wait (busyRetryDelay), and one it had no room for whenever an interface
+// leaves; one it failed waits for its next write. Routes are retried alike.
 class L3Feature::ChipL3Reactor : public Orb::L3Status::Notifiee {
  public:
-  static constexpr Vex::Seconds busyRetryDelay = 0.1;
-
   ChipL3Reactor(const Vex::Ptr<Orb::L3Status>& status, SoftChip::SoftRouteHelper& chip)
       : Notifiee(status), chip_(chip), retryClock_(Vex::clockFactory([this] { retryWaiting(); })) {}
   void handleRouterMac() override { chip_.routerMacIs(notifier()->routerMac()); }
@@ -113,14 +111,12 @@ class L3Feature::ChipRouteReactor : public Orb::AdjInfoColl::Notifiee {
  public:
   ChipRouteReactor(const Vex::Ptr<Orb::AdjInfoColl>& routes, L3Feature& owner) : Notifiee(routes), owner_(owner) {}
   void handleAdjInfoList(const Orb::VrfAndPrefix& vp) override {
-    SoftChip::SoftRouteKey key{vp.vrfId.value(), false, vp.prefix, {}};
     const auto& routes = notifier();
-    owner_.routeToChip(vp.vrfId, key, routes->adjInfoListHas(vp) ? &routes->adjInfoList(vp) : nullptr);
+    owner_.routeToChip(vp.vrfId, routeKey(vp), routes->adjInfoListHas(vp) ? &routes->adjInfoList(vp) : nullptr);
   }
   void handleAdjInfo6List(const Orb::VrfAndIp6Prefix& vp) override {
-    SoftChip::SoftRouteKey key{vp.vrfId.value(), true, {}, vp.prefix};
     const auto& routes = notifier();
-    owner_.routeToChip(vp.vrfId, key, routes->adjInfo6ListHas(vp) ? &routes->adjInfo6List(vp) : nullptr);
+    owner_.routeToChip(vp.vrfId, routeKey(vp), routes->adjInfo6ListHas(vp) ? &routes->adjInfo6List(vp) : nullptr);
   }
 
  private:
@@ -164,6 +160,8 @@ L3Feature::L3Feature(const AgentCore& core) : Feature(core) {
   routeHelper_ = Vex::make<SoftChip::SoftRouteHelper>(chip_, *adjHelper_);
   l3Status_->orbL3IntfTableIs(Vex::make<Orb::OrbL3IntfTable>("orbL3IntfTable"));
   chipL3Reactor_ = std::make_unique<ChipL3Reactor>(l3Status_, *routeHelper_);
+  routeRefusals_ = std::make_unique<RouteRefusals>(*l3Status_, *internal_);
+  routeRetryClock_ = Vex::clockFactory([this] { retryRefusedRoutes(); });
   chipRouteReactor_ = std::make_unique<ChipRouteReactor>(l3Status_->adjInfoColl(), *this);
   l3Status_->routerMacIs(Nexo::EthAddr(defaultRouterMac));
   dedup_ = Orb::resilientEcmpDedupingRequestResponseFactory("resilientEcmpDedupingRequestResponse");
@@ -412,10 +410,7 @@ void L3Feature::fecToChip(GlobalFecId fec) {
   routeHelper_->doAddFec(fec.value(), entry->l2Adj()->key(), slots == resilientSlots_.end() ? 0 : slots->second);
   if (slots != resilientSlots_.end()) resilientRowsIs(fec);
   // A route the chip refused may fit now.
-  for (auto it = refusedRoutes_.begin(); it != refusedRoutes_.end();) {
-    auto key = *it++;
-    routeToChip(VrfId(key.vrf), key, nullptr);
-  }
+  retryRefusedRoutes();
 }
 
 void L3Feature::fecResilientIs(GlobalFecId fec, std::uint32_t slots) {
@@ -500,15 +495,22 @@ void L3Feature::routeToChip(VrfId vrf, const SoftChip::SoftRouteKey& key, const 
   }
   resilientRowIs(vrf, key, info);
   if (!info) {
-    refusedRoutes_.erase(key);
+    routeRefusals_->answerIs(vrf, key, std::nullopt);
     routeHelper_->doRemoveRoute(key);
+    // On the loop's next turn, so that a route leaving and coming back in
+    // one change keeps its place.
+    if (!routeRefusals_->refused().empty()) routeRetryClock_->timeMinIs(Vex::now());
     return;
   }
-  if (routeHelper_->doAddRoute(key, info->fecId.value()) == SoftChip::SoftRouteHelper::addSuccess) {
-    refusedRoutes_.erase(key);
-  } else {
-    refusedRoutes_.insert(key);
-  }
+  std::uint32_t answer = routeHelper_->doAddRoute(key, info->fecId.value());
+  routeRefusals_->answerIs(vrf, key, answer);
+  if (answer == SoftChip::SoftRouteHelper::addBusy) routeRetryClock_->timeMinIs(Vex::now() + busyRetryDelay);
+}
+
+void L3Feature::retryRefusedRoutes() {
+  // A copy: writing a route changes the refusals.
+  auto refused = routeRefusals_->refused();
+  for (const auto& [key, answer] : refused) routeToChip(VrfId(key.vrf), key, nullptr);
 }
 
 GlobalFecId L3Feature::knownFec(const std::string& text) const {

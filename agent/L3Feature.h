@@ -10,6 +10,7 @@
 #include "Orb/OrbL3Types.h"
 #include "Orb/OrbResilientEcmpTypes.h"
 #include "agent/Feature.h"
+#include "agent/RouteRefusals.h"
 #include "chip/softchip/SoftAdj.h"
 #include "chip/softchip/SoftRoute.h"
 
@@ -35,6 +36,10 @@ class L3Feature : public Feature {
   static constexpr long maxResilientSlots = 4096;
   // Rows each VRF's shared-memory resilient ECMP table holds, per family.
   static constexpr std::size_t resilientRoutesPerVrf = 16384;
+  // How long a route or routed interface the chip was busy for waits
+  // before it is offered again.
+  static constexpr Vex::Seconds busyRetryDelay = 0.1;
+  const RouteRefusals& routeRefusals() const { return *routeRefusals_; }
 
  private:
   class WatchReactor;
@@ -47,6 +52,7 @@ class L3Feature : public Feature {
   void registerConfigCommands();
   void registerRouteCommands();
   void registerShowCommands();
+  void showRouteSummary(std::ostream& out, bool json) const;
   void registerResilientCommands();
 
   // Writers of what the routing and ARP agents publish. Each checks its
@@ -79,6 +85,7 @@ class L3Feature : public Feature {
   // Makes the FEC resilient over `slots` slots; 0 makes it ordinary again.
   void fecResilientIs(Pond::Fib::GlobalFecId fec, std::uint32_t slots);
   void routeToChip(Orb::VrfId vrf, const SoftChip::SoftRouteKey& key, const Orb::AdjInfo* info);
+  void retryRefusedRoutes();
   // Publishes, or takes back, the route's row in its VRF's shared-memory
   // resilient ECMP table: a route has a row while its FEC is resilient.
   void resilientRowIs(Orb::VrfId vrf, const SoftChip::SoftRouteKey& key, const Orb::AdjInfo* info);
@@ -114,8 +121,10 @@ class L3Feature : public Feature {
   std::map<Orb::VrfId, Vex::Ptr<Orb::ResilientEcmpStatus6>> resilientStatus6_;
   // Rows a full table refused (the route stays in the chip all the same).
   std::uint64_t resilientRowsRefused_ = 0;
-  // Routes the chip refused; written again whenever a route or FEC changes.
-  std::set<SoftChip::SoftRouteKey> refusedRoutes_;
+  // Routes the chip refused, written again when a route leaves, when a FEC
+  // is written, and shortly after a busy answer.
+  std::unique_ptr<RouteRefusals> routeRefusals_;
+  Vex::Ptr<Vex::Clock> routeRetryClock_;
 };
 
 }  // namespace Agent

@@ -104,6 +104,8 @@ void L3Feature::registerShowCommands() {
             w.String(adj ? adj->key().stringValue().c_str() : "");
             w.Key("state");
             w.String(adj ? Vex::valueToStrep(adj->state()).c_str() : "");
+            w.Key("hardware");
+            w.String(tableAddStatusText(routeRefusals_->answer(routeKey(vp))).c_str());
             w.Key("nextHops");
             nextHopsJson(w, adj ? adj->nextHops() : Orb::NextHopCollection());
             w.EndObject();
@@ -120,13 +122,23 @@ void L3Feature::registerShowCommands() {
       for (const auto& [vp, info] : vrfRoutes) {
         if (only && vp.prefix != *only) continue;
         auto adj = adjOf(info.fecId);
-        out << fmt::format("  {} fec {} adjacency {} {}\n", vp.prefix.stringValue(), info.fecId.value(),
-                           adj ? adj->key().stringValue() : "none", adj ? Vex::valueToStrep(adj->state()) : "");
+        std::uint32_t answer = routeRefusals_->answer(routeKey(vp));
+        out << fmt::format(
+            "  {} fec {} adjacency {} {}{}\n", vp.prefix.stringValue(), info.fecId.value(),
+            adj ? adj->key().stringValue() : "none", adj ? Vex::valueToStrep(adj->state()) : "",
+            answer == SoftChip::SoftRouteHelper::addSuccess ? "" : " not in hardware: " + tableAddStatusText(answer));
         if (!adj) continue;
         for (const auto& [nh, weight] : adj->nextHops().nextHop()) out << "    via " << nextHopText(nh, weight) << "\n";
       }
     }
   };
+  shell_.commandIs("show ip route summary", "[json]",
+                   "routes per VRF and family, and how many of them the chip does not hold",
+                   [this](Args args, std::ostream& out) {
+                     bool json = takeJsonFlag(args);
+                     expectArgs(args, 0, 0, "show ip route summary [json]");
+                     showRouteSummary(out, json);
+                   });
   shell_.commandIs("show ip route", "[vrf NAME] [PREFIX] [json]", "IPv4 routes: FEC, shared adjacency, next hops",
                    [this, showRoutes](const Args& args, std::ostream& out) {
                      showRoutes(l3Status_->adjInfoColl()->adjInfoList(), args, out,
@@ -362,6 +374,65 @@ void L3Feature::registerShowCommands() {
                                           row.proactiveArp ? " proactive-arp" : "");
                      }
                    });
+}
+
+void L3Feature::showRouteSummary(std::ostream& out, bool json) const {
+  struct Counts {
+    std::uint64_t routes[2] = {0, 0};
+    std::uint64_t unprogrammed[2] = {0, 0};
+  };
+  std::map<std::string, Counts> byVrf;
+  for (const auto& [id, name] : l3Status_->vrfName()) {
+    Counts& c = byVrf[name.value()];
+    auto vrfStatus = l3Status_->vrfL3Status(name);
+    c.unprogrammed[0] = vrfStatus->numUnprogrammedRoutes();
+    c.unprogrammed[1] = vrfStatus->numUnprogrammedV6Routes();
+  }
+  const auto& routes = *l3Status_->adjInfoColl();
+  for (const auto& [vp, info] : routes.adjInfoList()) ++byVrf[l3Status_->vrfName(vp.vrfId).value()].routes[0];
+  for (const auto& [vp, info] : routes.adjInfo6List()) ++byVrf[l3Status_->vrfName(vp.vrfId).value()].routes[1];
+  const Orb::OrbInternalL3Status& in = *internal_;
+  if (json) {
+    printJson(out, [&](JsonWriter& w) {
+      w.StartObject();
+      w.Key("vrfs");
+      w.StartObject();
+      for (const auto& [name, c] : byVrf) {
+        w.Key(name.c_str());
+        w.StartObject();
+        for (int v6 = 0; v6 < 2; ++v6) {
+          w.Key(v6 ? "ipv6Routes" : "ipv4Routes");
+          w.Uint64(c.routes[v6]);
+          w.Key(v6 ? "ipv6Unprogrammed" : "ipv4Unprogrammed");
+          w.Uint64(c.unprogrammed[v6]);
+        }
+        w.EndObject();
+      }
+      w.EndObject();
+      w.Key("ipv4FibRoutes");
+      w.Uint64(in.ipv4FibRoutes());
+      w.Key("ipv6FibRoutes");
+      w.Uint64(in.ipv6FibRoutes());
+      w.Key("ipv4Unprogrammed");
+      w.Uint64(in.ipv4UnProgrammedRoutes());
+      w.Key("ipv6Unprogrammed");
+      w.Uint64(in.ipv6UnProgrammedRoutes());
+      w.Key("routingResourceFull");
+      w.Bool(in.routingResourceFull());
+      w.Key("ip6RoutingResourceFull");
+      w.Bool(in.ip6RoutingResourceFull());
+      w.EndObject();
+    });
+    return;
+  }
+  for (const auto& [name, c] : byVrf) {
+    out << fmt::format("VRF {}: ipv4 {} routes, {} unprogrammed; ipv6 {} routes, {} unprogrammed\n", name, c.routes[0],
+                       c.unprogrammed[0], c.routes[1], c.unprogrammed[1]);
+  }
+  out << fmt::format("in hardware: ipv4 {} ipv6 {}\n", in.ipv4FibRoutes(), in.ipv6FibRoutes());
+  out << fmt::format("unprogrammed: ipv4 {}{} ipv6 {}{}\n", in.ipv4UnProgrammedRoutes(),
+                     in.routingResourceFull() ? " (route table full)" : "", in.ipv6UnProgrammedRoutes(),
+                     in.ip6RoutingResourceFull() ? " (route table full)" : "");
 }
 
 }  // namespace Agent
