@@ -23,18 +23,18 @@ std::uint32_t RouteRefusals::answer(const SoftChip::SoftRouteKey& key) const {
 }
 
 void RouteRefusals::count(Orb::VrfId vrf, const SoftChip::SoftRouteKey& key, std::uint32_t answer, int delta) {
-  if (answer == Helper::addFull) full_[key.v6] += static_cast<std::uint64_t>(delta);
-  auto step = [delta](auto inc, auto dec) { delta > 0 ? inc() : dec(); };
+  // Unsigned wrap-around makes adding -1 a decrement.
+  const auto step = static_cast<std::uint64_t>(static_cast<std::int64_t>(delta));
+  if (answer == Helper::addFull) full_[key.v6] += step;
   // A route's VRF can be gone by the time its refusal is taken back.
   Vex::Ptr<Orb::VrfL3Status> vrfStatus =
       status_.vrfNameHas(vrf) ? status_.vrfL3Status(status_.vrfName(vrf)) : Vex::Ptr<Orb::VrfL3Status>();
   if (key.v6) {
-    step([&] { internal_.ipv6UnProgrammedRoutesInc(); }, [&] { internal_.ipv6UnProgrammedRoutesDec(); });
-    if (vrfStatus)
-      step([&] { vrfStatus->numUnprogrammedV6RoutesInc(); }, [&] { vrfStatus->numUnprogrammedV6RoutesDec(); });
+    internal_.ipv6UnProgrammedRoutesIs(internal_.ipv6UnProgrammedRoutes() + step);
+    if (vrfStatus) vrfStatus->numUnprogrammedV6RoutesIs(vrfStatus->numUnprogrammedV6Routes() + std::uint32_t(step));
   } else {
-    step([&] { internal_.ipv4UnProgrammedRoutesInc(); }, [&] { internal_.ipv4UnProgrammedRoutesDec(); });
-    if (vrfStatus) step([&] { vrfStatus->numUnprogrammedRoutesInc(); }, [&] { vrfStatus->numUnprogrammedRoutesDec(); });
+    internal_.ipv4UnProgrammedRoutesIs(internal_.ipv4UnProgrammedRoutes() + step);
+    if (vrfStatus) vrfStatus->numUnprogrammedRoutesIs(vrfStatus->numUnprogrammedRoutes() + std::uint32_t(step));
   }
 }
 
