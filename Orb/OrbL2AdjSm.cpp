@@ -26,11 +26,15 @@ L2AdjSm::L2AdjSm(const L2AdjSmInputs& inputs) : OrbBaseSm(inputs.ocsd), in_(inpu
   ORB_ASSERT(in_.l3Status);
   ORB_ASSERT(in_.orbInternalL3Status);
   statusReactor_ = std::make_unique<StatusReactor>(this, in_.l3Status);
+  busyRetryClock_ = Vex::clockFactory([this] { retryPending(); });
+  clockIs(busyRetryClock_);
   initializedIs(true);
 }
 
 L2AdjSm::~L2AdjSm() {
   vexDoZombieReactors(true);
+  busyRetryClock_->timeMinIs(Vex::never);
+  clockDel(busyRetryClock_);
   statusReactor_.reset();
 }
 
@@ -70,6 +74,7 @@ void L2AdjSm::program(const Vex::Ptr<L2Adjacency>& adj) {
   pending_.insert(key);
   adj->stateIs(L2AdjState::pending);
   in_.orbInternalL3Status->adjResourceFullIs(true);
+  if (status == OrbHelper::OrbHelperL2Adj::addBusy) busyRetryClock_->timeMinIs(Vex::now() + busyRetryDelay);
 }
 
 void L2AdjSm::retryPending() {

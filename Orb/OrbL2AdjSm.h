@@ -2,13 +2,15 @@
 // helper: an adjacency that appears is added, one that goes is removed. A
 // refused add is not an error: the adjacency stays `pending`, the internal
 // status says the adjacency table is full, and pending adjacencies are
-// offered again whenever an adjacency leaves the hardware.
+// offered again whenever an adjacency leaves the hardware, and shortly
+// (busyRetryDelay) after the chip answered busy.
 #pragma once
 
 #include "Orb/OrbBaseHelper.h"
 #include "Orb/OrbHelper.h"
 #include "Orb/OrbInternalL3Types.h"
 #include "Orb/OrbL3Types.h"
+#include "platform/vex/Clock.h"
 
 #include <memory>
 #include <set>
@@ -24,6 +26,9 @@ struct L2AdjSmInputs {
 
 class L2AdjSm : public OrbBaseSm {
  public:
+  // How long the chip is left alone after answering busy.
+  static constexpr Vex::Seconds busyRetryDelay = 0.1;
+
   explicit L2AdjSm(const L2AdjSmInputs& inputs);
   ~L2AdjSm() override;
   const char* fwkType() const override { return "Orb::L2AdjSm"; }
@@ -44,6 +49,7 @@ class L2AdjSm : public OrbBaseSm {
 
   L2AdjSmInputs in_;
   std::unique_ptr<StatusReactor> statusReactor_;
+  Vex::Ptr<Vex::Clock> busyRetryClock_;
   std::set<L2AdjKey> programmed_;
   std::set<L2AdjKey> pending_;
   std::uint64_t refusals_ = 0;

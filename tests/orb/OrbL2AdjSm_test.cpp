@@ -79,6 +79,29 @@ TEST_F(L2AdjSmTest, RefusedAdjacencyWaitsForRoomAndIsOfferedAgain) {
   EXPECT_EQ(kept->state(), L2AdjState::deleted);
 }
 
+TEST_F(L2AdjSmTest, ABusyChipIsAskedAgainShortlyAndAFullOneIsNot) {
+  auto sm = start();
+  helper->answers = {OrbHelper::OrbHelperL2Adj::addBusy, OrbHelper::OrbHelperL2Adj::addBusy};
+  auto adj = binder.fecNextHopsIs(GlobalFecId(1), oneHop("Ethernet1"), TableType::tableTypeLongestPrefix);
+  EXPECT_EQ(adj->state(), L2AdjState::pending);
+  loop.advance(L2AdjSm::busyRetryDelay / 2);
+  EXPECT_EQ(helper->calls.size(), 1u);
+  // Busy again: another wait, then in.
+  loop.advance(L2AdjSm::busyRetryDelay);
+  EXPECT_EQ(helper->calls.size(), 2u);
+  EXPECT_EQ(adj->state(), L2AdjState::pending);
+  loop.advance(L2AdjSm::busyRetryDelay * 2);
+  EXPECT_EQ(helper->calls.size(), 3u);
+  EXPECT_EQ(adj->state(), L2AdjState::programmed);
+  EXPECT_FALSE(internal->adjResourceFull());
+  // A full table is not polled: only room made by a removal brings it in.
+  helper->answers = {OrbHelper::OrbHelperL2Adj::addFull};
+  auto full = binder.fecNextHopsIs(GlobalFecId(2), oneHop("Ethernet2"), TableType::tableTypeLongestPrefix);
+  loop.advance(1);
+  EXPECT_EQ(helper->calls.size(), 4u);
+  EXPECT_EQ(full->state(), L2AdjState::pending);
+}
+
 TEST_F(L2AdjSmTest, AnAdjacencyThatGoesWhilePendingIsNeverRemovedFromHardware) {
   auto sm = start();
   helper->answers = {OrbHelper::OrbHelperL2Adj::addBusy};
