@@ -166,6 +166,12 @@ L3Feature::L3Feature(const AgentCore& core) : Feature(core) {
   l3Status_->routerMacIs(Nexo::EthAddr(defaultRouterMac));
   dedup_ = Orb::resilientEcmpDedupingRequestResponseFactory("resilientEcmpDedupingRequestResponse");
   dedupReactor_ = std::make_unique<DedupReactor>(dedup_, *routeHelper_);
+  for (const char* name : {SoftChip::SoftAdjTable::tableName, SoftChip::SoftRouteTable::tableName,
+                           SoftChip::SoftFecTable::tableName, SoftChip::SoftL3IntfTable::tableName}) {
+    SoftChip::SoftTable& table = chip_->tableNamed(name);
+    table.usageHandlerIs([this, &table] { publishUsage(table); });
+    publishUsage(table);
+  }
   // The default VRF is there from the start, as the routing agent makes it.
   vrfIs(L3::VrfName("default"));
   l3Status_->initializedIs(true);
@@ -505,6 +511,12 @@ void L3Feature::routeToChip(VrfId vrf, const SoftChip::SoftRouteKey& key, const 
   std::uint32_t answer = routeHelper_->doAddRoute(key, info->fecId.value());
   routeRefusals_->answerIs(vrf, key, answer);
   if (answer == SoftChip::SoftRouteHelper::addBusy) routeRetryClock_->timeMinIs(Vex::now() + busyRetryDelay);
+}
+
+void L3Feature::publishUsage(const SoftChip::SoftTable& table) {
+  std::uint64_t used = table.size();
+  std::uint64_t capacity = table.capacity();
+  l3Status_->hwResourceUtilizationIs(table.name(), {used, capacity > used ? capacity - used : 0});
 }
 
 void L3Feature::retryRefusedRoutes() {

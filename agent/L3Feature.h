@@ -86,6 +86,9 @@ class L3Feature : public Feature {
   void fecResilientIs(Pond::Fib::GlobalFecId fec, std::uint32_t slots);
   void routeToChip(Orb::VrfId vrf, const SoftChip::SoftRouteKey& key, const Orb::AdjInfo* info);
   void retryRefusedRoutes();
+  // Publishes how much of a layer-3 chip table is used, as the chip layer
+  // does: L3Status::hwResourceUtilization under the table's name.
+  void publishUsage(const SoftChip::SoftTable& table);
   // Publishes, or takes back, the route's row in its VRF's shared-memory
   // resilient ECMP table: a route has a row while its FEC is resilient.
   void resilientRowIs(Orb::VrfId vrf, const SoftChip::SoftRouteKey& key, const Orb::AdjInfo* info);

@@ -392,6 +392,8 @@ void L3Feature::showRouteSummary(std::ostream& out, bool json) const {
   for (const auto& [vp, info] : routes.adjInfoList()) ++byVrf[l3Status_->vrfName(vp.vrfId).value()].routes[0];
   for (const auto& [vp, info] : routes.adjInfo6List()) ++byVrf[l3Status_->vrfName(vp.vrfId).value()].routes[1];
   const Orb::OrbInternalL3Status& in = *internal_;
+  std::map<std::string, Orb::HwResourceUtilization> usages(l3Status_->hwResourceUtilization().begin(),
+                                                           l3Status_->hwResourceUtilization().end());
   if (json) {
     printJson(out, [&](JsonWriter& w) {
       w.StartObject();
@@ -421,6 +423,18 @@ void L3Feature::showRouteSummary(std::ostream& out, bool json) const {
       w.Bool(in.routingResourceFull());
       w.Key("ip6RoutingResourceFull");
       w.Bool(in.ip6RoutingResourceFull());
+      w.Key("hardwareTables");
+      w.StartObject();
+      for (const auto& [table, usage] : usages) {
+        w.Key(table.c_str());
+        w.StartObject();
+        w.Key("used");
+        w.Uint64(usage.used);
+        w.Key("free");
+        w.Uint64(usage.free);
+        w.EndObject();
+      }
+      w.EndObject();
       w.EndObject();
     });
     return;
@@ -433,6 +447,12 @@ void L3Feature::showRouteSummary(std::ostream& out, bool json) const {
   out << fmt::format("unprogrammed: ipv4 {}{} ipv6 {}{}\n", in.ipv4UnProgrammedRoutes(),
                      in.routingResourceFull() ? " (route table full)" : "", in.ipv6UnProgrammedRoutes(),
                      in.ip6RoutingResourceFull() ? " (route table full)" : "");
+  for (const auto& [table, usage] : usages) {
+    // An unlimited table has more room than any count says.
+    bool unlimited = usage.used + usage.free == SoftChip::SoftTable::unlimited;
+    out << fmt::format("table {}: {} used, {} free\n", table, usage.used,
+                       unlimited ? std::string("unlimited") : std::to_string(usage.free));
+  }
 }
 
 }  // namespace Agent

@@ -51,7 +51,7 @@ std::uint32_t SoftAdjHelper::doAddAdjacency(const Orb::L2AdjKey& key, const Orb:
 }
 
 void SoftAdjHelper::doRemoveAdjacency(const Orb::L2AdjKey& key) {
-  if (table_.entries.erase(key) && written_) written_(key);
+  if (table_.erase(key) && written_) written_(key);
 }
 
 }  // namespace SoftChip

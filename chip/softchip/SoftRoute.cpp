@@ -135,7 +135,7 @@ std::uint32_t SoftRouteHelper::doAddL3Intf(const Nexo::IntfId& intf, std::uint32
   return addSuccess;
 }
 
-void SoftRouteHelper::doRemoveL3Intf(const Nexo::IntfId& intf) { l3Intfs_.entries.erase(intf); }
+void SoftRouteHelper::doRemoveL3Intf(const Nexo::IntfId& intf) { l3Intfs_.erase(intf); }
 
 std::uint32_t SoftRouteHelper::doAddRoute(const SoftRouteKey& key, std::uint64_t fec) {
   if (auto status = admit(routes_, !routes_.find(key))) return status;
@@ -143,7 +143,7 @@ std::uint32_t SoftRouteHelper::doAddRoute(const SoftRouteKey& key, std::uint64_t
   return addSuccess;
 }
 
-void SoftRouteHelper::doRemoveRoute(const SoftRouteKey& key) { routes_.entries.erase(key); }
+void SoftRouteHelper::doRemoveRoute(const SoftRouteKey& key) { routes_.erase(key); }
 
 std::uint32_t SoftRouteHelper::doAddFec(std::uint64_t fecId, const Orb::L2AdjKey& adj, std::uint32_t slotCount) {
   SoftFecKey key{fecId};
@@ -157,7 +157,7 @@ std::uint32_t SoftRouteHelper::doAddFec(std::uint64_t fecId, const Orb::L2AdjKey
   return addSuccess;
 }
 
-void SoftRouteHelper::doRemoveFec(std::uint64_t fec) { fecs_.entries.erase(SoftFecKey{fec}); }
+void SoftRouteHelper::doRemoveFec(std::uint64_t fec) { fecs_.erase(SoftFecKey{fec}); }
 
 std::uint64_t SoftRouteHelper::sharedResilientFec(std::uint64_t fecId) const {
   const HwFec* fec = fecs_.find(SoftFecKey{fecId});

@@ -30,16 +30,23 @@ Fault faultFromName(const std::string& name) {
 }
 
 SoftTable::SoftTable(SoftChip& chip, std::string name)
-    : chip_(chip), name_(std::move(name)), ackClock_(Vex::clockFactory([this] { runDueAcks(); })) {
+    : chip_(chip),
+      name_(std::move(name)),
+      ackClock_(Vex::clockFactory([this] { runDueAcks(); })),
+      usageClock_(Vex::clockFactory([this] {
+        if (usageHandler_) usageHandler_();
+      })) {
   chip_.tableIs(this);
 }
 
 SoftTable::~SoftTable() {
   ackClock_->timeMinIs(Vex::never);
+  usageClock_->timeMinIs(Vex::never);
   chip_.tableDel(this);
 }
 
 Fault SoftTable::nextFault() {
+  usageMayHaveChanged();
   if (chip_.operationTime() > 0) Vex::EventLoop::current()->spend(chip_.operationTime());
   if (faults_.empty()) return Fault::none;
   Fault fault = faults_.front();

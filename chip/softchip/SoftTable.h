@@ -53,8 +53,15 @@ class SoftTable {
   virtual std::size_t size() const = 0;
 
   std::size_t capacity() const { return capacity_; }
-  void capacityIs(std::size_t entries) { capacity_ = entries; }
+  void capacityIs(std::size_t entries) {
+    capacity_ = entries;
+    usageMayHaveChanged();
+  }
   bool hasRoom() const { return size() < capacity_; }
+
+  // Called on the loop's next turn after operations on the table or a new
+  // capacity (once for all of them), for whoever publishes the table's use.
+  void usageHandlerIs(std::function<void()> handler) { usageHandler_ = std::move(handler); }
 
   // The next `count` operations answer `fault`, after those already planned.
   void faultIs(Fault fault, std::uint32_t count) { faults_.insert(faults_.end(), count, fault); }
@@ -80,6 +87,9 @@ class SoftTable {
  protected:
   // The entries as one JSON value.
   virtual void dumpEntries(JsonWriter& writer) const = 0;
+  void usageMayHaveChanged() {
+    if (usageHandler_) usageClock_->timeMinIs(Vex::now());
+  }
 
  private:
   void runDueAcks();
@@ -95,6 +105,8 @@ class SoftTable {
   };
   std::deque<PendingAck> acks_;  // in the order asked; due times never fall
   Vex::Ptr<Vex::Clock> ackClock_;
+  std::function<void()> usageHandler_;
+  Vex::Ptr<Vex::Clock> usageClock_;
 };
 
 // How table keys name their entries in a dump.
@@ -120,6 +132,11 @@ class SoftTableOf : public SoftTable {
   Entry* find(const Key& key) {
     auto it = entries.find(key);
     return it == entries.end() ? nullptr : &it->second;
+  }
+  // Removes an entry (removals are never refused); whether it was there.
+  bool erase(const Key& key) {
+    usageMayHaveChanged();
+    return entries.erase(key) != 0;
   }
 
   Map entries;

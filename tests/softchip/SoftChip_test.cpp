@@ -57,6 +57,31 @@ TEST_F(SoftTableTest, PlannedFaultsComeInOrderBeforeFullThenStop) {
   EXPECT_EQ(toy.nextFault(), Fault::none);
 }
 
+TEST_F(SoftTableTest, UseIsReportedOnceATurnAfterOperationsRemovalsAndNewCapacities) {
+  std::vector<std::size_t> reported;
+  toy.usageHandlerIs([&] { reported.push_back(toy.size()); });
+  // Reported after the operation has changed the table, once for a batch.
+  EXPECT_EQ(toy.admit(true), Fault::none);
+  toy.entries["a"] = 1;
+  EXPECT_EQ(toy.admit(true), Fault::none);
+  toy.entries["b"] = 2;
+  EXPECT_TRUE(reported.empty());
+  loop.runUntilIdle();
+  EXPECT_EQ(reported, (std::vector<std::size_t>{2}));
+  EXPECT_TRUE(toy.erase("a"));
+  EXPECT_FALSE(toy.erase("missing"));
+  loop.runUntilIdle();
+  EXPECT_EQ(reported, (std::vector<std::size_t>{2, 1}));
+  toy.capacityIs(8);
+  loop.runUntilIdle();
+  EXPECT_EQ(reported.size(), 3u);
+  // A refused operation is reported too: its caller may wait on the room.
+  toy.faultIs(Fault::busy, 1);
+  EXPECT_EQ(toy.admit(true), Fault::busy);
+  loop.runUntilIdle();
+  EXPECT_EQ(reported.size(), 4u);
+}
+
 TEST_F(SoftTableTest, FaultNamesParse) {
   EXPECT_EQ(SoftChip::faultFromName("busy"), Fault::busy);
   EXPECT_EQ(SoftChip::faultFromName("failed"), Fault::failed);
