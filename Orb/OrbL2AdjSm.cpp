@@ -4,6 +4,8 @@
 #include "Orb/OrbTrace.h"
 #include "platform/vex/Reactor.h"
 
+#include <vector>
+
 namespace Orb {
 
 namespace {
@@ -71,14 +73,15 @@ void L2AdjSm::program(const Vex::Ptr<L2Adjacency>& adj) {
   }
   BLIP(trace(), 3, "adjacency {} refused with status {}", key.stringValue(), status);
   ++refusals_;
-  pending_.insert(key);
+  pending_[key] = status;
   adj->stateIs(L2AdjState::pending);
   in_.orbInternalL3Status->adjResourceFullIs(true);
   if (status == OrbHelper::OrbHelperL2Adj::addBusy) busyRetryClock_->timeMinIs(Vex::now() + busyRetryDelay);
 }
 
 void L2AdjSm::retryPending() {
-  std::set<L2AdjKey> waiting = pending_;
+  std::vector<L2AdjKey> waiting;
+  for (const auto& [key, status] : pending_) waiting.push_back(key);
   for (const auto& key : waiting) {
     auto adj = in_.l3Status->l2AdjList(key);
     if (!adj) {

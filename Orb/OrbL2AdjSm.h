@@ -12,6 +12,7 @@
 #include "Orb/OrbL3Types.h"
 #include "platform/vex/Clock.h"
 
+#include <map>
 #include <memory>
 #include <set>
 
@@ -34,9 +35,10 @@ class L2AdjSm : public OrbBaseSm {
   const char* fwkType() const override { return "Orb::L2AdjSm"; }
 
   const Vex::Ptr<OrbHelper::OrbHelperL2Adj>& orbHelper() const { return in_.orbHelper; }
-  // Adjacencies the hardware holds, and those it refused.
+  // Adjacencies the hardware holds, and those it refused with the chip's
+  // last answer for each.
   const std::set<L2AdjKey>& programmed() const { return programmed_; }
-  const std::set<L2AdjKey>& pending() const { return pending_; }
+  const std::map<L2AdjKey, std::uint32_t>& pending() const { return pending_; }
   std::uint64_t refusals() const { return refusals_; }
 
   void handleInitialized() override;
@@ -51,7 +53,7 @@ class L2AdjSm : public OrbBaseSm {
   std::unique_ptr<StatusReactor> statusReactor_;
   Vex::Ptr<Vex::Clock> busyRetryClock_;
   std::set<L2AdjKey> programmed_;
-  std::set<L2AdjKey> pending_;
+  std::map<L2AdjKey, std::uint32_t> pending_;
   std::uint64_t refusals_ = 0;
 };
 

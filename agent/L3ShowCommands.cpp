@@ -172,6 +172,10 @@ void L3Feature::registerShowCommands() {
               w.StartObject();
               w.Key("state");
               w.String(Vex::valueToStrep(adj->state()).c_str());
+              if (auto refused = l2AdjSm_->pending().find(key); refused != l2AdjSm_->pending().end()) {
+                w.Key("hardware");
+                w.String(tableAddStatusText(refused->second).c_str());
+              }
               w.Key("nextHops");
               nextHopsJson(w, adj->nextHops());
               w.Key("users");
@@ -213,7 +217,11 @@ void L3Feature::registerShowCommands() {
           std::set<GlobalFecId> fecs(adj->adjEntry().begin(), adj->adjEntry().end());
           std::string users;
           for (const auto& fec : fecs) users += fmt::format(" {}", fec.value());
-          out << fmt::format("Adjacency {} {} fecs{}\n", key.stringValue(), Vex::valueToStrep(adj->state()), users);
+          auto refused = l2AdjSm_->pending().find(key);
+          std::string hardware =
+              refused == l2AdjSm_->pending().end() ? "" : " not in hardware: " + tableAddStatusText(refused->second);
+          out << fmt::format("Adjacency {} {}{} fecs{}\n", key.stringValue(), Vex::valueToStrep(adj->state()), hardware,
+                             users);
           for (const auto& [nh, weight] : adj->nextHops().nextHop()) out << "  via " << nextHopText(nh, weight) << "\n";
           for (const auto& [type, count] : std::map(adj->adjTableType().begin(), adj->adjTableType().end()))
             out << fmt::format("  {} users {}\n", Vex::valueToStrep(type), count);

@@ -226,7 +226,7 @@ TEST_F(L3CommandsTest, TheInterfaceCommandKeepsItsOtherForms) {
 TEST_F(L3CommandsTest, ARefusedAdjacencyIsAStatusAndComesInWhenThereIsRoom) {
   run(agent, "chip adjacency capacity 1");
   run(agent, "fec 20 via 10.0.0.3 Ethernet1 weight 2");
-  EXPECT_NE(run(agent, "show adjacency").find("pending fecs 20"), std::string::npos);
+  EXPECT_NE(run(agent, "show adjacency").find("pending not in hardware: table-full fecs 20"), std::string::npos);
   EXPECT_TRUE(agent.l3().internal()->adjResourceFull());
   run(agent, "no fec 10");
   EXPECT_NE(run(agent, "show adjacency").find("programmed fecs 20"), std::string::npos);

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <deque>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -69,7 +70,7 @@ TEST_F(L2AdjSmTest, RefusedAdjacencyWaitsForRoomAndIsOfferedAgain) {
   EXPECT_EQ(refused->state(), L2AdjState::pending);
   EXPECT_TRUE(internal->adjResourceFull());
   EXPECT_EQ(sm->refusals(), 1u);
-  EXPECT_EQ(sm->pending().size(), 1u);
+  EXPECT_EQ(sm->pending(), (std::map<L2AdjKey, std::uint32_t>{{refused->key(), OrbHelper::OrbHelperL2Adj::addFull}}));
   // Room comes when an adjacency leaves; the refused one goes in.
   binder.fecDel(GlobalFecId(1));
   EXPECT_EQ(refused->state(), L2AdjState::programmed);
