@@ -444,12 +444,41 @@ void prefetch(const Entries& entries) {
   for (; at < end; at += 64) __builtin_prefetch(at);
 }
 
+// One field of one entry as a share of its collection's hash. Shares are
+// summed, so each is fully mixed: shares of different fields or entries
+// must not cancel out.
+std::uint64_t fieldHash(std::uint64_t nextHopHash, std::uint8_t field, std::uint64_t value) {
+  std::uint64_t h = (nextHopHash + field * 0x9e3779b97f4a7c15ULL) ^ (value * 0xc4ceb9fe1a85ec53ULL);
+  h ^= h >> 33;
+  h *= 0xff51afd7ed558ccdULL;
+  h ^= h >> 33;
+  h *= 0xc4ceb9fe1a85ec53ULL;
+  return h ^ (h >> 33);
+}
+
 }  // namespace
+
+std::uint64_t NextHopCollection::Entry::fieldShare(std::uint64_t nextHopHash, std::uint8_t field) const {
+  return fieldHash(nextHopHash, field, field == hasWeight ? weight : hash_value(bitmap));
+}
+
+std::uint64_t NextHopCollection::Entry::share() const {
+  const std::uint64_t nextHopHash = hash_value(nextHop);
+  std::uint64_t sum = 0;
+  if (has & hasWeight) sum += fieldShare(nextHopHash, hasWeight);
+  if (has & hasBitmap) sum += fieldShare(nextHopHash, hasBitmap);
+  return sum;
+}
 
 void NextHopCollection::write(const NextHop& nh, std::uint8_t field, std::uint32_t weight,
                               const OrbTypes::PackedViaBitmap& bitmap) {
   Body& b = mutate();
+  std::uint64_t nextHopHash = 0;
   auto set = [&](Entry& e) {
+    if (b.sumValid) {
+      nextHopHash = hash_value(nh);
+      if (e.has & field) b.entrySum -= e.fieldShare(nextHopHash, field);
+    }
     if (field == Entry::hasWeight) {
       e.weight = weight;
     } else {
@@ -457,6 +486,13 @@ void NextHopCollection::write(const NextHop& nh, std::uint8_t field, std::uint32
     }
     if (b.sorted && !(e.has & field)) ++(field == Entry::hasWeight ? b.weighted : b.bitmapped);
     e.has |= field;
+    if (!b.sumValid) return;
+    b.entrySum += e.fieldShare(nextHopHash, field);
+    // The group part is rarely there and can be large: its hash waits
+    // until asked for.
+    if (b.nhgc) return;
+    b.hash = hash_ = hashOf(b);
+    b.hashValid = hashKnown_ = true;
   };
   // Builders write each next hop's weight and bitmap together: the second
   // write lands on the entry of the first.
@@ -467,6 +503,9 @@ void NextHopCollection::write(const NextHop& nh, std::uint8_t field, std::uint32
   if (b.sorted && !b.entries.empty() && !(b.entries.back().nextHop < nh)) {
     if (const Entry* at = find(nh)) return set(const_cast<Entry&>(*at));
     b.sorted = false;
+  } else if (!b.sorted) {
+    // The next hop may have an entry already, which folding will merge.
+    b.sumValid = false;
   }
   set(b.entries.emplace_back(Entry{nh, 0, 0, {}}));
 }
@@ -477,6 +516,7 @@ void NextHopCollection::erase(const NextHop& nh, std::uint8_t field) {
   const auto index = found - body().entries.data();
   Body& b = mutate(true);
   Entry& e = b.entries[static_cast<std::size_t>(index)];
+  b.entrySum -= e.fieldShare(hash_value(nh), field);
   e.has &= static_cast<std::uint8_t>(~field);
   if (field == Entry::hasWeight) {
     e.weight = 0;
@@ -516,6 +556,12 @@ const NextHopCollection::Body& NextHopCollection::body() const {
     b.bitmapped += (e.has & Entry::hasBitmap) != 0;
   }
   b.sorted = true;
+  if (!b.sumValid) {
+    // Entries may have merged: sum them again while they are in cache.
+    b.entrySum = 0;
+    for (const Entry& e : b.entries) b.entrySum += e.share();
+    b.sumValid = true;
+  }
   return b;
 }
 
@@ -709,28 +755,22 @@ bool NextHopCollection::verify() const {
   return true;
 }
 
-std::size_t NextHopCollection::hash() const {
-  if (hashKnown_) return hash_;
-  const Body& b = body();
-  if (b.hashValid) {
-    hash_ = b.hash;
-    hashKnown_ = true;
-    return hash_;
-  }
-  prefetch(b.entries);
+std::size_t NextHopCollection::hashOf(const Body& b) {
   std::uint64_t h = std::uint64_t(b.l2AdjType) | (std::uint64_t(b.flags) << 8) | (std::uint64_t(b.tunnelType) << 16) |
                     (std::uint64_t(b.hierarchyHeight) << 24) | (std::uint64_t(b.entries.size()) << 32);
-  h *= 0x9e3779b97f4a7c15ULL;
-  for (const Entry& e : b.entries) {
-    h ^= hash_value(e.nextHop) + (std::uint64_t(e.weight) << 2 | e.has);
-    h *= 0xff51afd7ed558ccdULL;
-    h ^= hash_value(e.bitmap);
-    h *= 0xc4ceb9fe1a85ec53ULL;
-  }
+  h = (h * 0x9e3779b97f4a7c15ULL + b.entrySum) * 0xff51afd7ed558ccdULL;
   // An absent group part and a default one are the same value.
   if (b.nhgc && !(b.nhgc->value == defaultGroupInfo())) h ^= hash_value(b.nhgc->value);
-  b.hash = static_cast<std::size_t>(h ^ (h >> 31));
-  b.hashValid = true;
+  return static_cast<std::size_t>(h ^ (h >> 31));
+}
+
+std::size_t NextHopCollection::hash() const {
+  if (hashKnown_) return hash_;
+  const Body& b = body_->sumValid ? *body_ : body();
+  if (!b.hashValid) {
+    b.hash = hashOf(b);
+    b.hashValid = true;
+  }
   hash_ = b.hash;
   hashKnown_ = true;
   return hash_;

@@ -571,6 +571,9 @@ class NextHopCollection {
     OrbTypes::PackedViaBitmap bitmap;
     bool operator==(const Entry&) const = default;
     auto operator<=>(const Entry&) const = default;
+    // This entry's share of the collection's hash, and that of one field.
+    std::uint64_t share() const;
+    std::uint64_t fieldShare(std::uint64_t nextHopHash, std::uint8_t field) const;
   };
   struct Body : Vex::PtrInterface {
     L2AdjType l2AdjType = L2AdjType::nexthopAdj;
@@ -586,6 +589,14 @@ class NextHopCollection {
     Vex::Ptr<SharedGroupInfo> nhgc;
     mutable std::size_t hash = 0;
     mutable bool hashValid = false;
+    // The sum of the hashes of every entry's fields, kept up by each write
+    // while the entry is in cache, so that a collection knows its hash
+    // when it is built and never reads its next hops again to hash them.
+    // Addition does not care for order, so the sum holds for unordered
+    // entries as long as no next hop has two of them; a write that may add
+    // a second one drops it (`sumValid`) until the entries are folded.
+    mutable std::uint64_t entrySum = 0;
+    mutable bool sumValid = true;
   };
 
   // The content, made this collection's own for a write (in next-hop
@@ -595,6 +606,8 @@ class NextHopCollection {
   const Body& body() const;
   const Entry* find(const NextHop& nh) const;
   void write(const NextHop& nh, std::uint8_t field, std::uint32_t weight, const OrbTypes::PackedViaBitmap& bitmap);
+  // The hash of content whose entry sum is valid.
+  static std::size_t hashOf(const Body& b);
   void erase(const NextHop& nh, std::uint8_t field);
 
   // Mutable only for shareContentWith: which copy of equal content a
