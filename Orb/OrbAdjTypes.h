@@ -4,6 +4,7 @@
 #pragma once
 
 #include "Orb/OrbNexthopTypes.h"
+#include "platform/vex/SmallSet.h"
 
 #include <boost/describe/enum.hpp>
 
@@ -233,7 +234,9 @@ class L2Adjacency : public Vex::Entity {
 
   VEX_ATTR(L2AdjState, state, State, L2AdjState::newborn)
   VEX_ATTR(NextHopCollection, nextHops, NextHops)
-  VEX_SET(Pond::Fib::GlobalFecId, adjEntry, AdjEntry)
+  // Most adjacencies serve a few FECs; those are recorded in the
+  // adjacency's own memory.
+  VEX_SET_OF(VEX_PROTECT(Vex::SmallSet<Pond::Fib::GlobalFecId, 16>), Pond::Fib::GlobalFecId, adjEntry, AdjEntry)
   VEX_COLLECTION(Pond::Fib::GlobalFecId, TableTypeBoolSet, adjEntryAndTableType, AdjEntryAndTableType)
   VEX_KEYED_COUNTER(TableType, std::uint32_t, adjTableType, AdjTableType)
   VEX_SET(Pond::Fib::GlobalFecId, reviewPendingAdj, ReviewPendingAdj)
@@ -267,23 +270,24 @@ class L2Adjacency : public Vex::Entity {
 //   ORB_NEXTHOPS_TO_L2ADJ(nextHopsToL2Adj, NextHopsToL2Adj)
 // gives the collection accessors plus nameFindOrInsert(collection, make),
 // which returns the adjacency of an equal collection or, when there is
-// none, stores and returns make(). The collection's hash is computed once
-// per content, so a look-up costs one hash and one comparison; on a hit the
-// caller's collection takes the stored content, so that offering it again
-// compares by pointer.
-#define ORB_NEXTHOPS_TO_L2ADJ(name, Name)                                                                  \
-  VEX_COLLECTION(::Orb::NextHopCollection, ::Vex::Ptr<::Orb::L2Adjacency>, name, Name)                     \
-  template <class Make>                                                                                    \
-  ::Vex::Ptr<::Orb::L2Adjacency> name##FindOrInsert(const ::Orb::NextHopCollection& nextHops, Make make) { \
-    auto it = name##_.find(nextHops);                                                                      \
-    if (it != name##_.end()) {                                                                             \
-      it->first.shareContentWith(nextHops);                                                                \
-      return it->second;                                                                                   \
-    }                                                                                                      \
-    ::Vex::Ptr<::Orb::L2Adjacency> adj = make();                                                           \
-    name##_.emplace(nextHops, adj);                                                                        \
-    this->notify(&Notifiee::handle##Name, nextHops);                                                       \
-    return adj;                                                                                            \
+// none, stores and returns make(); the one the map holds, so callers that
+// keep it take a Ptr. A collection knows its hash from being written, so a
+// look-up costs one probe and one comparison; on a hit the caller's
+// collection takes the stored content, so that offering it again compares
+// by pointer.
+#define ORB_NEXTHOPS_TO_L2ADJ(name, Name)                                                       \
+  VEX_COLLECTION(::Orb::NextHopCollection, ::Vex::Ptr<::Orb::L2Adjacency>, name, Name)          \
+  template <class Make>                                                                         \
+  ::Orb::L2Adjacency& name##FindOrInsert(const ::Orb::NextHopCollection& nextHops, Make make) { \
+    auto it = name##_.find(nextHops);                                                           \
+    if (it != name##_.end()) {                                                                  \
+      it->first.shareContentWith(nextHops);                                                     \
+      return *it->second;                                                                       \
+    }                                                                                           \
+    ::Vex::Ptr<::Orb::L2Adjacency> adj = make();                                                \
+    name##_.emplace(nextHops, adj);                                                             \
+    this->notify(&Notifiee::handle##Name, nextHops);                                            \
+    return *adj;                                                                                \
   }
 
 // How building a collection went: the adjacency keys it flattens to and

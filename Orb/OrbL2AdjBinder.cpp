@@ -47,18 +47,15 @@ Vex::Ptr<L2Adjacency> L2AdjBinder::fecNextHopsIs(Pond::Fib::GlobalFecId fecId, c
                                                  TableType tableType) {
   auto entry = l3Status_->adjEntryListIs(fecId);
   Vex::Ptr<L2Adjacency> old = entry->l2Adj();
-  Vex::Ptr<L2Adjacency> adj = internal_->nextHopsToL2AdjFindOrInsert(nextHops, [&] {
+  Vex::Ptr<L2Adjacency> adj(&internal_->nextHopsToL2AdjFindOrInsert(nextHops, [&] {
     L2AdjKey key{nextHops.l2AdjType(), internal_->nextL2AdjIndex()};
     internal_->nextL2AdjIndexIs(key.index + 1);
     auto made = Vex::make<L2Adjacency>(key);
     made->nextHopsIs(nextHops);
     return made;
-  });
+  }));
   if (!l3Status_->l2AdjListHas(adj->key())) l3Status_->l2AdjListIs(adj->key(), adj);
-  if (!adj->adjEntryHas(fecId)) {
-    adj->adjEntryIs(fecId);
-    internal_->l2AdjRefCountInc(adj->key());
-  }
+  if (adj->adjEntryIs(fecId)) internal_->l2AdjRefCountInc(adj->key());
   adj->setTableTypeForAdj(fecId, tableType);
   entry->tableTypeIs(tableType);
   entry->l2AdjIs(adj);

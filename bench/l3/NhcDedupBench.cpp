@@ -4,7 +4,8 @@
 //    by whoever resolved it (every distinct collection was built twice,
 //    apart, so that half the hits compare contents next hop by next hop);
 //    the FEC finds or inserts it in the dedup map and records itself on
-//    the shared adjacency. Hashes are computed in the timed part.
+//    the shared adjacency. A collection keeps its hash up as it is
+//    written, so the timed part reads next hops only to compare them.
 //  - l3_nhc_build_dedup_100000: the same with each FEC building its
 //    collection from its next hops first.
 // The reference hashes and inserts the same number of 64-byte keys, with
@@ -92,12 +93,12 @@ Orb::NextHopCollection build(const std::vector<PlannedNextHop>& plan) {
 
 // Finds or inserts `nextHops` and records FEC `fec` on its adjacency.
 void dedup(DedupStatus& status, const Orb::NextHopCollection& nextHops, std::uint32_t fec, std::uint32_t& nextIndex) {
-  auto adj = status.nextHopsToL2AdjFindOrInsert(nextHops, [&] {
+  Orb::L2Adjacency& adj = status.nextHopsToL2AdjFindOrInsert(nextHops, [&] {
     auto created = Vex::make<Orb::L2Adjacency>(Orb::L2AdjKey{Orb::L2AdjType::routingAdj, ++nextIndex});
     created->nextHopsIs(nextHops);
     return created;
   });
-  adj->adjEntryIs(Pond::Fib::GlobalFecId(fec));
+  adj.adjEntryIs(Pond::Fib::GlobalFecId(fec));
 }
 
 void check(benchmark::State& state, const DedupStatus& status) {

@@ -7,7 +7,10 @@
 //   VEX_COUNTER(Type, name, Name)              scalar plus nameInc(), nameDec()
 //   VEX_COLLECTION(Key, Value, name, Name)     hash map (boost::unordered_flat_map)
 //   VEX_SET(Key, name, Name)                   hash set: name(key) tells membership,
-//                                              nameIs(key) adds
+//                                              nameIs(key) adds (and tells whether
+//                                              the key was new)
+//   VEX_SET_OF(SetType, Key, name, Name)       the same over another set type,
+//                                              such as Vex::SmallSet
 //   VEX_ORDERED_COLLECTION(Key, Value, name, Name)
 //                                              std::map: iteration in key order,
 //                                              and a bookmark key survives any
@@ -163,24 +166,28 @@ using HashSet = boost::unordered_flat_set<K>;
     return gone.size();                                                               \
   }
 
-#define VEX_SET(Key, name, Name)                                                \
- private:                                                                       \
-  ::Vex::HashSet<Key> name##_;                                                  \
-                                                                                \
- public:                                                                        \
-  const ::Vex::HashSet<Key>& name() const { return name##_; }                   \
-  bool name(const Key& key) const { return name##_.contains(key); }             \
-  bool name##Has(const Key& key) const { return name##_.contains(key); }        \
-  std::size_t name##Size() const { return name##_.size(); }                     \
-  void name##Is(const Key& key) {                                               \
-    if (name##_.insert(key).second) this->notify(&Notifiee::handle##Name, key); \
-  }                                                                             \
-  void name##Del(const Key& key) {                                              \
-    if (name##_.erase(key)) this->notify(&Notifiee::handle##Name, key);         \
-  }                                                                             \
-  void name##DelAll() {                                                         \
-    std::vector<Key> keys(name##_.begin(), name##_.end());                      \
-    for (const auto& key : keys) name##Del(key);                                \
+#define VEX_SET(Key, name, Name) VEX_SET_OF(::Vex::HashSet<Key>, Key, name, Name)
+#define VEX_SET_OF(SetType, Key, name, Name)                             \
+ private:                                                                \
+  SetType name##_;                                                       \
+                                                                         \
+ public:                                                                 \
+  const SetType& name() const { return name##_; }                        \
+  bool name(const Key& key) const { return name##_.contains(key); }      \
+  bool name##Has(const Key& key) const { return name##_.contains(key); } \
+  std::size_t name##Size() const { return name##_.size(); }              \
+  /* Adds `key`; tells whether it was new. */                            \
+  bool name##Is(const Key& key) {                                        \
+    if (!name##_.insert(key).second) return false;                       \
+    this->notify(&Notifiee::handle##Name, key);                          \
+    return true;                                                         \
+  }                                                                      \
+  void name##Del(const Key& key) {                                       \
+    if (name##_.erase(key)) this->notify(&Notifiee::handle##Name, key);  \
+  }                                                                      \
+  void name##DelAll() {                                                  \
+    std::vector<Key> keys(name##_.begin(), name##_.end());               \
+    for (const auto& key : keys) name##Del(key);                         \
   }
 
 #define VEX_COLLECTION(Key, Value, name, Name)                                         \

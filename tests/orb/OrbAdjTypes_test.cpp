@@ -31,13 +31,13 @@ class DedupStatus : public Vex::Entity {
 
   // What a FEC does with its freshly built collection.
   Vex::Ptr<L2Adjacency> fecUses(GlobalFecId fec, const NextHopCollection& nextHops) {
-    auto adj = nextHopsToL2AdjFindOrInsert(nextHops, [&] {
+    L2Adjacency& adj = nextHopsToL2AdjFindOrInsert(nextHops, [&] {
       auto created = Vex::make<L2Adjacency>(L2AdjKey{L2AdjType::routingAdj, ++lastIndex});
       created->nextHopsIs(nextHops);
       return created;
     });
-    adj->adjEntryIs(fec);
-    return adj;
+    adj.adjEntryIs(fec);
+    return Vex::Ptr<L2Adjacency>(&adj);
   }
   std::uint32_t lastIndex = 0;
 };
