@@ -1,6 +1,6 @@
-// The generator's ACL, storm-control and sub-interface commands. None of
-// them meets a chip fault: the soak plans faults only for the VLAN and
-// forwarding-database tables.
+// The generator's ACL, storm-control, sub-interface and routing commands.
+// Of these, storm control and routing meet chip faults: refusals that the
+// switch gets over by itself before it settles.
 #include "tests/soak/SoakGenerator.h"
 
 #include <fmt/format.h>
@@ -132,6 +132,10 @@ std::string Generator::routingChange(const Model& model) {
   // A FEC's vias are all in one VRF: FECs 1-3 in the default one, 4-6 in
   // red. Routes of either VRF may use any of them.
   unsigned fec = (vrf == "default" ? 1 : 4) + pick(3);
+  // Now and then the chip is busy for the next route or adjacency it is
+  // asked to hold: either is offered again a tenth of a second on, well
+  // before the switch settles.
+  if (chance(0.05)) return fmt::format("chip {} busy next 1", chance(0.5) ? "route" : "adjacency");
   switch (pick(8)) {
     case 0:
     case 1:
