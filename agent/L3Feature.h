@@ -37,8 +37,8 @@ class L3Feature : public Feature {
   // Rows each VRF's shared-memory resilient ECMP table holds, per family.
   static constexpr std::size_t resilientRoutesPerVrf = 16384;
   // How long a route or routed interface the chip was busy for waits
-  // before it is offered again.
-  static constexpr Vex::Seconds busyRetryDelay = 0.1;
+  // before it is offered again: as long as a busy adjacency.
+  static constexpr Vex::Seconds busyRetryDelay = Orb::L2AdjSm::busyRetryDelay;
   const RouteRefusals& routeRefusals() const { return *routeRefusals_; }
 
  private:

@@ -30,19 +30,19 @@ Fault faultFromName(const std::string& name) {
 }
 
 SoftTable::SoftTable(SoftChip& chip, std::string name)
-    : chip_(chip),
-      name_(std::move(name)),
-      ackClock_(Vex::clockFactory([this] { runDueAcks(); })),
-      usageClock_(Vex::clockFactory([this] {
-        if (usageHandler_) usageHandler_();
-      })) {
+    : chip_(chip), name_(std::move(name)), ackClock_(Vex::clockFactory([this] { runDueAcks(); })) {
   chip_.tableIs(this);
 }
 
 SoftTable::~SoftTable() {
   ackClock_->timeMinIs(Vex::never);
-  usageClock_->timeMinIs(Vex::never);
+  if (usageClock_) usageClock_->timeMinIs(Vex::never);
   chip_.tableDel(this);
+}
+
+void SoftTable::usageHandlerIs(std::function<void()> handler) {
+  if (usageClock_) usageClock_->timeMinIs(Vex::never);
+  usageClock_ = handler ? Vex::clockFactory(std::move(handler)) : nullptr;
 }
 
 Fault SoftTable::nextFault() {

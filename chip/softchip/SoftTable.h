@@ -61,7 +61,7 @@ class SoftTable {
 
   // Called on the loop's next turn after operations on the table or a new
   // capacity (once for all of them), for whoever publishes the table's use.
-  void usageHandlerIs(std::function<void()> handler) { usageHandler_ = std::move(handler); }
+  void usageHandlerIs(std::function<void()> handler);
 
   // The next `count` operations answer `fault`, after those already planned.
   void faultIs(Fault fault, std::uint32_t count) { faults_.insert(faults_.end(), count, fault); }
@@ -88,7 +88,7 @@ class SoftTable {
   // The entries as one JSON value.
   virtual void dumpEntries(JsonWriter& writer) const = 0;
   void usageMayHaveChanged() {
-    if (usageHandler_) usageClock_->timeMinIs(Vex::now());
+    if (usageClock_) usageClock_->timeMinIs(Vex::now());
   }
 
  private:
@@ -105,8 +105,7 @@ class SoftTable {
   };
   std::deque<PendingAck> acks_;  // in the order asked; due times never fall
   Vex::Ptr<Vex::Clock> ackClock_;
-  std::function<void()> usageHandler_;
-  Vex::Ptr<Vex::Clock> usageClock_;
+  Vex::Ptr<Vex::Clock> usageClock_;  // runs the usage handler; none without one
 };
 
 // How table keys name their entries in a dump.
